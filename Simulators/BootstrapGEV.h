@@ -91,6 +91,9 @@ constexpr uint32_t DESCRIPTION = 0x00010000;
 // Number of bytes that DISCOVERY acknowledges with, from 0x0000 on.
 constexpr uint32_t DISCOVERY_SIZE = 0x00F8;
 
+// The standard allows no shorter Heartbeat Timeout; what is written below it becomes this. ms.
+constexpr uint32_t HEARTBEAT_MIN_MS = 500;
+
 // Stream channels that have registers, at most.
 constexpr uint32_t STREAM_CHANNELS_MAX = 512;
 
@@ -103,7 +106,7 @@ uint32_t GetStreamCapability( const ConfigurationGEV& aConfiguration );
 uint32_t GetMessageCapability( const ConfigurationGEV& aConfiguration );
 
 // The description of the device: GenICam XML, a multiple of 4 long.
-std::string GetDescriptionGEV( const ConfigurationGEV& aConfiguration );
+std::string GetDescriptionGEV();
 
 // The whole address map with the values that a device has after power-up.
 AddressSpace MakeAddressSpaceGEV( const ConfigurationGEV& aConfiguration );

@@ -20,7 +20,8 @@ class FaultPlan
 public:
     // How likely each fault is to strike a datagram: 0 never, 1 always; what lies outside counts as
     // the nearer end, not-a-number as 0. Faults strike independently; one datagram can be cut,
-    // corrupted and sent twice. A lost datagram suffers nothing else.
+    // corrupted and sent twice. A lost datagram suffers nothing else; a stray can come in its
+    // place.
     struct Rates
     {
         double mLoss = 0.0;
@@ -60,9 +61,9 @@ public:
 
     // Returns what is to be sent in place of aDatagram, in order; possibly nothing. A truncated
     // datagram keeps 0 to size - 1 bytes; an empty one is neither cut nor corrupted. A corrupted
-    // byte always changes. A second copy follows the first at once. A stray goes to the same
-    // address, in front of the datagram or behind it; it is either 1 to 64 random bytes or one of
-    // the last 8 datagrams that came before.
+    // byte always changes. Both copies of a duplicated datagram are alike and leave together. A
+    // stray goes to the same address, in front of the datagram or behind it; it is either 1 to 64
+    // random bytes or one of the last 8 datagrams that came before.
     std::vector<Outgoing> Apply( const Outgoing& aDatagram );
 
     const Counters& GetCounters() const { return mCounters; }
@@ -106,7 +107,6 @@ private:
     bool Truncate( Outgoing* aDatagram, Generator* aDetails );
     bool Corrupt( Outgoing* aDatagram, Generator* aDetails );
     Outgoing MakeStray( const Outgoing& aDatagram, Generator* aDetails );
-    void Remember( const Outgoing& aDatagram );
 
     Rates mRates;
     Generator mGenerator;

@@ -165,12 +165,17 @@ private:
     // Part of the address space that a command touches.
     struct Span
     {
-        uint32_t mAddress = 0;
-        uint32_t mSize = 0;
+        uint64_t mAddress = 0;
+        uint64_t mSize = 0;
     };
 
+    // The command code under which refusals of any command, and commands that are not implemented,
+    // are kept.
+    static constexpr uint16_t ANY_COMMAND = 0;
+
     bool Parse( Parsed* aParsed, const Bytes& aDatagram );
-    bool IsLengthRight( Parsed* aParsed ) const;
+    void Record( const Parsed& aParsed, const Bytes& aDatagram );
+
     Reply Execute( const Parsed& aParsed );
     Reply Discover( const Parsed& aParsed );
     Reply ReadRegisters( const Parsed& aParsed );
@@ -179,17 +184,20 @@ private:
     Reply WriteMemory( const Parsed& aParsed );
 
     bool IsCountRight( const Parsed& aParsed, size_t aUnit, size_t aMax ) const;
+    bool MayConcatenate( size_t aCount ) const;
     uint16_t CheckRead( const Parsed& aParsed, uint32_t aAddress, uint32_t aSize );
     uint16_t CheckReadWord( const Parsed& aParsed, uint64_t aAddress, uint32_t aSize );
     uint16_t WriteOne( const Parsed& aParsed, uint64_t aAddress, const Bytes& aData );
+    uint16_t FindRefusal( uint16_t aCommand, uint64_t aFirst, uint64_t aLast ) const;
     uint16_t FindRefusal( uint16_t aCommand, uint64_t aAddress ) const;
-    bool IsBusy( uint64_t aAddress );
-    bool MayRead( const Parsed& aParsed, uint64_t aAddress, uint32_t aSize ) const;
+    bool IsBusy( uint64_t aFirst, uint64_t aLast );
+    bool MayRead( const Parsed& aParsed, uint64_t aAddress ) const;
     bool MayWrite( const Parsed& aParsed, uint64_t aAddress ) const;
+
+    void StoreBytes( const Parsed& aParsed, uint64_t aAddress, const Bytes& aData );
     void Store( const Parsed& aParsed, uint64_t aAddress, uint32_t aValue );
     void SetPrivilege( const Parsed& aParsed, uint32_t aValue );
     void FreeControl();
-    bool IsHeartbeatDisabled() const;
     void ControlTimestamp( uint32_t aValue, int64_t aNowMs );
 
     std::vector<Span> GetSpans( const Parsed& aParsed ) const;
@@ -200,7 +208,6 @@ private:
                                 const Reply& aReply );
     std::vector<Outgoing> SendAgain( const Parsed& aParsed, const Last& aLast );
     void Remember( const Parsed& aParsed, const Last& aLast );
-    void Record( const Parsed& aParsed, const Bytes& aDatagram );
     Counters& Count( uint16_t aCommand );
 
     Configuration mConfiguration;
