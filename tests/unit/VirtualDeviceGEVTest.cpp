@@ -983,12 +983,12 @@ TEST_F( VirtualDeviceGEVTest, EachVersionHasItsRegisters )
                    Read( 0x0000 ) );
         EXPECT_EQ( lIsFirst ? 0x00000003u : 0xF8000023u, Read( 0x0934 ) );
         const uint32_t lLater = lIsFirst ? 0x8003 : 0x0000;
-        for ( const uint32_t lAddress : { 0x092C, 0x0930, 0x0954, 0x0A04, 0x0B1C, 0x0D1C } )
+        for ( const uint32_t lAddress : { 0x092Cu, 0x0930u, 0x0954u, 0x0A04u, 0x0B1Cu, 0x0D1Cu } )
         {
             EXPECT_EQ( lLater, ReadStatus( lAddress ) ) << lAddress;
         }
-        for ( const uint32_t lAddress :
-              { 0x0900, 0x0904, 0x0938, 0x093C, 0x0940, 0x0A00, 0x0B00, 0x0B10, 0x0D00, 0x0D18 } )
+        for ( const uint32_t lAddress : { 0x0900u, 0x0904u, 0x0938u, 0x093Cu, 0x0940u, 0x0A00u,
+                                          0x0B00u, 0x0B10u, 0x0D00u, 0x0D18u } )
         {
             EXPECT_EQ( 0x0000u, ReadStatus( lAddress ) ) << lAddress;
         }
@@ -1077,8 +1077,8 @@ TEST_F( VirtualDeviceGEVTest, UserNameAndNetworkSettingsCanBeWritten )
     TakeControl();
     EXPECT_EQ( 0x0000u, WriteMemStatus( 0x00E8, Bytes( 16, 'u' ) ) );
     EXPECT_EQ( 0x75757575u, Read( 0x00F4 ) );
-    for ( const uint32_t lAddress : { 0x0014, 0x064C, 0x065C, 0x066C, 0x0B00, 0x0B10, 0x0D00,
-                                      0x0D04, 0x0D08, 0x0D18, 0xA000, 0xA03C, 0xA100 } )
+    for ( const uint32_t lAddress : { 0x0014u, 0x064Cu, 0x065Cu, 0x066Cu, 0x0B00u, 0x0B10u, 0x0D00u,
+                                      0x0D04u, 0x0D08u, 0x0D18u, 0xA000u, 0xA03Cu, 0xA100u } )
     {
         EXPECT_EQ( 0x0000u, WriteStatus( lAddress, 0x01020304 ) ) << lAddress;
         EXPECT_EQ( 0x01020304u, Read( lAddress ) ) << lAddress;

@@ -1,0 +1,394 @@
+#include <BaseCommandLinkGEV.h>
+
+#include "Diagnostics.h"
+
+#include <QmUtilsLib/String.h>
+#include <QmUtilsLib/Thread.h>
+#include <WdUtilsLib/GEV/AcknowledgeHeader.h>
+#include <WdUtilsLib/GEV/ReadMemory.h>
+#include <WdUtilsLib/GEV/ReadRegister.h>
+#include <WdUtilsLib/GEV/WriteMemory.h>
+#include <WdUtilsLib/GEV/WriteRegister.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <iterator>
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::LockScope;
+using QmUtilsLib::Logger;
+using QmUtilsLib::Mutex;
+using QmUtilsLib::Result;
+using QmUtilsLib::Thread;
+using WdUtilsLib::Network::SocketUDP;
+namespace GEV = WdUtilsLib::GEV;
+
+namespace
+{
+
+constexpr const char* UNIT = "Libraries/HtBase/BaseCommandLinkGEV";
+constexpr const char* FUNCTION = "HtBaseLib::BaseCommandLinkGEV::SendCommand";
+
+// Receive areas: the largest acknowledge of a read, and the acknowledge of a write.
+constexpr std::size_t READ_ACKNOWLEDGE_SIZE = 548;
+constexpr std::size_t WRITE_ACKNOWLEDGE_SIZE = 12;
+
+// An acknowledge with one register value: header and value.
+constexpr unsigned int REGISTER_ACKNOWLEDGE_SIZE = 12;
+
+// A write of a size that no packet carries.
+constexpr unsigned int SIZE_REFUSED = 0x4001;
+
+// After the deadline every stray datagram buys one more wait of 1 ms, so that an answer that is
+// already queued behind it is found. A flood of strays must not keep the transaction for ever.
+constexpr int MAX_STRAYS_AFTER_DEADLINE = 65536;
+
+constexpr const char* INVALID_ANSWER = "Invalid answer received from device";
+
+struct StatusText
+{
+    unsigned short mStatus;
+    const char* mText;
+};
+
+// Status codes of GVCP with a text of their own; every other refusal reads INVALID_ANSWER.
+constexpr StatusText STATUS_TEXTS[] = {
+    { 0x8001, "Not implemented status received from the device." },
+    { 0x8002, "Invalid parameter status received from the device." },
+    { 0x8003, "Invalid address status received from the device." },
+    { 0x8004, "Write protect status received from the device." },
+    { 0x8006, "Access denied status received from the device. The device is probably already in "
+              "use." },
+    { 0x8007, "Busy status received from the device." },
+    { 0x8008, "Local problem status received from the device." },
+    { 0x800A, "Invalid protocol status received from the device." },
+};
+static_assert( std::size( STATUS_TEXTS ) == 8, "eight statuses have a text of their own" );
+
+Result TranslateStatus( unsigned short aStatus )
+{
+    if ( aStatus == 0 )
+    {
+        return Result::OK;
+    }
+    const auto* const lEntry =
+        std::find_if( std::begin( STATUS_TEXTS ), std::end( STATUS_TEXTS ),
+                      [aStatus]( const StatusText& aText ) { return aText.mStatus == aStatus; } );
+    const char* const lErrorMsg =
+        lEntry != std::end( STATUS_TEXTS ) ? lEntry->mText : INVALID_ANSWER;
+    QMUTILSLIB_ASSERT( lErrorMsg != NULL );
+    return Result( Result::GENERIC_ERROR, 0, QmUtilsLib::String( lErrorMsg ) );
+}
+
+Result MakeInvalidAnswer()
+{
+    return Result( Result::GENERIC_ERROR, 0, QmUtilsLib::String( INVALID_ANSWER ) );
+}
+
+// Milliseconds until aStart + aTimeout, 0 when that has passed. A clock that went back counts as
+// one that stood still.
+unsigned int GetRemaining( long long aStart, int aTimeout )
+{
+    const long long lElapsed = std::max<long long>( Thread::GetTickCount() - aStart, 0 );
+    const long long lRemaining = std::clamp<long long>( aTimeout - lElapsed, 0, INT_MAX );
+    return static_cast<unsigned int>( lRemaining );
+}
+
+// The device asks for more time for this very command. What is shorter than a PENDINGACK is none,
+// whatever an earlier datagram left in the buffer.
+bool IsPending( const GEV::PendingAcknowledgeHeader& aAcknowledge, unsigned int aReceived,
+                const GEV::CommandHeader& aCommand )
+{
+    return aReceived >= GEV::PendingAcknowledgeHeader::SIZE &&
+           aAcknowledge.GetAcknowledge() == GEV::PendingAcknowledgeHeader::ACKNOWLEDGE &&
+           aAcknowledge.GetAcknowledgeId() == aCommand.GetRequestId();
+}
+
+void Increment( std::atomic<long long>& aCounter )
+{
+    aCounter.fetch_add( 1, std::memory_order_relaxed );
+}
+
+} // namespace
+
+BaseCommandLinkGEV::BaseCommandLinkGEV()
+    : mMutex( std::make_shared<Mutex>() )
+{
+}
+
+BaseCommandLinkGEV::BaseCommandLinkGEV( const BaseCommandLinkGEV& aOther )
+    : BaseCommandLink( aOther )
+    , mRetriesCount( aOther.GetRetriesCount() )
+    , mRetriesMax( aOther.GetRetriesMax() )
+    , mPendingAcknowledgesCount( aOther.GetPendingAcknowledgesCount() )
+    , mTransmitFailures( aOther.GetTransmitFailures() )
+    , mMutex( aOther.mMutex )
+{
+}
+
+BaseCommandLinkGEV& BaseCommandLinkGEV::operator=( const BaseCommandLinkGEV& aOther )
+{
+    BaseCommandLink::operator=( aOther );
+    mRetriesCount = aOther.GetRetriesCount();
+    mRetriesMax = aOther.GetRetriesMax();
+    mPendingAcknowledgesCount = aOther.GetPendingAcknowledgesCount();
+    mTransmitFailures = aOther.GetTransmitFailures();
+    mMutex = aOther.mMutex;
+    return *this;
+}
+
+BaseCommandLinkGEV::~BaseCommandLinkGEV() = default;
+
+Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddress )
+{
+    GEV::ReadRegisterCommand lCommand;
+    lCommand.InitOperationQty( 1 );
+    lCommand.InitAddress( 0, static_cast<unsigned int>( aAddress ) ); // the field has 32 bits
+    unsigned char lArea[READ_ACKNOWLEDGE_SIZE] = {};
+    const GEV::ReadRegisterAcknowledge lAcknowledge( lArea, sizeof( lArea ) );
+
+    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), false );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    if ( !lAcknowledge.IsValid( REGISTER_ACKNOWLEDGE_SIZE, lCommand ) )
+    {
+        return MakeInvalidAnswer();
+    }
+    *aValue = lAcknowledge.GetValue( 0, true );
+    ReadCallback( aValue, aAddress, sizeof( *aValue ) );
+    return lResult;
+}
+
+Result BaseCommandLinkGEV::WriteRegister( const unsigned int* aValue, long long aAddress,
+                                          bool aNoAck )
+{
+    GEV::WriteRegisterCommand lCommand;
+    lCommand.InitFlagAcknowledge( !aNoAck );
+    lCommand.InitOperationQty( 1 );
+    lCommand.InitAddress( 0, static_cast<unsigned int>( aAddress ) ); // the field has 32 bits
+    lCommand.InitValue( 0, *aValue );
+    unsigned char lArea[WRITE_ACKNOWLEDGE_SIZE] = {};
+
+    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck );
+    if ( lResult.IsOK() )
+    {
+        WriteCallback( aValue, aAddress, sizeof( *aValue ) );
+    }
+    return lResult;
+}
+
+Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long long aSize )
+{
+    GEV::ReadMemoryCommand lCommand;
+    lCommand.InitCount( static_cast<unsigned int>( aSize ) );
+    lCommand.InitAddress( static_cast<unsigned int>( aAddress ) ); // the field has 32 bits
+    unsigned char lArea[READ_ACKNOWLEDGE_SIZE] = {};
+    const GEV::ReadMemoryAcknowledge lAcknowledge( lArea, sizeof( lArea ) );
+
+    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), false );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    if ( !lAcknowledge.CopyData( aData, aSize ) )
+    {
+        return MakeInvalidAnswer();
+    }
+    ReadCallback( aData, aAddress, aSize );
+    return lResult;
+}
+
+Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, long long aSize,
+                                        bool aNoAck )
+{
+    if ( aSize < 0 || aSize > static_cast<long long>( GEV::WriteMemoryCommand::MAX_DATA_SIZE ) )
+    {
+        return SIZE_REFUSED;
+    }
+    GEV::WriteMemoryCommand lCommand;
+    lCommand.InitFlagAcknowledge( !aNoAck );
+    lCommand.InitAddress( static_cast<unsigned int>( aAddress ) ); // the field has 32 bits
+    lCommand.SetData( aData, aSize );
+    unsigned char lArea[WRITE_ACKNOWLEDGE_SIZE] = {};
+
+    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck );
+    if ( lResult.IsOK() )
+    {
+        WriteCallback( aData, aAddress, aSize );
+    }
+    return lResult;
+}
+
+Result BaseCommandLinkGEV::SendCommand( Command* aCommand, void* aAckBuffer,
+                                        long long aAckBufferSize, bool aNoAck )
+{
+    LockScope lLock( *mMutex );
+    SocketUDP* const lSocket = GetSocket();
+    if ( lSocket == nullptr || !lSocket->IsOpened() )
+    {
+        return Result::NOT_CONNECTED;
+    }
+    aCommand->InitRequestId( GetRequestID() );
+    return RunAttempts( *aCommand, aAckBuffer, aAckBufferSize, aNoAck );
+}
+
+long long BaseCommandLinkGEV::GetRetriesCount() const
+{
+    return mRetriesCount.load( std::memory_order_relaxed );
+}
+
+long long BaseCommandLinkGEV::GetRetriesMax() const
+{
+    return mRetriesMax.load( std::memory_order_relaxed );
+}
+
+long long BaseCommandLinkGEV::GetPendingAcknowledgesCount() const
+{
+    return mPendingAcknowledgesCount.load( std::memory_order_relaxed );
+}
+
+long long BaseCommandLinkGEV::GetTransmitFailures() const
+{
+    return mTransmitFailures.load( std::memory_order_relaxed );
+}
+
+// No lock: a reset does not wait for a transaction.
+void BaseCommandLinkGEV::ResetStats()
+{
+    mRetriesCount.store( 0, std::memory_order_relaxed );
+    mRetriesMax.store( 0, std::memory_order_relaxed );
+    mPendingAcknowledgesCount.store( 0, std::memory_order_relaxed );
+    mTransmitFailures.store( 0, std::memory_order_relaxed );
+}
+
+// Held beyond the return, which clang's analysis of locks does not follow.
+void BaseCommandLinkGEV::LockMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
+{
+    (void)mMutex->Wait(); // cannot fail
+}
+
+void BaseCommandLinkGEV::ReleaseMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
+{
+    mMutex->Release();
+}
+
+Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
+                                        long long aAckBufferSize, bool aNoAck )
+{
+    Result lResult;
+    for ( int lAttempt = 0; lAttempt < GetRetryCount(); ++lAttempt )
+    {
+        if ( lAttempt > 0 )
+        {
+            CountRetry( lAttempt );
+        }
+        const bool lSent = SendAttempt( aCommand );
+        if ( aNoAck && lSent )
+        {
+            return Result::OK;
+        }
+        // KEEP: a refused send does not skip the wait. It paces the attempts, and an answer to an
+        // earlier attempt may still come.
+        lResult = WaitForAnswer( aCommand, aAckBuffer, aAckBufferSize );
+        if ( lResult.IsOK() )
+        {
+            const GEV::AcknowledgeHeader lAcknowledge( aAckBuffer,
+                                                       static_cast<std::size_t>( aAckBufferSize ) );
+            return TranslateStatus( lAcknowledge.GetStatus() );
+        }
+        if ( lResult != Result::TIMEOUT )
+        {
+            return lResult;
+        }
+    }
+    return GetLibLogger()->LogResult( lResult.GetCode(), UNIT, __LINE__, FUNCTION,
+                                      "Command link operation failure" );
+}
+
+void BaseCommandLinkGEV::CountRetry( int aAttempt )
+{
+    HTBASE_LOG( GetLinkLogger(), Logger::ANOMALY, UNIT, FUNCTION, "Command link retry" );
+    Increment( mRetriesCount );
+    if ( aAttempt > mRetriesMax.load( std::memory_order_relaxed ) )
+    {
+        mRetriesMax.store( aAttempt, std::memory_order_relaxed );
+    }
+}
+
+bool BaseCommandLinkGEV::SendAttempt( const Command& aCommand )
+{
+    if ( GetSocket()->Send( &aCommand, aCommand.GetTotalLength() ).IsOK() )
+    {
+        return true;
+    }
+    Increment( mTransmitFailures );
+    HTBASE_LOG( GetLinkLogger(), Logger::ANOMALY, UNIT, FUNCTION,
+                "Command link unable to send command" );
+    return false;
+}
+
+// Waits for the acknowledge of aCommand. OK: it lies in the buffer.
+Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuffer,
+                                          long long aAckBufferSize )
+{
+    const GEV::PendingAcknowledgeHeader lAnswer( aAckBuffer,
+                                                 static_cast<std::size_t>( aAckBufferSize ) );
+    long long lStart = Thread::GetTickCount();
+    int lTimeout = GetAnswerTimeout();
+    int lStraysAfterDeadline = 0;
+    while ( lStraysAfterDeadline < MAX_STRAYS_AFTER_DEADLINE )
+    {
+        const unsigned int lRemaining = GetRemaining( lStart, lTimeout );
+        int lReceived = 0;
+        Result lResult =
+            ReceiveAnswer( aAckBuffer, aAckBufferSize, std::max( lRemaining, 1U ), lReceived );
+        if ( lResult == Result::TIMEOUT )
+        {
+            break;
+        }
+        if ( !lResult.IsOK() )
+        {
+            return lResult;
+        }
+        const auto lSize = static_cast<unsigned int>( lReceived ); // never negative when OK
+        if ( lAnswer.IsValid( lSize, aCommand ) )
+        {
+            return Result::OK;
+        }
+        if ( IsPending( lAnswer, lSize, aCommand ) )
+        {
+            // The device's own estimate replaces what is left of the wait, also if it is shorter,
+            // as often as the device gives one.
+            lStart = Thread::GetTickCount();
+            lTimeout = lAnswer.GetTimeToCompletion();
+            lStraysAfterDeadline = 0;
+            Increment( mPendingAcknowledgesCount );
+            continue;
+        }
+        HTBASE_LOG( GetLinkLogger(), Logger::ANOMALY, UNIT, FUNCTION,
+                    "Unexpected device answer - malformed or out of sync" );
+        lStraysAfterDeadline += lRemaining == 0 ? 1 : 0;
+    }
+    HTBASE_LOG( GetLinkLogger(), Logger::ANOMALY, UNIT, FUNCTION, "Command link timeout" );
+    return Result::TIMEOUT;
+}
+
+// Takes one datagram that comes within aWait milliseconds, or TIMEOUT.
+Result BaseCommandLinkGEV::ReceiveAnswer( void* aAckBuffer, long long aAckBufferSize,
+                                          unsigned int aWait, int& aReceived )
+{
+    SocketUDP* lSocket = GetSocket();
+    if ( SocketUDP::SelectOnRx( &lSocket, 1, aWait, nullptr ) == nullptr )
+    {
+        return Result::TIMEOUT;
+    }
+    const int lCapacity = static_cast<int>( std::clamp<long long>( aAckBufferSize, 0, INT_MAX ) );
+    return lSocket->Receive( aAckBuffer, lCapacity, aReceived );
+}
+
+} // namespace HtBaseLib

@@ -1,0 +1,33 @@
+// Logging and assertions as every unit of this library does them.
+#pragma once
+
+#include <QmUtilsLib/Assert.h>
+#include <QmUtilsLib/Logger.h>
+
+namespace HtBaseLib
+{
+
+// The name and configuration of every logger of this library.
+constexpr const char* LOGGER_NAME = "HtBaseLib";
+constexpr int LOGGER_CONFIGURATION = 0;
+
+// Tells whether a reference refers to something. A compiler takes for granted that it does, so the
+// address is looked at through a volatile pointer.
+inline bool IsPresent( const void* aAddress )
+{
+    const void* volatile lAddress = aAddress;
+    return lAddress != nullptr;
+}
+
+} // namespace HtBaseLib
+
+// HTBASE_LOG( logger, priority, unit, function, format, ... ) logs when the priority is enabled;
+// otherwise no argument is looked at.
+#define HTBASE_LOG( aLogger, aPriority, aUnit, aFunction, ... )                     \
+    do                                                                              \
+    {                                                                               \
+        if ( ( aLogger )->IsPriorityEnabled( aPriority ) )                          \
+        {                                                                           \
+            ( aLogger )->Log( aPriority, aUnit, __LINE__, aFunction, __VA_ARGS__ ); \
+        }                                                                           \
+    } while ( false )

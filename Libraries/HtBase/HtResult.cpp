@@ -1,0 +1,244 @@
+#include <HtResult.h>
+
+#include "Diagnostics.h"
+
+#include <QmUtilsLib/Result.h>
+#include <QmUtilsLib/String.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+using HtBaseLib::IsPresent;
+using QmUtilsLib::Result;
+
+#define ASSERT_B() QMUTILSLIB_ASSERT_TEXT( IsPresent( std::addressof( aB ) ), "( & aB ) != NULL" )
+
+namespace
+{
+
+constexpr const char* UNIT = "Libraries/HtBase/HtResult";
+
+// What the code reads after the destructor has run; never seen in a living result.
+constexpr unsigned int DESTROYED = 0x0400;
+
+// The codes that are held as they are, in ascending order.
+constexpr unsigned int ACCEPTED_CODES[] = {
+    0x0000, 0x0001, 0x0004, 0x0006, 0x0013, 0x0014, 0x0015, 0x0017, 0x0018, 0x0019, 0x001A, 0x001B,
+    0x001C, 0x001D, 0x001E, 0x0025, 0x0027, 0x0028, 0x0201, 0x0202, 0x0501, 0x0602, 0x0603, 0x0604,
+    0x0605, 0x0904, 0x0B00, 0x0B01, 0x0B02, 0x0B03, 0x4000, 0x4001, 0x4002, 0xFFFF,
+};
+static_assert( std::size( ACCEPTED_CODES ) == 34, "the public set of codes is fixed" );
+
+struct Successor
+{
+    unsigned int mRetired;
+    unsigned int mCode;
+};
+
+// Codes that callers may still give and that became others.
+constexpr Successor SUCCESSORS[] = {
+    { 0x0012, 0x4001 }, { 0x0020, 0x4000 }, { 0x0021, 0x4001 },
+    { 0x0022, 0x4000 }, { 0x0305, 0x4000 },
+};
+static_assert( std::size( SUCCESSORS ) == 5, "the retired codes are fixed" );
+
+bool IsAccepted( unsigned int aCode )
+{
+    return std::binary_search( std::begin( ACCEPTED_CODES ), std::end( ACCEPTED_CODES ), aCode );
+}
+
+} // namespace
+
+HtResult::HtResult()
+    : mCode( NOT_INITIALIZED )
+    , mInternalCode( 0 )
+    , mOSCode( 0 )
+    , mDescription( nullptr )
+{
+}
+
+HtResult::HtResult( unsigned int aCode )
+    : HtResult( aCode, 0U )
+{
+}
+
+HtResult::HtResult( unsigned int aCode, unsigned int aOSCode )
+    : mCode( NOT_INITIALIZED )
+    , mInternalCode( 0 )
+    , mOSCode( aOSCode )
+    , mDescription( nullptr )
+{
+    SetCode( aCode );
+}
+
+HtResult::HtResult( unsigned int aCode, const HtString& aDescription )
+    : HtResult( aCode, 0U, aDescription )
+{
+}
+
+HtResult::HtResult( unsigned int aCode, unsigned int aOSCode, const HtString& aDescription )
+    : HtResult( aCode, aOSCode )
+{
+    SetDescription( aDescription );
+}
+
+// KEEP: a copy does not keep the internal code: SetCode replaces it by the public one. Only the
+// object that was given the raw code tells it.
+HtResult::HtResult( const HtResult& aOther )
+    : mCode( NOT_INITIALIZED )
+    , mInternalCode( aOther.mInternalCode )
+    , mOSCode( aOther.mOSCode )
+    , mDescription( nullptr )
+{
+    SetCode( aOther.GetCode() );
+    CopyDescription( aOther );
+}
+
+// The code is written through a volatile lvalue, since a store to an object that is about to go may
+// otherwise be dropped.
+HtResult::~HtResult()
+{
+    *const_cast<volatile unsigned int*>( &mCode ) = DESTROYED;
+    delete mDescription;
+    *const_cast<HtString* volatile*>( &mDescription ) = nullptr;
+}
+
+const HtResult& HtResult::operator=( const HtResult& aB )
+{
+    ASSERT_B();
+    SetCode( aB.GetCode() );
+    mOSCode = aB.mOSCode;
+    CopyDescription( aB );
+    return *this;
+}
+
+unsigned int HtResult::GetCode() const
+{
+    return Result( mCode ).GetCode();
+}
+
+unsigned int HtResult::GetInternalCode() const
+{
+    return mInternalCode;
+}
+
+unsigned int HtResult::GetOSCode() const
+{
+    return mOSCode;
+}
+
+HtString HtResult::GetCodeString() const
+{
+    return HtString( Result( mCode ).GetCodeString() );
+}
+
+HtString HtResult::GetDescription() const
+{
+    return mDescription != nullptr ? *mDescription : HtString();
+}
+
+HtResult::operator const char*() const
+{
+    return Result( mCode ).GetCodeString();
+}
+
+void HtResult::SetCode( unsigned int aCode )
+{
+    mInternalCode = aCode;
+    unsigned int lCode = aCode;
+    if ( !IsAccepted( aCode ) )
+    {
+        const auto* const lSuccessor =
+            std::find_if( std::begin( SUCCESSORS ), std::end( SUCCESSORS ),
+                          [aCode]( const Successor& aEntry ) { return aEntry.mRetired == aCode; } );
+        lCode = lSuccessor != std::end( SUCCESSORS ) ? lSuccessor->mCode : GENERIC_ERROR;
+        if ( lSuccessor == std::end( SUCCESSORS ) )
+        {
+            const QmUtilsLib::Logger lLogger( HtBaseLib::LOGGER_NAME,
+                                              HtBaseLib::LOGGER_CONFIGURATION );
+            HTBASE_LOG( &lLogger, QmUtilsLib::Logger::DETAIL, UNIT, "HtResult::SetCode",
+                        "0x%08X converted to GENERIC_ERROR", aCode );
+        }
+    }
+    mCode = Result( lCode ).GetCode();
+}
+
+void HtResult::SetDescription( const HtString& aDescription )
+{
+    if ( mDescription == nullptr )
+    {
+        mDescription = new HtString( aDescription );
+        return;
+    }
+    *mDescription = aDescription;
+}
+
+bool HtResult::IsOK() const
+{
+    return Result( mCode ).IsOK();
+}
+
+bool HtResult::IsSuccess() const
+{
+    return Result( mCode ).IsSuccess();
+}
+
+bool HtResult::IsPending() const
+{
+    return Result( mCode ).IsPending();
+}
+
+bool HtResult::IsFailure() const
+{
+    return Result( mCode ).IsFailure();
+}
+
+bool HtResult::operator==( const HtResult& aB ) const
+{
+    ASSERT_B();
+    return Result( mCode ) == Result( aB.mCode );
+}
+
+bool HtResult::operator!=( const HtResult& aB ) const
+{
+    ASSERT_B();
+    return Result( mCode ) != Result( aB.mCode );
+}
+
+bool HtResult::operator==( unsigned int aB ) const
+{
+    return Result( mCode ) == Result( aB );
+}
+
+bool HtResult::operator!=( unsigned int aB ) const
+{
+    return Result( mCode ) != Result( aB );
+}
+
+// KEEP: only the public code accumulates; SetCode would also overwrite the internal code.
+const HtResult& HtResult::operator|=( const HtResult& aB )
+{
+    ASSERT_B();
+    Result lResult( mCode );
+    lResult |= Result( aB.mCode );
+    mCode = lResult.GetCode();
+    return *this;
+}
+
+// KEEP: the description of an OK result is not taken over, so that the text of an earlier failure
+// can still be read.
+void HtResult::CopyDescription( const HtResult& aOther )
+{
+    if ( aOther.IsOK() || &aOther == this )
+    {
+        return;
+    }
+    if ( aOther.mDescription != nullptr )
+    {
+        SetDescription( *aOther.mDescription );
+        return;
+    }
+    delete mDescription;
+    mDescription = nullptr;
+}

@@ -1,0 +1,82 @@
+#include <SimpleCommandLinkGEV.h>
+
+#include "Diagnostics.h"
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::Logger;
+using QmUtilsLib::Result;
+using WdUtilsLib::Network::SocketUDP;
+
+namespace
+{
+
+constexpr int RETRY_COUNT = 3;
+constexpr int ANSWER_TIMEOUT = 400; // milliseconds
+
+constexpr unsigned short IDENTIFIER_MASK = 0x0FFF;
+constexpr unsigned short IDENTIFIER_BASE = 0xB000;
+
+} // namespace
+
+std::atomic<unsigned short> SimpleCommandLinkGEV::mRequestID{ 1 };
+
+SimpleCommandLinkGEV::SimpleCommandLinkGEV( SocketUDP* aSocket )
+    : mSocket( aSocket )
+    , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
+{
+}
+
+SimpleCommandLinkGEV::~SimpleCommandLinkGEV() = default;
+
+Result SimpleCommandLinkGEV::Close()
+{
+    return Result::NOT_SUPPORTED;
+}
+
+bool SimpleCommandLinkGEV::IsConnected() const
+{
+    return true;
+}
+
+Logger* SimpleCommandLinkGEV::GetLibLogger()
+{
+    return mLogger.get();
+}
+
+Logger* SimpleCommandLinkGEV::GetLinkLogger()
+{
+    return mLogger.get();
+}
+
+int SimpleCommandLinkGEV::GetRetryCount() const
+{
+    return RETRY_COUNT;
+}
+
+int SimpleCommandLinkGEV::GetAnswerTimeout() const
+{
+    return ANSWER_TIMEOUT;
+}
+
+SocketUDP* SimpleCommandLinkGEV::GetSocket()
+{
+    return mSocket;
+}
+
+// KEEP: the counter skips 0 and the identifier does not: 0xB000 is issued whenever the counter's
+// low 12 bits are 0. Nothing depends on it, since an identifier is never 0.
+unsigned short SimpleCommandLinkGEV::GetRequestID()
+{
+    unsigned short lCounter = mRequestID.load( std::memory_order_relaxed );
+    unsigned short lNext = 0;
+    do
+    {
+        lNext = static_cast<unsigned short>( lCounter + 1 ); // wraps
+        lNext = lNext == 0 ? 1 : lNext;
+    } while ( !mRequestID.compare_exchange_weak( lCounter, lNext, std::memory_order_relaxed ) );
+    return static_cast<unsigned short>( ( lCounter & IDENTIFIER_MASK ) | IDENTIFIER_BASE );
+}
+
+} // namespace HtBaseLib

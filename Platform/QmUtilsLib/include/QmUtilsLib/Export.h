@@ -1,0 +1,8 @@
+// QmUtilsLib: what the library shows to others.
+#pragma once
+
+#if defined( _WIN32 )
+#define QMUTILSLIB_API
+#else
+#define QMUTILSLIB_API [[gnu::visibility( "default" )]]
+#endif

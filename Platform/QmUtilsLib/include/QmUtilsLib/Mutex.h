@@ -1,0 +1,46 @@
+// QmUtilsLib: mutual exclusion of threads.
+#pragma once
+
+#include <QmUtilsLib/Export.h>
+#include <QmUtilsLib/Result.h>
+#include <QmUtilsLib/ThreadAnnotations.h>
+
+#include <mutex>
+
+namespace QmUtilsLib
+{
+
+// Mutex is an unnamed mutex of this process, re-entrant for the thread that owns it: who has waited
+// n times releases n times. It must not be owned by anyone when it is destroyed.
+class QMUTILSLIB_API QMUTILSLIB_CAPABILITY( "mutex" ) Mutex
+{
+public:
+    Mutex() = default;
+    Mutex( const Mutex& ) = delete;
+    Mutex& operator=( const Mutex& ) = delete;
+
+    // Wait blocks until the calling thread owns the mutex. OK always.
+    Result Wait() QMUTILSLIB_ACQUIRE();
+
+    // Release gives up one ownership of the calling thread, which must have one.
+    void Release() QMUTILSLIB_RELEASE();
+
+private:
+    std::recursive_mutex mMutex;
+};
+
+// LockScope owns a mutex from its construction to its destruction. The mutex is borrowed.
+class QMUTILSLIB_API QMUTILSLIB_SCOPED_CAPABILITY LockScope
+{
+public:
+    explicit LockScope( Mutex& aMutex ) QMUTILSLIB_ACQUIRE( aMutex );
+    ~LockScope() QMUTILSLIB_RELEASE();
+
+    LockScope( const LockScope& ) = delete;
+    LockScope& operator=( const LockScope& ) = delete;
+
+private:
+    Mutex& mMutex;
+};
+
+} // namespace QmUtilsLib

@@ -1,0 +1,296 @@
+#include "NetworkState.h"
+
+#include <QmUtilsLib/Scripted/VirtualClock.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace WdUtilsLib
+{
+namespace Scripted
+{
+
+using QmUtilsLib::Result;
+using QmUtilsLib::Scripted::VirtualClock;
+
+namespace
+{
+
+std::shared_ptr<NetworkState> gCurrent;
+
+void PrintAndAbort( const std::string& aSentence )
+{
+    std::fprintf( stderr, "%s\n", aSentence.c_str() );
+    std::abort();
+}
+
+FailureReporter gReporter = PrintAndAbort;
+
+std::string Describe( const Bytes& aBytes )
+{
+    std::string lText;
+    for ( const uint8_t lByte : aBytes )
+    {
+        char lDigits[4];
+        std::snprintf( lDigits, sizeof( lDigits ), "%02X ", lByte );
+        lText += lDigits;
+    }
+    return lText;
+}
+
+} // namespace
+
+void SetFailureReporter( FailureReporter aReporter )
+{
+    gReporter = aReporter ? std::move( aReporter ) : PrintAndAbort;
+}
+
+std::shared_ptr<NetworkState> NetworkState::GetCurrent()
+{
+    return gCurrent;
+}
+
+void NetworkState::SetCurrent( std::shared_ptr<NetworkState> aState )
+{
+    gCurrent = std::move( aState );
+}
+
+void NetworkState::ReportFailure( const std::string& aSentence )
+{
+    gReporter( aSentence );
+}
+
+unsigned int NetworkState::Join()
+{
+    return ++mSocketCount;
+}
+
+Result NetworkState::Send( unsigned int aSocket, const Bytes& aBytes, const Peer& aTo )
+{
+    const long long lNow = VirtualClock::Now();
+    mSends.push_back( { aBytes, aTo, lNow, false } );
+    if ( mSteps.empty() && mDevice )
+    {
+        std::vector<Event> lEvents;
+        for ( ScriptedNetwork::Answer& lAnswer : mDevice( aBytes, lNow ) )
+        {
+            Event lEvent;
+            lEvent.mTime = lAnswer.mAfterMs;
+            lEvent.mBytes = std::move( lAnswer.mBytes );
+            lEvents.push_back( std::move( lEvent ) );
+        }
+        Schedule( aSocket, aTo, std::move( lEvents ) );
+        return Result::OK;
+    }
+    if ( mSteps.empty() )
+    {
+        ReportFailure( "unexpected send: " + Describe( aBytes ) );
+        return Result::OK;
+    }
+    ExpectedSend lStep = std::move( mSteps.front() );
+    mSteps.pop_front();
+    if ( lStep.mBytes.has_value() && *lStep.mBytes != aBytes )
+    {
+        ReportFailure( "expected send: " + Describe( *lStep.mBytes ) +
+                       "\n  actual send: " + Describe( aBytes ) );
+    }
+    Schedule( aSocket, aTo, std::move( lStep.mEvents ) );
+    mSends.back().mRefused = lStep.mRefusal.has_value();
+    return lStep.mRefusal.value_or( Result( Result::OK ) );
+}
+
+void NetworkState::Schedule( unsigned int aSocket, const Peer& aTo, std::vector<Event> aEvents )
+{
+    for ( Event& lEvent : aEvents )
+    {
+        lEvent.mSocket = aSocket;
+        lEvent.mTime += VirtualClock::Now();
+        lEvent.mFrom = lEvent.mFrom.value_or( aTo );
+        const auto lPlace = std::upper_bound( mEvents.begin(), mEvents.end(), lEvent,
+                                              []( const Event& aNew, const Event& aOld )
+                                              { return aNew.mTime < aOld.mTime; } );
+        mEvents.insert( lPlace, std::move( lEvent ) );
+    }
+}
+
+// Runs the actions that are due before the next datagram.
+void NetworkState::RunActions()
+{
+    for ( ;; )
+    {
+        const auto lAction =
+            std::find_if( mEvents.begin(), mEvents.end(),
+                          []( const Event& aEvent )
+                          { return aEvent.mAction && aEvent.mTime <= VirtualClock::Now(); } );
+        if ( lAction == mEvents.end() )
+        {
+            return;
+        }
+        const std::function<void()> lRun = std::move( lAction->mAction );
+        mEvents.erase( lAction );
+        lRun();
+    }
+}
+
+bool NetworkState::HasReadable( unsigned int aSocket ) const
+{
+    return std::any_of( mEvents.begin(), mEvents.end(),
+                        [aSocket]( const Event& aEvent ) {
+                            return aEvent.mSocket == aSocket && !aEvent.mAction &&
+                                   aEvent.mTime <= VirtualClock::Now();
+                        } );
+}
+
+std::optional<unsigned int>
+NetworkState::Wait( const std::vector<unsigned int>& aSockets, unsigned int aTimeout,
+                    const std::function<bool( unsigned int )>& aIsClosed )
+{
+    const long long lDeadline = VirtualClock::Now() + aTimeout;
+    for ( ;; )
+    {
+        RunActions();
+        for ( const unsigned int lSocket : aSockets )
+        {
+            if ( aIsClosed( lSocket ) || HasReadable( lSocket ) )
+            {
+                return lSocket;
+            }
+        }
+        if ( VirtualClock::Now() >= lDeadline )
+        {
+            return std::nullopt;
+        }
+        const auto lNext = std::find_if( mEvents.begin(), mEvents.end(),
+                                         []( const Event& aEvent )
+                                         { return aEvent.mTime > VirtualClock::Now(); } );
+        const long long lUntil = lNext != mEvents.end() ? lNext->mTime : lDeadline;
+        VirtualClock::Set( std::min( lUntil, lDeadline ) );
+    }
+}
+
+std::optional<NetworkState::Event> NetworkState::Take( unsigned int aSocket )
+{
+    const auto lEvent = std::find_if( mEvents.begin(), mEvents.end(),
+                                      [aSocket]( const Event& aEvent ) {
+                                          return aEvent.mSocket == aSocket && !aEvent.mAction &&
+                                                 aEvent.mTime <= VirtualClock::Now();
+                                      } );
+    if ( lEvent == mEvents.end() )
+    {
+        return std::nullopt;
+    }
+    Event lTaken = std::move( *lEvent );
+    mEvents.erase( lEvent );
+    return lTaken;
+}
+
+NetworkState::ExpectedSend& NetworkState::GetLastStep()
+{
+    if ( mSteps.empty() )
+    {
+        ReportFailure( "a step of the script comes before any expected send" );
+        mSteps.emplace_back();
+    }
+    return mSteps.back();
+}
+
+ScriptedNetwork::ScriptedNetwork()
+    : mState( std::make_shared<NetworkState>() )
+{
+    NetworkState::SetCurrent( mState );
+}
+
+ScriptedNetwork::~ScriptedNetwork()
+{
+    NetworkState::SetCurrent( nullptr );
+    for ( const NetworkState::ExpectedSend& lStep : mState->mSteps )
+    {
+        NetworkState::ReportFailure( "expected send never came: " +
+                                     Describe( lStep.mBytes.value_or( Bytes() ) ) );
+    }
+}
+
+ScriptedNetwork& ScriptedNetwork::Expect( const Bytes& aBytes )
+{
+    mState->mSteps.push_back( { aBytes, std::nullopt, {} } );
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::ExpectAnySend()
+{
+    mState->mSteps.emplace_back();
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::Refuse( const Result& aResult )
+{
+    mState->GetLastStep().mRefusal = aResult;
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::Silence()
+{
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::Reply( const Bytes& aBytes, AFTER_MS aAfter )
+{
+    NetworkState::Event lEvent;
+    lEvent.mTime = aAfter.mMilliseconds;
+    lEvent.mBytes = aBytes;
+    mState->GetLastStep().mEvents.push_back( std::move( lEvent ) );
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::ReplyFrom( const Peer& aFrom, const Bytes& aBytes,
+                                             AFTER_MS aAfter )
+{
+    Reply( aBytes, aAfter );
+    mState->GetLastStep().mEvents.back().mFrom = aFrom;
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::FailReceive( const Result& aResult, AFTER_MS aAfter )
+{
+    Reply( {}, aAfter );
+    mState->GetLastStep().mEvents.back().mFailure = aResult;
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::Do( std::function<void()> aAction, AFTER_MS aAfter )
+{
+    Reply( {}, aAfter );
+    mState->GetLastStep().mEvents.back().mAction = std::move( aAction );
+    return *this;
+}
+
+ScriptedNetwork& ScriptedNetwork::Attach( Device aDevice )
+{
+    mState->mDevice = std::move( aDevice );
+    return *this;
+}
+
+const std::vector<ScriptedNetwork::Sent>& ScriptedNetwork::GetSends() const
+{
+    return mState->mSends;
+}
+
+const std::vector<unsigned int>& ScriptedNetwork::GetSelectTimeouts() const
+{
+    return mState->mSelectTimeouts;
+}
+
+const std::vector<int>& ScriptedNetwork::GetReceiveSizes() const
+{
+    return mState->mReceiveSizes;
+}
+
+bool ScriptedNetwork::IsScriptDone() const
+{
+    return mState->mSteps.empty();
+}
+
+} // namespace Scripted
+} // namespace WdUtilsLib

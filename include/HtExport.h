@@ -1,0 +1,8 @@
+// HtBase: what the library shows to others.
+#pragma once
+
+#if defined( _WIN32 )
+#define HTBASE_API
+#else
+#define HTBASE_API [[gnu::visibility( "default" )]]
+#endif
