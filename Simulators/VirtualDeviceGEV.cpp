@@ -93,6 +93,13 @@ bool AlwaysAnswers( uint16_t aCommand )
            ( aCommand == Command::READMEM );
 }
 
+// What a refusal carries: a write acknowledge always has its index.
+Bytes MakeRefusalPayload( uint16_t aCommand )
+{
+    const bool lWrites = ( aCommand == Command::WRITEREG ) || ( aCommand == Command::WRITEMEM );
+    return lWrites ? MakeIndex( 0 ) : Bytes();
+}
+
 } // namespace
 
 VirtualDeviceGEV::VirtualDeviceGEV( const Configuration& aConfiguration )
@@ -121,7 +128,8 @@ std::vector<Outgoing> VirtualDeviceGEV::Receive( const Endpoint& aFrom, const ui
     // that of the datagram is told apart by 0x800E; 0x8009, message mismatch, has been withdrawn.
     if ( mConfiguration.mStrict && ( lParsed.mLength != lParsed.mPayload.size() ) )
     {
-        return Send( lParsed, {}, { Status::INVALID_HEADER, {} } );
+        const Bytes lPayload = MakeRefusalPayload( lParsed.mCommand );
+        return Send( lParsed, {}, { Status::INVALID_HEADER, lPayload } );
     }
     if ( mHolder == aFrom )
     {
@@ -263,7 +271,7 @@ VirtualDeviceGEV::Reply VirtualDeviceGEV::WriteRegisters( const Parsed& aParsed 
     const size_t lCount = aParsed.mPayload.size() / 8;
     if ( !IsCountRight( aParsed, 8, PAIRS_SIZE_MAX ) || !MayConcatenate( lCount ) )
     {
-        return { Status::INVALID_PARAMETER, MakeIndex( 0 ) };
+        return { Status::INVALID_PARAMETER, MakeRefusalPayload( Command::WRITEREG ) };
     }
     for ( size_t i = 0; i < lCount; i++ )
     {
@@ -313,13 +321,13 @@ VirtualDeviceGEV::Reply VirtualDeviceGEV::WriteMemory( const Parsed& aParsed )
     const uint32_t lCapability = mSpace.GetWord( Register::GVCP_CAPABILITY );
     if ( ( lCapability & Capability::GVCP_WRITEMEM ) == 0 )
     {
-        return { Status::NOT_IMPLEMENTED, {} };
+        return { Status::NOT_IMPLEMENTED, MakeRefusalPayload( Command::WRITEMEM ) };
     }
     const Bytes& lPayload = aParsed.mPayload;
     const bool lIsWhole = !mConfiguration.mStrict || ( lPayload.size() % 4 == 0 );
     if ( ( lPayload.size() <= 4 ) || ( lPayload.size() > PAYLOAD_MAX ) || !lIsWhole )
     {
-        return { Status::INVALID_PARAMETER, MakeIndex( 0 ) };
+        return { Status::INVALID_PARAMETER, MakeRefusalPayload( Command::WRITEMEM ) };
     }
     const size_t lSize = lPayload.size() - 4;
     const uint64_t lAddress = Get32( lPayload, 0 );
