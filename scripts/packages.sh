@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the other scripts: what the project needs from Debian, and how to get it.
 # Says what it installs, installs only what is missing, and needs no network when nothing is.
 
