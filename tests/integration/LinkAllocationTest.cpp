@@ -35,16 +35,17 @@ void* Allocate( std::size_t aSize )
 
 } // namespace
 
-// The forms for arrays and those that do not throw come down to these.
-void* operator new( std::size_t aSize )
+// The forms for arrays and those that do not throw come down to these. Inlined only in part, they
+// would look to the compiler as if they did not match.
+[[gnu::noinline]] void* operator new( std::size_t aSize )
 {
     return Allocate( aSize );
 }
-void operator delete( void* aMemory ) noexcept
+[[gnu::noinline]] void operator delete( void* aMemory ) noexcept
 {
     std::free( aMemory );
 }
-void operator delete( void* aMemory, std::size_t ) noexcept
+[[gnu::noinline]] void operator delete( void* aMemory, std::size_t ) noexcept
 {
     std::free( aMemory );
 }
