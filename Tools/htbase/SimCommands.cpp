@@ -38,9 +38,6 @@ constexpr uint32_t PENDING_MAX = 60000; // ms
 
 constexpr const char* VERSIONS[] = { "1.0", "1.1", "1.2", "2.0", "2.1" };
 
-// What the parser gives for --version without a value.
-constexpr const char* NO_VALUE = "true";
-
 // What a pending acknowledge announces beyond the time that the device takes, so that a punctual
 // answer is not a close race.
 constexpr uint32_t PENDING_MARGIN = 100; // ms
@@ -169,7 +166,7 @@ void Announce( Program& aProgram, const DeviceServer& aServer )
 
 void Serve( Program& aProgram, const SimOptions& aOptions )
 {
-    if ( aOptions.mVersion == NO_VALUE )
+    if ( aOptions.mVersion.empty() ) // --version without a value
     {
         Print( "htbase " HTBASE_VERSION "\n" );
         return;

@@ -107,6 +107,16 @@ void RunCommand( Program& aProgram )
     }
 }
 
+// What is wrong with the command line. A command that does not exist shows as one that is missing.
+std::string Explain( const CLI::App& aApp, const CLI::ParseError& aError )
+{
+    const std::vector<std::string> lUnknown = aApp.remaining( true );
+    const std::string lText = aError.what();
+    return lText == CLI::RequiredError::Subcommand( 1 ).what() && !lUnknown.empty()
+               ? "'" + lUnknown.front() + "' is neither a command nor an option"
+               : lText;
+}
+
 // The command line as it was understood; returns false when there is nothing more to do, because it
 // only asked for help or the version.
 bool Parse( CLI::App& aApp, int aCount, char** aArguments )
@@ -126,20 +136,9 @@ bool Parse( CLI::App& aApp, int aCount, char** aArguments )
         (void)aApp.exit( lHelp, lText, lText );
         Print( lText.str() );
     }
-    catch ( const CLI::RequiredError& lError )
-    {
-        // A command that does not exist shows as one that is missing.
-        const std::vector<std::string> lUnknown = aApp.remaining( true );
-        const bool lIsUnknown =
-            lError.get_exit_code() == static_cast<int>( CLI::ExitCodes::RequiredError ) &&
-            !lUnknown.empty();
-        throw MakeUsageFailure( ( lIsUnknown ? "'" + lUnknown.front() + "' is no command"
-                                             : std::string( lError.what() ) ) +
-                                " - see htbase --help" );
-    }
     catch ( const CLI::ParseError& lError )
     {
-        throw MakeUsageFailure( std::string( lError.what() ) + " - see htbase --help" );
+        throw MakeUsageFailure( Explain( aApp, lError ) + " - see htbase --help" );
     }
     return false;
 }
