@@ -714,7 +714,7 @@ TEST( SocketUDP, CloseMayRunBesideEveryOperation )
         ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
         ASSERT_TRUE( lSocket.Connect( LOOPBACK, lPeer.GetLocalPort() ).IsOK() );
         ASSERT_TRUE( lSocket.SetTimeoutRx( 1 ).IsOK() );
-        const auto lUntilClosed = [&lSocket]( const std::function<Result()>& aOperation )
+        const auto lUntilClosed = []( const std::function<Result()>& aOperation )
         {
             return std::thread(
                 [aOperation]
