@@ -171,13 +171,29 @@ TEST_F( Sim, AnAddressThatCannotBeHadIsTold )
 TEST_F( Sim, OptionsThatAreNoneAreWrongUsage )
 {
     const std::vector<Arguments> lCases = {
-        { "--version", "3.0" }, { "--version", "2" },        { "--address", "host" },
-        { "--port", "65536" },  { "--port", "-1" },          { "--port", "abc" },
-        { "--loss", "1.5" },    { "--loss", "-0.1" },        { "--loss", "many" },
-        { "--loss", "nan" },    { "--delay", "2" },          { "--corrupt", "2" },
-        { "--stray", "" },      { "--seed", "-1" },          { "--seed", "x" },
-        { "--pending", "-1" },  { "--pending", "60001" },    { "--mac", "00:11:22" },
-        { "--heartbeat", "0" }, { "--max-delay", "100000" }, { "extra" },
+        { "--version", "3.0" },
+        { "--version", "2" },
+        { "--address", "host" },
+        { "--port", "65536" },
+        { "--port", "-1" },
+        { "--port", "abc" },
+        { "--loss", "1.5" },
+        { "--loss", "-0.1" },
+        { "--loss", "many" },
+        { "--loss", "nan" },
+        { "--delay", "2" },
+        { "--corrupt", "2" },
+        { "--stray", "" },
+        { "--seed", "" },
+        { "--seed", "4294967296" },
+        { "--seed", "-1" },
+        { "--seed", "x" },
+        { "--pending", "-1" },
+        { "--pending", "60001" },
+        { "--mac", "00:11:22" },
+        { "--heartbeat", "0" },
+        { "--max-delay", "100000" },
+        { "extra" },
     };
     for ( const Arguments& lCase : lCases )
     {

@@ -214,10 +214,10 @@ bool ToolTest::IsControlHeld()
         { return lDevice.mDevice.GetHolder( QmUtilsLib::Thread::GetTickCount() ).has_value(); } );
 }
 
-void ToolTest::SetSilent( uint32_t aAddress )
+void ToolTest::SetSilent( uint32_t aAddress, bool aIsSilent )
 {
     LoopbackDevice& lDevice = GetDevice();
-    lDevice.mServer.Access( [&] { lDevice.mDevice.SetSilent( aAddress ); } );
+    lDevice.mServer.Access( [&] { lDevice.mDevice.SetSilent( aAddress, aIsSilent ); } );
 }
 
 std::vector<SeenCommand> ToolTest::GetCommands()

@@ -92,7 +92,7 @@ protected:
     std::string GetMemory( uint32_t aAddress, size_t aSize );
     void SetMemory( uint32_t aAddress, const std::string& aBytes ); // whole words
     bool IsControlHeld();
-    void SetSilent( uint32_t aAddress );
+    void SetSilent( uint32_t aAddress, bool aIsSilent = true );
     std::vector<SeenCommand> GetCommands();
     std::vector<SeenCommand> GetCommands( uint16_t aCommand );
 
