@@ -1,6 +1,5 @@
 #include "support/AllocationCounter.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -8,14 +7,14 @@
 namespace
 {
 
-std::atomic<unsigned long long> gCount{ 0 };
+thread_local unsigned long long tCount = 0;
 
 } // namespace
 
 // The array and no-throw forms of the standard library come here too.
 void* operator new( std::size_t aSize )
 {
-    gCount.fetch_add( 1, std::memory_order_relaxed );
+    ++tCount;
     void* const lMemory = std::malloc( aSize != 0 ? aSize : 1 );
     if ( lMemory == nullptr )
     {
@@ -39,7 +38,7 @@ namespace TestSupport
 
 unsigned long long GetAllocationCount()
 {
-    return gCount.load( std::memory_order_relaxed );
+    return tCount;
 }
 
 } // namespace TestSupport

@@ -4,9 +4,8 @@
 namespace TestSupport
 {
 
-// GetAllocationCount gives the number of times that any thread has called operator new since the
-// program started. Add AllocationCounter.cpp to the sources of the test program: it replaces the
-// operator.
+// GetAllocationCount gives the number of times that the calling thread has called operator new. Add
+// AllocationCounter.cpp to the sources of the test program: it replaces the operator.
 unsigned long long GetAllocationCount();
 
 } // namespace TestSupport
