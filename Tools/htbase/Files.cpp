@@ -116,6 +116,10 @@ OutputFile::OutputFile( const std::string& aPath )
     : mPath( aPath )
     , mTarget( aPath )
 {
+    if ( aPath.empty() )
+    {
+        throw MakeFileFailure( "write", mPath, GetSystemErrorText( ENOENT ) );
+    }
     struct stat lStatus
     {
     };

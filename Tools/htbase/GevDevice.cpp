@@ -120,17 +120,13 @@ Result GevDevice::ReleaseControl()
     {
         return Result::OK;
     }
-    Result lResult = EnterCleanUp();
-    if ( lResult.IsOK() )
+    const Result lResult = EnterCleanUp();
+    if ( !lResult.IsOK() )
     {
-        const uint32_t lValue = OPEN_ACCESS;
-        lResult = Repeat(
-            [&] {
-                return mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE,
-                                            lControl == Control::UNCERTAIN );
-            } );
+        return lResult;
     }
-    return lResult;
+    const uint32_t lValue = OPEN_ACCESS;
+    return mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE, lControl == Control::UNCERTAIN );
 }
 
 // Of the thread that watches for signals.

@@ -35,7 +35,7 @@ struct DumpOptions
     GevTarget mTarget;
     std::string mAddress;
     std::string mLength;
-    std::string mPath;
+    std::optional<std::string> mPath;
 };
 
 struct LoadOptions
@@ -158,14 +158,11 @@ void ReadRange( GevDevice& aDevice, const Range& aRange, const Sink& aSink )
     }
 }
 
-void DumpToFile( Program& aProgram, GevDevice& aDevice, const Range& aRange,
-                 const std::string& aPath )
+void DumpToFile( GevDevice& aDevice, const Range& aRange, OutputFile& aFile )
 {
-    OutputFile lFile( aPath );
     ReadRange( aDevice, aRange,
-               [&]( const uint8_t* aData, size_t aSize ) { lFile.Write( aData, aSize ); } );
-    lFile.Commit();
-    aProgram.mReport["file"] = aPath;
+               [&]( const uint8_t* aData, size_t aSize ) { aFile.Write( aData, aSize ); } );
+    aFile.Commit();
 }
 
 void DumpToReport( Program& aProgram, GevDevice& aDevice, const Range& aRange )
@@ -189,10 +186,16 @@ void Dump( Program& aProgram, const DumpOptions& aOptions )
     const Range lRange = ParseRange( aOptions.mAddress, aOptions.mLength );
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
     BeginReport( aProgram, lDevice, lRange );
-    const StatisticsAtEnd lStatistics( aProgram, lDevice );
-    if ( !aOptions.mPath.empty() )
+    std::optional<OutputFile> lFile; // goes before the device does, which can be interrupted
+    if ( aOptions.mPath )
     {
-        DumpToFile( aProgram, lDevice, lRange, aOptions.mPath );
+        lFile.emplace( *aOptions.mPath );
+        aProgram.mReport["file"] = *aOptions.mPath;
+    }
+    const StatisticsAtEnd lStatistics( aProgram, lDevice );
+    if ( lFile )
+    {
+        DumpToFile( lDevice, lRange, *lFile );
         return;
     }
     if ( aProgram.mIsJson )
