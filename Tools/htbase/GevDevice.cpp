@@ -188,7 +188,7 @@ std::string GevDevice::GetStatisticsText() const
            lCount( mRepeats, "repeated piece" ) + ", " + lCount( mRenewals, "control renewal" );
 }
 
-ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted )
+ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted, const std::string& aMore )
     : mDevice( aDevice )
     , mIsActive( aIsWanted )
 {
@@ -199,7 +199,7 @@ ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted )
     const Result lResult = mDevice.TakeControl();
     if ( !lResult.IsOK() )
     {
-        const Failure lFailure = mDevice.MakeFailure( "take control", lResult );
+        const Failure lFailure = mDevice.MakeFailure( "take control", lResult, aMore );
         (void)mDevice.ReleaseControl(); // only if it may have been given; the first failure counts
         throw lFailure;
     }

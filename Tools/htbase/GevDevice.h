@@ -103,8 +103,9 @@ private:
 class ControlScope
 {
 public:
-    // Throws a failure when the device does not give it. Without aIsWanted nothing is done at all.
-    ControlScope( GevDevice& aDevice, bool aIsWanted );
+    // Throws a failure when the device does not give it; aMore is added to the reason, as in
+    // GevDevice::MakeFailure. Without aIsWanted nothing is done at all.
+    ControlScope( GevDevice& aDevice, bool aIsWanted, const std::string& aMore );
     ~ControlScope(); // gives back, and says so on standard error when that failed
 
     ControlScope( const ControlScope& ) = delete;

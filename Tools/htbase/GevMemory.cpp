@@ -30,6 +30,8 @@ constexpr uint64_t ADDRESSES = uint64_t{ 1 } << 32;
 constexpr uint32_t WORD = 4;
 constexpr uint32_t PIECE = 512;
 
+constexpr const char* REACHED = "reached the device";
+
 struct DumpOptions
 {
     GevTarget mTarget;
@@ -132,6 +134,13 @@ private:
 // Where the bytes of a dump go, in order.
 using Sink = std::function<void( const uint8_t* aData, size_t aSize )>;
 
+// ", 512 of 1024 bytes ...".
+std::string GetHowMany( uint64_t aDone, const Range& aRange, const char* aWhat )
+{
+    return ", " + std::to_string( aDone ) + " of " + FormatCount( aRange.GetLength(), "byte" ) +
+           " " + aWhat;
+}
+
 // Reads whole words and hands on what belongs to the range.
 void ReadRange( GevDevice& aDevice, const Range& aRange, const Sink& aSink )
 {
@@ -145,10 +154,9 @@ void ReadRange( GevDevice& aDevice, const Range& aRange, const Sink& aSink )
         const Result lResult = aDevice.ReadPiece( lPiece, lAddress32, lSize );
         if ( !lResult.IsOK() )
         {
-            throw aDevice.MakeFailure(
-                "read " + std::to_string( lSize ) + " bytes at " + FormatHex( lAddress32 ), lResult,
-                ", " + std::to_string( lBefore ) + " of " + std::to_string( aRange.GetLength() ) +
-                    " bytes were read" );
+            throw aDevice.MakeFailure( "read " + std::to_string( lSize ) + " bytes at " +
+                                           FormatHex( lAddress32 ),
+                                       lResult, GetHowMany( lBefore, aRange, "were read" ) );
         }
         const uint64_t lAfter = aRange.CountBefore( lAddress + lSize );
         const uint64_t lCut = aRange.GetAddress() + lBefore - lAddress;
@@ -234,9 +242,8 @@ void MergeWord( Program& aProgram, GevDevice& aDevice, Image& aImage, uint64_t a
     const Result lResult = aDevice.ReadPiece( lHeld, lAddress, WORD );
     if ( !lResult.IsOK() )
     {
-        throw aDevice.MakeFailure(
-            "read the partly loaded word at " + FormatHex( lAddress ), lResult,
-            ", 0 of " + std::to_string( aImage.mRange.GetLength() ) + " bytes reached the device" );
+        throw aDevice.MakeFailure( "read the partly loaded word at " + FormatHex( lAddress ),
+                                   lResult, GetHowMany( 0, aImage.mRange, REACHED ) );
     }
     uint64_t lKept = 0;
     for ( uint32_t lByte = 0; lByte < WORD; ++lByte )
@@ -277,7 +284,6 @@ void WriteImage( Program& aProgram, GevDevice& aDevice, const Image& aImage )
 {
     const Range& lRange = aImage.mRange;
     Progress lProgress( lRange.GetLength() );
-    aProgram.mReport["bytesWritten"] = 0;
     for ( uint64_t lAddress = lRange.GetFirstWord(); lAddress < lRange.GetLastWordEnd(); )
     {
         const uint32_t lSize = GetPieceSize( lRange, lAddress );
@@ -289,9 +295,7 @@ void WriteImage( Program& aProgram, GevDevice& aDevice, const Image& aImage )
         {
             throw aDevice.MakeFailure(
                 "write " + std::to_string( lSize ) + " bytes at " + FormatHex( lAddress32 ),
-                lResult,
-                ", " + std::to_string( lRange.CountBefore( lAddress ) ) + " of " +
-                    std::to_string( lRange.GetLength() ) + " bytes reached the device" );
+                lResult, GetHowMany( lRange.CountBefore( lAddress ), lRange, REACHED ) );
         }
         lAddress += lSize;
         aProgram.mReport["bytesWritten"] = lRange.CountBefore( lAddress );
@@ -305,8 +309,9 @@ void Load( Program& aProgram, const LoadOptions& aOptions )
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
     BeginReport( aProgram, lDevice, lImage.mRange );
     aProgram.mReport["file"] = aOptions.mPath;
+    aProgram.mReport["bytesWritten"] = 0;
     const StatisticsAtEnd lStatistics( aProgram, lDevice );
-    ControlScope lControl( lDevice, !aOptions.mNoControl );
+    ControlScope lControl( lDevice, !aOptions.mNoControl, GetHowMany( 0, lImage.mRange, REACHED ) );
     MergePartialWords( aProgram, lDevice, lImage );
     WriteImage( aProgram, lDevice, lImage );
     lControl.Release( "all bytes reached the device" );

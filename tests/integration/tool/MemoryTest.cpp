@@ -343,6 +343,21 @@ TEST_F( Memory, ALoadTakesControlFirstAndGivesItBackLast )
     EXPECT_FALSE( IsControlHeld() );
 }
 
+TEST_F( Memory, ALoadThatGetsNoControlSaysThatNothingReachedTheDevice )
+{
+    const std::string lPath = mFolder.GetPath( "file" );
+    WriteFile( lPath, MakeBytes( 7 ) );
+    LoopbackDevice& lDevice = GetDevice();
+    lDevice.mServer.Access( [&]
+                            { lDevice.mDevice.Refuse( Command::WRITEREG, PRIVILEGE, 0x8006 ); } );
+    const Outcome lOutcome = RunGev( "load", { "0x100001", lPath, "--json" } );
+    EXPECT_EQ( lOutcome.mStatus, 1 );
+    EXPECT_THAT( lOutcome.mError, AllOf( HasSubstr( "cannot take control of " + GetTarget() ),
+                                         HasSubstr( "0 of 7 bytes reached the device" ) ) );
+    EXPECT_EQ( ParseReport( lOutcome )["bytesWritten"], 0 );
+    EXPECT_THAT( GetCommands( Command::WRITEMEM ), IsEmpty() );
+}
+
 TEST_F( Memory, ALoadWithoutControlLeavesItAlone )
 {
     Simulators::ConfigurationGEV lConfiguration;
@@ -369,6 +384,7 @@ TEST_F( Memory, AFileThatCannotBeLoadedIsToldBeforeAnythingIsSent )
         { { "0x100000", lEmpty }, "it is empty" },
         { { "0x100000", "/dev/zero" }, "it is neither a regular file nor a pipe" },
         { { "0xFFFFFFFC", lLong }, "it is longer than the 4 bytes" },
+        { { "0xFFFFFFFF", lLong }, "it is longer than the 1 byte from" },
     };
     for ( const auto& [lArguments, lReason] : lCases )
     {
@@ -423,7 +439,7 @@ TEST_F( Memory, APieceThatNeverArrivesIsRepeatedFiveTimes )
     WriteFile( lPath, MakeBytes( 2048 ) );
     SetSilent( MEMORY + 1024 );
     const Outcome lOutcome =
-        RunGev( "load", { "0x100000", lPath, "--timeout", "20", "--retries", "2", "--json" } );
+        RunGev( "load", { "0x100000", lPath, "--timeout", "300", "--retries", "2", "--json" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
     const nlohmann::json lReport = ParseReport( lOutcome );
     EXPECT_EQ( lReport["bytesWritten"], 1024 );

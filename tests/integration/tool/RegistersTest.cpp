@@ -167,7 +167,8 @@ TEST_F( Registers, ControlIsGivenBackAfterARefusedWrite )
 TEST_F( Registers, ControlIsGivenBackAfterATimeOut )
 {
     SetSilent( 0xA000 );
-    const Outcome lOutcome = RunGev( "write", { "0xA000=5", "--timeout", "50", "--retries", "2" } );
+    const Outcome lOutcome =
+        RunGev( "write", { "0xA000=5", "--timeout", "600", "--retries", "2" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
     ExpectOneSentence( lOutcome.mError );
     EXPECT_THAT( lOutcome.mError,
@@ -185,10 +186,11 @@ TEST_F( Registers, ControlOfAnotherHostIsRespected )
     PatientLink lLink( &lOther.mSocket, 3, 1000 );
     const unsigned int lControl = 2;
     ASSERT_TRUE( lLink.WriteRegister( &lControl, PRIVILEGE, false ).IsOK() );
-    const Outcome lOutcome = RunGev( "write", { "0xA000=5" } );
+    const Outcome lOutcome = RunGev( "write", { "0xA000=5", "0xA004=6" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
     ExpectOneSentence( lOutcome.mError );
     EXPECT_THAT( lOutcome.mError, AllOf( HasSubstr( "cannot take control of " + GetTarget() ),
+                                         HasSubstr( ", 0 of 2 registers were written - " ),
                                          HasSubstr( "another host holds control" ) ) );
     EXPECT_THAT( GetCommands(), ElementsAre( WriteOf( PRIVILEGE, 2 ), WriteOf( PRIVILEGE, 2 ) ) );
     EXPECT_TRUE( IsControlHeld() );
@@ -207,10 +209,10 @@ TEST_F( Registers, ControlThatMayHaveBeenGivenIsGivenBack )
 TEST_F( Registers, ControlThatCannotBeGivenBackIsNoSuccess )
 {
     Simulators::ConfigurationGEV lConfiguration;
-    lConfiguration.mPending = { 60000, 500, 1, false, { Command::WRITEREG } };
+    lConfiguration.mPending = { 60000, 1000, 1, false, { Command::WRITEREG } };
     Serve( lConfiguration );
     ChildProcess lChild(
-        MakeGevCommand( "write", { "0xA000=5", "--timeout", "100", "--retries", "1" } ) );
+        MakeGevCommand( "write", { "0xA000=5", "--timeout", "1000", "--retries", "1" } ) );
     WaitForCommand( Command::WRITEREG, 0xA000 );
     SetSilent( PRIVILEGE );
     const Ending lEnding = lChild.Wait();
@@ -235,7 +237,7 @@ TEST_F( Registers, APatientUserWaitsForThreeTimes400Milliseconds )
 {
     SetSilent( 0xA000 );
     const auto lStart = std::chrono::steady_clock::now();
-    EXPECT_EQ( RunGev( "read", { "0xA000" } ).mStatus, 1 );
+    EXPECT_EQ( RunTool( { "gev", "read", GetTarget(), "0xA000" } ).mStatus, 1 );
     EXPECT_GE( std::chrono::steady_clock::now() - lStart, std::chrono::milliseconds( 1200 ) );
     EXPECT_THAT( GetCommands( Command::READREG ), SizeIs( 3 ) );
 }

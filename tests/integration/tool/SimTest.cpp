@@ -33,7 +33,7 @@ protected:
     {
         Arguments lArguments = { "gev", aCommand, mTarget };
         lArguments.insert( lArguments.end(), aArguments.begin(), aArguments.end() );
-        return RunTool( lArguments );
+        return RunTool( MakePatient( lArguments ) );
     }
 
     std::unique_ptr<ChildProcess> mProcess;
@@ -110,9 +110,9 @@ TEST_F( Sim, IsWhatItIsToldToBe )
 
 TEST_F( Sim, TakesItsTimeAndSaysSo )
 {
-    Start( { "--pending", "100" } );
+    Start( { "--pending", "1500" } );
     const Outcome lOutcome =
-        RunGev( "read", { "0xA000", "--timeout", "50", "--retries", "1", "--json" } );
+        RunGev( "read", { "0xA000", "--timeout", "1000", "--retries", "1", "--json" } );
     EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
     EXPECT_EQ( ParseReport( lOutcome )["statistics"]["pendingAcknowledges"], 1 );
 }
@@ -124,7 +124,7 @@ TEST_F( Sim, TheSameSeedLosesTheSameDatagrams )
     {
         Start( { "--loss", "0.3", "--seed", "11" } );
         const Outcome lOutcome = RunGev(
-            "read", { "0", "4", "8", "12", "0", "4", "--timeout", "300", "--retries", "20" } );
+            "read", { "0", "4", "8", "12", "0", "4", "--timeout", "500", "--retries", "20" } );
         EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
         mProcess->Signal( SIGINT );
         EXPECT_EQ( mProcess->Wait().mStatus, 0 );

@@ -57,6 +57,16 @@ Arguments MakeToolCommand( const Arguments& aArguments )
     return lCommand;
 }
 
+Arguments MakePatient( const Arguments& aArguments )
+{
+    Arguments lArguments = aArguments;
+    if ( std::find( lArguments.begin(), lArguments.end(), "--timeout" ) == lArguments.end() )
+    {
+        lArguments.insert( lArguments.end(), { "--timeout", "5000" } );
+    }
+    return lArguments;
+}
+
 Outcome RunTool( const Arguments& aArguments, const ChildProcess::Options& aOptions )
 {
     return RunProgram( MakeToolCommand( aArguments ), aOptions );
@@ -160,7 +170,7 @@ Arguments ToolTest::MakeGevCommand( const std::string& aCommand, const Arguments
 {
     Arguments lArguments = { "gev", aCommand, GetTarget() };
     lArguments.insert( lArguments.end(), aArguments.begin(), aArguments.end() );
-    return MakeToolCommand( lArguments );
+    return MakeToolCommand( MakePatient( lArguments ) );
 }
 
 Outcome ToolTest::RunGev( const std::string& aCommand, const Arguments& aArguments,

@@ -21,6 +21,10 @@ using Arguments = std::vector<std::string>;
 // The command line of the program.
 Arguments MakeToolCommand( const Arguments& aArguments );
 
+// The arguments, with a time-out so long that a slow machine causes no repeated command, unless
+// they have one of their own.
+Arguments MakePatient( const Arguments& aArguments );
+
 // Runs the program to its end; 20 s at most.
 Outcome RunTool( const Arguments& aArguments, const ChildProcess::Options& aOptions = {} );
 
@@ -81,7 +85,7 @@ protected:
     // "127.0.0.1:40000".
     std::string GetTarget();
 
-    // Runs `gev COMMAND TARGET ARGUMENT...`.
+    // Runs `gev COMMAND TARGET ARGUMENT...`, patiently.
     Outcome RunGev( const std::string& aCommand, const Arguments& aArguments,
                     const ChildProcess::Options& aOptions = {} );
     Arguments MakeGevCommand( const std::string& aCommand, const Arguments& aArguments );
