@@ -288,8 +288,8 @@ TEST_F( CapabilitiesGEVThreads, ReadARecordAndItsCopyOneAfterTheOther )
 
 TEST_F( CapabilitiesGEVThreads, GetOtherRecordsWhileADeviceIsRead )
 {
-    CapabilitiesGEV* lOther = nullptr;
-    CapabilitiesGEV* lSame = nullptr;
+    std::atomic<CapabilitiesGEV*> lOther{ nullptr };
+    std::atomic<CapabilitiesGEV*> lSame{ nullptr };
     // On the device's thread, while the record waits for the first answer.
     TableServer lDevice(
         [&]
@@ -301,9 +301,9 @@ TEST_F( CapabilitiesGEVThreads, GetOtherRecordsWhileADeviceIsRead )
     LoopbackSocket lSocket( lDevice.GetPort() );
     PatientLink lLink( &lSocket.mSocket, 1, PATIENCE );
     EXPECT_TRUE( lRecord->Init( &lLink ).IsOK() );
-    EXPECT_NE( nullptr, lOther );
-    EXPECT_NE( lRecord, lOther );
-    EXPECT_EQ( lRecord, lSame );
+    EXPECT_NE( nullptr, lOther.load() );
+    EXPECT_NE( lRecord, lOther.load() );
+    EXPECT_EQ( lRecord, lSame.load() );
 }
 
 TEST_F( CapabilitiesGEVThreads, MayUseTheRecordAsSoonAsItSaysItIsInitialised )
