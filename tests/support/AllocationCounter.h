@@ -1,0 +1,11 @@
+// How often a test program allocates.
+#pragma once
+
+namespace TestSupport
+{
+
+// GetAllocationCount gives the number of times that the calling thread has called operator new. Add
+// AllocationCounter.cpp to the sources of the test program: it replaces the operator.
+unsigned long long GetAllocationCount();
+
+} // namespace TestSupport
