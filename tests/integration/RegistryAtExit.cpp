@@ -1,7 +1,7 @@
 // A program that ends in the way its argument names, and watches how the shared capability records
 // go. It exits with 0 when everything was as it should be.
 
-#include "CountedAllocations.h"
+#include "support/AllocationCounter.h"
 
 #include <CapabilitiesGEV.h>
 
@@ -20,7 +20,7 @@ using WdUtilsLib::Network::EthernetAddress;
 const EthernetAddress ADDRESS( 0x0200, 0x5E100001 );
 const EthernetAddress OTHER( 0x0200, 0x5E100002 );
 
-long gAtStart = 0; // live allocations before the first record
+long long gAtStart = 0; // live allocations before the first record
 
 void Expect( bool aIsAsExpected, const char* aWhat )
 {
@@ -117,7 +117,7 @@ void Copies()
 {
     CapabilitiesGEV lSource( ADDRESS );
     CapabilitiesGEV lTarget( OTHER );
-    const long lBefore = GetAllocationCount();
+    const unsigned long long lBefore = GetAllocationCount();
     CapabilitiesGEV lCopy( lSource );
     lTarget = lSource;
     lTarget = lCopy;
