@@ -8,6 +8,7 @@ namespace
 {
 
 thread_local unsigned long long tCount = 0;
+thread_local unsigned long long tDeleted = 0;
 
 } // namespace
 
@@ -25,12 +26,13 @@ void* operator new( std::size_t aSize )
 
 void operator delete( void* aMemory ) noexcept
 {
+    tDeleted += aMemory != nullptr ? 1 : 0;
     std::free( aMemory );
 }
 
 void operator delete( void* aMemory, std::size_t ) noexcept
 {
-    std::free( aMemory );
+    operator delete( aMemory );
 }
 
 namespace TestSupport
@@ -39,6 +41,11 @@ namespace TestSupport
 unsigned long long GetAllocationCount()
 {
     return tCount;
+}
+
+long long GetLiveAllocationCount()
+{
+    return static_cast<long long>( tCount ) - static_cast<long long>( tDeleted );
 }
 
 } // namespace TestSupport
