@@ -4,6 +4,8 @@
 #include "Tools/htbase/HexDump.h"
 #include "Tools/htbase/Text.h"
 
+#include <QmUtilsLib/String.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -112,11 +114,13 @@ TEST( HexDumps, DoNotDependOnHowTheBytesCome )
 TEST( Results, AreDescribedWithNameTextAndSystemError )
 {
     EXPECT_EQ( Describe( Result( Result::NOT_CONNECTED ) ), "NOT_CONNECTED" );
-    EXPECT_EQ( Describe( Result( Result::TIMEOUT, 0, "Too late." ) ), "TIMEOUT (Too late)" );
+    EXPECT_EQ( Describe( Result( Result::TIMEOUT, 0, QmUtilsLib::String( "Too late." ) ) ),
+               "TIMEOUT (Too late)" );
     EXPECT_EQ( Describe( Result( Result::GENERIC_ERROR, ECONNREFUSED ) ),
                "GENERIC_ERROR (Connection refused, system error 111)" );
-    EXPECT_EQ( Describe( Result( Result::GENERIC_ERROR, ECONNREFUSED, "100 %s" ) ),
-               "GENERIC_ERROR (100 %s, Connection refused, system error 111)" );
+    EXPECT_EQ(
+        Describe( Result( Result::GENERIC_ERROR, ECONNREFUSED, QmUtilsLib::String( "100 %s" ) ) ),
+        "GENERIC_ERROR (100 %s, Connection refused, system error 111)" );
 }
 
 } // namespace HtBaseTool
