@@ -114,7 +114,7 @@ TEST_F( Memory, ALongDumpComesInPieces )
 
 TEST_F( Memory, ADumpIsReadableText )
 {
-    SetMemory( MEMORY, std::string( "\0ello, world\x7F\xFF~ {|}\n\t\0", 24 ) );
+    SetMemory( MEMORY, std::string( "\0ello, world\x7F\xFF~ {|}\n\t\0\0\0", 24 ) );
     const Outcome lOutcome = RunGev( "dump", { "0x100001", "21" } );
     EXPECT_EQ( lOutcome.mStatus, 0 );
     EXPECT_EQ( lOutcome.mOutput,
