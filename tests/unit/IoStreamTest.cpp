@@ -1,7 +1,7 @@
 #include "Libraries/HtBase/IoStream.h"
 
-#include "support/TemporaryDirectory.h"
-#include "support/VirtualSlot.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/VirtualSlot.h"
 
 #include <gmock/gmock.h>
 
