@@ -71,7 +71,8 @@ private:
     void Schedule( unsigned int aSocket, const Peer& aTo,
                    std::vector<ScriptedNetwork::Answer> aAnswers );
     void RunActions();
-    bool HasReadable( unsigned int aSocket ) const;
+    std::deque<Event>::iterator FindNotDue();
+    std::deque<Event>::iterator FindReadable( unsigned int aSocket );
 
     std::deque<Event> mEvents; // in order of time, then of arrival
     unsigned int mSocketCount = 0;
