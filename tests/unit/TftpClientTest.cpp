@@ -354,7 +354,7 @@ TEST_F( TftpTalk, BlockNumberWrapsToZero )
                 return { { Ack( 0 ), 0, TRANSFER } };
             }
             lExpected = ( lExpected + 1 ) % 65536;
-            const unsigned int lBlock = ( aSent.mBytes[2] << 8U ) | aSent.mBytes[3];
+            const unsigned int lBlock = aSent.mBytes[2] * 256U + aSent.mBytes[3];
             lBad += lBlock != lExpected ? 1 : 0;
             lArrived.insert( lArrived.end(), aSent.mBytes.begin() + 4, aSent.mBytes.end() );
             return { { Ack( lBlock ), 0, TRANSFER } };
