@@ -51,14 +51,14 @@ struct TftpClient::Failure
 };
 
 // A transfer's hold on the client. However the transfer ends, the client is free again.
-class TftpClient::Claim
+class TftpClient::Hold
 {
 public:
-    explicit Claim( TftpClient* aClient )
+    explicit Hold( TftpClient* aClient )
         : mClient( aClient->mIsRunning.exchange( true ) ? nullptr : aClient )
     {
     }
-    ~Claim()
+    ~Hold()
     {
         if ( mClient != nullptr )
         {
@@ -67,10 +67,10 @@ public:
         }
     }
 
-    Claim( const Claim& ) = delete;
-    Claim& operator=( const Claim& ) = delete;
+    Hold( const Hold& ) = delete;
+    Hold& operator=( const Hold& ) = delete;
 
-    bool IsHeld() const { return mClient != nullptr; }
+    bool IsGranted() const { return mClient != nullptr; }
 
 private:
     TftpClient* const mClient;
@@ -97,8 +97,8 @@ Result TftpClient::Init( const IpAddress& aAddress, const char* aRemoteFileName 
 
 Result TftpClient::SendFile( const char* aPath )
 {
-    const Claim lClaim( this );
-    if ( !lClaim.IsHeld() )
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
     {
         return Result::BUSY;
     }
@@ -118,8 +118,8 @@ Result TftpClient::SendFile( const char* aPath )
 
 Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
 {
-    const Claim lClaim( this );
-    if ( !lClaim.IsHeld() )
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
     {
         return Result::BUSY;
     }
@@ -131,8 +131,8 @@ Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
 
 Result TftpClient::GetFile( const char* aPath )
 {
-    const Claim lClaim( this );
-    if ( !lClaim.IsHeld() )
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
     {
         return Result::BUSY;
     }
@@ -145,8 +145,8 @@ Result TftpClient::GetFile( const char* aPath )
 
 Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
 {
-    const Claim lClaim( this );
-    if ( !lClaim.IsHeld() )
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
     {
         return Result::BUSY;
     }

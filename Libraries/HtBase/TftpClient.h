@@ -81,7 +81,7 @@ public:
     QmUtilsLib::Result GetProgress( long long& aDone, long long& aTotal ) const;
 
 private:
-    class Claim;
+    class Hold;
     struct Failure;
     using Snapshot = std::shared_ptr<const QmUtilsLib::Result>;
 
