@@ -60,7 +60,8 @@ public:
     // field.
     QmUtilsLib::Result SetCurrentDataSize( unsigned short aSize );
 
-    // The bytes of data, 0 before Initialize, and where they are to be put; null when not attached.
+    // The bytes of data that the length field tells, never more than the memory has room for, and
+    // where they are to be put; 0 and null when not attached.
     unsigned short GetCurrentDataSize() const;
     unsigned char* GetData();
 
