@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace Simulators
+{
+
+using Bytes = std::vector<uint8_t>;
+
+// A UDP address: an IPv4 address and a port, both in host order. Ordered by address, then port.
+struct Endpoint
+{
+    uint32_t mAddress = 0;
+    uint16_t mPort = 0;
+};
+
+inline bool operator==( const Endpoint& aA, const Endpoint& aB )
+{
+    return ( aA.mAddress == aB.mAddress ) && ( aA.mPort == aB.mPort );
+}
+
+inline bool operator!=( const Endpoint& aA, const Endpoint& aB )
+{
+    return !( aA == aB );
+}
+
+inline bool operator<( const Endpoint& aA, const Endpoint& aB )
+{
+    return ( aA.mAddress != aB.mAddress ) ? ( aA.mAddress < aB.mAddress ) : ( aA.mPort < aB.mPort );
+}
+
+// A datagram that is to leave for mTo, mDelayMs milliseconds (0 or more) after the call that
+// returned it. Whoever owns the socket keeps it until then; two that fall due together leave in the
+// order in which they were returned.
+struct Outgoing
+{
+    Bytes mBytes;
+    int64_t mDelayMs = 0;
+    Endpoint mTo;
+};
+
+} // namespace Simulators

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "Simulators/Datagram.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace Simulators
+{
+
+// A bad network in one direction. Each datagram goes through Apply, which returns what arrives
+// instead. What happens follows from the seed, the rates and the datagrams alone, on every machine;
+// a changed rate of one fault does not change when the others strike. With all rates 0 nothing is
+// changed. Copies go on independently. Not safe for several threads at once.
+class FaultPlan
+{
+public:
+    // How likely each fault is to strike a datagram: 0 never, 1 always; what lies outside counts as
+    // the nearer end, not-a-number as 0. Faults strike independently; one datagram can be cut,
+    // corrupted and sent twice. A lost datagram suffers nothing else; a stray can come in its
+    // place.
+    struct Rates
+    {
+        double mLoss = 0.0;
+        double mDelay = 0.0;
+        double mDuplicate = 0.0;
+        double mReorder = 0.0;
+        double mTruncate = 0.0;
+        double mCorrupt = 0.0;
+        double mStray = 0.0;
+
+        // A delayed datagram waits 1 to mMaxDelayMs longer.
+        uint32_t mMaxDelayMs = 100;
+        // A reordered datagram waits exactly this much longer, so that all that pass meanwhile
+        // overtake it; never longer, so nothing is held for ever. The default is above the 400 ms
+        // after which a host asks again, since in a talk of one question at a time nothing else
+        // overtakes.
+        uint32_t mHoldMs = 500;
+        // Corruption changes one of the first 8 bytes, the header; true: any byte.
+        bool mCorruptData = false;
+    };
+
+    // What happened so far.
+    struct Counters
+    {
+        uint64_t mSeen = 0; // calls of Apply
+        uint64_t mLost = 0;
+        uint64_t mDelayed = 0;
+        uint64_t mDuplicated = 0;
+        uint64_t mReordered = 0;
+        uint64_t mTruncated = 0;
+        uint64_t mCorrupted = 0;
+        uint64_t mStrays = 0;
+        uint64_t mPassed = 0; // came through once, whole, unchanged and in time
+    };
+
+    FaultPlan( const Rates& aRates, uint64_t aSeed );
+
+    // Returns what is to be sent in place of aDatagram, in order; possibly nothing. A truncated
+    // datagram keeps 0 to size - 1 bytes; an empty one is neither cut nor corrupted. A corrupted
+    // byte always changes. Both copies of a duplicated datagram are alike and leave together. A
+    // stray goes to the same address, in front of the datagram or behind it; it is either 1 to 64
+    // random bytes or one of the last 8 datagrams that came before.
+    std::vector<Outgoing> Apply( const Outgoing& aDatagram );
+
+    const Counters& GetCounters() const { return mCounters; }
+
+    // One line, without a line end: "100 datagrams: 78 passed, 20 lost, ...".
+    std::string GetSummary() const;
+
+private:
+    // Random numbers that are the same everywhere.
+    class Generator
+    {
+    public:
+        explicit Generator( uint64_t aSeed )
+            : mState( aSeed )
+        {
+        }
+        uint64_t Next();
+        // 0 to aCount - 1; 0 if aCount is 0.
+        uint64_t Below( uint64_t aCount );
+        bool Strikes( double aRate );
+
+    private:
+        uint64_t mState;
+    };
+
+    // Which faults strike one datagram.
+    struct Strikes
+    {
+        bool mLoss = false;
+        bool mDelay = false;
+        bool mDuplicate = false;
+        bool mReorder = false;
+        bool mTruncate = false;
+        bool mCorrupt = false;
+        bool mStray = false;
+    };
+
+    Strikes Draw();
+    void Deliver( std::vector<Outgoing>* aOut, const Outgoing& aDatagram, const Strikes& aStrikes,
+                  Generator* aDetails );
+    bool Truncate( Outgoing* aDatagram, Generator* aDetails );
+    bool Corrupt( Outgoing* aDatagram, Generator* aDetails );
+    Outgoing MakeStray( const Outgoing& aDatagram, Generator* aDetails );
+
+    Rates mRates;
+    Generator mGenerator;
+    Counters mCounters;
+    std::deque<Bytes> mEarlier;
+};
+
+} // namespace Simulators

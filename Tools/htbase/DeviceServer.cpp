@@ -1,0 +1,213 @@
+#include "Tools/htbase/DeviceServer.h"
+
+#include <QmUtilsLib/Thread.h>
+
+#include <algorithm>
+
+namespace HtBaseTool
+{
+
+using QmUtilsLib::LockScope;
+using QmUtilsLib::Result;
+using QmUtilsLib::Thread;
+using Simulators::FaultPlan;
+using Simulators::Outgoing;
+using WdUtilsLib::Network::IpAddress;
+using WdUtilsLib::Network::SocketUDP;
+
+namespace
+{
+
+// No UDP datagram is longer.
+constexpr size_t DATAGRAM_MAX = 65536;
+
+// Milliseconds to wait when nothing is due; Stop ends any wait.
+constexpr int64_t LONG_WAIT = 60000;
+
+} // namespace
+
+DeviceServer::DeviceServer( Core aCore )
+    : mCore( std::move( aCore ) )
+    , mBuffer( DATAGRAM_MAX )
+    , mRequestFaults( {}, 0 )
+    , mAnswerFaults( {}, 0 )
+{
+}
+
+DeviceServer::~DeviceServer()
+{
+    Stop();
+}
+
+Result DeviceServer::Open( const Options& aOptions )
+{
+    Stop();
+    const bool lIsShared = aOptions.mHearBroadcasts && aOptions.mAddress != IpAddress();
+    Result lResult = mSocket.Open( &aOptions.mAddress, aOptions.mPort, lIsShared );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    if ( lIsShared )
+    {
+        lResult = mBroadcast.Open( nullptr, mSocket.GetLocalPort(), true );
+        if ( !lResult.IsOK() )
+        {
+            Stop();
+            return lResult;
+        }
+    }
+    mBroadcastFilter = aOptions.mBroadcastFilter;
+    mWaiting.clear();
+    SetFaults( aOptions.mRequestFaults, aOptions.mAnswerFaults );
+    LockScope lLock( mMutex );
+    mCounters = Counters();
+    return Result::OK;
+}
+
+void DeviceServer::Start()
+{
+    // When the sockets fail there is nobody to tell: the device falls silent.
+    mThread = std::thread( [this] { (void)Serve(); } );
+}
+
+Result DeviceServer::Run()
+{
+    return mSocket.IsOpened() ? Serve() : Result( Result::NOT_CONNECTED );
+}
+
+void DeviceServer::Stop()
+{
+    (void)mSocket.Close(); // cannot fail; wakes the serving thread
+    (void)mBroadcast.Close();
+    if ( mThread.joinable() )
+    {
+        mThread.join();
+    }
+}
+
+void DeviceServer::SetFaults( const FaultPlan& aRequests, const FaultPlan& aAnswers )
+{
+    LockScope lLock( mMutex );
+    mRequestFaults = aRequests;
+    mAnswerFaults = aAnswers;
+}
+
+DeviceServer::Counters DeviceServer::GetCounters() const
+{
+    LockScope lLock( mMutex );
+    return mCounters;
+}
+
+FaultPlan DeviceServer::GetRequestFaults() const
+{
+    LockScope lLock( mMutex );
+    return mRequestFaults;
+}
+
+FaultPlan DeviceServer::GetAnswerFaults() const
+{
+    LockScope lLock( mMutex );
+    return mAnswerFaults;
+}
+
+// Ends when Stop has closed the device's own socket.
+Result DeviceServer::Serve()
+{
+    SocketUDP* lSockets[] = { &mSocket, &mBroadcast };
+    const unsigned int lCount = mBroadcast.IsOpened() ? 2 : 1;
+    while ( mSocket.IsOpened() )
+    {
+        SocketUDP* const lReady =
+            SocketUDP::SelectOnRx( lSockets, lCount, GetWait( Thread::GetTickCount() ), nullptr );
+        if ( lReady != nullptr )
+        {
+            const Result lResult = ReceiveOne( *lReady );
+            if ( lResult.IsFailure() && mSocket.IsOpened() )
+            {
+                return lResult;
+            }
+            // The first of the list goes first; a flood on one socket must not deafen the other.
+            std::reverse( lSockets, lSockets + lCount );
+        }
+        HandleDue( Thread::GetTickCount() );
+    }
+    return Result::OK;
+}
+
+unsigned int DeviceServer::GetWait( int64_t aNowMs ) const
+{
+    const int64_t lWait = mWaiting.empty() ? LONG_WAIT : mWaiting.begin()->first - aNowMs;
+    return static_cast<unsigned int>( std::clamp<int64_t>( lWait, 0, LONG_WAIT ) );
+}
+
+// OK also when nothing was there after all.
+Result DeviceServer::ReceiveOne( SocketUDP& aSocket )
+{
+    IpAddress lAddress;
+    unsigned short lPort = 0;
+    int lReceived = 0;
+    const Result lResult = aSocket.ReceiveFrom( mBuffer.data(), static_cast<int>( mBuffer.size() ),
+                                                lReceived, lAddress, lPort );
+    if ( !lResult.IsOK() )
+    {
+        return lResult == Result::TIMEOUT ? Result( Result::OK ) : lResult;
+    }
+    const auto lSize = static_cast<size_t>( lReceived ); // never negative when OK
+    if ( &aSocket == &mBroadcast && mBroadcastFilter && !mBroadcastFilter( mBuffer.data(), lSize ) )
+    {
+        return Result::OK;
+    }
+    Outgoing lRequest;
+    lRequest.mBytes.assign( mBuffer.begin(), mBuffer.begin() + lReceived );
+    lRequest.mTo = { lAddress.GetValue(), lPort };
+    LockScope lLock( mMutex );
+    ++mCounters.mReceived;
+    Queue( true, mRequestFaults.Apply( lRequest ), Thread::GetTickCount() );
+    return Result::OK;
+}
+
+void DeviceServer::Queue( bool aIsRequest, std::vector<Outgoing> aDatagrams, int64_t aNowMs )
+{
+    for ( Outgoing& lDatagram : aDatagrams )
+    {
+        const int64_t lDue = aNowMs + lDatagram.mDelayMs;
+        mWaiting.emplace( lDue, Waiting{ aIsRequest, std::move( lDatagram ) } );
+    }
+}
+
+void DeviceServer::HandleDue( int64_t aNowMs )
+{
+    while ( !mWaiting.empty() && mWaiting.begin()->first <= aNowMs )
+    {
+        const Waiting lWaiting = std::move( mWaiting.begin()->second );
+        mWaiting.erase( mWaiting.begin() );
+        if ( lWaiting.mIsRequest )
+        {
+            Deliver( lWaiting.mDatagram, aNowMs );
+            continue;
+        }
+        Send( lWaiting.mDatagram );
+    }
+}
+
+void DeviceServer::Deliver( const Outgoing& aRequest, int64_t aNowMs )
+{
+    LockScope lLock( mMutex );
+    for ( const Outgoing& lAnswer :
+          mCore( aRequest.mTo, aRequest.mBytes.data(), aRequest.mBytes.size(), aNowMs ) )
+    {
+        Queue( false, mAnswerFaults.Apply( lAnswer ), aNowMs );
+    }
+}
+
+void DeviceServer::Send( const Outgoing& aAnswer )
+{
+    const Result lResult =
+        mSocket.SendTo( aAnswer.mBytes.data(), static_cast<int>( aAnswer.mBytes.size() ),
+                        IpAddress( aAnswer.mTo.mAddress ), aAnswer.mTo.mPort );
+    LockScope lLock( mMutex );
+    ++( lResult.IsOK() ? mCounters.mSent : mCounters.mSendFailures );
+}
+
+} // namespace HtBaseTool

@@ -1,0 +1,142 @@
+// Puts a virtual device on a UDP address.
+#pragma once
+
+#include "Simulators/Datagram.h"
+#include "Simulators/FaultPlan.h"
+
+#include <QmUtilsLib/Mutex.h>
+#include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/Network/IpAddress.h>
+#include <WdUtilsLib/Network/SocketUDP.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace HtBaseTool
+{
+
+// DeviceServer gives a device core, which knows bytes only, a UDP address and the time: each
+// datagram that arrives goes to the core, and what the core returns leaves when it is due. A bad
+// network can be put in front of it, one fault plan for each way.
+//
+// The core runs on the serving thread, under the server's mutex. Whoever wants to look at the core,
+// or change it, while it serves does that through Access (or holds GetMutex()).
+//
+// Order of use: Open, then Start or Run, then Stop; after that it may be opened again. Stop may be
+// called at any time from any thread but the serving one; the other operations belong to one
+// thread.
+class DeviceServer
+{
+public:
+    // Takes one datagram and returns what is to be sent because of it. aNowMs is monotonic, in
+    // milliseconds; the calls never overlap.
+    using Core = std::function<std::vector<Simulators::Outgoing>(
+        const Simulators::Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNowMs )>;
+
+    struct Options
+    {
+        WdUtilsLib::Network::IpAddress mAddress{ 0x7F000001 };
+        unsigned short mPort = 0; // 0: the system chooses a free one
+
+        // true: a second socket on 0.0.0.0 and the same port hears what is broadcast; answers leave
+        // from mAddress all the same. Both sockets share their port, so that several devices on one
+        // machine hear the same broadcast; nothing then tells that a port is taken already.
+        bool mHearBroadcasts = false;
+        // Which datagrams of the second socket are taken; empty: all. That socket also gets what is
+        // sent to the machine's other addresses.
+        std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;
+
+        // What becomes of the datagrams on their way in and on their way out.
+        Simulators::FaultPlan mRequestFaults{ {}, 0 };
+        Simulators::FaultPlan mAnswerFaults{ {}, 0 };
+    };
+
+    struct Counters
+    {
+        uint64_t mReceived = 0;     // datagrams that arrived, before any fault
+        uint64_t mSent = 0;         // datagrams that left, after any fault
+        uint64_t mSendFailures = 0; // datagrams that the system refused to send
+    };
+
+    // The core must outlive the server, and so must what it refers to.
+    explicit DeviceServer( Core aCore );
+    ~DeviceServer(); // stops
+
+    DeviceServer( const DeviceServer& ) = delete;
+    DeviceServer& operator=( const DeviceServer& ) = delete;
+
+    // Opens the sockets. From now on the system queues what arrives. On failure nothing is open,
+    // and the result's OS code says why.
+    QmUtilsLib::Result Open( const Options& aOptions );
+
+    // Serves in a thread of its own until Stop.
+    void Start();
+
+    // Serves in the calling thread until Stop is called from another one (OK), or until the sockets
+    // fail. NOT_CONNECTED when they are not open.
+    QmUtilsLib::Result Run();
+
+    // Ends serving; datagrams not yet due are dropped. Returns when the thread of Start has ended;
+    // the caller of Run sees to that itself. Does nothing when nothing is open.
+    void Stop();
+
+    // Where the device can be reached; 0.0.0.0 and 0 when it is not open.
+    WdUtilsLib::Network::IpAddress GetAddress() const { return mSocket.GetLocalAddress(); }
+    unsigned short GetPort() const { return mSocket.GetLocalPort(); }
+
+    // Calls aFunction while the core is at rest and returns what it returns. Not from the core.
+    template <typename Function>
+    auto Access( Function&& aFunction )
+    {
+        QmUtilsLib::LockScope lLock( mMutex );
+        return std::forward<Function>( aFunction )();
+    }
+
+    // The mutex that the core runs under. Re-entrant.
+    QmUtilsLib::Mutex& GetMutex() { return mMutex; }
+
+    // Replaces the fault plans; for datagrams from now on.
+    void SetFaults( const Simulators::FaultPlan& aRequests, const Simulators::FaultPlan& aAnswers );
+
+    Counters GetCounters() const;
+    Simulators::FaultPlan GetRequestFaults() const;
+    Simulators::FaultPlan GetAnswerFaults() const;
+
+private:
+    // A datagram that waits until it is due.
+    struct Waiting
+    {
+        bool mIsRequest = false;
+        Simulators::Outgoing mDatagram; // of a request, mTo is who sent it
+    };
+
+    QmUtilsLib::Result Serve();
+    unsigned int GetWait( int64_t aNowMs ) const;
+    QmUtilsLib::Result ReceiveOne( WdUtilsLib::Network::SocketUDP& aSocket );
+    void Queue( bool aIsRequest, std::vector<Simulators::Outgoing> aDatagrams, int64_t aNowMs );
+    void HandleDue( int64_t aNowMs );
+    void Deliver( const Simulators::Outgoing& aRequest, int64_t aNowMs );
+    void Send( const Simulators::Outgoing& aAnswer );
+
+    const Core mCore;
+    WdUtilsLib::Network::SocketUDP mSocket;    // the device's own address
+    WdUtilsLib::Network::SocketUDP mBroadcast; // all addresses; closed unless asked for
+    std::thread mThread;
+
+    // Of the serving thread.
+    std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;
+    std::multimap<int64_t, Waiting> mWaiting; // by due time, equal ones in the order they came
+    std::vector<uint8_t> mBuffer;
+
+    mutable QmUtilsLib::Mutex mMutex;
+    Simulators::FaultPlan mRequestFaults QMUTILSLIB_GUARDED_BY( mMutex );
+    Simulators::FaultPlan mAnswerFaults QMUTILSLIB_GUARDED_BY( mMutex );
+    Counters mCounters QMUTILSLIB_GUARDED_BY( mMutex );
+};
+
+} // namespace HtBaseTool

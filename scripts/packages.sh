@@ -1,0 +1,45 @@
+# shellcheck shell=bash
+# Sourced by the other scripts: what the project needs from Debian, and how to get it.
+# Says what it installs, installs only what is missing, and needs no network when nothing is.
+
+# To build the libraries, the virtual devices and the program.
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev"
+# To build and run the tests: the test framework, the programs of others that judge ours, and the
+# tools that make them a network of their own.
+TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux"
+
+is_installed()
+{
+    dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed
+}
+
+# install_missing PACKAGE...: as root, or through sudo.
+install_missing()
+{
+    local lMissing="" lPackage lSudo=""
+    for lPackage in "$@"; do
+        is_installed "$lPackage" || lMissing="$lMissing $lPackage"
+    done
+    [ -n "$lMissing" ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || {
+            echo "These Debian packages are missing:$lMissing" >&2
+            echo "Run this script as root, or install sudo." >&2
+            return 1
+        }
+        lSudo=sudo
+    fi
+    echo "Installing from Debian:$lMissing"
+    # Refresh the lists only where they cannot name a package.
+    # shellcheck disable=SC2086
+    if ! apt-cache show $lMissing >/dev/null 2>&1; then
+        $lSudo apt-get update -qq || return 1
+    fi
+    # shellcheck disable=SC2086
+    $lSudo env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends $lMissing >/dev/null || {
+        $lSudo apt-get update -qq &&
+            $lSudo env DEBIAN_FRONTEND=noninteractive \
+                apt-get install -y -qq --no-install-recommends $lMissing >/dev/null
+    }
+}

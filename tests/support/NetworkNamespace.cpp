@@ -1,0 +1,84 @@
+#include "support/NetworkNamespace.h"
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace TestSupport
+{
+
+namespace
+{
+
+std::string Explain( const std::string& aWhat )
+{
+    return aWhat + ": " + std::strerror( errno );
+}
+
+bool WriteFile( const char* aPath, const std::string& aText )
+{
+    const int lFile = open( aPath, O_WRONLY | O_CLOEXEC );
+    if ( lFile < 0 )
+    {
+        return false;
+    }
+    const bool lIsWritten =
+        write( lFile, aText.data(), aText.size() ) == static_cast<ssize_t>( aText.size() );
+    (void)close( lFile );
+    return lIsWritten;
+}
+
+// An ordinary user becomes root of a user namespace, which owns the network.
+std::string Unshare()
+{
+    const std::string lUser = std::to_string( geteuid() );
+    const std::string lGroup = std::to_string( getegid() );
+    if ( geteuid() == 0 )
+    {
+        return unshare( CLONE_NEWNET ) == 0 ? std::string()
+                                            : Explain( "no network namespace can be made" );
+    }
+    if ( unshare( CLONE_NEWUSER | CLONE_NEWNET ) != 0 )
+    {
+        return Explain( "no user and network namespace can be made" );
+    }
+    if ( !WriteFile( "/proc/self/setgroups", "deny" ) ||
+         !WriteFile( "/proc/self/uid_map", "0 " + lUser + " 1" ) ||
+         !WriteFile( "/proc/self/gid_map", "0 " + lGroup + " 1" ) )
+    {
+        return Explain( "the user namespace cannot be mapped" );
+    }
+    return std::string();
+}
+
+std::string RaiseLoopback()
+{
+    const int lSocket = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+    if ( lSocket < 0 )
+    {
+        return Explain( "no socket in the namespace" );
+    }
+    ifreq lRequest{};
+    std::memcpy( lRequest.ifr_name, "lo", 3 );
+    lRequest.ifr_flags = IFF_UP | IFF_RUNNING;
+    const bool lIsUp = ioctl( lSocket, SIOCSIFFLAGS, &lRequest ) == 0;
+    const std::string lReason = lIsUp ? "" : Explain( "the loopback interface stays down" );
+    (void)close( lSocket );
+    return lReason;
+}
+
+} // namespace
+
+std::string EnterNetworkNamespace()
+{
+    const std::string lReason = Unshare();
+    return lReason.empty() ? RaiseLoopback() : lReason;
+}
+
+} // namespace TestSupport
