@@ -302,7 +302,7 @@ int64_t VirtualDeviceU3V::AnswerBefore( const Parsed& aParsed, const FaultU3V& a
             Queue( lDueMs, Ending::DONE,
                    MakeAck( StatusU3V::SUCCESS, CommandU3V::PENDING_ACK, aParsed.mIdentifier,
                             lData ) );
-            lDueMs += aFault.mValue;
+            lDueMs += aFault.mApartMs;
         }
         break;
     case FaultU3V::Kind::EMPTY:
@@ -377,7 +377,13 @@ VirtualDeviceU3V::Fetched VirtualDeviceU3V::Fetch( size_t aCapacity, int64_t aNo
     Waiting& lFront = mWaiting.front();
     Fetched lFetched{ lFront.mEnding, lFront.mBytes };
     mCounters.mFetched++;
-    if ( lFetched.mBytes.size() > aCapacity )
+    const bool lIsTooLong = lFetched.mBytes.size() > aCapacity;
+    if ( lIsTooLong && ( aCapacity % mConfiguration.mPacketSize != 0 ) )
+    {
+        mWaiting.pop_front();
+        return { Ending::OVERRUN, {} };
+    }
+    if ( lIsTooLong )
     {
         const auto lCut = lFront.mBytes.begin() + static_cast<std::ptrdiff_t>( aCapacity );
         lFront.mBytes.erase( lFront.mBytes.begin(), lCut );

@@ -22,7 +22,7 @@ struct FaultU3V
         STATUS,       // mValue is the status of the acknowledge, and nothing is executed
         SILENT,       // executed, never acknowledged
         DELAY,        // acknowledged mValue ms later
-        PENDING,      // mCount pending acknowledges of mValue ms each, mValue ms apart, come before
+        PENDING,      // mCount pending acknowledges of mValue ms each, mApartMs apart, come before
         EMPTY,        // mCount transfers of no bytes come before
         STALE,        // an acknowledge of the command before comes before
         SHORT,        // mValue bytes of data fewer, at least none are left; the length field agrees
@@ -41,6 +41,7 @@ struct FaultU3V
     Kind mKind = Kind::SILENT;
     uint32_t mValue = 0;
     uint32_t mCount = 1;
+    uint32_t mApartMs = 0;
 };
 
 // A USB3 Vision device without USB and without a clock: it gets the transfers that a host sends to
@@ -75,7 +76,8 @@ public:
         DONE,
         WAITING, // there is nothing to fetch yet
         HALTED,
-        GONE
+        GONE,
+        OVERRUN // a packet did not fit; the transfer is lost
     };
 
     struct Fetched
@@ -102,8 +104,9 @@ public:
     // that does not run backwards, in milliseconds; the same for all calls. DONE, HALTED or GONE.
     Ending Receive( const uint8_t* aData, size_t aSize, int64_t aNowMs );
 
-    // Gives what is due at the IN endpoint, at most aCapacity bytes of one transfer; what is left
-    // of it comes with the next calls.
+    // Gives what is due at the IN endpoint, at most aCapacity bytes of one transfer. What is left
+    // of it comes with the next calls, where aCapacity is a whole number of packets; where it is
+    // not, the last packet did not fit.
     Fetched Fetch( size_t aCapacity, int64_t aNowMs );
 
     // When the next Fetch will have something that it has not now; empty if nothing is waiting.

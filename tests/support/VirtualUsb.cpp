@@ -195,7 +195,7 @@ Answer VirtualUsbDevice::Implementation::Dispatch( Host& aHost, unsigned long aR
     if ( aRequest == USBDEVFS_GET_CAPABILITIES )
     {
         constexpr uint32_t CAPABILITIES =
-            USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
+            USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_SCATTER_GATHER |
             USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
         PutBytes( Follow( aArgument, 0, sizeof( CAPABILITIES ) ).get(), 0, &CAPABILITIES,
                   sizeof( CAPABILITIES ) );
@@ -373,17 +373,10 @@ void VirtualUsbDevice::Implementation::Receive( Urb& aUrb )
         return;
     }
     aUrb.mIsCompleted = true;
-    if ( lFetched.mEnding == Ending::HALTED )
-    {
-        aUrb.mStatus = -EPIPE;
-        return;
-    }
+    aUrb.mStatus = lFetched.mEnding == Ending::HALTED ? -EPIPE : -EOVERFLOW;
     if ( lFetched.mEnding == Ending::DONE )
     {
-        // What begins a packet that does not fit breaks the transfer.
-        const size_t lPacket = mDevice.GetConfiguration().mPacketSize;
-        const bool lBreaks = lFetched.mBytes.size() == aUrb.mRoom && aUrb.mRoom % lPacket != 0;
-        aUrb.mStatus = lBreaks ? -EOVERFLOW : 0;
+        aUrb.mStatus = 0;
         PutBytes( aUrb.mBuffer.get(), 0, lFetched.mBytes.data(), lFetched.mBytes.size() );
         aUrb.mActual = static_cast<int>( lFetched.mBytes.size() );
         mTransfers.push_back(
