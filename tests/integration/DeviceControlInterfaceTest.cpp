@@ -354,7 +354,8 @@ TEST_F( TalkTest, CarriesCommandsAndAcknowledgesOfSeveralPackets )
     lConfiguration.mAckRoom = 70000;
     const auto lDevice = mBus.Plug( lConfiguration, 2 );
     ASSERT_TRUE( Open( mInterface, "1-2", OTHER_GUID ).IsOK() );
-    for ( const size_t lSize : { 491, 492, 493, 500, 501, 1012, 5000, 65527 } )
+    constexpr size_t SIZES[] = { 491, 492, 493, 500, 501, 1012, 5000, 65527 };
+    for ( const size_t lSize : SIZES )
     {
         Bytes lData( lSize );
         for ( size_t i = 0; i < lSize; ++i )

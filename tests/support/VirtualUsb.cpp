@@ -47,11 +47,14 @@ int64_t GetNowMs()
 }
 
 template <typename TYPE>
-TYPE GetRecord( UMockdevIoctlData* aData )
+TYPE GetRecord( UMockdevIoctlData* aData, size_t aOffset = 0 )
 {
     TYPE lRecord{};
-    std::memcpy( &lRecord, aData->data,
-                 std::min( sizeof( lRecord ), static_cast<size_t>( aData->data_len ) ) );
+    const auto lSize = static_cast<size_t>( aData->data_len );
+    if ( aOffset + sizeof( lRecord ) <= lSize )
+    {
+        std::memcpy( &lRecord, aData->data + aOffset, sizeof( lRecord ) );
+    }
     return lRecord;
 }
 
@@ -300,10 +303,10 @@ Answer VirtualUsbDevice::Implementation::Submit( Host& aHost, UMockdevIoctlData*
 {
     Urb lUrb;
     lUrb.mData = Follow( aArgument, 0, sizeof( usbdevfs_urb ) );
-    const auto lBlock = GetRecord<usbdevfs_urb>( lUrb.mData.get() );
-    lUrb.mType = lBlock.type;
-    lUrb.mEndpoint = lBlock.endpoint;
-    lUrb.mRoom = static_cast<size_t>( std::max( lBlock.buffer_length, 0 ) );
+    UMockdevIoctlData* const lBlock = lUrb.mData.get();
+    lUrb.mType = GetRecord<uint8_t>( lBlock, offsetof( usbdevfs_urb, type ) );
+    lUrb.mEndpoint = GetRecord<uint8_t>( lBlock, offsetof( usbdevfs_urb, endpoint ) );
+    lUrb.mRoom = GetRecord<uint32_t>( lBlock, offsetof( usbdevfs_urb, buffer_length ) );
     lUrb.mBuffer = Follow( lUrb.mData.get(), offsetof( usbdevfs_urb, buffer ), lUrb.mRoom );
     if ( lUrb.mType == USBDEVFS_URB_TYPE_CONTROL )
     {

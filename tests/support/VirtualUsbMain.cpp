@@ -4,6 +4,15 @@
 
 #include <gmock/gmock.h>
 
+// The emulation's libraries, and libudev, synchronise in ways that the thread sanitizer does not
+// see.
+extern "C" [[gnu::visibility( "default" )]] const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions()
+{
+    return "called_from_lib:libumockdev.so.0\ncalled_from_lib:libglib-2.0.so.0\n"
+           "called_from_lib:libudev.so.1\n";
+}
+
 int main( int aCount, char** aArguments )
 {
     TestSupport::RunInVirtualUsb( aArguments );
