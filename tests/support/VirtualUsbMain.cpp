@@ -9,8 +9,8 @@
 extern "C" [[gnu::visibility( "default" )]] const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions()
 {
-    return "called_from_lib:libumockdev.so.0\ncalled_from_lib:libglib-2.0.so.0\n"
-           "called_from_lib:libudev.so.1\n";
+    return "race:libumockdev.so\nrace:libglib-2.0.so\nrace:libgobject-2.0.so\n"
+           "race:libudev.so\n";
 }
 
 int main( int aCount, char** aArguments )
