@@ -122,14 +122,8 @@ VirtualDeviceU3V::Ending VirtualDeviceU3V::Receive( const uint8_t* aData, size_t
         mIsOutHalted = true;
         return Ending::HALTED;
     }
-    Parsed lParsed;
-    lParsed.mWantsAck = ( GetLittle( lTransfer, STATUS_OFFSET, 2 ) & FLAG_REQUEST_ACK ) != 0;
-    lParsed.mCommand = static_cast<uint16_t>( GetLittle( lTransfer, CODE_OFFSET, 2 ) );
-    lParsed.mIdentifier = static_cast<uint16_t>( GetLittle( lTransfer, IDENTIFIER_OFFSET, 2 ) );
-    lParsed.mData.assign( lTransfer.begin() + HEADER_SIZE, lTransfer.end() );
-    lParsed.mNowMs = aNowMs;
+    const Parsed lParsed = Parse( lTransfer, aNowMs );
     Note( lTransfer, lParsed.mIdentifier );
-
     Reply lReply;
     lReply.mStatus = CheckHeader( lTransfer );
     if ( ( lReply.mStatus == StatusU3V::SUCCESS ) && lFault &&
@@ -144,6 +138,17 @@ VirtualDeviceU3V::Ending VirtualDeviceU3V::Receive( const uint8_t* aData, size_t
     ( ( lReply.mStatus == StatusU3V::SUCCESS ) ? mCounters.mExecuted : mCounters.mRefused )++;
     Acknowledge( lParsed, lReply, lFault ? &*lFault : nullptr );
     return Ending::DONE;
+}
+
+VirtualDeviceU3V::Parsed VirtualDeviceU3V::Parse( const Bytes& aTransfer, int64_t aNowMs )
+{
+    Parsed lParsed;
+    lParsed.mWantsAck = ( GetLittle( aTransfer, STATUS_OFFSET, 2 ) & FLAG_REQUEST_ACK ) != 0;
+    lParsed.mCommand = static_cast<uint16_t>( GetLittle( aTransfer, CODE_OFFSET, 2 ) );
+    lParsed.mIdentifier = static_cast<uint16_t>( GetLittle( aTransfer, IDENTIFIER_OFFSET, 2 ) );
+    lParsed.mData.assign( aTransfer.begin() + HEADER_SIZE, aTransfer.end() );
+    lParsed.mNowMs = aNowMs;
+    return lParsed;
 }
 
 std::optional<FaultU3V> VirtualDeviceU3V::TakeFault()
@@ -325,16 +330,19 @@ int64_t VirtualDeviceU3V::AnswerBefore( const Parsed& aParsed, const FaultU3V& a
 void VirtualDeviceU3V::Acknowledge( const Parsed& aParsed, const Reply& aReply,
                                     const FaultU3V* aFault )
 {
-    const FaultU3V::Kind lKind = ( aFault == nullptr ) ? FaultU3V::Kind::STATUS : aFault->mKind;
-    if ( lKind == FaultU3V::Kind::UNPLUG )
+    const auto lIs = [aFault]( FaultU3V::Kind aKind )
+    {
+        return ( aFault != nullptr ) && ( aFault->mKind == aKind );
+    };
+    if ( lIs( FaultU3V::Kind::UNPLUG ) )
     {
         Unplug();
     }
-    if ( ( lKind == FaultU3V::Kind::SILENT ) || !aParsed.mWantsAck || mIsGone )
+    if ( lIs( FaultU3V::Kind::SILENT ) || !aParsed.mWantsAck || mIsGone )
     {
         return;
     }
-    if ( lKind == FaultU3V::Kind::STALL_IN )
+    if ( lIs( FaultU3V::Kind::STALL_IN ) )
     {
         Queue( aParsed.mNowMs, Ending::HALTED, Bytes() );
         return;

@@ -163,6 +163,7 @@ private:
     };
 
     std::optional<FaultU3V> TakeFault();
+    static Parsed Parse( const Bytes& aTransfer, int64_t aNowMs );
     uint16_t CheckHeader( const Bytes& aTransfer ) const;
     void Note( const Bytes& aTransfer, uint16_t aIdentifier );
 
