@@ -36,8 +36,6 @@ public:
     static std::shared_ptr<NetworkState> GetCurrent();
     static void SetCurrent( std::shared_ptr<NetworkState> aState );
 
-    static void ReportFailure( const std::string& aSentence );
-
     // Notes an operation of a socket, which is about to begin.
     void Note( const std::string& aCall );
 
