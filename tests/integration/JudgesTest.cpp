@@ -17,14 +17,11 @@ namespace
 {
 
 using HtBaseLib::SimpleCommandLinkGEV;
-using HtBaseTool::DeviceServer;
 using QmUtilsLib::Result;
-using Simulators::Bytes;
-using Simulators::Endpoint;
 using TestSupport::ChildProcess;
-using TestSupport::LOOPBACK;
 using TestSupport::LoopbackSocket;
 using TestSupport::PacketCapture;
+using TestSupport::WellKnownDevice;
 using WdUtilsLib::GEV::GVCP_PORT;
 
 using Rows = std::vector<std::vector<std::string>>;
@@ -157,32 +154,6 @@ TEST_F( FakeCamera, AWriteThatIsIgnoredEndsAsATimeOut )
     EXPECT_EQ( Result::TIMEOUT, lResult.GetCode() );
     EXPECT_EQ( 1, lOther.GetRetriesCount() );
 }
-
-namespace
-{
-
-// The virtual device on the port where every host looks for one.
-class WellKnownDevice
-{
-public:
-    explicit WellKnownDevice( const Simulators::ConfigurationGEV& aConfiguration = {} )
-        : mDevice( aConfiguration )
-        , mServer( [this]( const Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNow )
-                   { return mDevice.Receive( aFrom, aData, aSize, aNow ); } )
-    {
-        DeviceServer::Options lOptions;
-        lOptions.mPort = GVCP_PORT;
-        lOptions.mHearBroadcasts = true;
-        EXPECT_TRUE( mServer.Open( lOptions ).IsOK() );
-        mServer.Start();
-    }
-
-private:
-    Simulators::VirtualDeviceGEV mDevice;
-    DeviceServer mServer;
-};
-
-} // namespace
 
 TEST_F( Judges, ADissectorFindsTheVeryFieldsThatWereAskedForInOurCommands )
 {

@@ -1,5 +1,6 @@
 #include <WdUtilsLib/U3V/DeviceInfoDescriptor.h>
 #include <WdUtilsLib/U3V/ReadMem.h>
+#include <WdUtilsLib/U3V/StringDescriptor.h>
 #include <WdUtilsLib/U3V/WriteMem.h>
 
 #include <gtest/gtest.h>
@@ -456,6 +457,61 @@ TEST( DeviceInfoDescriptor, IsRefusedAtEveryTruncationAndEveryShorterLength )
         lShort[0] = static_cast<unsigned char>( lSize );
         EXPECT_EQ( 0x4001U, lInfo.Attach( lShort.data(), lShort.size() ).GetCode() );
     }
+}
+
+// clang-format off
+const Bytes TEXT_DESCRIPTOR = {
+    14,                     // length
+    3,                      // string descriptor
+    0x41, 0x00,             // A
+    0xE4, 0x00,             // a with diaeresis
+    0x3D, 0xD8, 0xF7, 0xDC, // U+1F4F7, a camera, as two surrogates
+    0x00, 0xD8,             // a surrogate without its second half
+    0x5A, 0x00,             // Z
+};
+// clang-format on
+
+TEST( StringDescriptor, BecomesText )
+{
+    StringDescriptor lDescriptor;
+    ASSERT_TRUE( lDescriptor.Attach( TEXT_DESCRIPTOR.data(), TEXT_DESCRIPTOR.size() ).IsOK() );
+    EXPECT_STREQ( "A\xC3\xA4\xF0\x9F\x93\xB7\xEF\xBF\xBDZ", lDescriptor.GetText().GetAscii() );
+}
+
+TEST( StringDescriptor, TellsTheFirstLanguage )
+{
+    const Bytes lLanguages = { 6, 3, 0x09, 0x04, 0x07, 0x04 };
+    StringDescriptor lDescriptor;
+    ASSERT_TRUE( lDescriptor.Attach( lLanguages.data(), lLanguages.size() ).IsOK() );
+    EXPECT_EQ( 0x0409, lDescriptor.GetLanguage() );
+    EXPECT_EQ( 0, StringDescriptor().GetLanguage() );
+}
+
+TEST( StringDescriptor, ShowsNoMoreThanWasReceivedAtEveryTruncation )
+{
+    for ( std::size_t lSize = 0; lSize < TEXT_DESCRIPTOR.size(); ++lSize )
+    {
+        const auto lBuffer = CopyFirst( TEXT_DESCRIPTOR, lSize );
+        StringDescriptor lDescriptor;
+        EXPECT_EQ( lSize < 2 ? 0x4001U : 0U, lDescriptor.Attach( lBuffer.get(), lSize ).GetCode() );
+        EXPECT_EQ( lSize >= 4 ? 0x0041 : 0, lDescriptor.GetLanguage() );
+        EXPECT_EQ( lSize >= 4 ? 'A' : '\0', *lDescriptor.GetText().GetAscii() );
+    }
+}
+
+TEST( StringDescriptor, IsBoundedByTheLengthItTells )
+{
+    Bytes lBuffer = TEXT_DESCRIPTOR;
+    lBuffer[0] = 5; // and half a code unit
+    StringDescriptor lDescriptor;
+    ASSERT_TRUE( lDescriptor.Attach( lBuffer.data(), lBuffer.size() ).IsOK() );
+    EXPECT_STREQ( "A", lDescriptor.GetText().GetAscii() );
+    lBuffer[0] = 1;
+    EXPECT_EQ( 0x4001U, lDescriptor.Attach( lBuffer.data(), lBuffer.size() ).GetCode() );
+    EXPECT_STREQ( "", lDescriptor.GetText().GetAscii() );
+    lBuffer[0] = 14;
+    lBuffer[1] = 4;
+    EXPECT_EQ( 0x4001U, lDescriptor.Attach( lBuffer.data(), lBuffer.size() ).GetCode() );
 }
 
 } // namespace
