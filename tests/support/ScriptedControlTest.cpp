@@ -45,7 +45,9 @@ void ScriptedControlTest::OpenSized( uint32_t aMaxCommand, uint32_t aMaxAck )
     mDevice.SetBasics( SBRM, aMaxCommand, aMaxAck );
     mControl.Attach( [this]( const Bytes& aCommand ) { return mDevice.Answer( aCommand ); } );
     mLink.UpdateMaxSizes();
-    ASSERT_EQ( mControl.GetConfigurations().size(), 1U );
+    ASSERT_FALSE( mControl.GetConfigurations().empty() );
+    ASSERT_EQ( mControl.GetConfigurations().back().mMaxAckTransferLength, aMaxAck );
+    ASSERT_EQ( mControl.GetConfigurations().back().mMaxCommandTransferLength, aMaxCommand );
     mCallsOfSizing = mControl.GetCalls().size();
     mLog.Clear();
     mLink.mReads.clear();

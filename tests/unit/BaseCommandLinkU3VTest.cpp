@@ -96,7 +96,10 @@ TEST_F( BaseCommandLinkU3VTest, OpensTheControlInterfaceOnceWithPathIdentityAndM
 TEST_F( BaseCommandLinkU3VTest, AsksForTheMasterBeforeItOpens )
 {
     std::size_t lOpenings = 99;
-    mLink.mOnMaster = [&] { lOpenings = mControl.GetOpenings().size(); };
+    mLink.mOnMaster = [&]
+    {
+        lOpenings = mControl.GetOpenings().size();
+    };
     Open();
     EXPECT_EQ( lOpenings, 0U );
     EXPECT_EQ( mControl.GetOpenings().size(), 1U );
@@ -643,8 +646,10 @@ TEST_F( AtomicCommandsTest, LooksAtNoResultOfASingleCommand )
     {
         lRecord.mResult = Result( 0x4000 );
     }
-    mControl.ExpectAny().Reply( WriteMemAck( 1 ) ).Reply( WriteMemAck( 1 ) ).Reply(
-        WriteMemAck( 1 ) );
+    mControl.ExpectAny()
+        .Reply( WriteMemAck( 1 ) )
+        .Reply( WriteMemAck( 1 ) )
+        .Reply( WriteMemAck( 1 ) );
     EXPECT_TRUE( mLink.SendAtomicCommands( mRecords, COUNT ).IsOK() );
 }
 
