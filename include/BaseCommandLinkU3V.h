@@ -20,8 +20,9 @@ namespace HtBaseLib
 //
 // ReadMemory and WriteMemory are one command each; Read and Write split what is larger. A command
 // is sent once: the control interface waits for its acknowledge, through pending ones, and the link
-// adds no lock, no wait and no retry of its own. So a link serves one thread at a time; Close may
-// end a transaction of another thread, since the control interface can.
+// adds no lock, no wait and no retry of its own. So a link serves one thread at a time, Close
+// included; a transaction is ended from another thread by closing a copy of the link, which shares
+// nothing that is not safe for that.
 //
 // Results of a transaction:
 //   OK             the device has acknowledged

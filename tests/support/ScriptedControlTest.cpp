@@ -53,6 +53,16 @@ void ScriptedControlTest::OpenSized( uint32_t aMaxCommand, uint32_t aMaxAck )
     mLink.mReads.clear();
 }
 
+WdTransportLayerLib::Scripted::ScriptedControl::Command ScriptedControlTest::GetLastCommand() const
+{
+    if ( mControl.GetCalls().empty() )
+    {
+        ADD_FAILURE() << "nothing was sent";
+        return {};
+    }
+    return mControl.GetCalls().back().back();
+}
+
 std::string ScriptedControlTest::SizeLine( unsigned int aSize, unsigned int aLimit )
 {
     return MakeLogLine(

@@ -57,10 +57,8 @@ protected:
 
     // Every command so far that was no read of the sizing.
     std::size_t GetCallCount() const { return mControl.GetCalls().size() - mCallsOfSizing; }
-    const WdTransportLayerLib::Scripted::ScriptedControl::Command& GetLastCommand() const
-    {
-        return mControl.GetCalls().back().back();
-    }
+    // The last of all commands; there must be one.
+    WdTransportLayerLib::Scripted::ScriptedControl::Command GetLastCommand() const;
 
     void ExpectLog( const Log& aExpected ) const { EXPECT_EQ( GetLines( mLog ), aExpected ); }
 
