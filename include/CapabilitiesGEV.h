@@ -73,8 +73,8 @@ public:
     // Channel Capability, GVSP Capability, the stream channels' source ports and the tick
     // frequency: what could not be read is 0 then. Every other read must succeed. After a failure
     // the record is not initialised, holds what was read so far, and the next Init starts anew.
-    // Blocks as long as each of its 9 reads and more does on that link. On an initialised record
-    // it is OK at once.
+    // Blocks as long as its reads do, one transaction of the link each; on an initialised record it
+    // is OK at once, but for the wait for the mutex.
     //
     // Logs "Reading device properties" before it waits for the mutex, each thing found at 20000,
     // and the two channel capabilities that cannot be read at 30000.

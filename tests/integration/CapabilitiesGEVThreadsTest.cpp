@@ -260,12 +260,15 @@ TEST_F( CapabilitiesGEVThreads, MayTeachAndAskWhoTheMakerIs )
     RunThreads( THREADS,
                 []( unsigned int aIndex )
                 {
-                    const EthernetAddress lAddress( 0x0200, 0x5E200000 + aIndex );
                     for ( unsigned int lTurn = 0; lTurn < 50; ++lTurn )
                     {
-                        DeviceIdentity::Add( DeviceIdentity::Product::DEVICE, lAddress );
-                        EXPECT_TRUE( CapabilitiesGEV( lAddress ).IsCorvaneDevice() );
-                        EXPECT_FALSE( CapabilitiesGEV( lAddress ).IsCorvaneTransmitter() );
+                        const EthernetAddress lAddress( 0x0200, aIndex << 8 | lTurn );
+                        if ( aIndex % 2 == 0 ) // these teach, the others only ask
+                        {
+                            DeviceIdentity::Add( DeviceIdentity::Product::DEVICE, lAddress );
+                        }
+                        EXPECT_EQ( aIndex % 2 == 0, DeviceIdentity::IsCorvaneDevice( lAddress ) );
+                        EXPECT_FALSE( DeviceIdentity::IsCorvaneTransmitter( lAddress ) );
                     }
                 } );
 }

@@ -2,7 +2,7 @@
 // records of the kind that the first one names go. It exits with 0 when everything was as it should
 // be.
 
-#include "CountedAllocations.h"
+#include "support/AllocationCounter.h"
 
 #include <CapabilitiesGEV.h>
 #include <CapabilitiesU3V.h>
@@ -53,7 +53,7 @@ struct KindU3V
 constexpr unsigned int DEVICE = 1;
 constexpr unsigned int OTHER = 2;
 
-long gAtStart = 0; // live allocations before the first record
+long long gAtStart = 0; // live allocations before the first record
 
 void Expect( bool aIsAsExpected, const char* aWhat )
 {
@@ -157,7 +157,7 @@ void Copies()
 {
     typename Kind::Record lSource = Kind::Make( DEVICE );
     typename Kind::Record lTarget = Kind::Make( OTHER );
-    const long lBefore = GetAllocationCount();
+    const unsigned long long lBefore = GetAllocationCount();
     typename Kind::Record lCopy( lSource );
     lTarget = lSource;
     lTarget = lCopy;
@@ -168,12 +168,12 @@ void Copies()
 void Apart()
 {
     (void)KindGEV::Get( DEVICE );
-    const long lWithOne = GetLiveAllocationCount();
+    const long long lWithOne = GetLiveAllocationCount();
     (void)KindU3V::Get( DEVICE );
     CapabilitiesU3V::Destroy();
     Expect( GetLiveAllocationCount() == lWithOne, "the other kind's records are still there" );
     (void)KindU3V::Get( DEVICE );
-    const long lWithBoth = GetLiveAllocationCount();
+    const long long lWithBoth = GetLiveAllocationCount();
     CapabilitiesGEV::Destroy();
     Expect( GetLiveAllocationCount() < lWithBoth, "one kind's records are gone" );
     ExpectRecords();

@@ -1,7 +1,7 @@
 // A program that loads a module which uses the library, lets it make capability records and unloads
 // it: the library must go with it, and the records with the library. Exits with 0 when they do.
 
-#include "CountedAllocations.h"
+#include "support/AllocationCounter.h"
 
 #include <cstdio>
 #include <dlfcn.h>
@@ -41,14 +41,14 @@ int RunOnce( const char* aModule )
     {
         return Fail( "the module does not load:" );
     }
-    const long lBefore = GetLiveAllocationCount();
+    const long long lBefore = GetLiveAllocationCount();
     const auto lMakeRecords =
         reinterpret_cast<int ( * )( unsigned int )>( dlsym( lModule, "MakeRecords" ) );
     if ( lMakeRecords == nullptr || lMakeRecords( RECORDS ) != 0 )
     {
         return Fail( "no records:" );
     }
-    if ( GetLiveAllocationCount() < lBefore + static_cast<long>( 2 * RECORDS ) )
+    if ( GetLiveAllocationCount() < lBefore + 2 * RECORDS )
     {
         return Fail( "the records are not counted" );
     }

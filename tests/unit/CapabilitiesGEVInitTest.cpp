@@ -676,6 +676,20 @@ TEST_F( CapabilitiesGEVInit, ForgetsTheChannelsOfAnEarlierAttempt )
     EXPECT_EQ( 0U, mRecord.GetStreamChannelSourcePort( 0 ) );
 }
 
+TEST_F( CapabilitiesGEVInit, ForgetsTheTickFrequencyOfAnEarlierAttempt )
+{
+    for ( const uint32_t lAddress : { 0x0940U, 0x093CU } )
+    {
+        mRecord = Record( MAC );
+        mDevice.mTable.Relent();
+        ReadFirst();
+        ASSERT_EQ( TICKS_1, mRecord.GetTimestampTickFrequency() );
+        mDevice.mTable.Refuse( lAddress, 0x8003 );
+        ASSERT_TRUE( mDevice.Init( mRecord ).IsOK() );
+        EXPECT_EQ( 0U, mRecord.GetTimestampTickFrequency() );
+    }
+}
+
 TEST_F( CapabilitiesGEVInit, AsksAVersion1_0DeviceForNothingThatCameLater )
 {
     mDevice.SetBasics( 0x00010000, 0xFFFFFFFF, 512, 1 );

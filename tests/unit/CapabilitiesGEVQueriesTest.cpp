@@ -186,18 +186,23 @@ TEST_F( CapabilitiesGEVQueries, TellEveryBitOfGvspCapabilityAlone )
 TEST_F( CapabilitiesGEVQueries, WithoutAVersion1TheBitDecidesAboutLegacyBlockIdentifiers )
 {
     // A first attempt reads the bit, a second one a version 0.9 and nothing more.
-    mDevice.SetBasics( 0x00020000, 0, 1, 0 );
+    mDevice.SetBasics( 0x00020000, 0, 1, 1 );
     mDevice.mTable.SetRegister( 0x092C, 0xC0000000 );
+    mDevice.mTable.SetRegister( 0x0930, 0x80000000 );
+    mDevice.mTable.SetRegister( 0x0B1C, 1 );
     mDevice.mTable.SetRegister( 0x0D1C, 1 );
     mDevice.mTable.Refuse( 0x0088, 0x8003 );
     Record lRecord( MAC );
     ASSERT_FALSE( mDevice.Init( lRecord ).IsOK() );
-    mDevice.SetBasics( 0x00000009, 0, 1, 0 );
+    ASSERT_TRUE( lRecord.IsMCSPSupported() );
+    ASSERT_TRUE( lRecord.IsSCSPSupported() );
+    mDevice.SetBasics( 0x00000009, 0, 1, 1 );
     mDevice.mTable.Refuse( 0x0004, 0x8003 );
     ASSERT_FALSE( mDevice.Init( lRecord ).IsOK() );
     EXPECT_EQ( 0U, lRecord.GetVersionMajor() );
     EXPECT_TRUE( lRecord.IsLegacy16BitsBlockIdSupported() );
     // Unlike the source ports, which ask the version beside the bit.
+    EXPECT_FALSE( lRecord.IsMCSPSupported() );
     EXPECT_FALSE( lRecord.IsSCSPSupported() );
 }
 
@@ -320,6 +325,8 @@ const InfosRow INFOS_ROWS[] = {
     { "((00400000)", "(02.02.0015)", false },
     { "(00400000))", "(02.02.0015)", false },
     { "(00400000) (", "(02.02.0015)", true },
+    { ") (00400000", "(02.02.0015)", true },
+    { "(00400000)", ") (02.02", true },
     { "Video engine (00400000) by hand", "Engine (02.02.0015) of spring", false },
     { "(00400000)", "(02.02)(02.03)", true },
     { "(00400000)", "(02.03)(02.02)", false },
