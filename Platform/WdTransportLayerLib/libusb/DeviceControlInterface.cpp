@@ -64,23 +64,13 @@ EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted, Result& aR
                : nullptr;
 }
 
-// Opens what is wanted; gives aCurrent back where that is it. Null and why.
-EndpointPointer OpenEndpoint( const Wanted& aWanted, const EndpointPointer& aCurrent,
-                              Result& aResult )
+// Opens what is wanted of those; gives aCurrent back where that is it. Null and why.
+EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted& aWanted,
+                           const EndpointPointer& aCurrent, Result& aResult )
 {
-    const ContextPointer lContext = MakeContext( aResult );
-    std::vector<UsbDevice> lDevices;
-    if ( aResult.IsOK() )
-    {
-        aResult = FindDevices( lContext, lDevices );
-    }
-    if ( !aResult.IsOK() )
-    {
-        return nullptr;
-    }
     Result lFailure = MakeNotFound( aWanted );
     bool lIsFirstFailure = true;
-    for ( const UsbDevice& lDevice : lDevices )
+    for ( const UsbDevice& lDevice : aDevices )
     {
         if ( !aWanted.Fits( lDevice ) )
         {
@@ -104,6 +94,18 @@ EndpointPointer OpenEndpoint( const Wanted& aWanted, const EndpointPointer& aCur
     }
     aResult = lFailure;
     return nullptr;
+}
+
+EndpointPointer OpenEndpoint( const Wanted& aWanted, const EndpointPointer& aCurrent,
+                              Result& aResult )
+{
+    const ContextPointer lContext = MakeContext( aResult );
+    std::vector<UsbDevice> lDevices;
+    if ( aResult.IsOK() )
+    {
+        aResult = FindDevices( lContext, lDevices );
+    }
+    return aResult.IsOK() ? OpenOneOf( lDevices, aWanted, aCurrent, aResult ) : nullptr;
 }
 
 } // namespace
