@@ -634,43 +634,48 @@ bool VirtualDeviceGEV::TakesLong( const Parsed& aParsed, const Reply& aReply ) c
            ( std::find( lCommands.begin(), lCommands.end(), aParsed.mCommand ) != lCommands.end() );
 }
 
+// Appends the pending acknowledges that the work begins with and returns how it goes on.
+VirtualDeviceGEV::Work VirtualDeviceGEV::Announce( const Parsed& aParsed,
+                                                   std::vector<Outgoing>* aOut )
+{
+    const PendingAcknowledge& lPending = mConfiguration.mPending;
+    const int64_t lTimes = IsPendingOffered() ? lPending.mTimes : 0;
+    Work lWork;
+    lWork.mFinalMs = lPending.mTakesMs;
+    lWork.mPromisedMs = lPending.mTakesMs;
+    for ( int64_t i = 0; i < lTimes; i++ )
+    {
+        const int64_t lDelayMs = i * lPending.mTakesMs;
+        aOut->push_back( { MakePending( aParsed.mIdentifier, lPending.mAnnouncedMs ), lDelayMs,
+                           aParsed.mFrom } );
+        lWork.mFinalMs = lDelayMs + lPending.mTakesMs;
+        lWork.mPromisedMs = std::max( lWork.mFinalMs, lDelayMs + lPending.mAnnouncedMs );
+        Count( aParsed.mCommand ).mPendings++;
+    }
+    return lWork;
+}
+
 // Makes the datagrams for a command that was just executed, and remembers the answer, unless
 // aDatagram is empty.
 std::vector<Outgoing> VirtualDeviceGEV::Send( const Parsed& aParsed, const Bytes& aDatagram,
                                               const Reply& aReply )
 {
-    const PendingAcknowledge& lPending = mConfiguration.mPending;
     Counters& lCounters = Count( aParsed.mCommand );
     ( aReply.mStatus == Status::SUCCESS ? lCounters.mExecuted : lCounters.mRefused )++;
     std::vector<Outgoing> lOut;
-    int64_t lFinalMs = 0;
-    int64_t lPromisedMs = 0;
-    if ( TakesLong( aParsed, aReply ) )
-    {
-        lFinalMs = lPending.mTakesMs;
-        const int64_t lTimes = IsPendingOffered() ? lPending.mTimes : 0;
-        for ( int64_t i = 0; i < lTimes; i++ )
-        {
-            lOut.push_back( { MakePending( aParsed.mIdentifier, lPending.mAnnouncedMs ),
-                              i * lPending.mTakesMs, aParsed.mFrom } );
-            lPromisedMs = i * lPending.mTakesMs + lPending.mAnnouncedMs;
-            lFinalMs = ( i + 1 ) * lPending.mTakesMs;
-            lCounters.mPendings++;
-        }
-    }
+    const Work lWork = TakesLong( aParsed, aReply ) ? Announce( aParsed, &lOut ) : Work();
     Last lLast;
     lLast.mRequest = aDatagram;
-    lLast.mAnswerMs = aParsed.mNowMs + lFinalMs;
-    lLast.mForgottenMs =
-        aParsed.mNowMs + std::max( lFinalMs, lPromisedMs ) + mConfiguration.mResendWindowMs;
+    lLast.mAnswerMs = aParsed.mNowMs + lWork.mFinalMs;
+    lLast.mForgottenMs = aParsed.mNowMs + lWork.mPromisedMs + mConfiguration.mResendWindowMs;
     if ( aParsed.mWantsAck )
     {
         lLast.mAnswer = MakeAcknowledge( aReply.mStatus, aParsed.mCommand + 1u, aParsed.mIdentifier,
                                          aReply.mPayload );
-        lOut.push_back( { lLast.mAnswer, lFinalMs, aParsed.mFrom } );
+        lOut.push_back( { lLast.mAnswer, lWork.mFinalMs, aParsed.mFrom } );
         lCounters.mAnswers++;
     }
-    if ( ( lFinalMs > 0 ) && ( mHolder == aParsed.mFrom ) )
+    if ( ( lWork.mFinalMs > 0 ) && ( mHolder == aParsed.mFrom ) )
     {
         // Its host waits as long as the device works.
         mHolderSeenMs = std::max( mHolderSeenMs, lLast.mAnswerMs );

@@ -153,6 +153,13 @@ private:
         Bytes mPayload;
     };
 
+    // When work that takes long is over, in ms from now, and when the host has waited in vain.
+    struct Work
+    {
+        int64_t mFinalMs = 0;
+        int64_t mPromisedMs = 0;
+    };
+
     // The latest request of one sender and what became of it.
     struct Last
     {
@@ -204,6 +211,7 @@ private:
     bool IsSilent( const Parsed& aParsed ) const;
     bool IsPendingOffered() const;
     bool TakesLong( const Parsed& aParsed, const Reply& aReply ) const;
+    Work Announce( const Parsed& aParsed, std::vector<Outgoing>* aOut );
     std::vector<Outgoing> Send( const Parsed& aParsed, const Bytes& aDatagram,
                                 const Reply& aReply );
     std::vector<Outgoing> SendAgain( const Parsed& aParsed, const Last& aLast );

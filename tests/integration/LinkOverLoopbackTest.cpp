@@ -132,7 +132,9 @@ TEST( LinkOverLoopback, AWriteWithoutAcknowledgeArrivesAndIsNotAnswered )
     unsigned int lValue = 0;
     ASSERT_TRUE( lLink.ReadRegister( &lValue, SCRATCH ).IsOK() );
     EXPECT_EQ( lWritten, lValue );
-    EXPECT_EQ( 2U, lDevice.mServer.GetCounters().mSent ) << "the control write and the read";
+    const uint64_t lAnswers =
+        lDevice.mServer.Access( [&] { return lDevice.mDevice.GetTotal().mAnswers; } );
+    EXPECT_EQ( 2U, lAnswers ) << "to the write of control and to the read";
 }
 
 TEST( LinkOverLoopback, TellsInWordsWhyTheDeviceRefused )

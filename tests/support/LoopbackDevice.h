@@ -6,6 +6,7 @@
 
 #include <BaseCommandLinkGEV.h>
 #include <QmUtilsLib/Logger.h>
+#include <WdUtilsLib/GEV/CommandHeader.h>
 #include <WdUtilsLib/Network/IpAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
 
@@ -63,7 +64,7 @@ private:
     QmUtilsLib::Logger mLogger{ "HtBaseLib", 0 };
 };
 
-// A virtual device on a free port of 127.0.0.1, served by a thread of its own.
+// A virtual device on 127.0.0.1, served by a thread of its own. Port 0: a free one.
 class LoopbackDevice
 {
 public:
@@ -82,6 +83,26 @@ public:
 
     Simulators::VirtualDeviceGEV mDevice; // look at it through mServer.Access while it serves
     HtBaseTool::DeviceServer mServer;
+};
+
+// The virtual device where every host looks for one: on the port of the standard, and hearing
+// broadcasts. For a test in a network of its own.
+class WellKnownDevice : public LoopbackDevice
+{
+public:
+    explicit WellKnownDevice( const Simulators::ConfigurationGEV& aConfiguration = {} )
+        : LoopbackDevice( aConfiguration, MakeOptions() )
+    {
+    }
+
+private:
+    static HtBaseTool::DeviceServer::Options MakeOptions()
+    {
+        HtBaseTool::DeviceServer::Options lOptions;
+        lOptions.mPort = WdUtilsLib::GEV::GVCP_PORT;
+        lOptions.mHearBroadcasts = true;
+        return lOptions;
+    }
 };
 
 } // namespace TestSupport

@@ -533,6 +533,8 @@ TEST_F( VirtualDeviceGEVTest, AnswersBusyAsOftenAsAsked )
 {
     TakeControl();
     EXPECT_EQ( 0x0000u, WriteStatus( 0xA048, 3 ) );
+    EXPECT_EQ( 0x4854424Cu, Read( 0xA040 ) );
+    EXPECT_EQ( 3u, Read( 0xA048 ) );
     EXPECT_EQ( 0x8007u, ReadStatus( 0xA044 ) );
     EXPECT_EQ( 0x8007u, WriteStatus( 0xA044, 9 ) );
     EXPECT_EQ( 0x8007u, ReadMemStatus( 0xA044, 4 ) );

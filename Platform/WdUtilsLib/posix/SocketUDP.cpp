@@ -76,8 +76,8 @@ public:
     // differs from the one it knows.
     Result Receive( void* aBuffer, std::size_t aSize, sockaddr_in* aFrom, int& aReceived )
     {
-        const long long lDeadline = Thread::GetTickCount() + mTimeout.load();
         unsigned int lWait = mTimeout.load();
+        const long long lDeadline = Thread::GetTickCount() + lWait;
         for ( ;; )
         {
             if ( lWait != 0 && !TellTimeout( lWait ) )
@@ -89,7 +89,8 @@ public:
                 recvfrom( mNumber, aBuffer, aSize, lWait == 0 ? MSG_DONTWAIT : 0,
                           reinterpret_cast<sockaddr*>( aFrom ), &lFromSize );
             const int lError = errno;
-            if ( IsClosed() )
+            // What arrived is delivered; nothing may be a datagram or the end.
+            if ( lReceived <= 0 && IsClosed() )
             {
                 return Result::NOT_CONNECTED;
             }
@@ -98,15 +99,18 @@ public:
                 aReceived = static_cast<int>( lReceived ); // at most aSize, which came from an int
                 return Result::OK;
             }
-            if ( lError == EAGAIN || lError == EWOULDBLOCK )
-            {
-                return Result::TIMEOUT;
-            }
-            if ( lError != EINTR )
+            const bool lTimeUp = lError == EAGAIN || lError == EWOULDBLOCK;
+            if ( !lTimeUp && lError != EINTR )
             {
                 return Result( Result::GENERIC_ERROR, static_cast<unsigned int>( lError ) );
             }
+            // The system counts in ticks: a signal within the last one makes it say that the time
+            // is up before it is.
             const long long lLeft = lDeadline - Thread::GetTickCount();
+            if ( lTimeUp && lLeft <= 0 )
+            {
+                return Result::TIMEOUT;
+            }
             lWait = lLeft > 0 ? static_cast<unsigned int>( lLeft ) : 0; // no more than it was
         }
     }

@@ -120,11 +120,11 @@ void NetworkState::RunActions()
 {
     for ( ;; )
     {
+        const auto lDueEnd = FindNotDue();
         const auto lAction =
-            std::find_if( mEvents.begin(), mEvents.end(),
-                          []( const Event& aEvent )
-                          { return aEvent.mAction && aEvent.mTime <= VirtualClock::Now(); } );
-        if ( lAction == mEvents.end() )
+            std::find_if( mEvents.begin(), lDueEnd,
+                          []( const Event& aEvent ) { return aEvent.mAction != nullptr; } );
+        if ( lAction == lDueEnd )
         {
             return;
         }
@@ -134,13 +134,22 @@ void NetworkState::RunActions()
     }
 }
 
-bool NetworkState::HasReadable( unsigned int aSocket ) const
+// The first event whose time has not come. A talk may have very many events, and most lie ahead.
+std::deque<NetworkState::Event>::iterator NetworkState::FindNotDue()
 {
-    return std::any_of( mEvents.begin(), mEvents.end(),
-                        [aSocket]( const Event& aEvent ) {
-                            return aEvent.mSocket == aSocket && !aEvent.mAction &&
-                                   aEvent.mTime <= VirtualClock::Now();
-                        } );
+    return std::upper_bound( mEvents.begin(), mEvents.end(), VirtualClock::Now(),
+                             []( long long aNow, const Event& aEvent )
+                             { return aNow < aEvent.mTime; } );
+}
+
+// The first datagram, or failure to receive one, that the socket has now.
+std::deque<NetworkState::Event>::iterator NetworkState::FindReadable( unsigned int aSocket )
+{
+    const auto lDueEnd = FindNotDue();
+    const auto lEvent = std::find_if( mEvents.begin(), lDueEnd,
+                                      [aSocket]( const Event& aEvent )
+                                      { return aEvent.mSocket == aSocket && !aEvent.mAction; } );
+    return lEvent != lDueEnd ? lEvent : mEvents.end();
 }
 
 std::optional<unsigned int>
@@ -153,7 +162,7 @@ NetworkState::Wait( const std::vector<unsigned int>& aSockets, unsigned int aTim
         RunActions();
         for ( const unsigned int lSocket : aSockets )
         {
-            if ( aIsClosed( lSocket ) || HasReadable( lSocket ) )
+            if ( aIsClosed( lSocket ) || FindReadable( lSocket ) != mEvents.end() )
             {
                 return lSocket;
             }
@@ -162,9 +171,7 @@ NetworkState::Wait( const std::vector<unsigned int>& aSockets, unsigned int aTim
         {
             return std::nullopt;
         }
-        const auto lNext = std::find_if( mEvents.begin(), mEvents.end(),
-                                         []( const Event& aEvent )
-                                         { return aEvent.mTime > VirtualClock::Now(); } );
+        const auto lNext = FindNotDue();
         const long long lUntil = lNext != mEvents.end() ? lNext->mTime : lDeadline;
         VirtualClock::Set( std::min( lUntil, lDeadline ) );
     }
@@ -172,11 +179,7 @@ NetworkState::Wait( const std::vector<unsigned int>& aSockets, unsigned int aTim
 
 std::optional<NetworkState::Event> NetworkState::Take( unsigned int aSocket )
 {
-    const auto lEvent = std::find_if( mEvents.begin(), mEvents.end(),
-                                      [aSocket]( const Event& aEvent ) {
-                                          return aEvent.mSocket == aSocket && !aEvent.mAction &&
-                                                 aEvent.mTime <= VirtualClock::Now();
-                                      } );
+    const auto lEvent = FindReadable( aSocket );
     if ( lEvent == mEvents.end() )
     {
         return std::nullopt;

@@ -63,7 +63,8 @@ public:
 private:
     void Schedule( unsigned int aSocket, const Peer& aTo, std::vector<Event> aEvents );
     void RunActions();
-    bool HasReadable( unsigned int aSocket ) const;
+    std::deque<Event>::iterator FindNotDue();
+    std::deque<Event>::iterator FindReadable( unsigned int aSocket );
 
     std::deque<Event> mEvents; // in order of time, then of arrival
     unsigned int mSocketCount = 0;

@@ -36,32 +36,32 @@ bool DiscoveryAcknowledge::IsComplete() const
 
 unsigned short DiscoveryAcknowledge::GetVersionMajor() const
 {
-    return Get16( 0x00 );
+    return static_cast<unsigned short>( GetRegister( 0x00 ) >> 16 );
 }
 
 unsigned short DiscoveryAcknowledge::GetVersionMinor() const
 {
-    return Get16( 0x02 );
+    return static_cast<unsigned short>( GetRegister( 0x00 ) & 0xFFFFU );
 }
 
 Network::EthernetAddress DiscoveryAcknowledge::GetMacAddress() const
 {
-    return Network::EthernetAddress( Get32( 0x08 ), Get32( 0x0C ) );
+    return Network::EthernetAddress( GetRegister( 0x08 ), GetRegister( 0x0C ) );
 }
 
 Network::IpAddress DiscoveryAcknowledge::GetIpAddress() const
 {
-    return Network::IpAddress( Get32( 0x24 ) );
+    return Network::IpAddress( GetRegister( 0x24 ) );
 }
 
 Network::IpAddress DiscoveryAcknowledge::GetSubnetMask() const
 {
-    return Network::IpAddress( Get32( 0x34 ) );
+    return Network::IpAddress( GetRegister( 0x34 ) );
 }
 
 Network::IpAddress DiscoveryAcknowledge::GetDefaultGateway() const
 {
-    return Network::IpAddress( Get32( 0x44 ) );
+    return Network::IpAddress( GetRegister( 0x44 ) );
 }
 
 std::string DiscoveryAcknowledge::GetManufacturerName() const
@@ -94,10 +94,19 @@ std::string DiscoveryAcknowledge::GetUserDefinedName() const
     return GetText( 0xE8, 16 );
 }
 
+uint32_t DiscoveryAcknowledge::GetRegister( std::size_t aOffset ) const
+{
+    return IsComplete() ? Get32( aOffset ) : 0;
+}
+
 std::string DiscoveryAcknowledge::GetText( std::size_t aOffset, std::size_t aSize ) const
 {
+    if ( !IsComplete() )
+    {
+        return std::string();
+    }
     std::string lText( aSize, '\0' );
-    (void)GetBytes( aOffset, &lText[0], aSize ); // empty where there is nothing
+    (void)GetBytes( aOffset, &lText[0], aSize ); // lies within the whole payload
     return lText.substr( 0, lText.find( '\0' ) );
 }
 

@@ -52,6 +52,8 @@ public:
     std::string GetUserDefinedName() const;         // 0x00E8, 16 bytes
 
 private:
+    // The bootstrap block at an offset; zero, or empty, unless it is whole.
+    uint32_t GetRegister( std::size_t aOffset ) const;
     std::string GetText( std::size_t aOffset, std::size_t aSize ) const;
 };
 

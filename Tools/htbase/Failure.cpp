@@ -1,0 +1,83 @@
+#include "Tools/htbase/Failure.h"
+
+#include <QmUtilsLib/String.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace HtBaseTool
+{
+
+using QmUtilsLib::Result;
+
+namespace
+{
+
+// How the link's text for this refusal begins; nothing else in a result tells it apart.
+constexpr const char* ACCESS_DENIED = "Access denied";
+
+std::string GetDescription( const Result& aResult )
+{
+    std::string lText = aResult.GetDescription().GetAscii();
+    while ( !lText.empty() && lText.back() == '.' )
+    {
+        lText.pop_back();
+    }
+    return lText;
+}
+
+} // namespace
+
+std::string GetSystemErrorText( int aError )
+{
+    return std::system_category().message( aError );
+}
+
+std::string Describe( const Result& aResult )
+{
+    std::string lDetails = GetDescription( aResult );
+    if ( aResult.GetOSCode() != 0 )
+    {
+        const int lError = static_cast<int>( aResult.GetOSCode() );
+        lDetails += lDetails.empty() ? "" : ", ";
+        lDetails += GetSystemErrorText( lError ) + ", system error " + std::to_string( lError );
+    }
+    const std::string lName = aResult.GetCodeString();
+    return lDetails.empty() ? lName : lName + " (" + lDetails + ")";
+}
+
+std::string GetHint( const Result& aResult )
+{
+    if ( aResult == Result::TIMEOUT )
+    {
+        return " - no answer: is the address right, does a firewall stop UDP, or is the device on "
+               "another interface?";
+    }
+    if ( IsAccessDenied( aResult ) )
+    {
+        return " - another host holds control of the device, or it wants control to be taken first";
+    }
+    switch ( aResult.GetOSCode() )
+    {
+    case ECONNREFUSED:
+        return " - nothing listens there: are address and port right?";
+    case ENETUNREACH:
+    case EHOSTUNREACH:
+        return " - no way leads there: is the device on another network?";
+    case EADDRINUSE:
+        return " - another program uses this address and port";
+    case EADDRNOTAVAIL:
+        return " - this machine has no such address";
+    case EACCES:
+        return " - is it a broadcast address, or a port that only root may use?";
+    default:
+        return "";
+    }
+}
+
+bool IsAccessDenied( const Result& aResult )
+{
+    return GetDescription( aResult ).rfind( ACCESS_DENIED, 0 ) == 0;
+}
+
+} // namespace HtBaseTool

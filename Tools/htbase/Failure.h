@@ -1,0 +1,70 @@
+// How the program's commands fail.
+#pragma once
+
+#include <QmUtilsLib/Result.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace HtBaseTool
+{
+
+// What the program's exit status tells.
+enum class ExitStatus : int
+{
+    DONE = 0,
+    REFUSED = 1, // it was tried, and the device, the transfer or the system said no
+    USAGE = 2    // the command line is wrong; nothing was sent
+};
+
+// Failure ends a command: thrown where it becomes known, caught by the program, which prints the
+// sentence on standard error and exits with the status. The sentence says what was tried, on what
+// and why it failed, without a full stop; texts in it that come from elsewhere are escaped when it
+// is printed.
+class Failure : public std::runtime_error
+{
+public:
+    Failure( ExitStatus aStatus, const std::string& aSentence )
+        : std::runtime_error( aSentence )
+        , mStatus( aStatus )
+    {
+    }
+
+    // A failure because of a result, which is kept for the report.
+    Failure( const std::string& aSentence, const QmUtilsLib::Result& aResult )
+        : std::runtime_error( aSentence )
+        , mStatus( ExitStatus::REFUSED )
+        , mResult( aResult )
+    {
+    }
+
+    ExitStatus GetStatus() const { return mStatus; }
+
+    // The result behind the failure; OK when there is none.
+    const QmUtilsLib::Result& GetResult() const { return mResult; }
+
+private:
+    ExitStatus mStatus;
+    QmUtilsLib::Result mResult = QmUtilsLib::Result::OK;
+};
+
+// A wrong command line.
+inline Failure MakeUsageFailure( const std::string& aSentence )
+{
+    return Failure( ExitStatus::USAGE, aSentence );
+}
+
+// The system's text for one of its error numbers, such as "Connection refused".
+std::string GetSystemErrorText( int aError );
+
+// A result in words: "TIMEOUT (Command link operation failure)", "GENERIC_ERROR (Connection
+// refused, system error 111)".
+std::string Describe( const QmUtilsLib::Result& aResult );
+
+// What a person may do about it: " - is ...?" or nothing.
+std::string GetHint( const QmUtilsLib::Result& aResult );
+
+// The device answered that somebody else may write, not we.
+bool IsAccessDenied( const QmUtilsLib::Result& aResult );
+
+} // namespace HtBaseTool

@@ -1,0 +1,214 @@
+#include "Tools/htbase/Files.h"
+
+#include "Tools/htbase/Failure.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace HtBaseTool
+{
+
+namespace
+{
+
+constexpr size_t PORTION = 65536;
+
+Failure MakeFileFailure( const char* aTried, const std::string& aPath, const std::string& aReason )
+{
+    return MakeUsageFailure( std::string( "cannot " ) + aTried + " file '" + aPath +
+                             "': " + aReason );
+}
+
+Failure MakeTooLong( const std::string& aPath, uint64_t aMax )
+{
+    return MakeFileFailure( "load", aPath,
+                            "it is longer than the " + std::to_string( aMax ) +
+                                " bytes from the address to the end of 32-bit addresses" );
+}
+
+// A descriptor that closes itself.
+class Descriptor
+{
+public:
+    explicit Descriptor( int aNumber )
+        : mNumber( aNumber )
+    {
+    }
+    ~Descriptor()
+    {
+        if ( mNumber >= 0 )
+        {
+            (void)close( mNumber ); // it was only read from
+        }
+    }
+    Descriptor( const Descriptor& ) = delete;
+    Descriptor& operator=( const Descriptor& ) = delete;
+    int Get() const { return mNumber; }
+
+private:
+    const int mNumber;
+};
+
+void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax )
+{
+    struct stat lStatus
+    {
+    };
+    if ( aFile.Get() < 0 || fstat( aFile.Get(), &lStatus ) != 0 )
+    {
+        throw MakeFileFailure( "read", aPath, GetSystemErrorText( errno ) );
+    }
+    if ( S_ISDIR( lStatus.st_mode ) )
+    {
+        throw MakeFileFailure( "read", aPath, GetSystemErrorText( EISDIR ) );
+    }
+    if ( !S_ISREG( lStatus.st_mode ) && !S_ISFIFO( lStatus.st_mode ) )
+    {
+        throw MakeFileFailure( "read", aPath, "it is neither a regular file nor a pipe" );
+    }
+    if ( S_ISREG( lStatus.st_mode ) && static_cast<uint64_t>( lStatus.st_size ) > aMax )
+    {
+        throw MakeTooLong( aPath, aMax );
+    }
+}
+
+} // namespace
+
+std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
+{
+    const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC ) );
+    CheckKind( lFile, aPath, aMax );
+    std::vector<uint8_t> lBytes;
+    for ( ;; )
+    {
+        const size_t lSize = lBytes.size();
+        lBytes.resize( lSize + PORTION );
+        const ssize_t lCount = read( lFile.Get(), lBytes.data() + lSize, PORTION );
+        if ( lCount < 0 )
+        {
+            throw MakeFileFailure( "read", aPath, GetSystemErrorText( errno ) );
+        }
+        lBytes.resize( lSize + static_cast<size_t>( lCount ) );
+        if ( lBytes.size() > aMax )
+        {
+            throw MakeTooLong( aPath, aMax );
+        }
+        if ( lCount == 0 )
+        {
+            break;
+        }
+    }
+    if ( lBytes.empty() )
+    {
+        throw MakeFileFailure( "load", aPath, "it is empty" );
+    }
+    return lBytes;
+}
+
+OutputFile::OutputFile( const std::string& aPath )
+    : mPath( aPath )
+    , mTarget( aPath )
+{
+    struct stat lStatus
+    {
+    };
+    const bool lExists = stat( aPath.c_str(), &lStatus ) == 0;
+    if ( lExists && !S_ISREG( lStatus.st_mode ) )
+    {
+        mDescriptor = open( aPath.c_str(), O_WRONLY | O_CLOEXEC );
+        if ( mDescriptor < 0 )
+        {
+            throw MakeFileFailure( "write", mPath, GetSystemErrorText( errno ) );
+        }
+        return;
+    }
+    if ( lExists && access( aPath.c_str(), W_OK ) != 0 )
+    {
+        throw MakeFileFailure( "write", mPath, GetSystemErrorText( errno ) );
+    }
+    if ( lExists )
+    {
+        const std::unique_ptr<char, decltype( &std::free )> lResolved(
+            realpath( aPath.c_str(), nullptr ), &std::free );
+        mTarget = lResolved != nullptr ? lResolved.get() : aPath;
+    }
+    OpenTemporary();
+}
+
+// The temporary file gets the rights that a new file gets.
+void OutputFile::OpenTemporary()
+{
+    mTemporary = mTarget + ".XXXXXX";
+    mDescriptor = mkostemp( mTemporary.data(), O_CLOEXEC );
+    if ( mDescriptor < 0 )
+    {
+        mTemporary.clear();
+        throw MakeFileFailure( "write", mPath, GetSystemErrorText( errno ) );
+    }
+    const mode_t lMask = umask( 0 );
+    (void)umask( lMask );
+    (void)fchmod( mDescriptor, 0666 & ~lMask ); // else only its owner may read it: no failure
+}
+
+OutputFile::~OutputFile()
+{
+    if ( mDescriptor >= 0 )
+    {
+        (void)close( mDescriptor ); // what is complete was closed by Commit
+    }
+    if ( !mTemporary.empty() )
+    {
+        (void)unlink( mTemporary.c_str() ); // there is nobody left to tell
+    }
+}
+
+void OutputFile::ThrowFailure( const char* aTried ) const
+{
+    const int lError = errno;
+    throw Failure( std::string( "cannot " ) + aTried + " file '" + mPath +
+                       "': " + GetSystemErrorText( lError ),
+                   QmUtilsLib::Result( QmUtilsLib::Result::GENERIC_ERROR,
+                                       static_cast<unsigned int>( lError ) ) );
+}
+
+void OutputFile::Write( const void* aData, size_t aSize )
+{
+    const auto* const lBytes = static_cast<const uint8_t*>( aData );
+    for ( size_t lDone = 0; lDone < aSize; )
+    {
+        const ssize_t lCount = write( mDescriptor, lBytes + lDone, aSize - lDone );
+        if ( lCount < 0 )
+        {
+            ThrowFailure( "write" );
+        }
+        lDone += static_cast<size_t>( lCount );
+    }
+}
+
+void OutputFile::Commit()
+{
+    const int lDescriptor = mDescriptor;
+    mDescriptor = -1;
+    if ( close( lDescriptor ) != 0 )
+    {
+        ThrowFailure( "write" );
+    }
+    if ( mTemporary.empty() )
+    {
+        return;
+    }
+    if ( std::rename( mTemporary.c_str(), mTarget.c_str() ) != 0 )
+    {
+        ThrowFailure( "name" );
+    }
+    mTemporary.clear();
+}
+
+} // namespace HtBaseTool

@@ -1,0 +1,43 @@
+// Files of memory contents.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace HtBaseTool
+{
+
+// Reads a whole file of 1 to aMax bytes: a regular one, or a pipe. Throws a usage failure that says
+// what is wrong with it.
+std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax );
+
+// OutputFile is a file that appears under its name only when it is complete: until Commit it is a
+// temporary file beside it, which the destructor removes. What is no regular file (a device, a
+// pipe) is written into directly.
+class OutputFile
+{
+public:
+    // Throws a usage failure when the file cannot be made.
+    explicit OutputFile( const std::string& aPath );
+    ~OutputFile();
+
+    OutputFile( const OutputFile& ) = delete;
+    OutputFile& operator=( const OutputFile& ) = delete;
+
+    // Throw a failure when the system does not take the bytes, or the name.
+    void Write( const void* aData, size_t aSize );
+    void Commit();
+
+private:
+    void OpenTemporary();
+    [[noreturn]] void ThrowFailure( const char* aTried ) const;
+
+    const std::string mPath; // as it was given
+    std::string mTarget;     // what is replaced, symbolic links resolved
+    std::string mTemporary;  // empty: none
+    int mDescriptor = -1;
+};
+
+} // namespace HtBaseTool

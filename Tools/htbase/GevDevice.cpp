@@ -1,0 +1,243 @@
+#include "Tools/htbase/GevDevice.h"
+
+#include "Tools/htbase/Console.h"
+#include "Tools/htbase/Interruption.h"
+#include "Tools/htbase/Text.h"
+
+#include <nlohmann/json.hpp>
+
+namespace HtBaseTool
+{
+
+using QmUtilsLib::LockScope;
+using QmUtilsLib::Result;
+using WdUtilsLib::Network::IpAddress;
+
+namespace
+{
+
+// Values of Control Channel Privilege.
+constexpr uint32_t CONTROL_ACCESS = 2;
+constexpr uint32_t OPEN_ACCESS = 0;
+
+constexpr int REPEATS_MAX = 5;
+
+} // namespace
+
+GevDevice::GevDevice( Interruption& aInterruption, const HostPort& aHost,
+                      const LinkOptions& aOptions )
+    : mInterruption( aInterruption )
+    , mHost( aHost )
+    , mName( aHost.GetName() )
+    , mLink( mSocket, aOptions )
+{
+    const Result lResult = OpenSocket( nullptr, 0 );
+    if ( !lResult.IsOK() )
+    {
+        throw Failure( "cannot reach " + mName + ": " + Describe( lResult ) + GetHint( lResult ),
+                       lResult );
+    }
+    mLocalAddress = mSocket.GetLocalAddress();
+    mLocalPort = mSocket.GetLocalPort();
+    mInterruption.SetAction( [this] { Abort(); } );
+}
+
+GevDevice::~GevDevice()
+{
+    mInterruption.SetAction( nullptr );
+}
+
+Result GevDevice::OpenSocket( const IpAddress* aAddress, unsigned short aPort )
+{
+    const Result lResult = mSocket.Open( aAddress, aPort );
+    return lResult.IsOK() ? mSocket.Connect( mHost.mAddress, mHost.mPort ) : lResult;
+}
+
+Result GevDevice::ReadRegister( uint32_t aAddress, uint32_t& aValue )
+{
+    return mLink.ReadRegister( &aValue, aAddress );
+}
+
+Result GevDevice::WriteRegister( uint32_t aAddress, uint32_t aValue, bool aNoAck )
+{
+    return Write( [&] { return mLink.WriteRegister( &aValue, aAddress, aNoAck ); } );
+}
+
+Result GevDevice::ReadPiece( void* aData, uint32_t aAddress, uint32_t aSize )
+{
+    return Repeat( [&] { return mLink.ReadMemory( aData, aAddress, aSize ); } );
+}
+
+Result GevDevice::WritePiece( const void* aData, uint32_t aAddress, uint32_t aSize )
+{
+    return Write(
+        [&]
+        { return Repeat( [&] { return mLink.WriteMemory( aData, aAddress, aSize, false ); } ); } );
+}
+
+Result GevDevice::Repeat( const std::function<Result()>& aTransfer )
+{
+    Result lResult = aTransfer();
+    for ( int lRepeat = 0; lRepeat < REPEATS_MAX && lResult == Result::TIMEOUT; ++lRepeat )
+    {
+        ++mRepeats;
+        lResult = aTransfer();
+    }
+    return lResult;
+}
+
+// Takes control again when it ran out meanwhile.
+Result GevDevice::Write( const std::function<Result()>& aTransfer )
+{
+    Result lResult = aTransfer();
+    if ( mControl != Control::HELD || !IsAccessDenied( lResult ) || !TakeControl().IsOK() )
+    {
+        return lResult;
+    }
+    ++mRenewals;
+    return aTransfer();
+}
+
+Result GevDevice::TakeControl()
+{
+    mControl = Control::UNCERTAIN;
+    const uint32_t lValue = CONTROL_ACCESS;
+    const Result lResult = mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE, false );
+    const bool lIsOpen = lResult == Result::TIMEOUT || lResult == Result::NOT_CONNECTED;
+    if ( !lIsOpen )
+    {
+        mControl = lResult.IsOK() ? Control::HELD : Control::NONE;
+    }
+    return lResult;
+}
+
+// Where it is not known whether the device gave control, nobody waits for an answer.
+Result GevDevice::ReleaseControl()
+{
+    const Control lControl = mControl;
+    mControl = Control::NONE;
+    if ( lControl == Control::NONE )
+    {
+        return Result::OK;
+    }
+    Result lResult = EnterCleanUp();
+    if ( lResult.IsOK() )
+    {
+        const uint32_t lValue = OPEN_ACCESS;
+        lResult = Repeat(
+            [&] {
+                return mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE,
+                                            lControl == Control::UNCERTAIN );
+            } );
+    }
+    return lResult;
+}
+
+// Of the thread that watches for signals.
+void GevDevice::Abort()
+{
+    LockScope lLock( mMutex );
+    if ( !mIsCleanUp )
+    {
+        (void)mLink.Close(); // cannot fail; whoever waits for the device is woken
+    }
+}
+
+// From here on an interruption leaves the socket alone. If it was closed it is opened again with
+// the port it had, since only that port can give control back.
+Result GevDevice::EnterCleanUp()
+{
+    LockScope lLock( mMutex );
+    mIsCleanUp = true;
+    return mSocket.IsOpened() ? Result( Result::OK ) : OpenSocket( &mLocalAddress, mLocalPort );
+}
+
+Failure GevDevice::MakeFailure( const std::string& aTried, const Result& aResult,
+                                const std::string& aMore ) const
+{
+    if ( mInterruption.IsRequested() )
+    {
+        return Failure( "interrupted before it could " + aTried + " of " + mName + aMore,
+                        Result::ABORTED );
+    }
+    return Failure( "cannot " + aTried + " of " + mName + ": " + Describe( aResult ) + aMore +
+                        GetHint( aResult ),
+                    aResult );
+}
+
+nlohmann::ordered_json GevDevice::GetStatistics() const
+{
+    nlohmann::ordered_json lStatistics;
+    lStatistics["transfers"] = mLink.GetTransfersCount();
+    lStatistics["retries"] = mLink.GetRetriesCount();
+    lStatistics["retriesMax"] = mLink.GetRetriesMax();
+    lStatistics["pendingAcknowledges"] = mLink.GetPendingAcknowledgesCount();
+    lStatistics["transmitFailures"] = mLink.GetTransmitFailures();
+    lStatistics["piecesRepeated"] = mRepeats;
+    lStatistics["controlRenewals"] = mRenewals;
+    return lStatistics;
+}
+
+std::string GevDevice::GetStatisticsText() const
+{
+    const auto lCount = []( long long aCount, const char* aWord )
+    {
+        return FormatCount( static_cast<uint64_t>( aCount ), aWord );
+    };
+    return "statistics: " + lCount( mLink.GetTransfersCount(), "transfer" ) + ", " +
+           lCount( mLink.GetRetriesCount(), "repeated command" ) + " (at most " +
+           std::to_string( mLink.GetRetriesMax() ) + " times the same), " +
+           lCount( mLink.GetPendingAcknowledgesCount(), "pending acknowledge" ) + ", " +
+           lCount( mLink.GetTransmitFailures(), "transmit failure" ) + ", " +
+           lCount( mRepeats, "repeated piece" ) + ", " + lCount( mRenewals, "control renewal" );
+}
+
+ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted )
+    : mDevice( aDevice )
+    , mIsActive( aIsWanted )
+{
+    if ( !mIsActive )
+    {
+        return;
+    }
+    const Result lResult = mDevice.TakeControl();
+    if ( !lResult.IsOK() )
+    {
+        const Failure lFailure = mDevice.MakeFailure( "take control", lResult );
+        (void)mDevice.ReleaseControl(); // only if it may have been given; the first failure counts
+        throw lFailure;
+    }
+}
+
+ControlScope::~ControlScope()
+{
+    if ( !mIsActive )
+    {
+        return;
+    }
+    const Result lResult = mDevice.ReleaseControl();
+    if ( !lResult.IsOK() )
+    {
+        PrintNote( "cannot give back control of " + mDevice.GetName() + ": " + Describe( lResult ) +
+                   "; the device frees it by itself after its heartbeat timeout" );
+    }
+}
+
+void ControlScope::Release( const std::string& aDone )
+{
+    if ( !mIsActive )
+    {
+        return;
+    }
+    mIsActive = false;
+    const Result lResult = mDevice.ReleaseControl();
+    if ( !lResult.IsOK() )
+    {
+        throw Failure( aDone + ", but cannot give back control of " + mDevice.GetName() + ": " +
+                           Describe( lResult ) +
+                           "; the device frees it by itself after its heartbeat timeout",
+                       lResult );
+    }
+}
+
+} // namespace HtBaseTool

@@ -1,0 +1,122 @@
+// A GigE Vision device as the commands use it.
+#pragma once
+
+#include "Tools/htbase/Failure.h"
+#include "Tools/htbase/Host.h"
+#include "Tools/htbase/ToolLinkGEV.h"
+
+#include <QmUtilsLib/Mutex.h>
+#include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/Network/SocketUDP.h>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace HtBaseTool
+{
+
+class Interruption;
+
+// GevDevice is one socket and one link to one device. An interruption ends a running transfer at
+// once, and every one after it; control is given back all the same.
+//
+// Operations block as the link does. They return the link's result; MakeFailure turns one into the
+// sentence for the user.
+class GevDevice
+{
+public:
+    static constexpr uint32_t CONTROL_PRIVILEGE = 0x0A00;
+
+    // Opens a socket that is connected to the device; nothing is sent. Throws a failure when that
+    // is not possible. The interruption must outlive the object.
+    GevDevice( Interruption& aInterruption, const HostPort& aHost, const LinkOptions& aOptions );
+    ~GevDevice();
+
+    GevDevice( const GevDevice& ) = delete;
+    GevDevice& operator=( const GevDevice& ) = delete;
+
+    // "192.168.0.5:3956".
+    const std::string& GetName() const { return mName; }
+
+    QmUtilsLib::Result ReadRegister( uint32_t aAddress, uint32_t& aValue );
+    QmUtilsLib::Result WriteRegister( uint32_t aAddress, uint32_t aValue, bool aNoAck );
+
+    // Transfer a piece of memory of at most 536 bytes, whole words at a multiple of 4. A piece that
+    // timed out is repeated, up to five times, and counted.
+    QmUtilsLib::Result ReadPiece( void* aData, uint32_t aAddress, uint32_t aSize );
+    QmUtilsLib::Result WritePiece( const void* aData, uint32_t aAddress, uint32_t aSize );
+
+    // The failure of what was tried ("read register 0x00000934"). aMore is added to the reason, as
+    // in ", 512 of 1024 bytes ...".
+    Failure MakeFailure( const std::string& aTried, const QmUtilsLib::Result& aResult,
+                         const std::string& aMore = "" ) const;
+
+    // What happened on the link, for the report, and in a line for people.
+    nlohmann::ordered_json GetStatistics() const;
+    std::string GetStatisticsText() const;
+
+private:
+    friend class ControlScope;
+
+    // What is known about control of the device.
+    enum class Control
+    {
+        NONE,
+        UNCERTAIN, // asked for, without an answer
+        HELD
+    };
+
+    QmUtilsLib::Result Repeat( const std::function<QmUtilsLib::Result()>& aTransfer );
+    QmUtilsLib::Result Write( const std::function<QmUtilsLib::Result()>& aTransfer );
+    QmUtilsLib::Result TakeControl();
+    QmUtilsLib::Result ReleaseControl();
+    QmUtilsLib::Result OpenSocket( const WdUtilsLib::Network::IpAddress* aAddress,
+                                   unsigned short aPort );
+    void Abort();
+    QmUtilsLib::Result EnterCleanUp();
+
+    Interruption& mInterruption;
+    const HostPort mHost;
+    const std::string mName;
+    WdUtilsLib::Network::SocketUDP mSocket;
+    ToolLinkGEV mLink;
+    WdUtilsLib::Network::IpAddress mLocalAddress;
+    unsigned short mLocalPort = 0;
+    Control mControl = Control::NONE;
+    long long mRepeats = 0;
+    long long mRenewals = 0;
+
+    QmUtilsLib::Mutex mMutex; // opening and closing the socket exclude each other
+    bool mIsCleanUp QMUTILSLIB_GUARDED_BY( mMutex ) = false;
+};
+
+// ControlScope takes control of a device and gives it back, whatever happens in between. A device
+// takes writes only from the address and port that hold its control.
+//
+// Each command that the device gets prolongs the control. Where it ran out all the same, because a
+// transfer took longer than the device's Heartbeat Timeout, it is taken again and the refused write
+// is repeated.
+class ControlScope
+{
+public:
+    // Throws a failure when the device does not give it. Without aIsWanted nothing is done at all.
+    ControlScope( GevDevice& aDevice, bool aIsWanted );
+    ~ControlScope(); // gives back, and says so on standard error when that failed
+
+    ControlScope( const ControlScope& ) = delete;
+    ControlScope& operator=( const ControlScope& ) = delete;
+
+    // Gives control back now. Throws a failure when the device does not take it; aDone says what
+    // has been done all the same ("the registers are written").
+    void Release( const std::string& aDone );
+
+private:
+    GevDevice& mDevice;
+    bool mIsActive;
+};
+
+} // namespace HtBaseTool

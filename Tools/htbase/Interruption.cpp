@@ -1,0 +1,74 @@
+#include "Tools/htbase/Interruption.h"
+
+#include "Tools/htbase/Failure.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <utility>
+
+namespace HtBaseTool
+{
+
+using QmUtilsLib::LockScope;
+
+namespace
+{
+
+// Wakes the watching thread at the end of the program; from elsewhere it has no effect.
+constexpr int WAKE = SIGUSR2;
+
+} // namespace
+
+Interruption::Interruption()
+{
+    (void)sigemptyset( &mSignals ); // cannot fail with these numbers
+    (void)sigaddset( &mSignals, SIGINT );
+    (void)sigaddset( &mSignals, SIGTERM );
+    (void)sigaddset( &mSignals, WAKE );
+    (void)pthread_sigmask( SIG_BLOCK, &mSignals, nullptr );
+    // A reader that has gone shows as an error of the write; the command cleans up after it.
+    (void)std::signal( SIGPIPE, SIG_IGN );
+    mThread = std::thread( [this] { Watch(); } );
+}
+
+Interruption::~Interruption()
+{
+    mIsEnding = true;
+    (void)pthread_kill( mThread.native_handle(), WAKE );
+    mThread.join();
+}
+
+void Interruption::SetAction( std::function<void()> aAction )
+{
+    LockScope lLock( mMutex );
+    mAction = std::move( aAction );
+    if ( IsRequested() && mAction )
+    {
+        mAction();
+    }
+}
+
+void Interruption::Watch()
+{
+    while ( !mIsEnding )
+    {
+        int lSignal = 0;
+        if ( sigwait( &mSignals, &lSignal ) != 0 || lSignal == WAKE )
+        {
+            continue;
+        }
+        if ( mIsRequested.exchange( true ) )
+        {
+            _exit( static_cast<int>( ExitStatus::REFUSED ) );
+        }
+        LockScope lLock( mMutex );
+        if ( !mAction )
+        {
+            _exit( static_cast<int>( ExitStatus::REFUSED ) );
+        }
+        mAction();
+    }
+}
+
+} // namespace HtBaseTool

@@ -1,0 +1,280 @@
+// The commands that play a device: sim gev.
+
+#include "Tools/htbase/Console.h"
+#include "Tools/htbase/DeviceServer.h"
+#include "Tools/htbase/Failure.h"
+#include "Tools/htbase/Host.h"
+#include "Tools/htbase/Program.h"
+
+#include "Simulators/VirtualDeviceGEV.h"
+
+#include <WdUtilsLib/GEV/CommandHeader.h>
+#include <WdUtilsLib/Network/EthernetAddress.h>
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <string>
+
+namespace HtBaseTool
+{
+
+using QmUtilsLib::Result;
+using Simulators::ConfigurationGEV;
+using Simulators::Endpoint;
+using Simulators::FaultPlan;
+using Simulators::VirtualDeviceGEV;
+using WdUtilsLib::GEV::GVCP_PORT;
+using WdUtilsLib::Network::EthernetAddress;
+using WdUtilsLib::Network::IpAddress;
+using Json = nlohmann::ordered_json;
+
+namespace
+{
+
+constexpr uint32_t PENDING_MAX = 60000; // ms
+
+constexpr const char* VERSIONS[] = { "1.0", "1.1", "1.2", "2.0", "2.1" };
+
+// What a pending acknowledge announces beyond the time that the device takes, so that a punctual
+// answer is not a close race.
+constexpr uint32_t PENDING_MARGIN = 100; // ms
+
+struct SimOptions
+{
+    std::string mAddress = "127.0.0.1";
+    unsigned short mPort = GVCP_PORT;
+    std::string mVersion = "2.0";
+    std::string mMac;
+    uint32_t mPendingMs = 0;
+    bool mNoBroadcast = false;
+    FaultPlan::Rates mRates;
+    uint64_t mSeed = 1;
+    ConfigurationGEV mConfiguration;
+};
+
+// Each address has a MAC of its own, so that a discovery tells several devices apart.
+std::array<uint8_t, 6> MakeMac( uint32_t aAddress )
+{
+    return { 0x02,
+             0x48,
+             static_cast<uint8_t>( aAddress >> 24 ),
+             static_cast<uint8_t>( aAddress >> 16 ),
+             static_cast<uint8_t>( aAddress >> 8 ),
+             static_cast<uint8_t>( aAddress ) };
+}
+
+ConfigurationGEV MakeConfiguration( const SimOptions& aOptions, const IpAddress& aAddress )
+{
+    ConfigurationGEV lConfiguration = aOptions.mConfiguration;
+    if ( std::find( std::begin( VERSIONS ), std::end( VERSIONS ), aOptions.mVersion ) ==
+         std::end( VERSIONS ) )
+    {
+        throw MakeUsageFailure( "version '" + aOptions.mVersion +
+                                "' of GigE Vision is none of 1.0, 1.1, 1.2, 2.0 and 2.1" );
+    }
+    lConfiguration.mVersionMajor = static_cast<uint16_t>( aOptions.mVersion[0] - '0' );
+    lConfiguration.mVersionMinor = static_cast<uint16_t>( aOptions.mVersion[2] - '0' );
+    lConfiguration.mIpAddress = aAddress.GetValue();
+    lConfiguration.mMacAddress = MakeMac( aAddress.GetValue() );
+    if ( !aOptions.mMac.empty() )
+    {
+        EthernetAddress lMac;
+        if ( !lMac.Set( aOptions.mMac.c_str() ) )
+        {
+            throw MakeUsageFailure( "MAC '" + aOptions.mMac +
+                                    "' is not of the form 00:11:22:33:44:55" );
+        }
+        lConfiguration.mMacAddress = lMac.GetBytes();
+    }
+    if ( aOptions.mPendingMs != 0 )
+    {
+        lConfiguration.mPending.mTimes = 1;
+        lConfiguration.mPending.mTakesMs = aOptions.mPendingMs;
+        lConfiguration.mPending.mAnnouncedMs =
+            static_cast<uint16_t>( aOptions.mPendingMs + PENDING_MARGIN ); // at most 60100
+    }
+    return lConfiguration;
+}
+
+// A device hears a broadcast, but takes nothing else than the question who it is from one.
+bool IsDiscovery( const uint8_t* aData, size_t aSize )
+{
+    return aSize >= 8 && aData[0] == 0x42 && aData[2] == 0x00 && aData[3] == 0x02;
+}
+
+DeviceServer::Options MakeServerOptions( const SimOptions& aOptions, const IpAddress& aAddress )
+{
+    DeviceServer::Options lServer;
+    lServer.mAddress = aAddress;
+    lServer.mPort = aOptions.mPort;
+    lServer.mHearBroadcasts = aOptions.mPort == GVCP_PORT && !aOptions.mNoBroadcast;
+    lServer.mBroadcastFilter = IsDiscovery;
+    lServer.mRequestFaults = FaultPlan( aOptions.mRates, aOptions.mSeed );
+    lServer.mAnswerFaults = FaultPlan( aOptions.mRates, aOptions.mSeed + 1 ); // other numbers
+    return lServer;
+}
+
+Json MakeReport( const FaultPlan::Counters& aCounters )
+{
+    return { { "seen", aCounters.mSeen },
+             { "passed", aCounters.mPassed },
+             { "lost", aCounters.mLost },
+             { "delayed", aCounters.mDelayed },
+             { "duplicated", aCounters.mDuplicated },
+             { "reordered", aCounters.mReordered },
+             { "truncated", aCounters.mTruncated },
+             { "corrupted", aCounters.mCorrupted },
+             { "strays", aCounters.mStrays } };
+}
+
+void Summarise( Program& aProgram, const VirtualDeviceGEV& aDevice, const DeviceServer& aServer )
+{
+    const FaultPlan lRequests = aServer.GetRequestFaults();
+    const FaultPlan lAnswers = aServer.GetAnswerFaults();
+    const VirtualDeviceGEV::Counters lTotal = aDevice.GetTotal();
+    aProgram.mReport["requests"] = lTotal.mReceived;
+    aProgram.mReport["executed"] = lTotal.mExecuted;
+    aProgram.mReport["refused"] = lTotal.mRefused;
+    aProgram.mReport["repeated"] = lTotal.mRepeated;
+    aProgram.mReport["answers"] = lTotal.mAnswers;
+    aProgram.mReport["pendingAcknowledges"] = lTotal.mPendings;
+    aProgram.mReport["sendFailures"] = aServer.GetCounters().mSendFailures;
+    aProgram.mReport["requestFaults"] = MakeReport( lRequests.GetCounters() );
+    aProgram.mReport["answerFaults"] = MakeReport( lAnswers.GetCounters() );
+    if ( !aProgram.mIsJson )
+    {
+        Print( "device: " + aDevice.GetSummary() + "\nrequests: " + lRequests.GetSummary() +
+               "\nanswers: " + lAnswers.GetSummary() + "\n" );
+    }
+}
+
+void Announce( Program& aProgram, const DeviceServer& aServer )
+{
+    const HostPort lWhere{ aServer.GetAddress(), aServer.GetPort() };
+    aProgram.mReport["address"] = lWhere.mAddress.GetString();
+    aProgram.mReport["port"] = lWhere.mPort;
+    if ( aProgram.mIsJson )
+    {
+        PrintNote( "serving at " + lWhere.GetName() );
+        return;
+    }
+    Print( lWhere.GetName() + "\n" );
+}
+
+void Serve( Program& aProgram, const SimOptions& aOptions )
+{
+    if ( aOptions.mVersion.empty() ) // --version without a value
+    {
+        Print( "htbase " HTBASE_VERSION "\n" );
+        return;
+    }
+    const IpAddress lAddress = ParseAddress( aOptions.mAddress, "address" );
+    VirtualDeviceGEV lDevice( MakeConfiguration( aOptions, lAddress ) );
+    DeviceServer lServer(
+        [&lDevice]( const Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNowMs )
+        { return lDevice.Receive( aFrom, aData, aSize, aNowMs ); } );
+    Result lResult = lServer.Open( MakeServerOptions( aOptions, lAddress ) );
+    if ( !lResult.IsOK() )
+    {
+        throw Failure( "cannot serve at " + HostPort{ lAddress, aOptions.mPort }.GetName() + ": " +
+                           Describe( lResult ) + GetHint( lResult ),
+                       lResult );
+    }
+    aProgram.mInterruption.SetAction( [&lServer] { lServer.Stop(); } );
+    Announce( aProgram, lServer );
+    lResult = lServer.Run();
+    aProgram.mInterruption.SetAction( nullptr );
+    Summarise( aProgram, lDevice, lServer );
+    if ( !lResult.IsOK() && !aProgram.mInterruption.IsRequested() )
+    {
+        throw Failure( "cannot go on serving: " + Describe( lResult ), lResult );
+    }
+}
+
+void AddRate( CLI::App& aCommand, const char* aName, double& aRate, const char* aDescription )
+{
+    aCommand.add_option( aName, aRate, aDescription )
+        ->type_name( "RATE" )
+        ->check( CLI::Range( 0.0, 1.0 ) );
+}
+
+void AddFaultOptions( CLI::App& aCommand, SimOptions& aOptions )
+{
+    FaultPlan::Rates& lRates = aOptions.mRates;
+    AddRate( aCommand, "--loss", lRates.mLoss, "Lose datagrams, 0 to 1, each way" );
+    AddRate( aCommand, "--delay", lRates.mDelay, "Delay datagrams" );
+    aCommand.add_option( "--max-delay", lRates.mMaxDelayMs, "Longest delay" )
+        ->type_name( "MS" )
+        ->check( CLI::Range( 1, 60000 ) )
+        ->capture_default_str();
+    AddRate( aCommand, "--duplicate", lRates.mDuplicate, "Send datagrams twice" );
+    AddRate( aCommand, "--reorder", lRates.mReorder, "Let later datagrams overtake" );
+    AddRate( aCommand, "--truncate", lRates.mTruncate, "Cut datagrams" );
+    AddRate( aCommand, "--corrupt", lRates.mCorrupt, "Change a byte of the header" );
+    AddRate( aCommand, "--stray", lRates.mStray, "Throw in datagrams that nobody asked for" );
+    aCommand.add_option( "--seed", aOptions.mSeed, "The same seed gives the same faults" )
+        ->type_name( "N" )
+        ->capture_default_str();
+}
+
+void AddDeviceOptions( CLI::App& aCommand, SimOptions& aOptions )
+{
+    ConfigurationGEV& lConfiguration = aOptions.mConfiguration;
+    aCommand
+        .add_option( "--version", aOptions.mVersion,
+                     "Version of GigE Vision: 1.0, 1.1, 1.2, 2.0 (the default) or 2.1" )
+        ->expected( 0, 1 )
+        ->type_name( "VERSION" );
+    aCommand
+        .add_option( "--pending", aOptions.mPendingMs,
+                     "Take this long for each register and memory command, and say so by a pending "
+                     "acknowledge (version 1.0 has none and is silent)" )
+        ->type_name( "MS" )
+        ->check( CLI::Range( uint32_t{ 0 }, PENDING_MAX ) );
+    aCommand.add_option( "--mac", aOptions.mMac, "MAC address; by default made of the address" )
+        ->type_name( "MAC" );
+    aCommand.add_option( "--manufacturer", lConfiguration.mManufacturerName, "Maker" )
+        ->type_name( "TEXT" );
+    aCommand.add_option( "--model", lConfiguration.mModelName, "Model" )->type_name( "TEXT" );
+    aCommand.add_option( "--serial", lConfiguration.mSerialNumber, "Serial number" )
+        ->type_name( "TEXT" );
+    aCommand.add_option( "--user-name", lConfiguration.mUserName, "User-defined name" )
+        ->type_name( "TEXT" );
+    aCommand
+        .add_option( "--heartbeat", lConfiguration.mHeartbeatTimeoutMs,
+                     "Silence after which control is freed" )
+        ->type_name( "MS" )
+        ->check( CLI::Range( Simulators::HEARTBEAT_MIN_MS, uint32_t{ 3600000 } ) )
+        ->capture_default_str();
+}
+
+} // namespace
+
+void AddSimCommands( CLI::App& aApp, Program& aProgram )
+{
+    CLI::App* const lGroup = AddGroup( aApp, "sim", "Virtual devices" );
+    const auto lOptions = std::make_shared<SimOptions>();
+    lOptions->mConfiguration.mRequestsKept = 0; // nobody looks at them
+    CLI::App* const lCommand = AddCommand(
+        *lGroup, "gev",
+        "Play a GigE Vision device until SIGINT or SIGTERM. The first line says at which "
+        "address:port, the last ones what happened",
+        aProgram, [lOptions]( Program& aRun ) { Serve( aRun, *lOptions ); } );
+    lCommand->add_option( "--address", lOptions->mAddress, "Address of this machine to serve at" )
+        ->type_name( "ADDR" )
+        ->capture_default_str();
+    lCommand
+        ->add_option( "--port", lOptions->mPort,
+                      "UDP port, 0 for a free one; broadcasts are heard on 3956 only" )
+        ->type_name( "PORT" )
+        ->check( CLI::Range( 0, 65535 ) )
+        ->capture_default_str();
+    lCommand->add_flag( "--no-broadcast", lOptions->mNoBroadcast, "Hear no broadcasts" );
+    AddDeviceOptions( *lCommand, *lOptions );
+    AddFaultOptions( *lCommand, *lOptions );
+}
+
+} // namespace HtBaseTool

@@ -1,0 +1,844 @@
+// The UDP socket over the loopback interface, in real time.
+
+#include <QmUtilsLib/Result.h>
+#include <QmUtilsLib/Thread.h>
+#include <WdUtilsLib/Network/IpAddress.h>
+#include <WdUtilsLib/Network/SocketUDP.h>
+
+#include "support/NetworkNamespace.h"
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+
+using QmUtilsLib::Result;
+using QmUtilsLib::Thread;
+using WdUtilsLib::Network::IpAddress;
+using WdUtilsLib::Network::SocketUDP;
+
+const IpAddress LOOPBACK( 0x7F000001 );
+
+// Long enough for the slowest machine; a test that waits so long has failed.
+constexpr unsigned int LONG_MS = 20000;
+
+void ExpectSystemError( const Result& aResult, int aError )
+{
+    EXPECT_EQ( aResult.GetCode(), Result::GENERIC_ERROR );
+    EXPECT_EQ( aResult.GetOSCode(), static_cast<unsigned int>( aError ) );
+}
+
+Result SendText( SocketUDP& aSocket, const std::string& aText )
+{
+    return aSocket.Send( aText.data(), static_cast<int>( aText.size() ) );
+}
+
+// What arrives next within the longest time; the code's name when nothing does.
+std::string ReceiveText( SocketUDP& aSocket )
+{
+    char lBuffer[2048];
+    int lReceived = 0;
+    (void)aSocket.SetTimeoutRx( LONG_MS ); // a closed socket says so in the receive
+    const Result lResult = aSocket.Receive( lBuffer, sizeof( lBuffer ), lReceived );
+    return lResult.IsOK() ? std::string( lBuffer, static_cast<std::size_t>( lReceived ) )
+                          : lResult.GetCodeString();
+}
+
+// True when nothing is there to receive now.
+bool IsSilent( SocketUDP& aSocket )
+{
+    SocketUDP* lSockets[] = { &aSocket };
+    return SocketUDP::SelectOnRx( lSockets, 1, 0, nullptr ) == nullptr;
+}
+
+// Waits until something, an error included, is there.
+bool WaitReadable( SocketUDP& aSocket )
+{
+    SocketUDP* lSockets[] = { &aSocket };
+    return SocketUDP::SelectOnRx( lSockets, 1, LONG_MS, nullptr ) == &aSocket;
+}
+
+// A port of the loopback interface on which nobody listens.
+unsigned short GetDeadPort()
+{
+    SocketUDP lSocket;
+    EXPECT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    return lSocket.GetLocalPort();
+}
+
+std::size_t CountDescriptors()
+{
+    std::size_t lCount = 0;
+    DIR* const lDirectory = opendir( "/proc/self/fd" );
+    while ( lDirectory != nullptr && readdir( lDirectory ) != nullptr )
+    {
+        ++lCount;
+    }
+    if ( lDirectory != nullptr )
+    {
+        (void)closedir( lDirectory );
+    }
+    return lCount;
+}
+
+// How long something takes, in milliseconds.
+long long Measure( const std::function<void()>& aAction )
+{
+    const long long lStart = Thread::GetTickCount();
+    aAction();
+    return Thread::GetTickCount() - lStart;
+}
+
+std::atomic<int> gSignals{ 0 };
+
+void CountSignal( int )
+{
+    gSignals.fetch_add( 1 );
+}
+
+// Sends the thread that makes it a signal every millisecond. System calls are not restarted.
+class SignalStorm
+{
+public:
+    SignalStorm()
+    {
+        struct sigaction lAction = {};
+        lAction.sa_handler = CountSignal;
+        EXPECT_EQ( sigaction( SIGUSR1, &lAction, &mOldAction ), 0 );
+        gSignals = 0;
+        const pthread_t lTarget = pthread_self();
+        mThread = std::thread(
+            [this, lTarget]
+            {
+                while ( !mStop )
+                {
+                    (void)pthread_kill( lTarget, SIGUSR1 ); // the target outlives this thread
+                    std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+                }
+            } );
+    }
+
+    ~SignalStorm()
+    {
+        mStop = true;
+        mThread.join();
+        (void)sigaction( SIGUSR1, &mOldAction, nullptr ); // was valid before
+    }
+
+    SignalStorm( const SignalStorm& ) = delete;
+    SignalStorm& operator=( const SignalStorm& ) = delete;
+
+private:
+    struct sigaction mOldAction = {};
+    std::atomic<bool> mStop{ false };
+    std::thread mThread;
+};
+
+// Two sockets that are each other's peer.
+class SocketPair : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE( mHost.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( mDevice.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( mHost.Connect( LOOPBACK, mDevice.GetLocalPort() ).IsOK() );
+        ASSERT_TRUE( mDevice.Connect( LOOPBACK, mHost.GetLocalPort() ).IsOK() );
+    }
+
+    SocketUDP mHost;
+    SocketUDP mDevice;
+};
+
+// A receive that must fail and leave everything as it was.
+void ExpectReceiveLeavesAll( SocketUDP& aSocket, const Result& aExpected )
+{
+    char lBuffer[8] = { 1, 2, 3, 4, 5, 6, 7, 8 };
+    int lReceived = -77;
+    IpAddress lAddress( 0x01020304 );
+    unsigned short lPort = 4711;
+    for ( const bool lWithSender : { false, true } )
+    {
+        const Result lResult =
+            lWithSender
+                ? aSocket.ReceiveFrom( lBuffer, sizeof( lBuffer ), lReceived, lAddress, lPort )
+                : aSocket.Receive( lBuffer, sizeof( lBuffer ), lReceived );
+        EXPECT_EQ( lResult.GetCode(), aExpected.GetCode() );
+        EXPECT_EQ( lResult.GetOSCode(), aExpected.GetOSCode() );
+        EXPECT_EQ( std::string( lBuffer, 8 ), "\1\2\3\4\5\6\7\10" );
+        EXPECT_EQ( lReceived, -77 );
+        EXPECT_EQ( lAddress.GetValue(), 0x01020304U );
+        EXPECT_EQ( lPort, 4711 );
+    }
+}
+
+void ExpectEverythingNotConnected( SocketUDP& aSocket )
+{
+    EXPECT_FALSE( aSocket.IsOpened() );
+    EXPECT_EQ( aSocket.Connect( LOOPBACK, 9 ).GetCode(), Result::NOT_CONNECTED );
+    EXPECT_EQ( aSocket.SetBroadcast( true ).GetCode(), Result::NOT_CONNECTED );
+    EXPECT_EQ( aSocket.Send( "x", 1 ).GetCode(), Result::NOT_CONNECTED );
+    EXPECT_EQ( aSocket.SendTo( "x", 1, LOOPBACK, 9 ).GetCode(), Result::NOT_CONNECTED );
+    EXPECT_EQ( aSocket.SetTimeoutRx( 1 ).GetCode(), Result::NOT_CONNECTED );
+    ExpectReceiveLeavesAll( aSocket, Result( Result::NOT_CONNECTED ) );
+    EXPECT_EQ( aSocket.GetLocalAddress(), IpAddress() );
+    EXPECT_EQ( aSocket.GetLocalPort(), 0 );
+    EXPECT_TRUE( aSocket.Close().IsOK() );
+}
+
+} // namespace
+
+TEST( SocketUDP, OnAClosedSocketEverythingIsNotConnected )
+{
+    SocketUDP lSocket;
+    ExpectEverythingNotConnected( lSocket );
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    EXPECT_TRUE( lSocket.IsOpened() );
+    EXPECT_TRUE( lSocket.Close().IsOK() );
+    ExpectEverythingNotConnected( lSocket );
+}
+
+TEST( SocketUDP, AClosedSocketCountsAsReadable )
+{
+    SocketUDP lOpen;
+    SocketUDP lClosed;
+    ASSERT_TRUE( lOpen.Open( &LOOPBACK ).IsOK() );
+    SocketUDP* lSockets[] = { &lOpen, &lClosed };
+    unsigned int lIndex = 77;
+    EXPECT_LT(
+        Measure(
+            [&]
+            { EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 2, LONG_MS, &lIndex ), &lClosed ); } ),
+        LONG_MS );
+    EXPECT_EQ( lIndex, 1U );
+}
+
+TEST( SocketUDP, OpenBindsToWhatIsAskedFor )
+{
+    SocketUDP lChosen;
+    ASSERT_TRUE( lChosen.Open( &LOOPBACK ).IsOK() );
+    EXPECT_EQ( lChosen.GetLocalAddress(), LOOPBACK );
+    EXPECT_NE( lChosen.GetLocalPort(), 0 );
+
+    SocketUDP lAny;
+    ASSERT_TRUE( lAny.Open().IsOK() );
+    EXPECT_EQ( lAny.GetLocalAddress(), IpAddress() );
+    EXPECT_NE( lAny.GetLocalPort(), lChosen.GetLocalPort() );
+
+    const unsigned short lPort = GetDeadPort();
+    SocketUDP lGiven;
+    ASSERT_TRUE( lGiven.Open( &LOOPBACK, lPort ).IsOK() );
+    EXPECT_EQ( lGiven.GetLocalPort(), lPort );
+}
+
+TEST( SocketUDP, OpenTellsWhyItFailed )
+{
+    SocketUDP lFirst;
+    ASSERT_TRUE( lFirst.Open( &LOOPBACK ).IsOK() );
+    const std::size_t lDescriptors = CountDescriptors();
+
+    SocketUDP lSecond;
+    ExpectSystemError( lSecond.Open( &LOOPBACK, lFirst.GetLocalPort() ), EADDRINUSE );
+    EXPECT_FALSE( lSecond.IsOpened() );
+    const IpAddress lForeign( 0xC0000201 ); // 192.0.2.1, for documents only
+    ExpectSystemError( lSecond.Open( &lForeign ), EADDRNOTAVAIL );
+    EXPECT_FALSE( lSecond.IsOpened() );
+    EXPECT_EQ( CountDescriptors(), lDescriptors );
+}
+
+TEST( SocketUDP, OpenOfAnOpenSocketReopensIt )
+{
+    SocketUDP lSocket;
+    SocketUDP lSender;
+    ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.SetTimeoutRx( LONG_MS ).IsOK() );
+    const unsigned short lOldPort = lSocket.GetLocalPort();
+    ASSERT_TRUE( lSender.SendTo( "old", 3, LOOPBACK, lOldPort ).IsOK() );
+    ASSERT_TRUE( WaitReadable( lSocket ) );
+    const std::size_t lDescriptors = CountDescriptors();
+
+    // The port was given up, so it can be had again; what had arrived is gone, and so is the wait.
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK, lOldPort ).IsOK() );
+    EXPECT_EQ( CountDescriptors(), lDescriptors );
+    EXPECT_TRUE( lSocket.IsOpened() );
+    EXPECT_LT( Measure( [&] { ExpectReceiveLeavesAll( lSocket, Result( Result::TIMEOUT ) ); } ),
+               LONG_MS );
+    ASSERT_TRUE( lSender.SendTo( "new", 3, LOOPBACK, lOldPort ).IsOK() );
+    EXPECT_EQ( ReceiveText( lSocket ), "new" );
+}
+
+TEST( SocketUDP, AFailedReopenLeavesTheSocketClosed )
+{
+    SocketUDP lOther;
+    SocketUDP lSocket;
+    ASSERT_TRUE( lOther.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ExpectSystemError( lSocket.Open( &LOOPBACK, lOther.GetLocalPort() ), EADDRINUSE );
+    ExpectEverythingNotConnected( lSocket );
+    EXPECT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+}
+
+TEST( SocketUDP, AddressesAreSharedWhereAllAgree )
+{
+    SocketUDP lFirst;
+    SocketUDP lSecond;
+    SocketUDP lSelfish;
+    ASSERT_TRUE( lFirst.Open( &LOOPBACK, 0, true ).IsOK() );
+    const unsigned short lPort = lFirst.GetLocalPort();
+    EXPECT_TRUE( lSecond.Open( &LOOPBACK, lPort, true ).IsOK() );
+    EXPECT_EQ( lSecond.GetLocalPort(), lPort );
+    ExpectSystemError( lSelfish.Open( &LOOPBACK, lPort, false ), EADDRINUSE );
+    // As a device that hears broadcasts beside its own address.
+    SocketUDP lBroadcasts;
+    EXPECT_TRUE( lBroadcasts.Open( nullptr, lPort, true ).IsOK() );
+}
+
+TEST_F( SocketPair, DatagramsOfEverySizeArriveWhole )
+{
+    std::vector<char> lBuffer( 65536 );
+    ASSERT_TRUE( mDevice.SetTimeoutRx( LONG_MS ).IsOK() );
+    for ( const int lSize : { 1, 8, 548, 1472, 9000, 65507 } )
+    {
+        const std::string lText( static_cast<std::size_t>( lSize ), 'x' );
+        ASSERT_TRUE( SendText( mHost, lText ).IsOK() );
+        int lReceived = 0;
+        ASSERT_TRUE( mDevice.Receive( lBuffer.data(), 65536, lReceived ).IsOK() );
+        EXPECT_EQ( lReceived, lSize );
+        EXPECT_EQ( std::string( lBuffer.data(), static_cast<std::size_t>( lReceived ) ), lText );
+    }
+}
+
+TEST_F( SocketPair, ADatagramOfNothingArrives )
+{
+    ASSERT_TRUE( mHost.Send( nullptr, 0 ).IsOK() );
+    ASSERT_TRUE( SendText( mHost, "next" ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mDevice ) );
+    char lBuffer[4] = { 'a', 'b', 'c', 'd' };
+    int lReceived = -1;
+    EXPECT_TRUE( mDevice.Receive( lBuffer, 4, lReceived ).IsOK() );
+    EXPECT_EQ( lReceived, 0 );
+    EXPECT_EQ( std::string( lBuffer, 4 ), "abcd" );
+    EXPECT_EQ( ReceiveText( mDevice ), "next" );
+}
+
+TEST_F( SocketPair, ADatagramIsCutToTheBuffer )
+{
+    ASSERT_TRUE( SendText( mHost, "0123456789" ).IsOK() );
+    ASSERT_TRUE( SendText( mHost, "unheard" ).IsOK() );
+    ASSERT_TRUE( SendText( mHost, "next" ).IsOK() );
+    ASSERT_TRUE( mDevice.SetTimeoutRx( LONG_MS ).IsOK() );
+    char lBuffer[8] = { '#', '#', '#', '#', '#', '#', '#', '#' };
+    int lReceived = 0;
+    ASSERT_TRUE( mDevice.Receive( lBuffer, 4, lReceived ).IsOK() );
+    EXPECT_EQ( lReceived, 4 );
+    EXPECT_EQ( std::string( lBuffer, 8 ), "0123####" );
+    ASSERT_TRUE( mDevice.Receive( nullptr, 0, lReceived ).IsOK() ); // cut to nothing
+    EXPECT_EQ( lReceived, 0 );
+    EXPECT_EQ( ReceiveText( mDevice ), "next" );
+}
+
+TEST_F( SocketPair, ImpossibleLengthsAreRefused )
+{
+    ExpectSystemError( mHost.Send( "x", -1 ), EINVAL );
+    ExpectSystemError( mHost.SendTo( "x", -1, LOOPBACK, mDevice.GetLocalPort() ), EINVAL );
+    const std::string lTooLong( 65508, 'x' );
+    ExpectSystemError( SendText( mHost, lTooLong ), EMSGSIZE );
+    EXPECT_TRUE( IsSilent( mDevice ) );
+    int lReceived = -77;
+    char lByte = 'x';
+    ExpectSystemError( mDevice.Receive( &lByte, -1, lReceived ), EINVAL );
+    EXPECT_EQ( lReceived, -77 );
+}
+
+TEST_F( SocketPair, ReceiveFromTellsTheSender )
+{
+    SocketUDP lListener;
+    ASSERT_TRUE( lListener.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lListener.SetTimeoutRx( LONG_MS ).IsOK() );
+    ASSERT_TRUE( mHost.SendTo( "a", 1, LOOPBACK, lListener.GetLocalPort() ).IsOK() );
+    SocketUDP lElsewhere;
+    const IpAddress lOtherAddress( 0x7F010203 );
+    ASSERT_TRUE( lElsewhere.Open( &lOtherAddress ).IsOK() );
+    ASSERT_TRUE( lElsewhere.SendTo( "b", 1, LOOPBACK, lListener.GetLocalPort() ).IsOK() );
+
+    char lByte = '\0';
+    int lReceived = 0;
+    IpAddress lAddress;
+    unsigned short lPort = 0;
+    ASSERT_TRUE( lListener.ReceiveFrom( &lByte, 1, lReceived, lAddress, lPort ).IsOK() );
+    EXPECT_EQ( lByte, 'a' );
+    EXPECT_EQ( lAddress, LOOPBACK );
+    EXPECT_EQ( lPort, mHost.GetLocalPort() );
+    ASSERT_TRUE( lListener.ReceiveFrom( &lByte, 1, lReceived, lAddress, lPort ).IsOK() );
+    EXPECT_EQ( lByte, 'b' );
+    EXPECT_EQ( lAddress, lOtherAddress );
+    EXPECT_EQ( lPort, lElsewhere.GetLocalPort() );
+}
+
+TEST_F( SocketPair, AConnectedSocketHearsItsPeerOnly )
+{
+    SocketUDP lStranger;
+    ASSERT_TRUE( lStranger.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lStranger.SendTo( "stranger", 8, LOOPBACK, mHost.GetLocalPort() ).IsOK() );
+    ASSERT_TRUE( SendText( mDevice, "peer" ).IsOK() );
+    EXPECT_EQ( ReceiveText( mHost ), "peer" );
+    EXPECT_TRUE( IsSilent( mHost ) );
+}
+
+TEST( SocketUDP, SendNeedsAPeer )
+{
+    SocketUDP lSocket;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ExpectSystemError( lSocket.Send( "x", 1 ), EDESTADDRREQ );
+}
+
+TEST_F( SocketPair, WithoutATimeOutAReceiveDoesNotWait )
+{
+    EXPECT_LT( Measure( [&] { ExpectReceiveLeavesAll( mHost, Result( Result::TIMEOUT ) ); } ),
+               LONG_MS );
+    // Nor where it is taken away again.
+    ASSERT_TRUE( mHost.SetTimeoutRx( 10 * LONG_MS ).IsOK() );
+    ASSERT_TRUE( mHost.SetTimeoutRx( 0 ).IsOK() );
+    EXPECT_LT( Measure( [&] { ExpectReceiveLeavesAll( mHost, Result( Result::TIMEOUT ) ); } ),
+               LONG_MS );
+    ASSERT_TRUE( SendText( mDevice, "there" ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mHost ) );
+    char lBuffer[8];
+    int lReceived = 0;
+    EXPECT_TRUE( mHost.Receive( lBuffer, sizeof( lBuffer ), lReceived ).IsOK() );
+    EXPECT_EQ( lReceived, 5 );
+}
+
+TEST_F( SocketPair, AReceiveWaitsAsLongAsItsTimeOut )
+{
+    char lByte = 'x';
+    int lReceived = -77;
+    for ( const unsigned int lTimeout : { 60U, 1U, 120U, 60U } )
+    {
+        ASSERT_TRUE( mHost.SetTimeoutRx( lTimeout ).IsOK() );
+        for ( int lTime = 0; lTime < 2; ++lTime )
+        {
+            const long long lElapsed = Measure(
+                [&] {
+                    EXPECT_EQ( mHost.Receive( &lByte, 1, lReceived ).GetCode(), Result::TIMEOUT );
+                } );
+            EXPECT_GE( lElapsed, lTimeout );
+            EXPECT_LT( lElapsed, LONG_MS );
+        }
+    }
+    EXPECT_EQ( lReceived, -77 );
+    EXPECT_EQ( lByte, 'x' );
+}
+
+TEST_F( SocketPair, AReceiveEndsWhenSomethingArrives )
+{
+    std::thread lSender(
+        [this]
+        {
+            std::this_thread::sleep_for( std::chrono::milliseconds( 30 ) );
+            EXPECT_TRUE( SendText( mDevice, "at last" ).IsOK() );
+        } );
+    EXPECT_LT( Measure( [&] { EXPECT_EQ( ReceiveText( mHost ), "at last" ); } ), LONG_MS );
+    lSender.join();
+}
+
+TEST_F( SocketPair, SignalsShortenNoReceive )
+{
+    constexpr unsigned int TIMEOUT = 250;
+    ASSERT_TRUE( mHost.SetTimeoutRx( TIMEOUT ).IsOK() );
+    const SignalStorm lStorm;
+    const long long lElapsed =
+        Measure( [&] { ExpectReceiveLeavesAll( mHost, Result( Result::TIMEOUT ) ); } );
+    EXPECT_GE( lElapsed, 2 * TIMEOUT ); // it receives twice
+    EXPECT_LT( lElapsed, LONG_MS );
+    EXPECT_GT( gSignals, 10 );
+}
+
+TEST_F( SocketPair, SignalsShortenNoSelect )
+{
+    constexpr unsigned int TIMEOUT = 250;
+    SocketUDP* lSockets[] = { &mHost };
+    unsigned int lIndex = 77;
+    const SignalStorm lStorm;
+    const long long lElapsed = Measure(
+        [&] { EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 1, TIMEOUT, &lIndex ), nullptr ); } );
+    EXPECT_GE( lElapsed, TIMEOUT );
+    EXPECT_LT( lElapsed, LONG_MS );
+    EXPECT_GT( gSignals, 10 );
+    EXPECT_EQ( lIndex, 77U );
+}
+
+TEST_F( SocketPair, DatagramsPassThroughSignals )
+{
+    std::atomic<bool> lStop{ false };
+    std::thread lEcho(
+        [&]
+        {
+            while ( !lStop )
+            {
+                const std::string lText = ReceiveText( mDevice );
+                (void)SendText( mDevice, lText ); // the last one finds nobody
+            }
+        } );
+    {
+        const SignalStorm lStorm;
+        for ( int lNumber = 0; lNumber < 300; ++lNumber )
+        {
+            const std::string lText = std::to_string( lNumber );
+            ASSERT_TRUE( SendText( mHost, lText ).IsOK() );
+            ASSERT_EQ( ReceiveText( mHost ), lText );
+        }
+    }
+    lStop = true;
+    EXPECT_TRUE( SendText( mHost, "end" ).IsOK() );
+    lEcho.join();
+}
+
+TEST( SocketUDP, AReceiveTellsThatNobodyListens )
+{
+    SocketUDP lSocket;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDeadPort() ).IsOK() );
+    ASSERT_TRUE( lSocket.Send( "x", 1 ).IsOK() );
+    ASSERT_TRUE( WaitReadable( lSocket ) ); // an error counts
+    char lByte = 'y';
+    int lReceived = -77;
+    ExpectSystemError( lSocket.Receive( &lByte, 1, lReceived ), ECONNREFUSED );
+    EXPECT_EQ( lReceived, -77 );
+    EXPECT_EQ( lByte, 'y' );
+    EXPECT_EQ( lSocket.Receive( &lByte, 1, lReceived ).GetCode(), Result::TIMEOUT ); // told once
+}
+
+TEST( SocketUDP, ASendIsRepeatedWhenAnEarlierOneFoundNobody )
+{
+    const unsigned short lPort = GetDeadPort();
+    SocketUDP lSocket;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, lPort ).IsOK() );
+    for ( int lTime = 0; lTime < 3; ++lTime )
+    {
+        EXPECT_TRUE( SendText( lSocket, "unheard" ).IsOK() );
+        ASSERT_TRUE( WaitReadable( lSocket ) ); // the report is there and will refuse the next
+    }
+    SocketUDP lListener;
+    ASSERT_TRUE( lListener.Open( &LOOPBACK, lPort ).IsOK() );
+    EXPECT_TRUE( SendText( lSocket, "heard" ).IsOK() );
+    EXPECT_EQ( ReceiveText( lListener ), "heard" );
+    EXPECT_TRUE( IsSilent( lListener ) );
+    EXPECT_TRUE( IsSilent( lSocket ) );
+}
+
+TEST_F( SocketPair, SelectWaitsAndLeavesTheIndexWhenNothingComes )
+{
+    SocketUDP* lSockets[] = { &mHost, &mDevice };
+    unsigned int lIndex = 77;
+    const long long lElapsed =
+        Measure( [&] { EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 2, 80, &lIndex ), nullptr ); } );
+    EXPECT_GE( lElapsed, 80 );
+    EXPECT_LT( lElapsed, LONG_MS );
+    EXPECT_LT(
+        Measure( [&] { EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 2, 0, &lIndex ), nullptr ); } ),
+        LONG_MS );
+    EXPECT_EQ( lIndex, 77U );
+}
+
+TEST_F( SocketPair, SelectEndsWhenSomethingArrives )
+{
+    std::thread lSender(
+        [this]
+        {
+            std::this_thread::sleep_for( std::chrono::milliseconds( 30 ) );
+            EXPECT_TRUE( SendText( mHost, "x" ).IsOK() );
+        } );
+    EXPECT_LT( Measure( [&] { EXPECT_TRUE( WaitReadable( mDevice ) ); } ), LONG_MS );
+    lSender.join();
+}
+
+TEST( SocketUDP, SelectFindsTheFirstOfMany )
+{
+    SocketUDP lSender;
+    ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
+    for ( const unsigned int lCount : { 1U, 2U, 7U, 8U, 9U, 40U } )
+    {
+        std::vector<std::unique_ptr<SocketUDP>> lOwned;
+        std::vector<SocketUDP*> lSockets;
+        for ( unsigned int lNumber = 0; lNumber < lCount; ++lNumber )
+        {
+            lOwned.push_back( std::make_unique<SocketUDP>() );
+            ASSERT_TRUE( lOwned.back()->Open( &LOOPBACK ).IsOK() );
+            lSockets.push_back( lOwned.back().get() );
+        }
+        // From the last to the first: each arrival is in front of those that are there already.
+        for ( unsigned int lNumber = lCount; lNumber-- > 0; )
+        {
+            ASSERT_TRUE(
+                lSender.SendTo( "x", 1, LOOPBACK, lSockets[lNumber]->GetLocalPort() ).IsOK() );
+            ASSERT_TRUE( WaitReadable( *lSockets[lNumber] ) );
+            unsigned int lIndex = 77;
+            EXPECT_EQ( SocketUDP::SelectOnRx( lSockets.data(), lCount, LONG_MS, &lIndex ),
+                       lSockets[lNumber] );
+            EXPECT_EQ( lIndex, lNumber );
+            EXPECT_EQ( SocketUDP::SelectOnRx( lSockets.data(), lCount, LONG_MS, nullptr ),
+                       lSockets[lNumber] );
+        }
+    }
+}
+
+TEST( SocketUDP, DescriptorNumbersAbove1023Work )
+{
+    rlimit lLimit{};
+    ASSERT_EQ( getrlimit( RLIMIT_NOFILE, &lLimit ), 0 );
+    lLimit.rlim_cur = lLimit.rlim_max;
+    if ( lLimit.rlim_max < 1100 || setrlimit( RLIMIT_NOFILE, &lLimit ) != 0 )
+    {
+        GTEST_SKIP() << "this system allows no more than " << lLimit.rlim_max << " descriptors";
+    }
+    // Every number up to 1023 is taken, so that the sockets get higher ones.
+    std::vector<int> lTaken;
+    while ( lTaken.empty() || lTaken.back() < 1023 )
+    {
+        lTaken.push_back( open( "/dev/null", O_RDONLY | O_CLOEXEC ) );
+        ASSERT_GE( lTaken.back(), 0 );
+    }
+    {
+        SocketUDP lReceiver;
+        SocketUDP lSender;
+        ASSERT_TRUE( lReceiver.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
+        const int lNext = open( "/dev/null", O_RDONLY | O_CLOEXEC );
+        EXPECT_GT( lNext, 1025 );
+        (void)close( lNext ); // was opened for reading only
+        EXPECT_TRUE( IsSilent( lReceiver ) );
+        ASSERT_TRUE( lSender.SendTo( "high", 4, LOOPBACK, lReceiver.GetLocalPort() ).IsOK() );
+        EXPECT_TRUE( WaitReadable( lReceiver ) );
+        EXPECT_EQ( ReceiveText( lReceiver ), "high" );
+        SocketUDP* lSockets[] = { &lReceiver, &lSender };
+        EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 2, 20, nullptr ), nullptr );
+    }
+    for ( const int lNumber : lTaken )
+    {
+        (void)close( lNumber ); // was opened for reading only
+    }
+}
+
+// Runs an operation that waits on another thread, closes the socket meanwhile, and tells how long
+// that took. The pause lets the waiter get into its wait; the result is the same if it did not.
+long long CloseBeside( SocketUDP& aSocket, const std::vector<std::function<void()>>& aWaits )
+{
+    std::vector<std::thread> lThreads;
+    for ( const std::function<void()>& lWait : aWaits )
+    {
+        lThreads.emplace_back( lWait );
+    }
+    std::this_thread::sleep_for( std::chrono::milliseconds( 60 ) );
+    return Measure(
+        [&]
+        {
+            EXPECT_TRUE( aSocket.Close().IsOK() );
+            for ( std::thread& lThread : lThreads )
+            {
+                lThread.join();
+            }
+        } );
+}
+
+TEST( SocketUDP, CloseWakesEveryWaiter )
+{
+    for ( const bool lConnected : { false, true } )
+    {
+        SocketUDP lSocket;
+        ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( lSocket.SetTimeoutRx( 2 * LONG_MS ).IsOK() );
+        if ( lConnected )
+        {
+            ASSERT_TRUE( lSocket.Connect( LOOPBACK, 9 ).IsOK() );
+        }
+        const auto lReceive = [&]
+        {
+            char lByte = 'x';
+            int lReceived = -77;
+            EXPECT_EQ( lSocket.Receive( &lByte, 1, lReceived ).GetCode(), Result::NOT_CONNECTED );
+            EXPECT_EQ( lReceived, -77 );
+        };
+        const auto lReceiveFrom = [&]
+        {
+            char lByte = 'x';
+            int lReceived = -77;
+            IpAddress lAddress( 5 );
+            unsigned short lPort = 6;
+            EXPECT_EQ( lSocket.ReceiveFrom( &lByte, 1, lReceived, lAddress, lPort ).GetCode(),
+                       Result::NOT_CONNECTED );
+            EXPECT_EQ( lReceived, -77 );
+            EXPECT_EQ( lAddress, IpAddress( 5 ) );
+            EXPECT_EQ( lPort, 6 );
+        };
+        const auto lSelect = [&]
+        {
+            SocketUDP* lSockets[] = { &lSocket };
+            EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 1, 2 * LONG_MS, nullptr ), &lSocket );
+            lReceive(); // the receive tells
+        };
+        EXPECT_LT( CloseBeside( lSocket, { lReceive, lReceive, lReceiveFrom, lSelect } ), LONG_MS );
+        ExpectEverythingNotConnected( lSocket );
+        EXPECT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    }
+}
+
+// Whatever runs while the socket is closed ends with NOT_CONNECTED, and gives back its descriptor.
+TEST( SocketUDP, CloseMayRunBesideEveryOperation )
+{
+    SocketUDP lPeer;
+    ASSERT_TRUE( lPeer.Open( &LOOPBACK ).IsOK() );
+    const std::size_t lDescriptors = CountDescriptors();
+    SocketUDP lSocket;
+    for ( int lRound = 0; lRound < 60; ++lRound )
+    {
+        ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( lSocket.Connect( LOOPBACK, lPeer.GetLocalPort() ).IsOK() );
+        ASSERT_TRUE( lSocket.SetTimeoutRx( 1 ).IsOK() );
+        const auto lUntilClosed = [&lSocket]( const std::function<Result()>& aOperation )
+        {
+            return std::thread(
+                [aOperation]
+                {
+                    for ( ;; )
+                    {
+                        const Result lResult = aOperation();
+                        if ( lResult.GetCode() == Result::NOT_CONNECTED )
+                        {
+                            return;
+                        }
+                        ASSERT_TRUE( lResult.IsOK() || lResult.GetCode() == Result::TIMEOUT )
+                            << lResult.GetCodeString() << lResult.GetOSCode();
+                    }
+                } );
+        };
+        const auto lReceive = [&lSocket]
+        {
+            char lByte;
+            int lReceived;
+            return lSocket.Receive( &lByte, 1, lReceived );
+        };
+        const auto lSelect = [&lSocket, lReceive]
+        {
+            SocketUDP* lSockets[] = { &lSocket };
+            return SocketUDP::SelectOnRx( lSockets, 1, LONG_MS, nullptr ) != nullptr
+                       ? lReceive()
+                       : Result( Result::GENERIC_ERROR );
+        };
+        std::thread lThreads[] = {
+            lUntilClosed( [&lSocket] { return lSocket.Send( "x", 1 ); } ),
+            lUntilClosed( [&lSocket] { return lSocket.SetTimeoutRx( 2 ); } ),
+            lUntilClosed( lReceive ),
+            lUntilClosed( lSelect ),
+        };
+        if ( lRound % 2 == 0 )
+        {
+            std::this_thread::sleep_for( std::chrono::milliseconds( lRound % 5 ) );
+        }
+        EXPECT_TRUE( lSocket.Close().IsOK() );
+        for ( std::thread& lThread : lThreads )
+        {
+            lThread.join();
+        }
+        ASSERT_EQ( CountDescriptors(), lDescriptors );
+    }
+}
+
+// A number that is given back may be the next socket's. Who still waits must not hear that one.
+TEST( SocketUDP, NobodyUsesANumberThatHasANewOwner )
+{
+    SocketUDP lSender;
+    ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
+    std::atomic<int> lStolen{ 0 };
+    for ( int lRound = 0; lRound < 200; ++lRound )
+    {
+        SocketUDP lOld;
+        ASSERT_TRUE( lOld.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( lOld.SetTimeoutRx( 1 ).IsOK() );
+        std::thread lWaiter(
+            [&]
+            {
+                Result lResult;
+                do
+                {
+                    char lByte;
+                    int lReceived = 0;
+                    lResult = lOld.Receive( &lByte, 1, lReceived );
+                    lStolen += lResult.IsOK() ? 1 : 0;
+                } while ( lResult.GetCode() != Result::NOT_CONNECTED );
+            } );
+        if ( lRound % 2 == 0 )
+        {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE( lOld.Close().IsOK() );
+        SocketUDP lNew;
+        ASSERT_TRUE( lNew.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( lSender.SendTo( "mine", 4, LOOPBACK, lNew.GetLocalPort() ).IsOK() );
+        EXPECT_EQ( ReceiveText( lNew ), "mine" );
+        lWaiter.join();
+    }
+    EXPECT_EQ( lStolen, 0 );
+}
+
+TEST( SocketUDP, DestructionGivesTheDescriptorBack )
+{
+    const std::size_t lDescriptors = CountDescriptors();
+    unsigned short lPort = 0;
+    {
+        SocketUDP lSocket;
+        ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+        lPort = lSocket.GetLocalPort();
+        EXPECT_EQ( CountDescriptors(), lDescriptors + 1 );
+    }
+    EXPECT_EQ( CountDescriptors(), lDescriptors );
+    SocketUDP lNext;
+    EXPECT_TRUE( lNext.Open( &LOOPBACK, lPort ).IsOK() );
+}
+
+TEST( SocketUDP, BroadcastNeedsPermission )
+{
+    const std::string lReason = TestSupport::EnterNetworkNamespace();
+    if ( !lReason.empty() )
+    {
+        GTEST_SKIP() << lReason;
+    }
+    const IpAddress lEverybody( 0xFFFFFFFF );
+    SocketUDP lListener;
+    SocketUDP lSender;
+    ASSERT_TRUE( lListener.Open().IsOK() );
+    ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
+    const unsigned short lPort = lListener.GetLocalPort();
+
+    ExpectSystemError( lSender.SendTo( "a", 1, lEverybody, lPort ), EACCES );
+    ASSERT_TRUE( lSender.SetBroadcast( true ).IsOK() );
+    EXPECT_TRUE( lSender.SendTo( "b", 1, lEverybody, lPort ).IsOK() );
+    EXPECT_EQ( ReceiveText( lListener ), "b" );
+    ASSERT_TRUE( lSender.SetBroadcast( false ).IsOK() );
+    ExpectSystemError( lSender.SendTo( "c", 1, lEverybody, lPort ), EACCES );
+    EXPECT_TRUE( IsSilent( lListener ) );
+
+    // A socket opened anew has no permission.
+    ASSERT_TRUE( lSender.SetBroadcast( true ).IsOK() );
+    ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
+    ExpectSystemError( lSender.SendTo( "d", 1, lEverybody, lPort ), EACCES );
+}
