@@ -229,13 +229,14 @@ bool SRecordReader::ConvertDataLine()
     const int lCount = static_cast<int>( lByteCount - NOT_DATA ); // "-1" is a byte count too
     for ( int lIndex = 0; lIndex < lCount; ++lIndex )
     {
+        const auto lPlace = static_cast<std::size_t>( lIndex );
         unsigned int lByte = 0;
-        if ( std::sscanf( mLine + DATA_AT + std::ptrdiff_t{ 2 } * lIndex, "%2x", &lByte ) != 1 )
+        if ( std::sscanf( mLine + DATA_AT + 2 * lPlace, "%2x", &lByte ) != 1 )
         {
             std::printf( "failed reading data byte %d", lIndex );
             return false;
         }
-        mBytes[ADDRESS_SIZE + lIndex] = static_cast<unsigned char>( lByte & 0xFF );
+        mBytes[ADDRESS_SIZE + lPlace] = static_cast<unsigned char>( lByte & 0xFF );
     }
     WriteData( lAddress, lCount );
     return true;
@@ -311,8 +312,11 @@ void SRecordReader::ReadAhead()
 // Puts the latest usual line where a shorter line after it will look for its tail.
 void SRecordReader::KeepUsualLine()
 {
-    std::copy_n( mUsualLine, std::min( mUsualLength, MAX_LINE ), mLine );
-    mUsualLength = 0;
+    if ( mUsualLength > 0 )
+    {
+        std::memcpy( mLine, mUsualLine, std::min( mUsualLength, MAX_LINE ) );
+        mUsualLength = 0;
+    }
 }
 
 } // namespace HtBaseLib

@@ -65,11 +65,10 @@ class GuardedBuffer
 {
 public:
     explicit GuardedBuffer( const Bytes& aContent )
-        : mBytes( GUARD, UNTOUCHED )
+        : mBytes( GUARD + aContent.size() + GUARD, UNTOUCHED )
         , mSize( static_cast<unsigned int>( aContent.size() ) )
     {
-        mBytes.insert( mBytes.end(), aContent.begin(), aContent.end() );
-        mBytes.insert( mBytes.end(), GUARD, UNTOUCHED );
+        std::copy( aContent.begin(), aContent.end(), mBytes.begin() + GUARD );
     }
 
     explicit GuardedBuffer( unsigned int aSize )
