@@ -27,7 +27,6 @@ constexpr char IDENTIFICATION = 'I';
 constexpr char RESET = 'R';
 constexpr char END = 'E';
 
-constexpr unsigned int HEADER_SIZE = 2;
 constexpr unsigned int MAX_LENGTH = 0xFF;
 
 constexpr unsigned int VERSION_SIZE = 3;
@@ -262,6 +261,16 @@ bool DfwPayloadWriter::WriteDataRecord( const unsigned char* aBytes, unsigned in
     return aCount == 0 || WriteRecord( DATA, aBytes, aCount );
 }
 
+bool DfwPayloadWriter::WriteDataInPlace( unsigned char* aRecord, unsigned int aCount )
+{
+    QMUTILSLIB_ASSERT( mTarget != NULL );
+    if ( aCount > MAX_DATA_SIZE )
+    {
+        return false;
+    }
+    return aCount == 0 || WriteInPlace( DATA, aRecord, aCount );
+}
+
 bool DfwPayloadWriter::WriteData( const unsigned char* aBytes, unsigned int aCount )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
@@ -468,15 +477,20 @@ bool DfwPayloadWriter::AddWordHex( std::FILE* aFile )
     return WordHexReader( *this ).Convert( aFile );
 }
 
-// One write for the whole record: a stream that is full cuts it off where it would anyway.
 bool DfwPayloadWriter::WriteRecord( char aType, const unsigned char* aBytes, unsigned int aLength )
 {
-    QMUTILSLIB_ASSERT( mTarget != NULL );
     unsigned char lRecord[HEADER_SIZE + MAX_LENGTH];
-    lRecord[0] = static_cast<unsigned char>( aType );
-    lRecord[1] = static_cast<unsigned char>( aLength );
     std::copy_n( aBytes, aLength, lRecord + HEADER_SIZE );
-    (void)mTarget->Write( lRecord, 1, HEADER_SIZE + aLength ); // what was taken is not looked at
+    return WriteInPlace( aType, lRecord, aLength );
+}
+
+// One write for the whole record: a stream that is full cuts it off where it would anyway.
+bool DfwPayloadWriter::WriteInPlace( char aType, unsigned char* aRecord, unsigned int aLength )
+{
+    QMUTILSLIB_ASSERT( mTarget != NULL );
+    aRecord[0] = static_cast<unsigned char>( aType );
+    aRecord[1] = static_cast<unsigned char>( aLength );
+    (void)mTarget->Write( aRecord, 1, HEADER_SIZE + aLength ); // what was taken is not looked at
     return true;
 }
 

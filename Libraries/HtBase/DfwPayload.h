@@ -36,6 +36,9 @@ namespace HtBaseLib
 class DfwPayloadWriter
 {
 public:
+    // Type and length byte.
+    static constexpr unsigned int HEADER_SIZE = 2;
+
     // The most that one data record holds.
     static constexpr unsigned int MAX_DATA_SIZE = 254;
 
@@ -56,6 +59,10 @@ public:
     // False, and nothing is written, for more than MAX_DATA_SIZE bytes; no bytes are no record and
     // true. aBytes may be null when there are none.
     bool WriteDataRecord( const unsigned char* aBytes, unsigned int aCount );
+
+    // The same for data that stands behind HEADER_SIZE bytes, which are overwritten with the
+    // header: spares a copy.
+    bool WriteDataInPlace( unsigned char* aRecord, unsigned int aCount );
 
     // As many data records as it takes, all full but the last.
     bool WriteData( const unsigned char* aBytes, unsigned int aCount );
@@ -108,6 +115,7 @@ public:
 
 private:
     bool WriteRecord( char aType, const unsigned char* aBytes, unsigned int aLength );
+    bool WriteInPlace( char aType, unsigned char* aRecord, unsigned int aLength );
     bool WriteNumberRecord( char aType, std::uint32_t aNumber );
     bool FindRecord( char aType, unsigned int aMinLength, unsigned int aMaxLength,
                      unsigned int& aLength );

@@ -57,9 +57,36 @@ constexpr PairTable MakePairs()
 
 constexpr PairTable PAIRS = MakePairs();
 
+// The value of two digits with IS_PAIR, or 0.
 unsigned int Decode( const unsigned char* aText )
 {
     return PAIRS[GetPairIndex( aText[0], aText[1] )];
+}
+
+// The same into a byte.
+unsigned int DecodeInto( const unsigned char* aText, unsigned char* aByte )
+{
+    const unsigned int lValue = Decode( aText );
+    *aByte = static_cast<unsigned char>( lValue & 0xFF );
+    return lValue;
+}
+
+// Decodes aCount bytes; false when not all of the text is digits.
+bool DecodeAll( const unsigned char* aText, unsigned int aCount, unsigned char* aBytes )
+{
+    unsigned int lAll = IS_PAIR;
+    for ( ; aCount >= UNROLLED; aCount -= UNROLLED, aText += 2 * UNROLLED, aBytes += UNROLLED )
+    {
+        for ( unsigned int lStep = 0; lStep < UNROLLED; ++lStep )
+        {
+            lAll &= DecodeInto( aText + std::size_t{ 2 } * lStep, aBytes + lStep );
+        }
+    }
+    for ( ; aCount > 0; --aCount, aText += 2, ++aBytes )
+    {
+        lAll &= DecodeInto( aText, aBytes );
+    }
+    return lAll != 0;
 }
 
 std::uint32_t GetAddress( const unsigned char* aBytes )
@@ -123,7 +150,9 @@ bool SRecordReader::ConvertUsualLine()
     }
     const unsigned char* const lText = mBlock.get() + mNext;
     const std::size_t lLength = GetUsualLength();
-    if ( lLength == 0 || !DecodeUsualLine( lText ) )
+    const auto lByteCount = static_cast<unsigned int>( ( lLength - ADDRESS_AT ) / 2 );
+    // The checksum is decoded as well: a line feed in its place would end the line there.
+    if ( lLength == 0 || !DecodeAll( lText + ADDRESS_AT, lByteCount, mBytes ) )
     {
         return false;
     }
@@ -134,7 +163,7 @@ bool SRecordReader::ConvertUsualLine()
     mUsualLine = lText;
     mUsualLength = lLength;
     mNext += lLength + 1;
-    WriteData( GetAddress( mBytes ), static_cast<int>( ( lLength - DATA_AT ) / 2 ) - 1 );
+    WriteData( GetAddress( mBytes ), static_cast<int>( lByteCount - NOT_DATA ) );
     return true;
 }
 
@@ -159,37 +188,6 @@ std::size_t SRecordReader::GetUsualLength() const
         ++lLength;
     }
     return lLength < lAvailable && lText[lLength] == '\n' ? lLength : 0;
-}
-
-// Decodes what the byte count of a line of usual length counts: address, data and checksum. False
-// when not all of it are digits. The checksum is looked at as well: a line feed in its place would
-// end the line there.
-bool SRecordReader::DecodeUsualLine( const unsigned char* aText )
-{
-    const unsigned int lByteCount = Decode( aText + COUNT_AT ) & 0xFF;
-    const unsigned char* lDigits = aText + ADDRESS_AT;
-    unsigned int lAll = IS_PAIR;
-    unsigned int lIndex = 0;
-    const auto lDecodeOne = [&]
-    {
-        const unsigned int lByte = Decode( lDigits );
-        mBytes[lIndex] = static_cast<unsigned char>( lByte & 0xFF );
-        lAll &= lByte;
-        lDigits += 2;
-        ++lIndex;
-    };
-    while ( lIndex + UNROLLED <= lByteCount )
-    {
-        for ( unsigned int lStep = 0; lStep < UNROLLED; ++lStep )
-        {
-            lDecodeOne();
-        }
-    }
-    while ( lIndex < lByteCount )
-    {
-        lDecodeOne();
-    }
-    return lAll != 0;
 }
 
 bool SRecordReader::ConvertLine()
@@ -250,8 +248,9 @@ void SRecordReader::WriteData( std::uint32_t aAddress, int aCount )
     {
         mWriter.WriteAddressRecord( aAddress );
     }
-    mWriter.WriteDataRecord( mBytes + ADDRESS_SIZE,
-                             static_cast<unsigned int>( std::max( aCount, 0 ) ) );
+    // The address has been read out of its bytes; the header goes there.
+    mWriter.WriteDataInPlace( mBytes + ADDRESS_SIZE - DfwPayloadWriter::HEADER_SIZE,
+                              static_cast<unsigned int>( std::max( aCount, 0 ) ) );
     mExpected = aAddress + static_cast<std::uint32_t>( aCount );
 }
 

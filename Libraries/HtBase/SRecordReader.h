@@ -35,7 +35,6 @@ private:
 
     bool ConvertUsualLine();
     std::size_t GetUsualLength() const;
-    bool DecodeUsualLine( const unsigned char* aText );
     bool ConvertLine();
     bool ConvertDataLine();
     void WriteData( std::uint32_t aAddress, int aCount );

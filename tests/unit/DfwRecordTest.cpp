@@ -262,6 +262,17 @@ TEST( DfwRecord, DataOf254BytesIsARecordAndOf255IsRefused )
     EXPECT_EQ( lWritten.GetBytes(), Join( { { 0x44, 0xFE }, Bytes( 254, 0x5A ) } ) );
 }
 
+TEST( DfwRecord, DataBehindRoomForItsHeaderIsWrittenAlike )
+{
+    Bytes lRecord( 2 + 255, 0x5A );
+    Written lWritten;
+    EXPECT_TRUE( lWritten->WriteDataInPlace( lRecord.data(), 0 ) );
+    EXPECT_FALSE( lWritten->WriteDataInPlace( lRecord.data(), 255 ) );
+    EXPECT_EQ( lWritten.GetBytes(), Bytes{} );
+    EXPECT_TRUE( lWritten->WriteDataInPlace( lRecord.data(), 3 ) );
+    EXPECT_EQ( lWritten.GetBytes(), ( Bytes{ 0x44, 0x03, 0x5A, 0x5A, 0x5A } ) );
+}
+
 TEST( DfwRecord, MuchDataIsSplitInOrder )
 {
     Bytes lData( 600 );
