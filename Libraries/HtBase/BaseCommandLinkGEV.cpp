@@ -36,7 +36,8 @@ constexpr const char* FUNCTION = "HtBaseLib::BaseCommandLinkGEV::SendCommand";
 constexpr std::size_t READ_ACKNOWLEDGE_SIZE = 548;
 constexpr std::size_t WRITE_ACKNOWLEDGE_SIZE = 12;
 
-// An acknowledge with one register value: header and value.
+// The acknowledge of a register read without, and with, one whole value.
+constexpr unsigned int BARE_ACKNOWLEDGE_SIZE = 8;
 constexpr unsigned int REGISTER_ACKNOWLEDGE_SIZE = 12;
 
 // A write of a size that no packet carries.
@@ -81,6 +82,21 @@ Result TranslateStatus( unsigned short aStatus )
         lEntry != std::end( STATUS_TEXTS ) ? lEntry->mText : INVALID_ANSWER;
     QMUTILSLIB_ASSERT( lErrorMsg != NULL );
     return Result( Result::GENERIC_ERROR, 0, QmUtilsLib::String( lErrorMsg ) );
+}
+
+// Tells whether the acknowledge, which is a valid one, has a whole value in it. What follows the
+// value is nobody's concern, as behind the bytes of a memory read.
+bool HasRegister( const GEV::ReadRegisterAcknowledge& aAcknowledge,
+                  const GEV::ReadRegisterCommand& aCommand )
+{
+    for ( unsigned int lSize = BARE_ACKNOWLEDGE_SIZE; lSize < REGISTER_ACKNOWLEDGE_SIZE; ++lSize )
+    {
+        if ( aAcknowledge.IsValid( lSize, aCommand ) )
+        {
+            return false;
+        }
+    }
+    return true;
 }
 
 Result MakeInvalidAnswer()
@@ -155,7 +171,7 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
     {
         return lResult;
     }
-    if ( !lAcknowledge.IsValid( REGISTER_ACKNOWLEDGE_SIZE, lCommand ) )
+    if ( !HasRegister( lAcknowledge, lCommand ) )
     {
         return MakeInvalidAnswer();
     }

@@ -201,12 +201,13 @@ void DeviceServer::Deliver( const Outgoing& aRequest, int64_t aNowMs )
     }
 }
 
+// Counted under the same lock, so that who has the answer also sees it counted.
 void DeviceServer::Send( const Outgoing& aAnswer )
 {
+    LockScope lLock( mMutex );
     const Result lResult =
         mSocket.SendTo( aAnswer.mBytes.data(), static_cast<int>( aAnswer.mBytes.size() ),
                         IpAddress( aAnswer.mTo.mAddress ), aAnswer.mTo.mPort );
-    LockScope lLock( mMutex );
     ++( lResult.IsOK() ? mCounters.mSent : mCounters.mSendFailures );
 }
 

@@ -75,6 +75,11 @@ std::string GetHint( const Result& aResult )
     }
 }
 
+bool IsRefusal( const Result& aResult )
+{
+    return aResult == Result::GENERIC_ERROR && aResult.GetOSCode() == 0;
+}
+
 bool IsAccessDenied( const Result& aResult )
 {
     return GetDescription( aResult ).rfind( ACCESS_DENIED, 0 ) == 0;

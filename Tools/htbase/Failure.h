@@ -64,6 +64,9 @@ std::string Describe( const QmUtilsLib::Result& aResult );
 // What a person may do about it: " - is ...?" or nothing.
 std::string GetHint( const QmUtilsLib::Result& aResult );
 
+// The device answered, and said no.
+bool IsRefusal( const QmUtilsLib::Result& aResult );
+
 // The device answered that somebody else may write, not we.
 bool IsAccessDenied( const QmUtilsLib::Result& aResult );
 

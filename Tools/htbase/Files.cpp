@@ -1,6 +1,7 @@
 #include "Tools/htbase/Files.h"
 
 #include "Tools/htbase/Failure.h"
+#include "Tools/htbase/Text.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -29,8 +30,8 @@ Failure MakeFileFailure( const char* aTried, const std::string& aPath, const std
 Failure MakeTooLong( const std::string& aPath, uint64_t aMax )
 {
     return MakeFileFailure( "load", aPath,
-                            "it is longer than the " + std::to_string( aMax ) +
-                                " bytes from the address to the end of 32-bit addresses" );
+                            "it is longer than the " + FormatCount( aMax, "byte" ) +
+                                " from the address to the end of 32-bit addresses" );
 }
 
 // A descriptor that closes itself.
@@ -116,6 +117,10 @@ OutputFile::OutputFile( const std::string& aPath )
     : mPath( aPath )
     , mTarget( aPath )
 {
+    if ( aPath.empty() )
+    {
+        throw MakeFileFailure( "write", mPath, GetSystemErrorText( ENOENT ) );
+    }
     struct stat lStatus
     {
     };

@@ -48,6 +48,7 @@ void AddGevCommands( CLI::App& aApp, Program& aProgram )
 {
     CLI::App* const lGroup = AddGroup( aApp, "gev", "GigE Vision devices" );
     AddGevDiscover( *lGroup, aProgram );
+    AddGevInfo( *lGroup, aProgram );
     AddGevRead( *lGroup, aProgram );
     AddGevWrite( *lGroup, aProgram );
     AddGevDump( *lGroup, aProgram );

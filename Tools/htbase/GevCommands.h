@@ -26,6 +26,7 @@ void AddLinkOptions( CLI::App& aCommand, LinkOptions& aOptions );
 void AddTarget( CLI::App& aCommand, GevTarget& aTarget );
 
 void AddGevDiscover( CLI::App& aGroup, Program& aProgram );
+void AddGevInfo( CLI::App& aGroup, Program& aProgram );
 void AddGevRead( CLI::App& aGroup, Program& aProgram );
 void AddGevWrite( CLI::App& aGroup, Program& aProgram );
 void AddGevDump( CLI::App& aGroup, Program& aProgram );

@@ -4,6 +4,8 @@
 #include "Tools/htbase/Interruption.h"
 #include "Tools/htbase/Text.h"
 
+#include <CapabilitiesGEV.h>
+
 #include <nlohmann/json.hpp>
 
 namespace HtBaseTool
@@ -11,10 +13,14 @@ namespace HtBaseTool
 
 using QmUtilsLib::LockScope;
 using QmUtilsLib::Result;
+using WdUtilsLib::Network::EthernetAddress;
 using WdUtilsLib::Network::IpAddress;
 
 namespace
 {
+
+// Device MAC Address High, with Low behind it.
+constexpr uint32_t MAC_ADDRESS = 0x0008;
 
 // Values of Control Channel Privilege.
 constexpr uint32_t CONTROL_ACCESS = 2;
@@ -51,6 +57,26 @@ Result GevDevice::OpenSocket( const IpAddress* aAddress, unsigned short aPort )
 {
     const Result lResult = mSocket.Open( aAddress, aPort );
     return lResult.IsOK() ? mSocket.Connect( mHost.mAddress, mHost.mPort ) : lResult;
+}
+
+EthernetAddress GevDevice::ReadMacAddress()
+{
+    uint32_t lWords[2] = {};
+    for ( uint32_t lIndex = 0; lIndex < 2; ++lIndex )
+    {
+        const uint32_t lRegister = MAC_ADDRESS + 4 * lIndex;
+        const Result lResult = ReadRegister( lRegister, lWords[lIndex] );
+        if ( !lResult.IsOK() )
+        {
+            throw MakeFailure( "read register " + FormatHex( lRegister ), lResult );
+        }
+    }
+    return EthernetAddress( lWords[0], lWords[1] );
+}
+
+Result GevDevice::Read( HtBaseLib::CapabilitiesGEV& aRecord )
+{
+    return aRecord.Init( &mLink );
 }
 
 Result GevDevice::ReadRegister( uint32_t aAddress, uint32_t& aValue )
@@ -120,17 +146,13 @@ Result GevDevice::ReleaseControl()
     {
         return Result::OK;
     }
-    Result lResult = EnterCleanUp();
-    if ( lResult.IsOK() )
+    const Result lResult = EnterCleanUp();
+    if ( !lResult.IsOK() )
     {
-        const uint32_t lValue = OPEN_ACCESS;
-        lResult = Repeat(
-            [&] {
-                return mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE,
-                                            lControl == Control::UNCERTAIN );
-            } );
+        return lResult;
     }
-    return lResult;
+    const uint32_t lValue = OPEN_ACCESS;
+    return mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE, lControl == Control::UNCERTAIN );
 }
 
 // Of the thread that watches for signals.
@@ -192,7 +214,7 @@ std::string GevDevice::GetStatisticsText() const
            lCount( mRepeats, "repeated piece" ) + ", " + lCount( mRenewals, "control renewal" );
 }
 
-ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted )
+ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted, const std::string& aMore )
     : mDevice( aDevice )
     , mIsActive( aIsWanted )
 {
@@ -203,7 +225,7 @@ ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted )
     const Result lResult = mDevice.TakeControl();
     if ( !lResult.IsOK() )
     {
-        const Failure lFailure = mDevice.MakeFailure( "take control", lResult );
+        const Failure lFailure = mDevice.MakeFailure( "take control", lResult, aMore );
         (void)mDevice.ReleaseControl(); // only if it may have been given; the first failure counts
         throw lFailure;
     }

@@ -7,6 +7,7 @@
 
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/Network/EthernetAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
 
 #include <nlohmann/json_fwd.hpp>
@@ -15,6 +16,11 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+
+namespace HtBaseLib
+{
+class CapabilitiesGEV;
+}
 
 namespace HtBaseTool
 {
@@ -41,6 +47,12 @@ public:
 
     // "192.168.0.5:3956".
     const std::string& GetName() const { return mName; }
+
+    // Reads Device MAC Address High and Low. Throws a Failure.
+    WdUtilsLib::Network::EthernetAddress ReadMacAddress();
+
+    // Fills a capability record.
+    QmUtilsLib::Result Read( HtBaseLib::CapabilitiesGEV& aRecord );
 
     QmUtilsLib::Result ReadRegister( uint32_t aAddress, uint32_t& aValue );
     QmUtilsLib::Result WriteRegister( uint32_t aAddress, uint32_t aValue, bool aNoAck );
@@ -103,8 +115,9 @@ private:
 class ControlScope
 {
 public:
-    // Throws a failure when the device does not give it. Without aIsWanted nothing is done at all.
-    ControlScope( GevDevice& aDevice, bool aIsWanted );
+    // Throws a failure when the device does not give it; aMore is added to the reason, as in
+    // GevDevice::MakeFailure. Without aIsWanted nothing is done at all.
+    ControlScope( GevDevice& aDevice, bool aIsWanted, const std::string& aMore );
     ~ControlScope(); // gives back, and says so on standard error when that failed
 
     ControlScope( const ControlScope& ) = delete;

@@ -41,8 +41,8 @@ constexpr size_t DATAGRAM_MAX = 2048;
 struct DiscoverOptions
 {
     LinkOptions mLink;
-    std::string mInterface;
-    std::string mTo;
+    std::optional<std::string> mInterface;
+    std::optional<std::string> mTo; // an empty name must not become a broadcast
 };
 
 // A device that answered.
@@ -316,13 +316,13 @@ void PrintDevices( const std::vector<Device>& aDevices )
 std::string AddSockets( Discovery& aDiscovery, const DiscoverOptions& aOptions )
 {
     std::optional<IpAddress> lLocal;
-    if ( !aOptions.mInterface.empty() )
+    if ( aOptions.mInterface )
     {
-        lLocal = ParseAddress( aOptions.mInterface, "interface" );
+        lLocal = ParseAddress( *aOptions.mInterface, "interface" );
     }
-    if ( !aOptions.mTo.empty() )
+    if ( aOptions.mTo )
     {
-        const HostPort lHost = ParseHost( aOptions.mTo, GVCP_PORT );
+        const HostPort lHost = ParseHost( *aOptions.mTo, GVCP_PORT );
         aDiscovery.AddHost( lHost, lLocal );
         return "from " + lHost.GetName();
     }

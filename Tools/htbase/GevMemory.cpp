@@ -6,6 +6,7 @@
 #include "Tools/htbase/GevCommands.h"
 #include "Tools/htbase/GevDevice.h"
 #include "Tools/htbase/HexDump.h"
+#include "Tools/htbase/Maker.h"
 #include "Tools/htbase/Progress.h"
 #include "Tools/htbase/Text.h"
 
@@ -28,14 +29,16 @@ namespace
 
 constexpr uint64_t ADDRESSES = uint64_t{ 1 } << 32;
 constexpr uint32_t WORD = 4;
-constexpr uint32_t PIECE = 512;
+
+constexpr const char* REACHED = "reached the device";
 
 struct DumpOptions
 {
     GevTarget mTarget;
     std::string mAddress;
     std::string mLength;
-    std::string mPath;
+    std::optional<std::string> mPath;
+    MakerOptions mMaker;
 };
 
 struct LoadOptions
@@ -44,6 +47,7 @@ struct LoadOptions
     std::string mAddress;
     std::string mPath;
     bool mNoControl = false;
+    MakerOptions mMaker;
 };
 
 // Bytes of the device: the range that was asked for, and the whole words that hold it.
@@ -76,9 +80,9 @@ private:
 };
 
 // The next piece from aAddress on, of whole words.
-uint32_t GetPieceSize( const Range& aRange, uint64_t aAddress )
+uint32_t GetPieceSize( const Range& aRange, uint64_t aAddress, uint32_t aMax )
 {
-    return static_cast<uint32_t>( std::min<uint64_t>( PIECE, aRange.GetLastWordEnd() - aAddress ) );
+    return static_cast<uint32_t>( std::min<uint64_t>( aMax, aRange.GetLastWordEnd() - aAddress ) );
 }
 
 Range ParseRange( const std::string& aAddress, const std::string& aLength )
@@ -132,54 +136,57 @@ private:
 // Where the bytes of a dump go, in order.
 using Sink = std::function<void( const uint8_t* aData, size_t aSize )>;
 
+// ", 512 of 1024 bytes ...".
+std::string GetHowMany( uint64_t aDone, const Range& aRange, const char* aWhat )
+{
+    return ", " + std::to_string( aDone ) + " of " + FormatCount( aRange.GetLength(), "byte" ) +
+           " " + aWhat;
+}
+
 // Reads whole words and hands on what belongs to the range.
-void ReadRange( GevDevice& aDevice, const Range& aRange, const Sink& aSink )
+void ReadRange( GevDevice& aDevice, const Range& aRange, uint32_t aPieceSize, const Sink& aSink )
 {
     Progress lProgress( aRange.GetLength() );
-    uint8_t lPiece[PIECE] = {};
+    std::vector<uint8_t> lPiece( aPieceSize );
     for ( uint64_t lAddress = aRange.GetFirstWord(); lAddress < aRange.GetLastWordEnd(); )
     {
-        const uint32_t lSize = GetPieceSize( aRange, lAddress );
+        const uint32_t lSize = GetPieceSize( aRange, lAddress, aPieceSize );
         const auto lAddress32 = static_cast<uint32_t>( lAddress ); // the range ends within 32 bits
         const uint64_t lBefore = aRange.CountBefore( lAddress );
-        const Result lResult = aDevice.ReadPiece( lPiece, lAddress32, lSize );
+        const Result lResult = aDevice.ReadPiece( lPiece.data(), lAddress32, lSize );
         if ( !lResult.IsOK() )
         {
-            throw aDevice.MakeFailure(
-                "read " + std::to_string( lSize ) + " bytes at " + FormatHex( lAddress32 ), lResult,
-                ", " + std::to_string( lBefore ) + " of " + std::to_string( aRange.GetLength() ) +
-                    " bytes were read" );
+            throw aDevice.MakeFailure( "read " + std::to_string( lSize ) + " bytes at " +
+                                           FormatHex( lAddress32 ),
+                                       lResult, GetHowMany( lBefore, aRange, "were read" ) );
         }
         const uint64_t lAfter = aRange.CountBefore( lAddress + lSize );
         const uint64_t lCut = aRange.GetAddress() + lBefore - lAddress;
-        aSink( lPiece + lCut, static_cast<size_t>( lAfter - lBefore ) );
+        aSink( lPiece.data() + lCut, static_cast<size_t>( lAfter - lBefore ) );
         lProgress.Update( lAfter );
         lAddress += lSize;
     }
 }
 
-void DumpToFile( Program& aProgram, GevDevice& aDevice, const Range& aRange,
-                 const std::string& aPath )
+void DumpToFile( GevDevice& aDevice, const Range& aRange, uint32_t aPieceSize, OutputFile& aFile )
 {
-    OutputFile lFile( aPath );
-    ReadRange( aDevice, aRange,
-               [&]( const uint8_t* aData, size_t aSize ) { lFile.Write( aData, aSize ); } );
-    lFile.Commit();
-    aProgram.mReport["file"] = aPath;
+    ReadRange( aDevice, aRange, aPieceSize,
+               [&]( const uint8_t* aData, size_t aSize ) { aFile.Write( aData, aSize ); } );
+    aFile.Commit();
 }
 
-void DumpToReport( Program& aProgram, GevDevice& aDevice, const Range& aRange )
+void DumpToReport( Program& aProgram, GevDevice& aDevice, const Range& aRange, uint32_t aPieceSize )
 {
     std::string lText;
-    ReadRange( aDevice, aRange,
+    ReadRange( aDevice, aRange, aPieceSize,
                [&]( const uint8_t* aData, size_t aSize ) { AppendHex( lText, aData, aSize ); } );
     aProgram.mReport["data"] = lText;
 }
 
-void DumpToOutput( GevDevice& aDevice, const Range& aRange )
+void DumpToOutput( GevDevice& aDevice, const Range& aRange, uint32_t aPieceSize )
 {
     HexDump lDump( aRange.GetAddress() );
-    ReadRange( aDevice, aRange,
+    ReadRange( aDevice, aRange, aPieceSize,
                [&]( const uint8_t* aData, size_t aSize ) { Print( lDump.Add( aData, aSize ) ); } );
     Print( lDump.Finish() );
 }
@@ -187,20 +194,28 @@ void DumpToOutput( GevDevice& aDevice, const Range& aRange )
 void Dump( Program& aProgram, const DumpOptions& aOptions )
 {
     const Range lRange = ParseRange( aOptions.mAddress, aOptions.mLength );
+    aOptions.mMaker.Apply();
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
     BeginReport( aProgram, lDevice, lRange );
-    const StatisticsAtEnd lStatistics( aProgram, lDevice );
-    if ( !aOptions.mPath.empty() )
+    std::optional<OutputFile> lFile; // goes before the device does, which can be interrupted
+    if ( aOptions.mPath )
     {
-        DumpToFile( aProgram, lDevice, lRange, aOptions.mPath );
+        lFile.emplace( *aOptions.mPath );
+        aProgram.mReport["file"] = *aOptions.mPath;
+    }
+    const StatisticsAtEnd lStatistics( aProgram, lDevice );
+    const uint32_t lPieceSize = GetPieceSizes( lDevice, aOptions.mMaker ).mRead;
+    if ( lFile )
+    {
+        DumpToFile( lDevice, lRange, lPieceSize, *lFile );
         return;
     }
     if ( aProgram.mIsJson )
     {
-        DumpToReport( aProgram, lDevice, lRange );
+        DumpToReport( aProgram, lDevice, lRange, lPieceSize );
         return;
     }
-    DumpToOutput( lDevice, lRange );
+    DumpToOutput( lDevice, lRange, lPieceSize );
 }
 
 // The whole words around a file's bytes.
@@ -231,9 +246,8 @@ void MergeWord( Program& aProgram, GevDevice& aDevice, Image& aImage, uint64_t a
     const Result lResult = aDevice.ReadPiece( lHeld, lAddress, WORD );
     if ( !lResult.IsOK() )
     {
-        throw aDevice.MakeFailure(
-            "read the partly loaded word at " + FormatHex( lAddress ), lResult,
-            ", 0 of " + std::to_string( aImage.mRange.GetLength() ) + " bytes reached the device" );
+        throw aDevice.MakeFailure( "read the partly loaded word at " + FormatHex( lAddress ),
+                                   lResult, GetHowMany( 0, aImage.mRange, REACHED ) );
     }
     uint64_t lKept = 0;
     for ( uint32_t lByte = 0; lByte < WORD; ++lByte )
@@ -270,14 +284,13 @@ void MergePartialWords( Program& aProgram, GevDevice& aDevice, Image& aImage )
     }
 }
 
-void WriteImage( Program& aProgram, GevDevice& aDevice, const Image& aImage )
+void WriteImage( Program& aProgram, GevDevice& aDevice, const Image& aImage, uint32_t aPieceSize )
 {
     const Range& lRange = aImage.mRange;
     Progress lProgress( lRange.GetLength() );
-    aProgram.mReport["bytesWritten"] = 0;
     for ( uint64_t lAddress = lRange.GetFirstWord(); lAddress < lRange.GetLastWordEnd(); )
     {
-        const uint32_t lSize = GetPieceSize( lRange, lAddress );
+        const uint32_t lSize = GetPieceSize( lRange, lAddress, aPieceSize );
         const auto lAddress32 = static_cast<uint32_t>( lAddress ); // the range ends within 32 bits
         const auto lOffset = static_cast<size_t>( lAddress - lRange.GetFirstWord() );
         const Result lResult =
@@ -286,9 +299,7 @@ void WriteImage( Program& aProgram, GevDevice& aDevice, const Image& aImage )
         {
             throw aDevice.MakeFailure(
                 "write " + std::to_string( lSize ) + " bytes at " + FormatHex( lAddress32 ),
-                lResult,
-                ", " + std::to_string( lRange.CountBefore( lAddress ) ) + " of " +
-                    std::to_string( lRange.GetLength() ) + " bytes reached the device" );
+                lResult, GetHowMany( lRange.CountBefore( lAddress ), lRange, REACHED ) );
         }
         lAddress += lSize;
         aProgram.mReport["bytesWritten"] = lRange.CountBefore( lAddress );
@@ -298,14 +309,17 @@ void WriteImage( Program& aProgram, GevDevice& aDevice, const Image& aImage )
 
 void Load( Program& aProgram, const LoadOptions& aOptions )
 {
+    aOptions.mMaker.Apply();
     Image lImage = ReadImage( aOptions );
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
     BeginReport( aProgram, lDevice, lImage.mRange );
     aProgram.mReport["file"] = aOptions.mPath;
+    aProgram.mReport["bytesWritten"] = 0;
     const StatisticsAtEnd lStatistics( aProgram, lDevice );
-    ControlScope lControl( lDevice, !aOptions.mNoControl );
+    const uint32_t lPieceSize = GetPieceSizes( lDevice, aOptions.mMaker ).mWrite;
+    ControlScope lControl( lDevice, !aOptions.mNoControl, GetHowMany( 0, lImage.mRange, REACHED ) );
     MergePartialWords( aProgram, lDevice, lImage );
-    WriteImage( aProgram, lDevice, lImage );
+    WriteImage( aProgram, lDevice, lImage, lPieceSize );
     lControl.Release( "all bytes reached the device" );
 }
 
@@ -320,6 +334,7 @@ void AddGevDump( CLI::App& aGroup, Program& aProgram )
                     "with -o the bytes themselves",
                     aProgram, [lOptions]( Program& aRun ) { Dump( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
+    AddMakerOptions( *lCommand, lOptions->mMaker );
     lCommand->add_option( "ADDRESS", lOptions->mAddress, "Decimal or 0x" )
         ->type_name( "" )
         ->required();
@@ -340,6 +355,7 @@ void AddGevLoad( CLI::App& aGroup, Program& aProgram )
         "Write a file to memory of any alignment, with control of the device taken meanwhile",
         aProgram, [lOptions]( Program& aRun ) { Load( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
+    AddMakerOptions( *lCommand, lOptions->mMaker );
     lCommand->add_option( "ADDRESS", lOptions->mAddress, "Decimal or 0x" )
         ->type_name( "" )
         ->required();

@@ -145,7 +145,7 @@ void WriteRegisters( Program& aProgram, const WriteOptions& aOptions )
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
     BeginReport( aProgram, lDevice );
     aProgram.mReport["acknowledged"] = !aOptions.mNoAck;
-    ControlScope lControl( lDevice, lWantsControl );
+    ControlScope lControl( lDevice, lWantsControl, GetHowMany( 0, lRegisters.size(), "written" ) );
     WriteAll( aProgram, lDevice, lRegisters, aOptions.mNoAck );
     lControl.Release( "the registers were written" );
     aProgram.mReport["statistics"] = lDevice.GetStatistics();

@@ -5,6 +5,7 @@
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Host.h"
 #include "Tools/htbase/Program.h"
+#include "Tools/htbase/Text.h"
 
 #include "Simulators/VirtualDeviceGEV.h"
 
@@ -51,7 +52,7 @@ struct SimOptions
     uint32_t mPendingMs = 0;
     bool mNoBroadcast = false;
     FaultPlan::Rates mRates;
-    uint64_t mSeed = 1;
+    std::string mSeed = "1";
     ConfigurationGEV mConfiguration;
 };
 
@@ -112,8 +113,9 @@ DeviceServer::Options MakeServerOptions( const SimOptions& aOptions, const IpAdd
     lServer.mPort = aOptions.mPort;
     lServer.mHearBroadcasts = aOptions.mPort == GVCP_PORT && !aOptions.mNoBroadcast;
     lServer.mBroadcastFilter = IsDiscovery;
-    lServer.mRequestFaults = FaultPlan( aOptions.mRates, aOptions.mSeed );
-    lServer.mAnswerFaults = FaultPlan( aOptions.mRates, aOptions.mSeed + 1 ); // other numbers
+    const uint64_t lSeed = ParseNumber( aOptions.mSeed, "seed" );
+    lServer.mRequestFaults = FaultPlan( aOptions.mRates, lSeed );
+    lServer.mAnswerFaults = FaultPlan( aOptions.mRates, lSeed + 1 ); // other numbers
     return lServer;
 }
 
@@ -194,11 +196,18 @@ void Serve( Program& aProgram, const SimOptions& aOptions )
     }
 }
 
+// Empty, or what is wrong with a rate.
+std::string CheckRate( const std::string& aText )
+{
+    double lRate = 0;
+    const bool lIsRate = CLI::detail::lexical_cast( aText, lRate ) && lRate >= 0 &&
+                         lRate <= 1; // not-a-number is none
+    return lIsRate ? std::string() : "'" + aText + "' is no rate from 0 to 1";
+}
+
 void AddRate( CLI::App& aCommand, const char* aName, double& aRate, const char* aDescription )
 {
-    aCommand.add_option( aName, aRate, aDescription )
-        ->type_name( "RATE" )
-        ->check( CLI::Range( 0.0, 1.0 ) );
+    aCommand.add_option( aName, aRate, aDescription )->type_name( "RATE" )->check( CheckRate );
 }
 
 void AddFaultOptions( CLI::App& aCommand, SimOptions& aOptions )

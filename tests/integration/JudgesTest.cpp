@@ -5,6 +5,7 @@
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/PacketCapture.h"
 
+#include <CapabilitiesGEV.h>
 #include <QmUtilsLib/String.h>
 #include <SimpleCommandLinkGEV.h>
 #include <WdUtilsLib/GEV/CommandHeader.h>
@@ -16,6 +17,7 @@
 namespace
 {
 
+using HtBaseLib::CapabilitiesGEV;
 using HtBaseLib::SimpleCommandLinkGEV;
 using QmUtilsLib::Result;
 using TestSupport::ChildProcess;
@@ -124,6 +126,33 @@ TEST_F( FakeCamera, KeepsWhatIsWrittenToARegisterAndToMemory )
     EXPECT_EQ( 0x0200U, ReadRegister( WIDTH ) )
         << "memory and registers share their order of bytes";
     WriteRegister( 0, CONTROL );
+}
+
+TEST_F( FakeCamera, ARecordOfItSaysWhatItsRegistersSay )
+{
+    const unsigned int lHigh = ReadRegister( 0x0008 );
+    const unsigned int lLow = ReadRegister( 0x000C );
+    CapabilitiesGEV lRecord( WdUtilsLib::Network::EthernetAddress( lHigh, lLow ) );
+    const Result lResult = lRecord.Init( &mSocket->mSocket );
+    ASSERT_TRUE( lResult.IsOK() ) << lResult.GetDescription().GetAscii();
+
+    EXPECT_EQ( ReadRegister( 0x0000 ) >> 16, lRecord.GetVersionMajor() );
+    EXPECT_EQ( ReadRegister( 0x0000 ) & 0xFFFFU, lRecord.GetVersionMinor() );
+    EXPECT_EQ( ( ReadRegister( 0x0004 ) >> 28 ) & 7U, lRecord.GetDeviceClass() );
+    EXPECT_EQ( ReadRegister( 0x0904 ), lRecord.GetStreamingChannelCount() );
+    EXPECT_EQ( ReadRegister( 0x0900 ), lRecord.GetMessagingChannelCount() );
+    const unsigned long long lTicks =
+        ( static_cast<unsigned long long>( ReadRegister( 0x093C ) ) << 32 ) |
+        ReadRegister( 0x0940 );
+    EXPECT_EQ( 1000000000U, lTicks );
+    EXPECT_EQ( lTicks, lRecord.GetTimestampTickFrequency() );
+    const unsigned int lGvcp = ReadRegister( 0x0934 );
+    EXPECT_EQ( ( lGvcp & 0x00000001U ) != 0, lRecord.IsConcatenationSupported() );
+    EXPECT_EQ( ( lGvcp & 0x00000002U ) != 0, lRecord.IsWriteMemSupported() );
+    EXPECT_EQ( ( lGvcp & 0x00000004U ) != 0, lRecord.IsPacketResendSupported() );
+    // It implements version 0.0, in which nothing that came later counts.
+    EXPECT_FALSE( lRecord.IsPendingSupported() );
+    EXPECT_EQ( 0U, lRecord.GetStreamChannelSourcePort( 0 ) );
 }
 
 // It answers writes that asked for no acknowledge; the answer is a stray before the next one.

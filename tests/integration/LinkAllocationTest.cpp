@@ -1,6 +1,7 @@
 // A command that succeeds takes nothing from the heap, nor does a message that nobody wants to see.
 // Over a real socket on loopback: the scripted one allocates.
 
+#include <support/AllocationCounter.h>
 #include <support/CannedResponder.h>
 
 #include <QmUtilsLib/Logger.h>
@@ -12,43 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
-#include <new>
-
-namespace
-{
-
-// Allocations of each thread; the responder's do not count.
-thread_local long long tAllocations = 0;
-
-void* Allocate( std::size_t aSize )
-{
-    ++tAllocations;
-    void* const lMemory = std::malloc( aSize != 0 ? aSize : 1 );
-    if ( lMemory == nullptr )
-    {
-        throw std::bad_alloc();
-    }
-    return lMemory;
-}
-
-} // namespace
-
-// The forms for arrays and those that do not throw come down to these. Inlined only in part, they
-// would look to the compiler as if they did not match.
-[[gnu::noinline]] void* operator new( std::size_t aSize )
-{
-    return Allocate( aSize );
-}
-[[gnu::noinline]] void operator delete( void* aMemory ) noexcept
-{
-    std::free( aMemory );
-}
-[[gnu::noinline]] void operator delete( void* aMemory, std::size_t ) noexcept
-{
-    std::free( aMemory );
-}
 
 namespace
 {
@@ -143,9 +108,9 @@ TEST_F( LinkAllocationTest, CountsWhatTheLibraryAllocates )
         } );
     SimpleCommandLinkGEV lLink( &mSocket );
     unsigned int lValue = 0;
-    const long long lBefore = tAllocations;
+    const unsigned long long lBefore = GetAllocationCount();
     const Result lResult = lLink.ReadRegister( &lValue, 0x0934 );
-    EXPECT_GT( tAllocations, lBefore );
+    EXPECT_GT( GetAllocationCount(), lBefore );
     EXPECT_EQ( lResult.GetCode(), 0x4000U );
 }
 
@@ -157,7 +122,7 @@ TEST_F( LinkAllocationTest, NeedsNoHeapForACommandThatSucceeds )
     unsigned int lValue = 0;
     unsigned char lData[536] = {};
     int lSucceeded = 0;
-    const long long lBefore = tAllocations;
+    const unsigned long long lBefore = GetAllocationCount();
     for ( int lRound = 0; lRound < 10; ++lRound )
     {
         lSucceeded += lLink.ReadRegister( &lValue, 0x0934 ).IsOK() ? 1 : 0;
@@ -166,7 +131,7 @@ TEST_F( LinkAllocationTest, NeedsNoHeapForACommandThatSucceeds )
         lSucceeded += lLink.ReadMemory( lData, 0xD800, sizeof( lData ) ).IsOK() ? 1 : 0;
         lSucceeded += lLink.WriteMemory( lData, 0xD800, sizeof( lData ), false ).IsOK() ? 1 : 0;
     }
-    const long long lAfter = tAllocations;
+    const unsigned long long lAfter = GetAllocationCount();
     EXPECT_EQ( lAfter - lBefore, 0 );
     // An answer to the command that wanted none is a stray to the next, so all succeed.
     EXPECT_EQ( lSucceeded, 50 );
@@ -201,9 +166,9 @@ TEST_F( LinkAllocationTest, NeedsNoHeapForMessagesThatAreNotEnabled )
     Serve( Troublemaker() );
     SimpleCommandLinkGEV lLink( &mSocket );
     unsigned int lValue = 0;
-    const long long lBefore = tAllocations;
+    const unsigned long long lBefore = GetAllocationCount();
     const Result lResult = lLink.ReadRegister( &lValue, 0x0934 );
-    const long long lAfter = tAllocations;
+    const unsigned long long lAfter = GetAllocationCount();
     EXPECT_TRUE( lResult.IsOK() );
     EXPECT_EQ( lAfter - lBefore, 0 );
     EXPECT_GE( lLink.GetRetriesCount(), 1 );

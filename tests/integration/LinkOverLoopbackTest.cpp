@@ -42,6 +42,16 @@ Bytes MakePattern( size_t aSize )
     return lBytes;
 }
 
+// The concrete link, but so patient that a slow machine causes no retry.
+class VeryPatientLink : public SimpleCommandLinkGEV
+{
+public:
+    using SimpleCommandLinkGEV::SimpleCommandLinkGEV;
+
+protected:
+    int GetAnswerTimeout() const override { return 20000; }
+};
+
 void TakeControl( HtBaseLib::BaseCommandLinkGEV& aLink )
 {
     const unsigned int lControl = 2;
@@ -101,7 +111,7 @@ TEST( LinkOverLoopback, ReadsAndWritesRegistersAndMemoryOfADevice )
 {
     LoopbackDevice lDevice;
     LoopbackSocket lSocket( lDevice.GetPort() );
-    SimpleCommandLinkGEV lLink( &lSocket.mSocket );
+    VeryPatientLink lLink( &lSocket.mSocket );
 
     unsigned int lValue = 0;
     ASSERT_TRUE( lLink.ReadRegister( &lValue, 0x0000 ).IsOK() );
@@ -123,7 +133,7 @@ TEST( LinkOverLoopback, AWriteWithoutAcknowledgeArrivesAndIsNotAnswered )
 {
     LoopbackDevice lDevice;
     LoopbackSocket lSocket( lDevice.GetPort() );
-    SimpleCommandLinkGEV lLink( &lSocket.mSocket );
+    VeryPatientLink lLink( &lSocket.mSocket );
     TakeControl( lLink );
 
     const unsigned int lWritten = 0x55667788;
@@ -142,8 +152,8 @@ TEST( LinkOverLoopback, TellsInWordsWhyTheDeviceRefused )
     LoopbackDevice lDevice;
     LoopbackSocket lFirst( lDevice.GetPort() );
     LoopbackSocket lSecond( lDevice.GetPort() );
-    SimpleCommandLinkGEV lHolder( &lFirst.mSocket );
-    SimpleCommandLinkGEV lOther( &lSecond.mSocket );
+    VeryPatientLink lHolder( &lFirst.mSocket );
+    VeryPatientLink lOther( &lSecond.mSocket );
     TakeControl( lHolder );
 
     const unsigned int lValue = 1;
@@ -226,12 +236,12 @@ TEST( LinkOverLoopback, SurvivesTruncatedCorruptedAndStrayDatagrams )
 TEST( LinkOverLoopback, WaitsAsLongAsADeviceAsksForMoreTime )
 {
     ConfigurationGEV lConfiguration;
-    lConfiguration.mPending.mAnnouncedMs = 2000;
-    lConfiguration.mPending.mTakesMs = 250;
+    lConfiguration.mPending.mAnnouncedMs = 20000;
+    lConfiguration.mPending.mTakesMs = 800;
     lConfiguration.mPending.mTimes = 2;
     LoopbackDevice lDevice( lConfiguration );
     LoopbackSocket lSocket( lDevice.GetPort() );
-    PatientLink lLink( &lSocket.mSocket, 1, 300 ); // the answer takes 500 ms
+    PatientLink lLink( &lSocket.mSocket, 1, 1200 ); // the answer takes 1600 ms
 
     unsigned int lValue = 0;
     EXPECT_TRUE( lLink.ReadRegister( &lValue, 0x0000 ).IsOK() );
@@ -326,7 +336,7 @@ TEST( LinkOverLoopback, EveryTruncatedAnswerIsDroppedAndTheGoodOneTaken )
             return std::vector<Bytes>{ lCut, lGood };
         } );
     LoopbackSocket lSocket( lDevice.GetPort() );
-    SimpleCommandLinkGEV lLink( &lSocket.mSocket );
+    VeryPatientLink lLink( &lSocket.mSocket );
     for ( lPrefix = 0; lPrefix < 76; ++lPrefix )
     {
         uint8_t lBack[64] = {};
@@ -340,7 +350,7 @@ TEST( LinkOverLoopback, EveryTruncatedAnswerIsDroppedAndTheGoodOneTaken )
 TEST( LinkOverLoopback, SilenceOfTheHolderFreesADevice )
 {
     ConfigurationGEV lConfiguration;
-    lConfiguration.mHeartbeatTimeoutMs = 500;
+    lConfiguration.mHeartbeatTimeoutMs = 1500;
     LoopbackDevice lDevice( lConfiguration );
     LoopbackSocket lFirst( lDevice.GetPort() );
     LoopbackSocket lSecond( lDevice.GetPort() );
@@ -349,6 +359,6 @@ TEST( LinkOverLoopback, SilenceOfTheHolderFreesADevice )
     TakeControl( lHolder );
     const unsigned int lControl = 2;
     EXPECT_FALSE( lOther.WriteRegister( &lControl, CONTROL, false ).IsOK() );
-    std::this_thread::sleep_for( std::chrono::milliseconds( 600 ) );
+    std::this_thread::sleep_for( std::chrono::milliseconds( 1600 ) );
     EXPECT_TRUE( lOther.WriteRegister( &lControl, CONTROL, false ).IsOK() );
 }

@@ -61,6 +61,7 @@ struct Connected
 class PatientLink : public SimpleCommandLinkGEV
 {
 public:
+    using SimpleCommandLinkGEV::GetRequestID;
     using SimpleCommandLinkGEV::LockMutex;
     using SimpleCommandLinkGEV::ReleaseMutex;
     using SimpleCommandLinkGEV::SimpleCommandLinkGEV;
@@ -208,25 +209,49 @@ TEST( LinkThreads, RunDifferentLinksAtTheSameTime )
     EXPECT_EQ( lMet, 2 );
 }
 
-TEST( LinkThreads, DrawIdentifiersFromOneCounterWithoutLosingAny )
+TEST( LinkThreads, ReadTheirOwnValuesBesideEachOther )
 {
-    constexpr unsigned int READS = 200;
-    const CannedResponder lResponder( AnswerOnce );
-    Connected<PatientLink> lOne( lResponder );
-    Connected<PatientLink> lTwo( lResponder );
+    constexpr unsigned int READS = 300;
+    const CannedResponder lResponderOne( AnswerOnce );
+    const CannedResponder lResponderTwo( AnswerOnce );
+    Connected<PatientLink> lOne( lResponderOne );
+    Connected<PatientLink> lTwo( lResponderTwo );
     std::future<int> lReader =
         std::async( std::launch::async, [&lTwo] { return ReadMany( lTwo.mLink, 0x1000, READS ); } );
     EXPECT_EQ( ReadMany( lOne.mLink, 0x8000, READS ), static_cast<int>( READS ) );
     EXPECT_EQ( lReader.get(), static_cast<int>( READS ) );
+    EXPECT_EQ( lResponderOne.GetRequests().size(), READS );
+    EXPECT_EQ( lResponderTwo.GetRequests().size(), READS );
+}
 
-    std::vector<int> lDrawn( 0x10000, 0 );
-    for ( const Bytes& lRequest : lResponder.GetRequests() )
+TEST( LinkThreads, DrawIdentifiersFromOneCounterWithoutLosingAny )
+{
+    // Together they draw 16 periods of the counter, which runs from 1 to 0xFFFF: its low 12 bits
+    // come by 16 times in each, but 0 only 15 times.
+    constexpr int DRAWS = 8 * 0xFFFF;
+    std::atomic<int> lThere{ 0 };
+    const auto lDraw = [&lThere]
     {
-        ++lDrawn.at( static_cast<std::size_t>( lRequest.at( 6 ) ) << 8 | lRequest.at( 7 ) );
-    }
-    for ( std::size_t lIdentifier = 0xB001; lIdentifier < 0xB001 + 2 * READS; ++lIdentifier )
+        PatientLink lLink( nullptr );
+        std::vector<int> lDrawn( 0x1000, 0 );
+        ++lThere;
+        while ( lThere < 2 )
+        {
+            std::this_thread::yield();
+        }
+        for ( int lCount = 0; lCount < DRAWS; ++lCount )
+        {
+            ++lDrawn.at( static_cast<std::size_t>( lLink.GetRequestID() - 0xB000 ) );
+        }
+        return lDrawn;
+    };
+    std::future<std::vector<int>> lOther = std::async( std::launch::async, lDraw );
+    const std::vector<int> lMine = lDraw();
+    const std::vector<int> lTheirs = lOther.get();
+    EXPECT_EQ( lMine[0] + lTheirs[0], 16 * 15 );
+    for ( std::size_t lLowBits = 1; lLowBits < 0x1000; ++lLowBits )
     {
-        EXPECT_EQ( lDrawn[lIdentifier], 1 ) << lIdentifier;
+        ASSERT_EQ( lMine[lLowBits] + lTheirs[lLowBits], 16 * 16 ) << lLowBits;
     }
 }
 

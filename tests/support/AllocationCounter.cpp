@@ -1,6 +1,5 @@
 #include "support/AllocationCounter.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -8,14 +7,15 @@
 namespace
 {
 
-std::atomic<unsigned long long> gCount{ 0 };
+thread_local unsigned long long tCount = 0;
+thread_local unsigned long long tDeleted = 0;
 
 } // namespace
 
 // The array and no-throw forms of the standard library come here too.
 void* operator new( std::size_t aSize )
 {
-    gCount.fetch_add( 1, std::memory_order_relaxed );
+    ++tCount;
     void* const lMemory = std::malloc( aSize != 0 ? aSize : 1 );
     if ( lMemory == nullptr )
     {
@@ -26,12 +26,13 @@ void* operator new( std::size_t aSize )
 
 void operator delete( void* aMemory ) noexcept
 {
+    tDeleted += aMemory != nullptr ? 1 : 0;
     std::free( aMemory );
 }
 
 void operator delete( void* aMemory, std::size_t ) noexcept
 {
-    std::free( aMemory );
+    operator delete( aMemory );
 }
 
 namespace TestSupport
@@ -39,7 +40,12 @@ namespace TestSupport
 
 unsigned long long GetAllocationCount()
 {
-    return gCount.load( std::memory_order_relaxed );
+    return tCount;
+}
+
+long long GetLiveAllocationCount()
+{
+    return static_cast<long long>( tCount ) - static_cast<long long>( tDeleted );
 }
 
 } // namespace TestSupport

@@ -4,9 +4,12 @@
 namespace TestSupport
 {
 
-// GetAllocationCount gives the number of times that any thread has called operator new since the
-// program started. Add AllocationCounter.cpp to the sources of the test program: it replaces the
-// operator.
+// GetAllocationCount gives the number of times that the calling thread has called operator new. Add
+// AllocationCounter.cpp to the sources of the test program: it replaces the operator.
 unsigned long long GetAllocationCount();
+
+// GetLiveAllocationCount gives how many blocks more the calling thread has allocated than it has
+// deleted; less than 0 where it deleted those of others.
+long long GetLiveAllocationCount();
 
 } // namespace TestSupport

@@ -289,6 +289,27 @@ TEST_F( RegisterAccessTest, TakesNoRegisterFromAnAcknowledgeWithoutAWholeValue )
     ExpectLog( {} );
 }
 
+TEST_F( RegisterAccessTest, TakesTheFirstValueOfALongerAcknowledge )
+{
+    for ( uint8_t lMore = 1; lMore <= 8; ++lMore )
+    {
+        Rewind();
+        mNet.Expect( READREG ).Reply( Packet( {
+            { 0x00, 0x00 },                                 // status: success
+            { 0x00, 0x81 },                                 // acknowledge: READREG
+            { 0x00, static_cast<uint8_t>( 0x04 + lMore ) }, // length
+            { 0xB1, 0x23 },                                 // acknowledge identifier
+            { 0x81, 0x02, 0x03, 0x04 },                     // value
+            Bytes( lMore, 0x99 ),                           // what nobody asked for
+        } ) );
+        unsigned int lValue = UNTOUCHED;
+        EXPECT_TRUE( mLink.ReadRegister( &lValue, 0x0A00 ).IsOK() ) << lMore;
+        EXPECT_EQ( lValue, 0x81020304U );
+    }
+    EXPECT_EQ( mLink.mReads.size(), 8U );
+    ExpectLog( {} );
+}
+
 // Writing a register.
 
 TEST_F( RegisterAccessTest, WritesARegister )

@@ -70,6 +70,7 @@ TEST( Assertions, TheTextIsTheSourcesLetterForLetter )
 #if defined( NDEBUG )
     EXPECT_TRUE( gSeen.empty() );
     EXPECT_EQ( lPointer, nullptr );
+    EXPECT_EQ( lNumber, 1 );
 #else
     ASSERT_EQ( gSeen.size(), 3U );
     EXPECT_EQ( gSeen[0].mExpression, "lPointer != NULL" );

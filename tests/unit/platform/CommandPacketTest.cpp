@@ -297,7 +297,7 @@ TEST( GvcpCommand, WriteMemory )
 TEST( GvcpCommand, WriteMemoryTakesUpTo536Bytes )
 {
     EXPECT_EQ( WriteMemoryCommand::MAX_DATA_SIZE, 536U );
-    for ( const std::size_t lSize : { 0, 1, 4, 535, 536 } )
+    for ( const std::size_t lSize : std::vector<std::size_t>{ 0, 1, 4, 535, 536 } )
     {
         const Bytes lData = MakeData( lSize ); // the heap block is exactly as large
         WriteMemoryCommand lCommand;

@@ -95,7 +95,8 @@ TEST( Logger, TextsAreNeverCut )
 {
     const RecordingLogSink lLog;
     const Logger lLogger( "Name", 0 );
-    for ( const std::size_t lLength : { 0, 1, 255, 256, 1023, 1024, 4096, 1000000 } )
+    for ( const std::size_t lLength :
+          std::vector<std::size_t>{ 0, 1, 255, 256, 1023, 1024, 4096, 1000000 } )
     {
         const std::string lText( lLength, 'x' );
         lLogger.Log( 40000, UNIT, 1, FUNCTION, "%s", lText.c_str() );

@@ -1,0 +1,708 @@
+#include <CapabilitiesGEV.h>
+
+#include "CapabilityRegistry.h"
+#include "Diagnostics.h"
+
+#include <BaseCommandLinkGEV.h>
+#include <QmUtilsLib/Mutex.h>
+#include <SimpleCommandLinkGEV.h>
+#include <WdUtilsLib/Network/DeviceIdentity.h>
+#include <WdUtilsLib/Network/SocketUDP.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <new>
+#include <string>
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::LockScope;
+using QmUtilsLib::Logger;
+using QmUtilsLib::Mutex;
+using QmUtilsLib::Result;
+using WdUtilsLib::Network::DeviceIdentity;
+using WdUtilsLib::Network::EthernetAddress;
+using WdUtilsLib::Network::SocketUDP;
+
+namespace
+{
+
+constexpr const char* UNIT = "Libraries/HtBase/CapabilitiesGEV";
+constexpr const char* INIT = "HtBaseLib::CapabilitiesGEV::Init";
+constexpr const char* READ_SCSPS = "HtBaseLib::CapabilitiesGEV::ReadSCSPs";
+
+// Bootstrap registers.
+constexpr long long VERSION = 0x0000;
+constexpr long long DEVICE_MODE = 0x0004;
+constexpr long long DEVICE_VERSION = 0x0088;
+constexpr long long MANUFACTURER_INFO = 0x00A8;
+constexpr long long MESSAGE_CHANNEL_COUNT = 0x0900;
+constexpr long long STREAM_CHANNEL_COUNT = 0x0904;
+constexpr long long GVSP_CAPABILITY = 0x092C;
+constexpr long long MESSAGE_CHANNEL_CAPABILITY = 0x0930;
+constexpr long long GVCP_CAPABILITY = 0x0934;
+constexpr long long TICK_FREQUENCY_HIGH = 0x093C;
+constexpr long long TICK_FREQUENCY_LOW = 0x0940;
+constexpr long long MCSP = 0x0B1C;
+constexpr long long SCSP = 0x0D1C;
+constexpr long long STREAM_CHANNEL_DISTANCE = 0x40;
+
+constexpr unsigned int DEVICE_CLASS_MASK = 0x70000000;
+constexpr unsigned int DEVICE_CLASS_SHIFT = 28;
+
+// Bits of GVCP Capability.
+constexpr unsigned int CONCATENATION = 0x00000001;
+constexpr unsigned int WRITE_MEM = 0x00000002;
+constexpr unsigned int PACKET_RESEND = 0x00000004;
+constexpr unsigned int EVENT = 0x00000008;
+constexpr unsigned int EVENT_DATA = 0x00000010;
+constexpr unsigned int PENDING = 0x00000020;
+constexpr unsigned int ACTION = 0x00000040;
+constexpr unsigned int SCHEDULED_ACTION = 0x00020000;
+constexpr unsigned int V2_EXTENDED_STATUS_CODES = 0x00040000;
+constexpr unsigned int IEEE1588 = 0x00080000;
+constexpr unsigned int UNCONDITIONAL_ACTION = 0x00100000;
+constexpr unsigned int APPLICATION_SWITCH_OVER = 0x00200000;
+constexpr unsigned int V1_1_EXTENDED_CODES = 0x00400000;
+constexpr unsigned int CUSTOM_DISCOVERY_DELAY = 0x00800000;
+constexpr unsigned int DISCOVERY_DELAY_REG = 0x01000000;
+constexpr unsigned int TEST_DATA = 0x02000000;
+constexpr unsigned int MANIFEST_TABLE = 0x04000000;
+constexpr unsigned int CCP_OWNER_DISCOVERY = 0x08000000;
+constexpr unsigned int LINK_SPEED_REGISTER = 0x10000000;
+constexpr unsigned int HEARTBEAT_DISABLE = 0x20000000;
+constexpr unsigned int SERIAL_NUMBER = 0x40000000;
+constexpr unsigned int USER_DEFINED_NAME = 0x80000000;
+
+// Bits of Message Channel Capability and of GVSP Capability.
+constexpr unsigned int SOURCE_PORT = 0x80000000;
+constexpr unsigned int LEGACY_BLOCK_ID = 0x40000000;
+
+// What the maker's device engines do where they do not publish it.
+constexpr unsigned int FIXED_MCSP = 4;
+constexpr unsigned int FIXED_SCSP = 20202;
+
+// Bytes that one READMEM or WRITEMEM may carry.
+constexpr unsigned int MEMORY_SIZE = 512;
+constexpr unsigned int MEMORY_SIZE_CORVANE = 536;
+
+// KEEP: in the device version the search runs as far as in the manufacturer information, which
+// follows it: a version without NUL in its 32 characters is read on into its first 16.
+constexpr int BRACKET_SEARCH_LIMIT = 48;
+
+// Early designs have a second identification byte below this one.
+constexpr int LATER_DESIGN = 0x50;
+
+bool HasBit( unsigned int aRegister, unsigned int aMask )
+{
+    return ( aRegister & aMask ) != 0;
+}
+
+const char* GetText( bool aValue )
+{
+    return aValue ? "true" : "false";
+}
+
+// Numbers from a device are logged signed.
+int ToLogged( unsigned int aValue )
+{
+    return static_cast<int>( aValue );
+}
+
+// Finds the last pair of brackets in a text that ends within aLimit characters: the text from its
+// opening bracket on, or null. KEEP: the last opening and the last closing one count, so "(a)(b)"
+// gives "(b)" and "(a) (" gives nothing.
+const char* FindBrackets( const char* aText, int aLimit )
+{
+    int lOpening = -1;
+    int lClosing = -1;
+    for ( int lPosition = 0; lPosition < aLimit; ++lPosition )
+    {
+        switch ( aText[lPosition] )
+        {
+        case '(':
+            lOpening = lPosition;
+            break;
+        case ')':
+            lClosing = lPosition;
+            break;
+        case '\0':
+            return lOpening >= 0 && lClosing > lOpening ? aText + lOpening : nullptr;
+        default:
+            break;
+        }
+    }
+    return nullptr;
+}
+
+using Registry = CapabilityRegistry<std::string, CapabilitiesGEV>;
+
+// Never destroyed, because exit handlers may still ask for records.
+Registry& GetRegistry()
+{
+    alignas( Registry ) static unsigned char sStorage[sizeof( Registry )];
+    static Registry& sRegistry = *new ( sStorage ) Registry;
+    return sRegistry;
+}
+
+} // namespace
+
+CapabilitiesGEV::CapabilitiesGEV( EthernetAddress aAddress )
+    : mIsCorvaneDevice( DeviceIdentity::IsCorvaneDevice( aAddress ) )
+    , mIsCorvaneTransmitter( DeviceIdentity::IsCorvaneTransmitter( aAddress ) )
+    , mAddress( aAddress )
+    , mMutex( std::make_shared<Mutex>() )
+    , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
+{
+}
+
+// KEEP: the mutex and the logger are shared with the source.
+CapabilitiesGEV::CapabilitiesGEV( const CapabilitiesGEV& aOther ) = default;
+CapabilitiesGEV& CapabilitiesGEV::operator=( const CapabilitiesGEV& aOther ) = default;
+
+CapabilitiesGEV::~CapabilitiesGEV()
+{
+    // The mutex goes before the logger.
+    mMutex.reset();
+    mLogger.reset();
+}
+
+CapabilitiesGEV* CapabilitiesGEV::GetCapabilities( EthernetAddress aAddress )
+{
+    return GetRegistry().Get(
+        aAddress.GetString(), [&aAddress] { return std::make_unique<CapabilitiesGEV>( aAddress ); },
+        &CapabilitiesGEV::Destroy );
+}
+
+void CapabilitiesGEV::Destroy()
+{
+    GetRegistry().Destroy();
+}
+
+Result CapabilitiesGEV::Init( SocketUDP* aSocket )
+{
+    SimpleCommandLinkGEV lLink( aSocket );
+    return Init( &lLink );
+}
+
+Result CapabilitiesGEV::Init( BaseCommandLinkGEV* aLink )
+{
+    char lAddress[128] = {};
+    mAddress.GetString( lAddress, sizeof( lAddress ) );
+    // KEEP: logged ahead of the lock, also when there is nothing left to read.
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)", lAddress );
+
+    LockScope lLock( *mMutex );
+    if ( mInitialized.Get() )
+    {
+        return Result::OK;
+    }
+    Result lResult = ReadDevice( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    ParseInfos();
+    mInitialized.Set();
+    return Result::OK;
+}
+
+Result CapabilitiesGEV::ReadDevice( BaseCommandLinkGEV* aLink )
+{
+    Result lResult = ReadVersion( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = ReadDeviceClass( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = ReadGvcpCapability( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = ReadChannelCounts( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    ReadChannelCapabilities( aLink );
+    lResult = ReadMCSP( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    // KEEP: a device may refuse the source ports of its streams, but not the one of its messages.
+    (void)ReadSCSPs( aLink );
+    ReadTickFrequency( aLink );
+    return ReadTexts( aLink );
+}
+
+// KEEP: the version is the one field that keeps its old value when it cannot be read.
+Result CapabilitiesGEV::ReadVersion( BaseCommandLinkGEV* aLink )
+{
+    unsigned int lVersion = 0;
+    Result lResult = aLink->ReadRegister( &lVersion, VERSION );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    mVersionMajor = static_cast<unsigned short>( lVersion >> 16 );
+    mVersionMinor = static_cast<unsigned short>( lVersion & 0xFFFF );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "GEV Version: %i.%i", int{ mVersionMajor },
+                int{ mVersionMinor } );
+    return lResult;
+}
+
+Result CapabilitiesGEV::ReadDeviceClass( BaseCommandLinkGEV* aLink )
+{
+    mDeviceClass = 0;
+    unsigned int lMode = 0;
+    Result lResult = aLink->ReadRegister( &lMode, DEVICE_MODE );
+    if ( lResult.IsOK() )
+    {
+        mDeviceClass =
+            static_cast<unsigned short>( ( lMode & DEVICE_CLASS_MASK ) >> DEVICE_CLASS_SHIFT );
+    }
+    return lResult;
+}
+
+Result CapabilitiesGEV::ReadGvcpCapability( BaseCommandLinkGEV* aLink )
+{
+    struct Row
+    {
+        const char* mFormat;
+        bool ( CapabilitiesGEV::*mQuery )() const;
+    };
+    static constexpr Row ROWS[] = {
+        { "Concatenation: %s", &CapabilitiesGEV::IsConcatenationSupported },
+        { "Write memory: %s", &CapabilitiesGEV::IsWriteMemSupported },
+        { "Resends: %s", &CapabilitiesGEV::IsPacketResendSupported },
+        { "Event: %s", &CapabilitiesGEV::IsEventSupported },
+        { "Event data: %s", &CapabilitiesGEV::IsEventDataSupported },
+        { "Pending acknowledge: %s", &CapabilitiesGEV::IsPendingSupported },
+        { "Action commands: %s", &CapabilitiesGEV::IsActionSupported },
+        { "Scheduled action commands: %s", &CapabilitiesGEV::IsScheduledActionSupported },
+        { "V2 extended status codes: %s", &CapabilitiesGEV::IsV2ExtendedStatusCodesSupported },
+        { "IEEE 1588 PTP: %s", &CapabilitiesGEV::IsIEEE1588Supported },
+        { "Unconditional action command: %s", &CapabilitiesGEV::IsUnconditionalActionSupported },
+        { "Application Switch Over: %s", &CapabilitiesGEV::IsApplicationSwitchOverSupported },
+        { "v1.1 extended codes: %s", &CapabilitiesGEV::IsV1_1ExtendedCodesSupported },
+        { "Custom discovery delay: %s", &CapabilitiesGEV::IsCustomDiscoveryDelaySupported },
+        { "Discovery delay register: %s", &CapabilitiesGEV::IsDiscoveryDelayRegSupported },
+        { "Standardized test data: %s", &CapabilitiesGEV::IsTestDataSupported },
+        { "Manifest table: %s", &CapabilitiesGEV::IsManifestTableSupported },
+        { "CCP owner discovery: %s", &CapabilitiesGEV::IsCCPOwnerDiscoverySupported },
+        { "Link speed register: %s", &CapabilitiesGEV::IsLinkSpeedRegisterSupported },
+        { "Heartbeat disable: %s", &CapabilitiesGEV::IsHeartbeatDisableSupported },
+        { "Serial number: %s", &CapabilitiesGEV::IsSerialNumberSupported },
+        { "User defined name: %s", &CapabilitiesGEV::IsUserDefinedNameSupported },
+    };
+    static_assert( std::size( ROWS ) == 22, "one line for each bit that the standard defines" );
+
+    mGvcpCapability = 0;
+    Result lResult = aLink->ReadRegister( &mGvcpCapability, GVCP_CAPABILITY );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    for ( const Row& lRow : ROWS )
+    {
+        HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, lRow.mFormat,
+                    GetText( ( this->*lRow.mQuery )() ) );
+    }
+    return lResult;
+}
+
+Result CapabilitiesGEV::ReadChannelCounts( BaseCommandLinkGEV* aLink )
+{
+    mStreamingChannelCount = 0;
+    Result lResult = aLink->ReadRegister( &mStreamingChannelCount, STREAM_CHANNEL_COUNT );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Streaming channels: %i",
+                ToLogged( mStreamingChannelCount ) );
+
+    mMessagingChannelCount = 0;
+    lResult = aLink->ReadRegister( &mMessagingChannelCount, MESSAGE_CHANNEL_COUNT );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Messaging channels: %i",
+                ToLogged( mMessagingChannelCount ) );
+    return lResult;
+}
+
+void CapabilitiesGEV::ReadChannelCapabilities( BaseCommandLinkGEV* aLink )
+{
+    mMessageChannelCapability = 0;
+    mStreamChannelCapability = 0;
+    if ( !HasV1_1() )
+    {
+        return;
+    }
+    if ( mMessagingChannelCount != 0 &&
+         !aLink->ReadRegister( &mMessageChannelCapability, MESSAGE_CHANNEL_CAPABILITY ).IsOK() )
+    {
+        HTBASE_LOG( mLogger, Logger::ANOMALY, UNIT, INIT,
+                    "Could not read message channel capabilities" );
+    }
+    if ( mStreamingChannelCount != 0 &&
+         !aLink->ReadRegister( &mStreamChannelCapability, GVSP_CAPABILITY ).IsOK() )
+    {
+        HTBASE_LOG( mLogger, Logger::ANOMALY, UNIT, INIT,
+                    "Could not read stream channel capabilities" );
+    }
+}
+
+Result CapabilitiesGEV::ReadMCSP( BaseCommandLinkGEV* aLink )
+{
+    mMessageChannelSourcePort = 0;
+    if ( IsMCSPSupported() )
+    {
+        Result lResult = aLink->ReadRegister( &mMessageChannelSourcePort, MCSP );
+        if ( lResult.IsOK() )
+        {
+            HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "MCSP read from device: %i",
+                        ToLogged( mMessageChannelSourcePort ) );
+        }
+        return lResult;
+    }
+    if ( mIsCorvaneDevice )
+    {
+        mMessageChannelSourcePort = FIXED_MCSP;
+        HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "MCSP for Corvane device: %i",
+                    ToLogged( mMessageChannelSourcePort ) );
+    }
+    return Result::OK;
+}
+
+Result CapabilitiesGEV::ReadSCSPs( BaseCommandLinkGEV* aLink )
+{
+    // KEEP: the port from before this call.
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, READ_SCSPS, "Streaming channel source port: %i",
+                ToLogged( mStreamChannelSourcePorts[0] ) );
+    std::fill( std::begin( mStreamChannelSourcePorts ), std::end( mStreamChannelSourcePorts ), 0U );
+
+    const unsigned int lCount = GetBoundedChannelCount();
+    if ( IsSCSPSupported() )
+    {
+        for ( unsigned int lChannel = 0; lChannel < lCount; ++lChannel )
+        {
+            unsigned int& lPort = mStreamChannelSourcePorts[lChannel];
+            Result lResult =
+                aLink->ReadRegister( &lPort, SCSP + STREAM_CHANNEL_DISTANCE * lChannel );
+            if ( !lResult.IsOK() )
+            {
+                return lResult;
+            }
+            HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, READ_SCSPS, "SCSP(%i) read on device: %i",
+                        ToLogged( lChannel ), ToLogged( lPort ) );
+        }
+        return Result::OK;
+    }
+    if ( mIsCorvaneDevice )
+    {
+        for ( unsigned int lChannel = 0; lChannel < lCount; ++lChannel )
+        {
+            mStreamChannelSourcePorts[lChannel] = FIXED_SCSP + lChannel;
+            HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, READ_SCSPS,
+                        "SCSP(%i) for Corvane device: %i", ToLogged( lChannel ),
+                        ToLogged( mStreamChannelSourcePorts[lChannel] ) );
+        }
+    }
+    return Result::OK;
+}
+
+// Low word first; without both there is no frequency.
+void CapabilitiesGEV::ReadTickFrequency( BaseCommandLinkGEV* aLink )
+{
+    mTimestampTickFrequency = 0;
+    unsigned int lLow = 0;
+    unsigned int lHigh = 0;
+    if ( aLink->ReadRegister( &lLow, TICK_FREQUENCY_LOW ).IsOK() &&
+         aLink->ReadRegister( &lHigh, TICK_FREQUENCY_HIGH ).IsOK() )
+    {
+        mTimestampTickFrequency = static_cast<unsigned long long>( lHigh ) << 32 | lLow;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Timestamp tick frequency: %016llX",
+                mTimestampTickFrequency );
+}
+
+Result CapabilitiesGEV::ReadTexts( BaseCommandLinkGEV* aLink )
+{
+    char* const lDeviceVersion = mTexts;
+    std::fill_n( lDeviceVersion, DEVICE_VERSION_SIZE, '\0' );
+    Result lResult = aLink->ReadMemory( lDeviceVersion, DEVICE_VERSION, DEVICE_VERSION_SIZE );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    char* const lManufacturerInfo = mTexts + DEVICE_VERSION_SIZE;
+    std::fill_n( lManufacturerInfo, MANUFACTURER_INFO_SIZE, '\0' );
+    return aLink->ReadMemory( lManufacturerInfo, MANUFACTURER_INFO, MANUFACTURER_INFO_SIZE );
+}
+
+// The ports that the record has room for, whatever the device counts.
+unsigned int CapabilitiesGEV::GetBoundedChannelCount() const
+{
+    return std::min( mStreamingChannelCount, STREAM_CHANNEL_MAX );
+}
+
+void CapabilitiesGEV::ParseInfos()
+{
+    mIsEndOfBlockResendRequestSupported = true;
+    if ( !mIsCorvaneDevice )
+    {
+        return;
+    }
+    const char* const lCode = FindBrackets( mTexts + DEVICE_VERSION_SIZE, MANUFACTURER_INFO_SIZE );
+    unsigned int lBytes[4] = {};
+    if ( lCode == nullptr || std::sscanf( lCode, "(%02x%02x%02x%02x)", &lBytes[0], &lBytes[1],
+                                          &lBytes[2], &lBytes[3] ) < 4 )
+    {
+        return;
+    }
+    // KEEP: %i takes a leading zero for octal, so "(02.08" reads 2.0 and "(08.00" is no version.
+    const char* const lVersion = FindBrackets( mTexts, BRACKET_SEARCH_LIMIT );
+    int lMajor = -1;
+    int lMinor = -1;
+    if ( lVersion == nullptr || std::sscanf( lVersion, "(%02i.%02i", &lMajor, &lMinor ) < 2 )
+    {
+        return;
+    }
+    const bool lIsLaterDesign = static_cast<int>( lBytes[1] ) >= LATER_DESIGN;
+    const bool lIsLaterFirmware = lMajor > 2 || ( lMajor == 2 && lMinor >= 3 );
+    mIsEndOfBlockResendRequestSupported = lIsLaterDesign || lIsLaterFirmware;
+}
+
+bool CapabilitiesGEV::IsInitialized()
+{
+    return mInitialized.Get();
+}
+
+unsigned int CapabilitiesGEV::GetVersionMajor() const
+{
+    return mVersionMajor;
+}
+
+unsigned int CapabilitiesGEV::GetVersionMinor() const
+{
+    return mVersionMinor;
+}
+
+unsigned short CapabilitiesGEV::GetDeviceClass() const
+{
+    return mDeviceClass;
+}
+
+unsigned int CapabilitiesGEV::GetStreamingChannelCount() const
+{
+    return mStreamingChannelCount;
+}
+
+unsigned int CapabilitiesGEV::GetMessagingChannelCount() const
+{
+    return mMessagingChannelCount;
+}
+
+unsigned long long CapabilitiesGEV::GetTimestampTickFrequency() const
+{
+    return mTimestampTickFrequency;
+}
+
+bool CapabilitiesGEV::IsCorvaneDevice() const
+{
+    return mIsCorvaneDevice;
+}
+
+bool CapabilitiesGEV::IsCorvaneTransmitter() const
+{
+    return mIsCorvaneTransmitter;
+}
+
+unsigned int CapabilitiesGEV::GetMaxReadMemSize() const
+{
+    return mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
+}
+
+unsigned int CapabilitiesGEV::GetMaxWriteMemSize() const
+{
+    return mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
+}
+
+// KEEP: the fixed ports stand in for an Init that has not succeeded, not for what it has stored: a
+// channel that the device does not count has port 0 afterwards.
+unsigned int CapabilitiesGEV::GetStreamChannelSourcePort( unsigned short aChannel ) const
+{
+    if ( !mInitialized.Get() && mIsCorvaneDevice )
+    {
+        return FIXED_SCSP + aChannel;
+    }
+    return aChannel < STREAM_CHANNEL_MAX ? mStreamChannelSourcePorts[aChannel] : 0;
+}
+
+unsigned int CapabilitiesGEV::GetMessageChannelSourcePort() const
+{
+    if ( !mInitialized.Get() && mIsCorvaneDevice )
+    {
+        return FIXED_MCSP;
+    }
+    return mMessageChannelSourcePort;
+}
+
+bool CapabilitiesGEV::IsConcatenationSupported() const
+{
+    return HasBit( mGvcpCapability, CONCATENATION );
+}
+
+bool CapabilitiesGEV::IsWriteMemSupported() const
+{
+    return HasBit( mGvcpCapability, WRITE_MEM );
+}
+
+bool CapabilitiesGEV::IsPacketResendSupported() const
+{
+    return HasBit( mGvcpCapability, PACKET_RESEND );
+}
+
+bool CapabilitiesGEV::IsEventSupported() const
+{
+    return HasBit( mGvcpCapability, EVENT );
+}
+
+bool CapabilitiesGEV::IsEventDataSupported() const
+{
+    return HasBit( mGvcpCapability, EVENT_DATA );
+}
+
+bool CapabilitiesGEV::IsPendingSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, PENDING );
+}
+
+bool CapabilitiesGEV::IsActionSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, ACTION );
+}
+
+bool CapabilitiesGEV::IsV1_1ExtendedCodesSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, V1_1_EXTENDED_CODES );
+}
+
+bool CapabilitiesGEV::IsCustomDiscoveryDelaySupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, CUSTOM_DISCOVERY_DELAY );
+}
+
+bool CapabilitiesGEV::IsDiscoveryDelayRegSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, DISCOVERY_DELAY_REG );
+}
+
+bool CapabilitiesGEV::IsTestDataSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, TEST_DATA );
+}
+
+bool CapabilitiesGEV::IsManifestTableSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, MANIFEST_TABLE );
+}
+
+bool CapabilitiesGEV::IsCCPOwnerDiscoverySupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, CCP_OWNER_DISCOVERY );
+}
+
+bool CapabilitiesGEV::IsLinkSpeedRegisterSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, LINK_SPEED_REGISTER );
+}
+
+bool CapabilitiesGEV::IsHeartbeatDisableSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, HEARTBEAT_DISABLE );
+}
+
+bool CapabilitiesGEV::IsSerialNumberSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, SERIAL_NUMBER );
+}
+
+bool CapabilitiesGEV::IsUserDefinedNameSupported() const
+{
+    return HasV1_1() && HasBit( mGvcpCapability, USER_DEFINED_NAME );
+}
+
+bool CapabilitiesGEV::IsScheduledActionSupported() const
+{
+    return HasV2_0() && HasBit( mGvcpCapability, SCHEDULED_ACTION );
+}
+
+bool CapabilitiesGEV::IsV2ExtendedStatusCodesSupported() const
+{
+    return HasV2_0() && HasBit( mGvcpCapability, V2_EXTENDED_STATUS_CODES );
+}
+
+bool CapabilitiesGEV::IsIEEE1588Supported() const
+{
+    return HasV2_0() && HasBit( mGvcpCapability, IEEE1588 );
+}
+
+bool CapabilitiesGEV::IsUnconditionalActionSupported() const
+{
+    return HasV2_0() && HasBit( mGvcpCapability, UNCONDITIONAL_ACTION );
+}
+
+bool CapabilitiesGEV::IsApplicationSwitchOverSupported() const
+{
+    return HasV2_0() && HasBit( mGvcpCapability, APPLICATION_SWITCH_OVER );
+}
+
+// KEEP: the version takes the place of the bit here, where everywhere else it is asked beside it.
+bool CapabilitiesGEV::IsLegacy16BitsBlockIdSupported() const
+{
+    return mVersionMajor == 1 || HasBit( mStreamChannelCapability, LEGACY_BLOCK_ID );
+}
+
+bool CapabilitiesGEV::IsEndOfBlockResendRequestSupported() const
+{
+    return mIsEndOfBlockResendRequestSupported;
+}
+
+bool CapabilitiesGEV::HasV1_1() const
+{
+    return mVersionMajor > 1 || ( mVersionMajor == 1 && mVersionMinor >= 1 );
+}
+
+bool CapabilitiesGEV::HasV1_2() const
+{
+    return mVersionMajor > 1 || ( mVersionMajor == 1 && mVersionMinor >= 2 );
+}
+
+bool CapabilitiesGEV::HasV2_0() const
+{
+    return mVersionMajor > 1;
+}
+
+bool CapabilitiesGEV::IsMCSPSupported() const
+{
+    return HasV1_1() && HasBit( mMessageChannelCapability, SOURCE_PORT );
+}
+
+bool CapabilitiesGEV::IsSCSPSupported() const
+{
+    return HasV1_1() && HasBit( mStreamChannelCapability, SOURCE_PORT );
+}
+
+} // namespace HtBaseLib

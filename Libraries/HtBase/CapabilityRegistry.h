@@ -1,0 +1,66 @@
+// The capability records that the whole process shares, one per device.
+#pragma once
+
+#include <QmUtilsLib/Mutex.h>
+
+#include <cstdlib>
+#include <map>
+#include <memory>
+
+namespace HtBaseLib
+{
+
+// CapabilityRegistry keeps one Record per Key from the first request until Destroy, which it
+// registers with the exit handlers of the library's module, so that it also runs when the module is
+// unloaded. All operations are safe from any thread; the mutex is held for the table only, never
+// while a record reads its device.
+//
+// An instance must live in storage that is never destroyed, since exit handlers may still use it.
+template <typename Key, typename Record>
+class CapabilityRegistry
+{
+public:
+    // Get returns the record of aKey, made by aMake, which returns a std::unique_ptr<Record>, when
+    // there is none yet. aDestroy, which must call Destroy, is registered when it is not.
+    template <typename Make>
+    Record* Get( const Key& aKey, Make aMake, void ( *aDestroy )() )
+    {
+        QmUtilsLib::LockScope lLock( mMutex );
+        auto lEntry = mRecords.find( aKey );
+        if ( lEntry == mRecords.end() )
+        {
+            lEntry = mRecords.emplace( aKey, aMake() ).first;
+        }
+        if ( !mIsCleanUpRegistered )
+        {
+            (void)std::atexit( aDestroy ); // without it the records go with the process
+            mIsCleanUpRegistered = true;
+        }
+        return lEntry->second.get();
+    }
+
+    // Destroy deletes every record. KEEP: it also makes the next Get register the clean-up once
+    // more. Exit handlers run last in, first out, so the records made after an explicit Destroy go
+    // before everything that was registered ahead of them.
+    void Destroy()
+    {
+        QmUtilsLib::LockScope lLock( mMutex );
+        if ( !mIsCleanUpRegistered )
+        {
+            return;
+        }
+        while ( !mRecords.empty() )
+        {
+            mRecords.begin()->second.reset();
+            mRecords.erase( mRecords.begin() );
+        }
+        mIsCleanUpRegistered = false;
+    }
+
+private:
+    QmUtilsLib::Mutex mMutex;
+    std::map<Key, std::unique_ptr<Record>> mRecords QMUTILSLIB_GUARDED_BY( mMutex );
+    bool mIsCleanUpRegistered QMUTILSLIB_GUARDED_BY( mMutex ) = false;
+};
+
+} // namespace HtBaseLib

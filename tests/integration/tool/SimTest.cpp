@@ -1,0 +1,210 @@
+// sim gev.
+
+#include "integration/tool/ToolTest.h"
+
+#include <csignal>
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+namespace TestSupport
+{
+
+namespace
+{
+
+// `htbase sim gev` on a free port of 127.0.0.1, and `htbase gev` commands to it.
+class Sim : public testing::Test
+{
+protected:
+    void Start( const Arguments& aArguments )
+    {
+        Arguments lArguments = { "sim", "gev", "--port", "0" };
+        lArguments.insert( lArguments.end(), aArguments.begin(), aArguments.end() );
+        mProcess = std::make_unique<ChildProcess>( MakeToolCommand( lArguments ) );
+        mTarget = mProcess->ReadLine().value_or( "" );
+        ASSERT_THAT( mTarget, MatchesRegex( "127\\.0\\.0\\.1:[0-9]+" ) ) << mProcess->GetError();
+    }
+
+    Outcome RunGev( const std::string& aCommand, const Arguments& aArguments )
+    {
+        Arguments lArguments = { "gev", aCommand, mTarget };
+        lArguments.insert( lArguments.end(), aArguments.begin(), aArguments.end() );
+        return RunTool( MakePatient( lArguments ) );
+    }
+
+    std::unique_ptr<ChildProcess> mProcess;
+    std::string mTarget;
+};
+
+} // namespace
+
+TEST_F( Sim, ASignalEndsItWithASummary )
+{
+    for ( const int lSignal : { SIGINT, SIGTERM } )
+    {
+        Start( {} );
+        EXPECT_EQ( RunGev( "read", { "0", "4" } ).mStatus, 0 );
+        EXPECT_EQ( RunGev( "read", { "0x20" } ).mStatus, 1 );
+        mProcess->Signal( lSignal );
+        const Ending lEnding = mProcess->Wait();
+        EXPECT_TRUE( lEnding.mExited );
+        EXPECT_EQ( lEnding.mStatus, 0 );
+        EXPECT_THAT( mProcess->GetError(), IsEmpty() );
+        EXPECT_THAT( mProcess->GetOutput(),
+                     AllOf( StartsWith( mTarget + "\ndevice: 3 commands: 2 executed, 1 refused" ),
+                            HasSubstr( "\nrequests: 3 datagrams: 3 passed, 0 lost" ),
+                            HasSubstr( "\nanswers: 3 datagrams: 3 passed, 0 lost" ) ) );
+    }
+}
+
+TEST_F( Sim, TheSummaryIsOneJsonObject )
+{
+    ChildProcess lProcess( MakeToolCommand( { "sim", "gev", "--port", "0", "--json" } ) );
+    ASSERT_TRUE( lProcess.WaitForError( "\n" ) );
+    ASSERT_THAT( lProcess.GetError(), StartsWith( "htbase: serving at 127.0.0.1:" ) );
+    mTarget = lProcess.GetError().substr( lProcess.GetError().rfind( ' ' ) + 1 );
+    mTarget.pop_back(); // the line end
+    EXPECT_EQ( RunGev( "read", { "0", "0x20" } ).mStatus, 1 );
+    lProcess.Signal( SIGTERM );
+    EXPECT_EQ( lProcess.Wait().mStatus, 0 );
+    Outcome lOutcome;
+    lOutcome.mOutput = lProcess.GetOutput();
+    const nlohmann::json lReport = ParseReport( lOutcome );
+    EXPECT_EQ( lReport["address"].get<std::string>() + ":" +
+                   std::to_string( lReport["port"].get<int>() ),
+               mTarget );
+    EXPECT_EQ( lReport["requests"], 2 );
+    EXPECT_EQ( lReport["executed"], 1 );
+    EXPECT_EQ( lReport["refused"], 1 );
+    EXPECT_EQ( lReport["answers"], 2 );
+    EXPECT_EQ( lReport["requestFaults"]["passed"], 2 );
+    EXPECT_EQ( lReport["answerFaults"]["lost"], 0 );
+}
+
+TEST_F( Sim, PlaysEveryVersion )
+{
+    const std::vector<std::pair<const char*, const char*>> lVersions = {
+        { "1.0", "0x00010000" }, { "1.1", "0x00010001" }, { "1.2", "0x00010002" },
+        { "2.0", "0x00020000" }, { "2.1", "0x00020001" },
+    };
+    for ( const auto& [lVersion, lValue] : lVersions )
+    {
+        Start( { "--version", lVersion } );
+        EXPECT_THAT( RunGev( "read", { "0" } ).mOutput,
+                     StartsWith( std::string( "0x00000000  " ) + lValue ) );
+    }
+}
+
+TEST_F( Sim, IsWhatItIsToldToBe )
+{
+    Start( { "--manufacturer", "Maker", "--model", "Model", "--serial", "S1", "--user-name", "Me",
+             "--mac", "00:11:22:33:44:55", "--heartbeat", "700" } );
+    EXPECT_EQ( RunTool( { "gev", "discover", "--to", mTarget } ).mOutput,
+               mTarget + "  00:11:22:33:44:55  Maker  Model  S1  Me\n" );
+    EXPECT_THAT( RunGev( "read", { "0x0938" } ).mOutput, HasSubstr( "  700\n" ) );
+}
+
+TEST_F( Sim, TakesItsTimeAndSaysSo )
+{
+    Start( { "--pending", "1500" } );
+    const Outcome lOutcome =
+        RunGev( "read", { "0xA000", "--timeout", "1000", "--retries", "1", "--json" } );
+    EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
+    EXPECT_EQ( ParseReport( lOutcome )["statistics"]["pendingAcknowledges"], 1 );
+}
+
+TEST_F( Sim, TheSameSeedLosesTheSameDatagrams )
+{
+    std::string lFirst;
+    for ( int lTime = 0; lTime < 2; ++lTime )
+    {
+        Start( { "--loss", "0.3", "--seed", "11" } );
+        const Outcome lOutcome = RunGev(
+            "read", { "0", "4", "8", "12", "0", "4", "--timeout", "500", "--retries", "20" } );
+        EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
+        mProcess->Signal( SIGINT );
+        EXPECT_EQ( mProcess->Wait().mStatus, 0 );
+        const std::string& lOutput = mProcess->GetOutput();
+        const std::string lSummary = lOutput.substr( lOutput.find( '\n' ) );
+        EXPECT_THAT( lSummary, testing::Not( HasSubstr( " 0 lost" ) ) );
+        lFirst = lTime == 0 ? lSummary : lFirst;
+        EXPECT_EQ( lSummary, lFirst );
+    }
+}
+
+TEST_F( Sim, EachFaultIsCounted )
+{
+    Start( { "--delay", "1", "--max-delay", "5", "--duplicate", "1", "--stray", "1" } );
+    EXPECT_EQ( RunGev( "read", { "0" } ).mStatus, 0 );
+    mProcess->Signal( SIGINT );
+    EXPECT_EQ( mProcess->Wait().mStatus, 0 );
+    EXPECT_THAT( mProcess->GetOutput(),
+                 HasSubstr( "requests: 1 datagrams: 0 passed, 0 lost, 1 delayed, 1 duplicated, 0 "
+                            "reordered, 0 truncated, 0 corrupted, 1 strays added" ) );
+    Start( { "--truncate", "1", "--corrupt", "1", "--reorder", "1" } );
+    EXPECT_EQ( RunGev( "read", { "0", "--timeout", "20", "--retries", "1" } ).mStatus, 1 );
+    mProcess->Signal( SIGINT );
+    EXPECT_EQ( mProcess->Wait().mStatus, 0 );
+    EXPECT_THAT( mProcess->GetOutput(),
+                 HasSubstr( "requests: 1 datagrams: 0 passed, 0 lost, 0 delayed, 0 duplicated, 1 "
+                            "reordered, 1 truncated" ) );
+}
+
+TEST_F( Sim, AnAddressThatCannotBeHadIsTold )
+{
+    Start( {} );
+    const std::string lPort = mTarget.substr( mTarget.find( ':' ) + 1 );
+    const Outcome lTaken = RunTool( { "sim", "gev", "--port", lPort } );
+    EXPECT_EQ( lTaken.mStatus, 1 );
+    ExpectOneSentence( lTaken.mError );
+    EXPECT_THAT( lTaken.mError, AllOf( HasSubstr( "cannot serve at " + mTarget ),
+                                       HasSubstr( "Address already in use" ) ) );
+    const Outcome lForeign = RunTool( { "sim", "gev", "--address", "192.0.2.1", "--port", "0" } );
+    EXPECT_EQ( lForeign.mStatus, 1 );
+    EXPECT_THAT( lForeign.mError, HasSubstr( "this machine has no such address" ) );
+}
+
+TEST_F( Sim, OptionsThatAreNoneAreWrongUsage )
+{
+    const std::vector<Arguments> lCases = {
+        { "--version", "3.0" },
+        { "--version", "2" },
+        { "--address", "host" },
+        { "--port", "65536" },
+        { "--port", "-1" },
+        { "--port", "abc" },
+        { "--loss", "1.5" },
+        { "--loss", "-0.1" },
+        { "--loss", "many" },
+        { "--loss", "nan" },
+        { "--delay", "2" },
+        { "--corrupt", "2" },
+        { "--stray", "" },
+        { "--seed", "" },
+        { "--seed", "4294967296" },
+        { "--seed", "-1" },
+        { "--seed", "x" },
+        { "--pending", "-1" },
+        { "--pending", "60001" },
+        { "--mac", "00:11:22" },
+        { "--heartbeat", "0" },
+        { "--max-delay", "100000" },
+        { "extra" },
+    };
+    for ( const Arguments& lCase : lCases )
+    {
+        Arguments lArguments = { "sim", "gev", "--port", "0" };
+        lArguments.insert( lArguments.end(), lCase.begin(), lCase.end() );
+        SCOPED_TRACE( testing::PrintToString( lCase ) );
+        const Outcome lOutcome = RunProgram( MakeToolCommand( lArguments ), {}, 5000 );
+        EXPECT_EQ( lOutcome.mStatus, 2 );
+        ExpectOneSentence( lOutcome.mError );
+        EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
+    }
+}
+
+} // namespace TestSupport

@@ -1,0 +1,111 @@
+// The htbase program as a child process, and a virtual device for it.
+#pragma once
+
+#include "support/ChildProcess.h"
+#include "support/LoopbackDevice.h"
+
+#include <nlohmann/json.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace TestSupport
+{
+
+using Arguments = std::vector<std::string>;
+
+// The command line of the program.
+Arguments MakeToolCommand( const Arguments& aArguments );
+
+// The arguments, with a time-out so long that a slow machine causes no repeated command, unless
+// they have one of their own.
+Arguments MakePatient( const Arguments& aArguments );
+
+// Runs the program to its end; 20 s at most.
+Outcome RunTool( const Arguments& aArguments, const ChildProcess::Options& aOptions = {} );
+
+// What --json printed: one value and nothing else. Null, and the test failed, when it is not that.
+nlohmann::json ParseReport( const Outcome& aOutcome );
+
+// Expects that aError is one line, "htbase: ...", and nothing behind it.
+void ExpectOneSentence( const std::string& aError );
+
+// A folder of the test's own, removed at its end.
+class TemporaryFolder
+{
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder( const TemporaryFolder& ) = delete;
+    TemporaryFolder& operator=( const TemporaryFolder& ) = delete;
+
+    const std::string& GetPath() const { return mPath; }
+    std::string GetPath( const std::string& aName ) const { return mPath + "/" + aName; }
+    // The names in it, in order.
+    std::vector<std::string> List() const;
+
+private:
+    std::string mPath;
+};
+
+void WriteFile( const std::string& aPath, const std::string& aBytes );
+std::string ReadFile( const std::string& aPath );
+
+// aCount bytes that look like chance and are always the same.
+std::string MakeBytes( size_t aCount );
+
+// A command as the device got it, taken apart by hand.
+struct SeenCommand
+{
+    uint16_t mCommand = 0;
+    bool mWantsAck = false;
+    uint32_t mAddress = 0;
+    uint32_t mValue = 0;  // of WRITEREG; of READMEM the count
+    size_t mDataSize = 0; // of WRITEMEM
+    Simulators::Endpoint mFrom;
+};
+
+bool operator==( const SeenCommand& aA, const SeenCommand& aB );
+
+// A virtual device and the program's commands on it.
+class ToolTest : public testing::Test
+{
+protected:
+    static constexpr uint32_t MEMORY = 0x00100000;
+
+    // Serves a device of this configuration; otherwise the first use serves a plain one.
+    void Serve( const Simulators::ConfigurationGEV& aConfiguration,
+                const HtBaseTool::DeviceServer::Options& aOptions = {} );
+    LoopbackDevice& GetDevice();
+
+    // "127.0.0.1:40000".
+    std::string GetTarget();
+
+    // Runs `gev COMMAND TARGET ARGUMENT...`, patiently.
+    Outcome RunGev( const std::string& aCommand, const Arguments& aArguments,
+                    const ChildProcess::Options& aOptions = {} );
+    Arguments MakeGevCommand( const std::string& aCommand, const Arguments& aArguments );
+
+    // While the device is at rest.
+    uint32_t ReadWord( uint32_t aAddress );
+    void WriteWord( uint32_t aAddress, uint32_t aValue );
+    std::string GetMemory( uint32_t aAddress, size_t aSize );
+    void SetMemory( uint32_t aAddress, const std::string& aBytes ); // whole words
+    bool IsControlHeld();
+    void SetSilent( uint32_t aAddress, bool aIsSilent = true );
+    std::vector<SeenCommand> GetCommands();
+    std::vector<SeenCommand> GetCommands( uint16_t aCommand );
+
+    // Waits until the device has got a command with that code and address. Fails the test when it
+    // does not in ten seconds.
+    void WaitForCommand( uint16_t aCommand, uint32_t aAddress );
+
+private:
+    std::unique_ptr<LoopbackDevice> mDevice;
+};
+
+} // namespace TestSupport
