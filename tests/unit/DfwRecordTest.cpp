@@ -494,9 +494,9 @@ TEST( DfwRecord, TheFlagsFollowFromLengthAndModeLetter )
     EXPECT_EQ( lTarget( 'D' ), Target( 1, 2, 0xFEDC, true, true ) );
     EXPECT_EQ( lTarget( 'U' ), Target( 1, 2, 0xFEDC, false, false ) );
     EXPECT_EQ( lTarget( 'f' ), Target( 1, 2, 0xFEDC, true, false ) );
-    for ( const unsigned char lOther : { 'F', 'd', 'u', '\0', ' ' } )
+    for ( const char lOther : { 'F', 'd', 'u', '\0', ' ' } )
     {
-        EXPECT_EQ( lTarget( lOther ), NO_TARGET );
+        EXPECT_EQ( lTarget( static_cast<unsigned char>( lOther ) ), NO_TARGET );
     }
     EXPECT_EQ( FindTarget( { 'T', 5, 2, 1, 2, 0xFE, 0xDC, 'R', 0 } ),
                Target( 1, 2, 0xFEDC, false, true ) );
