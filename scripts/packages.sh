@@ -3,11 +3,12 @@
 # Says what it installs, installs only what is missing, and needs no network when nothing is.
 
 # To build the libraries, the virtual devices and the program.
-BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev"
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcli11-dev nlohmann-json3-dev"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
 TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux
-    libwrap0 libnftables1 libnetfilter-conntrack3"
+    libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils
+    umockdev libumockdev-dev"
 # TFTP servers that judge our client. Their packages would start services and conflict with one
 # another, so they are unpacked, not installed; the libraries that they need are named above.
 PEER_PACKAGES="tftpd-hpa atftpd dnsmasq-base"

@@ -132,11 +132,7 @@ unsigned int IoStreamRaw::Write( const void* aData, unsigned int aSize, unsigned
         return 0;
     }
     const unsigned int lCopied = GetCopyCount( aSize, aCount );
-    const auto* const lData = static_cast<const unsigned char*>( aData );
-    for ( unsigned int lIndex = 0; lIndex < lCopied; ++lIndex )
-    {
-        mTarget[mPosition + lIndex] = lData[lIndex];
-    }
+    std::copy_n( static_cast<const unsigned char*>( aData ), lCopied, mTarget + mPosition );
     mPosition += lCopied;
     mBytesWritten += lCopied;
     return lCopied;
@@ -145,11 +141,7 @@ unsigned int IoStreamRaw::Write( const void* aData, unsigned int aSize, unsigned
 unsigned int IoStreamRaw::Read( void* aData, unsigned int aSize, unsigned int aCount )
 {
     const unsigned int lCopied = GetCopyCount( aSize, aCount );
-    auto* const lData = static_cast<unsigned char*>( aData );
-    for ( unsigned int lIndex = 0; lIndex < lCopied; ++lIndex )
-    {
-        lData[lIndex] = mBuffer[mPosition + lIndex];
-    }
+    std::copy_n( mBuffer + mPosition, lCopied, static_cast<unsigned char*>( aData ) );
     mPosition += lCopied;
     return lCopied;
 }
