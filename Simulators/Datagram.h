@@ -32,12 +32,15 @@ inline bool operator<( const Endpoint& aA, const Endpoint& aB )
 
 // A datagram that is to leave for mTo, mDelayMs milliseconds (0 or more) after the call that
 // returned it. Whoever owns the socket keeps it until then; two that fall due together leave in the
-// order in which they were returned.
+// order in which they were returned. It leaves from the local port mFromPort; 0 is the port that
+// the device listens on, any other is a number of the device's own choice that names one of its
+// further ports, so that whoever owns the sockets may map it to another.
 struct Outgoing
 {
     Bytes mBytes;
     int64_t mDelayMs = 0;
     Endpoint mTo;
+    uint16_t mFromPort = 0;
 };
 
 } // namespace Simulators

@@ -159,6 +159,7 @@ Outgoing FaultPlan::MakeStray( const Outgoing& aDatagram, Generator* aDetails )
     Outgoing lStray;
     lStray.mDelayMs = aDatagram.mDelayMs;
     lStray.mTo = aDatagram.mTo;
+    lStray.mFromPort = aDatagram.mFromPort;
     const bool lIsStale = aDetails->Below( 2 ) == 0;
     if ( lIsStale && !mEarlier.empty() )
     {

@@ -62,8 +62,8 @@ public:
     // Returns what is to be sent in place of aDatagram, in order; possibly nothing. A truncated
     // datagram keeps 0 to size - 1 bytes; an empty one is neither cut nor corrupted. A corrupted
     // byte always changes. Both copies of a duplicated datagram are alike and leave together. A
-    // stray goes to the same address, in front of the datagram or behind it; it is either 1 to 64
-    // random bytes or one of the last 8 datagrams that came before.
+    // stray goes to the same address from the same port, in front of the datagram or behind it; it
+    // is either 1 to 64 random bytes or one of the last 8 datagrams that came before.
     std::vector<Outgoing> Apply( const Outgoing& aDatagram );
 
     const Counters& GetCounters() const { return mCounters; }

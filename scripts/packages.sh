@@ -6,7 +6,12 @@
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
-TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux"
+TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux
+    libwrap0 libnftables1 libnetfilter-conntrack3"
+# TFTP servers that judge our client. Their packages would start services and conflict with one
+# another, so they are unpacked, not installed; the libraries that they need are named above.
+PEER_PACKAGES="tftpd-hpa atftpd dnsmasq-base"
+PEER_DIRECTORY="build/peers"
 
 is_installed()
 {
@@ -42,4 +47,24 @@ install_missing()
             $lSudo env DEBIAN_FRONTEND=noninteractive \
                 apt-get install -y -qq --no-install-recommends $lMissing >/dev/null
     }
+}
+
+# unpack_peers: from the project's root. What cannot be fetched is said; the tests that need it are
+# then skipped.
+unpack_peers()
+{
+    local lPackage lTemporary
+    for lPackage in $PEER_PACKAGES; do
+        [ ! -e "$PEER_DIRECTORY/$lPackage" ] || continue
+        echo "Unpacking from Debian into $PEER_DIRECTORY: $lPackage"
+        lTemporary=$(mktemp -d) || return 1
+        mkdir -p "$PEER_DIRECTORY"
+        if (cd "$lTemporary" && apt-get download -qq "$lPackage" >/dev/null 2>&1) &&
+            dpkg-deb -x "$lTemporary"/*.deb "$lTemporary/$lPackage"; then
+            mv "$lTemporary/$lPackage" "$PEER_DIRECTORY/$lPackage"
+        else
+            echo "$lPackage cannot be fetched; its tests will be skipped." >&2
+        fi
+        rm -rf "$lTemporary"
+    done
 }

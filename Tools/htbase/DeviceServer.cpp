@@ -27,6 +27,14 @@ constexpr int64_t LONG_WAIT = 60000;
 } // namespace
 
 DeviceServer::DeviceServer( Core aCore )
+    : DeviceServer( PortCore(
+          [lCore = std::move( aCore )]( const Simulators::Endpoint& aFrom, uint16_t /*aToPort*/,
+                                        const uint8_t* aData, size_t aSize, int64_t aNowMs )
+          { return lCore( aFrom, aData, aSize, aNowMs ); } ) )
+{
+}
+
+DeviceServer::DeviceServer( PortCore aCore )
     : mCore( std::move( aCore ) )
     , mBuffer( DATAGRAM_MAX )
     , mRequestFaults( {}, 0 )
@@ -57,6 +65,7 @@ Result DeviceServer::Open( const Options& aOptions )
             return lResult;
         }
     }
+    mAddress = aOptions.mAddress;
     mBroadcastFilter = aOptions.mBroadcastFilter;
     mWaiting.clear();
     SetFaults( aOptions.mRequestFaults, aOptions.mAnswerFaults );
@@ -111,28 +120,60 @@ FaultPlan DeviceServer::GetAnswerFaults() const
     return mAnswerFaults;
 }
 
-// Ends when Stop has closed the device's own socket.
 Result DeviceServer::Serve()
 {
-    SocketUDP* lSockets[] = { &mSocket, &mBroadcast };
-    const unsigned int lCount = mBroadcast.IsOpened() ? 2 : 1;
+    Result lResult = ServeOpen();
+    mFurther.clear();
+    return lResult;
+}
+
+// Ends when Stop has closed the device's own socket.
+Result DeviceServer::ServeOpen()
+{
+    size_t lTurn = 0;
     while ( mSocket.IsOpened() )
     {
-        SocketUDP* const lReady =
-            SocketUDP::SelectOnRx( lSockets, lCount, GetWait( Thread::GetTickCount() ), nullptr );
-        if ( lReady != nullptr )
+        std::vector<Listener> lListeners = GetListeners();
+        // The first of the list goes first; a flood on one socket must not deafen the others.
+        std::rotate( lListeners.begin(),
+                     lListeners.begin() + static_cast<std::ptrdiff_t>( lTurn % lListeners.size() ),
+                     lListeners.end() );
+        std::vector<SocketUDP*> lSockets;
+        for ( const Listener& lListener : lListeners )
         {
-            const Result lResult = ReceiveOne( *lReady );
+            lSockets.push_back( lListener.mSocket );
+        }
+        unsigned int lReady = 0;
+        if ( SocketUDP::SelectOnRx( lSockets.data(), static_cast<unsigned int>( lSockets.size() ),
+                                    GetWait( Thread::GetTickCount() ), &lReady ) != nullptr )
+        {
+            const Result lResult = ReceiveOne( lListeners[lReady] );
             if ( lResult.IsFailure() && mSocket.IsOpened() )
             {
                 return lResult;
             }
-            // The first of the list goes first; a flood on one socket must not deafen the other.
-            std::reverse( lSockets, lSockets + lCount );
+            ++lTurn;
         }
         HandleDue( Thread::GetTickCount() );
     }
     return Result::OK;
+}
+
+std::vector<DeviceServer::Listener> DeviceServer::GetListeners()
+{
+    std::vector<Listener> lListeners = { { &mSocket, 0 } };
+    if ( mBroadcast.IsOpened() )
+    {
+        lListeners.push_back( { &mBroadcast, 0 } );
+    }
+    for ( const auto& lFurther : mFurther )
+    {
+        if ( lFurther.second->IsOpened() )
+        {
+            lListeners.push_back( { lFurther.second.get(), lFurther.first } );
+        }
+    }
+    return lListeners;
 }
 
 unsigned int DeviceServer::GetWait( int64_t aNowMs ) const
@@ -142,25 +183,27 @@ unsigned int DeviceServer::GetWait( int64_t aNowMs ) const
 }
 
 // OK also when nothing was there after all.
-Result DeviceServer::ReceiveOne( SocketUDP& aSocket )
+Result DeviceServer::ReceiveOne( const Listener& aListener )
 {
     IpAddress lAddress;
     unsigned short lPort = 0;
     int lReceived = 0;
-    const Result lResult = aSocket.ReceiveFrom( mBuffer.data(), static_cast<int>( mBuffer.size() ),
-                                                lReceived, lAddress, lPort );
+    const Result lResult = aListener.mSocket->ReceiveFrom(
+        mBuffer.data(), static_cast<int>( mBuffer.size() ), lReceived, lAddress, lPort );
     if ( !lResult.IsOK() )
     {
         return lResult == Result::TIMEOUT ? Result( Result::OK ) : lResult;
     }
     const auto lSize = static_cast<size_t>( lReceived ); // never negative when OK
-    if ( &aSocket == &mBroadcast && mBroadcastFilter && !mBroadcastFilter( mBuffer.data(), lSize ) )
+    if ( aListener.mSocket == &mBroadcast && mBroadcastFilter &&
+         !mBroadcastFilter( mBuffer.data(), lSize ) )
     {
         return Result::OK;
     }
     Outgoing lRequest;
     lRequest.mBytes.assign( mBuffer.begin(), mBuffer.begin() + lReceived );
     lRequest.mTo = { lAddress.GetValue(), lPort };
+    lRequest.mFromPort = aListener.mPort;
     LockScope lLock( mMutex );
     ++mCounters.mReceived;
     Queue( true, mRequestFaults.Apply( lRequest ), Thread::GetTickCount() );
@@ -194,8 +237,8 @@ void DeviceServer::HandleDue( int64_t aNowMs )
 void DeviceServer::Deliver( const Outgoing& aRequest, int64_t aNowMs )
 {
     LockScope lLock( mMutex );
-    for ( const Outgoing& lAnswer :
-          mCore( aRequest.mTo, aRequest.mBytes.data(), aRequest.mBytes.size(), aNowMs ) )
+    for ( const Outgoing& lAnswer : mCore( aRequest.mTo, aRequest.mFromPort, aRequest.mBytes.data(),
+                                           aRequest.mBytes.size(), aNowMs ) )
     {
         Queue( false, mAnswerFaults.Apply( lAnswer ), aNowMs );
     }
@@ -206,9 +249,29 @@ void DeviceServer::Send( const Outgoing& aAnswer )
 {
     LockScope lLock( mMutex );
     const Result lResult =
-        mSocket.SendTo( aAnswer.mBytes.data(), static_cast<int>( aAnswer.mBytes.size() ),
-                        IpAddress( aAnswer.mTo.mAddress ), aAnswer.mTo.mPort );
+        GetSocket( aAnswer.mFromPort )
+            .SendTo( aAnswer.mBytes.data(), static_cast<int>( aAnswer.mBytes.size() ),
+                     IpAddress( aAnswer.mTo.mAddress ), aAnswer.mTo.mPort );
     ++( lResult.IsOK() ? mCounters.mSent : mCounters.mSendFailures );
+}
+
+// The socket of a port. One that could not be opened fails in the send.
+SocketUDP& DeviceServer::GetSocket( uint16_t aPort )
+{
+    if ( aPort == 0 )
+    {
+        return mSocket;
+    }
+    std::unique_ptr<SocketUDP>& lSocket = mFurther[aPort];
+    if ( lSocket == nullptr )
+    {
+        lSocket = std::make_unique<SocketUDP>();
+    }
+    if ( !lSocket->IsOpened() )
+    {
+        (void)lSocket->Open( &mAddress );
+    }
+    return *lSocket;
 }
 
 } // namespace HtBaseTool

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -37,6 +38,14 @@ public:
     // milliseconds; the calls never overlap.
     using Core = std::function<std::vector<Simulators::Outgoing>(
         const Simulators::Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNowMs )>;
+
+    // The same for a device with further ports, see Simulators::Outgoing: aToPort is the number, of
+    // the device's own choice, of the port that the datagram came to, 0 for the one it listens on.
+    // The system chooses the real port, when the device first sends from it; all stay open until
+    // Stop.
+    using PortCore = std::function<std::vector<Simulators::Outgoing>(
+        const Simulators::Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData, size_t aSize,
+        int64_t aNowMs )>;
 
     struct Options
     {
@@ -65,6 +74,7 @@ public:
 
     // The core must outlive the server, and so must what it refers to.
     explicit DeviceServer( Core aCore );
+    explicit DeviceServer( PortCore aCore );
     ~DeviceServer(); // stops
 
     DeviceServer( const DeviceServer& ) = delete;
@@ -112,23 +122,35 @@ private:
     struct Waiting
     {
         bool mIsRequest = false;
-        Simulators::Outgoing mDatagram; // of a request, mTo is who sent it
+        Simulators::Outgoing mDatagram; // of a request, who sent it and where it came to
+    };
+
+    // A socket and the number that the device knows its port by.
+    struct Listener
+    {
+        WdUtilsLib::Network::SocketUDP* mSocket;
+        uint16_t mPort;
     };
 
     QmUtilsLib::Result Serve();
+    QmUtilsLib::Result ServeOpen();
+    std::vector<Listener> GetListeners();
     unsigned int GetWait( int64_t aNowMs ) const;
-    QmUtilsLib::Result ReceiveOne( WdUtilsLib::Network::SocketUDP& aSocket );
+    QmUtilsLib::Result ReceiveOne( const Listener& aListener );
     void Queue( bool aIsRequest, std::vector<Simulators::Outgoing> aDatagrams, int64_t aNowMs );
     void HandleDue( int64_t aNowMs );
     void Deliver( const Simulators::Outgoing& aRequest, int64_t aNowMs );
     void Send( const Simulators::Outgoing& aAnswer );
+    WdUtilsLib::Network::SocketUDP& GetSocket( uint16_t aPort );
 
-    const Core mCore;
+    const PortCore mCore;
     WdUtilsLib::Network::SocketUDP mSocket;    // the device's own address
     WdUtilsLib::Network::SocketUDP mBroadcast; // all addresses; closed unless asked for
     std::thread mThread;
 
     // Of the serving thread.
+    WdUtilsLib::Network::IpAddress mAddress;
+    std::map<uint16_t, std::unique_ptr<WdUtilsLib::Network::SocketUDP>> mFurther; // by number
     std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;
     std::multimap<int64_t, Waiting> mWaiting; // by due time, equal ones in the order they came
     std::vector<uint8_t> mBuffer;

@@ -62,26 +62,27 @@ void NetworkState::ReportFailure( const std::string& aSentence )
     gReporter( aSentence );
 }
 
+void NetworkState::Note( const std::string& aCall )
+{
+    mCalls.push_back( aCall );
+    if ( mObserver )
+    {
+        mObserver( aCall );
+    }
+}
+
 unsigned int NetworkState::Join()
 {
     return ++mSocketCount;
 }
 
-Result NetworkState::Send( unsigned int aSocket, const Bytes& aBytes, const Peer& aTo )
+Result NetworkState::Send( unsigned int aSocket, const Bytes& aBytes, const Peer& aFrom,
+                           const Peer& aTo )
 {
-    const long long lNow = VirtualClock::Now();
-    mSends.push_back( { aBytes, aTo, lNow, false } );
+    mSends.push_back( { aBytes, aTo, VirtualClock::Now(), false, aFrom } );
     if ( mSteps.empty() && mDevice )
     {
-        std::vector<Event> lEvents;
-        for ( ScriptedNetwork::Answer& lAnswer : mDevice( aBytes, lNow ) )
-        {
-            Event lEvent;
-            lEvent.mTime = lAnswer.mAfterMs;
-            lEvent.mBytes = std::move( lAnswer.mBytes );
-            lEvents.push_back( std::move( lEvent ) );
-        }
-        Schedule( aSocket, aTo, std::move( lEvents ) );
+        Schedule( aSocket, aTo, mDevice( mSends.back() ) );
         return Result::OK;
     }
     if ( mSteps.empty() )
@@ -113,6 +114,28 @@ void NetworkState::Schedule( unsigned int aSocket, const Peer& aTo, std::vector<
                                               { return aNew.mTime < aOld.mTime; } );
         mEvents.insert( lPlace, std::move( lEvent ) );
     }
+}
+
+void NetworkState::Schedule( unsigned int aSocket, const Peer& aTo,
+                             std::vector<ScriptedNetwork::Answer> aAnswers )
+{
+    std::vector<Event> lEvents;
+    for ( ScriptedNetwork::Answer& lAnswer : aAnswers )
+    {
+        Event lEvent;
+        lEvent.mTime = lAnswer.mAfterMs;
+        lEvent.mFrom = lAnswer.mFrom;
+        lEvent.mBytes = std::move( lAnswer.mBytes );
+        if ( lAnswer.mContinuation )
+        {
+            lEvent.mAction = [this, aSocket, aTo, lContinue = std::move( lAnswer.mContinuation )]
+            {
+                Schedule( aSocket, aTo, lContinue( VirtualClock::Now() ) );
+            };
+        }
+        lEvents.push_back( std::move( lEvent ) );
+    }
+    Schedule( aSocket, aTo, std::move( lEvents ) );
 }
 
 // Runs the actions that are due before the next datagram.
@@ -271,6 +294,12 @@ ScriptedNetwork& ScriptedNetwork::Do( std::function<void()> aAction, AFTER_MS aA
 
 ScriptedNetwork& ScriptedNetwork::Attach( Device aDevice )
 {
+    return Attach( [lDevice = std::move( aDevice )]( const Sent& aSent )
+                   { return lDevice( aSent.mBytes, aSent.mTime ); } );
+}
+
+ScriptedNetwork& ScriptedNetwork::Attach( PortDevice aDevice )
+{
     mState->mDevice = std::move( aDevice );
     return *this;
 }
@@ -288,6 +317,17 @@ const std::vector<unsigned int>& ScriptedNetwork::GetSelectTimeouts() const
 const std::vector<int>& ScriptedNetwork::GetReceiveSizes() const
 {
     return mState->mReceiveSizes;
+}
+
+const std::vector<std::string>& ScriptedNetwork::GetCalls() const
+{
+    return mState->mCalls;
+}
+
+ScriptedNetwork& ScriptedNetwork::Observe( std::function<void( const std::string& )> aObserver )
+{
+    mState->mObserver = std::move( aObserver );
+    return *this;
 }
 
 bool ScriptedNetwork::IsScriptDone() const

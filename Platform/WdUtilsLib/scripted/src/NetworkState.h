@@ -38,10 +38,14 @@ public:
 
     static void ReportFailure( const std::string& aSentence );
 
+    // Notes an operation of a socket, which is about to begin.
+    void Note( const std::string& aCall );
+
     // A number for a socket that joins.
     unsigned int Join();
 
-    QmUtilsLib::Result Send( unsigned int aSocket, const Bytes& aBytes, const Peer& aTo );
+    QmUtilsLib::Result Send( unsigned int aSocket, const Bytes& aBytes, const Peer& aFrom,
+                             const Peer& aTo );
 
     // Moves the clock until one of the sockets has something to receive, at most aTimeout ms, and
     // tells which; aIsClosed is asked whether a socket was closed meanwhile, which counts.
@@ -55,13 +59,17 @@ public:
     ExpectedSend& GetLastStep();
 
     std::deque<ExpectedSend> mSteps; // of the script
-    ScriptedNetwork::Device mDevice;
+    ScriptedNetwork::PortDevice mDevice;
     std::vector<ScriptedNetwork::Sent> mSends;
     std::vector<unsigned int> mSelectTimeouts;
     std::vector<int> mReceiveSizes;
+    std::vector<std::string> mCalls;
+    std::function<void( const std::string& )> mObserver;
 
 private:
     void Schedule( unsigned int aSocket, const Peer& aTo, std::vector<Event> aEvents );
+    void Schedule( unsigned int aSocket, const Peer& aTo,
+                   std::vector<ScriptedNetwork::Answer> aAnswers );
     void RunActions();
     std::deque<Event>::iterator FindNotDue();
     std::deque<Event>::iterator FindReadable( unsigned int aSocket );

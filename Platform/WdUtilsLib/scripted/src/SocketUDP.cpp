@@ -18,9 +18,21 @@ using Scripted::Bytes;
 using Scripted::NetworkState;
 using Scripted::Peer;
 
+namespace
+{
+
+std::string Describe( const IpAddress& aAddress, unsigned short aPort )
+{
+    return aAddress.GetString() + ":" + std::to_string( aPort );
+}
+
+} // namespace
+
 class SocketUDP::Implementation
 {
 public:
+    void Note( const std::string& aCall ) const { mNetwork->Note( aCall ); }
+
     std::shared_ptr<NetworkState> mNetwork; // null while the socket is closed
     unsigned int mNumber = 0;
     Peer mLocal;
@@ -36,7 +48,7 @@ SocketUDP::SocketUDP()
 SocketUDP::~SocketUDP() = default;
 
 Result SocketUDP::Open( const IpAddress* aLocalAddress, unsigned short aLocalPort,
-                        bool /*aShareAddress*/ )
+                        bool aShareAddress )
 {
     *mThis = Implementation();
     mThis->mNetwork = NetworkState::GetCurrent();
@@ -45,6 +57,8 @@ Result SocketUDP::Open( const IpAddress* aLocalAddress, unsigned short aLocalPor
         return Result( Result::GENERIC_ERROR, ENETDOWN );
     }
     constexpr unsigned short FIRST_FREE_PORT = 49152;
+    mThis->Note( "Open(" + ( aLocalAddress != nullptr ? aLocalAddress->GetString() : "any" ) + ":" +
+                 std::to_string( aLocalPort ) + ( aShareAddress ? ", shared)" : ", own)" ) );
     mThis->mNumber = mThis->mNetwork->Join();
     mThis->mLocal.mAddress = aLocalAddress != nullptr ? *aLocalAddress : IpAddress();
     mThis->mLocal.mPort = aLocalPort != 0
@@ -59,6 +73,7 @@ Result SocketUDP::Connect( const IpAddress& aPeer, unsigned short aPort )
     {
         return Result::NOT_CONNECTED;
     }
+    mThis->Note( "Connect(" + Describe( aPeer, aPort ) + ")" );
     mThis->mPeer = { aPeer, aPort };
     return Result::OK;
 }
@@ -93,8 +108,10 @@ Result SocketUDP::SendTo( const void* aData, int aLength, const IpAddress& aAddr
     {
         return Result::NOT_CONNECTED;
     }
+    mThis->Note( "SendTo(" + Describe( aAddress, aPort ) + ", " + std::to_string( aLength ) +
+                 " bytes)" );
     const auto* const lBytes = static_cast<const uint8_t*>( aData );
-    return mThis->mNetwork->Send( mThis->mNumber, Bytes( lBytes, lBytes + aLength ),
+    return mThis->mNetwork->Send( mThis->mNumber, Bytes( lBytes, lBytes + aLength ), mThis->mLocal,
                                   { aAddress, aPort } );
 }
 
@@ -113,6 +130,7 @@ Result SocketUDP::ReceiveFrom( void* aBuffer, int aSize, int& aReceived, IpAddre
         return Result::NOT_CONNECTED;
     }
     const std::shared_ptr<NetworkState> lNetwork = mThis->mNetwork;
+    mThis->Note( "ReceiveFrom(" + std::to_string( aSize ) + ")" );
     lNetwork->mReceiveSizes.push_back( aSize );
     (void)lNetwork->Wait( { mThis->mNumber }, mThis->mTimeout,
                           [this]( unsigned int ) { return !IsOpened(); } );
@@ -144,6 +162,7 @@ Result SocketUDP::SetTimeoutRx( unsigned int aTimeout )
     {
         return Result::NOT_CONNECTED;
     }
+    mThis->Note( "SetTimeoutRx(" + std::to_string( aTimeout ) + ")" );
     mThis->mTimeout = aTimeout;
     return Result::OK;
 }
@@ -188,6 +207,10 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
 
 Result SocketUDP::Close()
 {
+    if ( IsOpened() )
+    {
+        mThis->Note( "Close()" );
+    }
     *mThis = Implementation();
     return Result::OK;
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -77,27 +78,46 @@ public:
     // Something happens at that point of the talk, on the thread that waits.
     ScriptedNetwork& Do( std::function<void()> aAction, AFTER_MS aAfter = AFTER_MS( 0 ) );
 
-    // Attach puts a device in place of a script: it gets every datagram that no script expects, and
-    // returns the datagrams to answer with and how long after the send they arrive.
-    struct Answer
-    {
-        Bytes mBytes;
-        long long mAfterMs = 0;
-    };
-    using Device = std::function<std::vector<Answer>( const Bytes& aBytes, long long aNow )>;
-    ScriptedNetwork& Attach( Device aDevice );
-
-    // What the sockets were asked for, in order.
+    // What a socket was asked to send.
     struct Sent
     {
         Bytes mBytes;
         Peer mTo;
         long long mTime; // of the virtual clock
         bool mRefused;
+        Peer mFrom; // the socket's local end
     };
+
+    // Attach puts a device in place of a script: it gets every datagram that no script expects, and
+    // returns the datagrams to answer with and how long after the send they arrive. They come from
+    // the peer that was sent to, or from another one that the answer names. An answer with a
+    // continuation is no datagram: at its time the continuation runs, on the thread that waits, and
+    // its answers count from then; so a datagram can reach the device late.
+    struct Answer
+    {
+        Bytes mBytes;
+        long long mAfterMs = 0;
+        std::optional<Peer> mFrom{};
+        std::function<std::vector<Answer>( long long aNow )> mContinuation{};
+    };
+    using Device = std::function<std::vector<Answer>( const Bytes& aBytes, long long aNow )>;
+    ScriptedNetwork& Attach( Device aDevice );
+
+    // The same for a device that looks at the ports.
+    using PortDevice = std::function<std::vector<Answer>( const Sent& aSent )>;
+    ScriptedNetwork& Attach( PortDevice aDevice );
+
+    // What the sockets were asked for, in order.
     const std::vector<Sent>& GetSends() const;
     const std::vector<unsigned int>& GetSelectTimeouts() const; // milliseconds
     const std::vector<int>& GetReceiveSizes() const;            // capacities, bytes
+
+    // Every operation of the sockets by its name and arguments, such as "Open(any:0, own)",
+    // "SetTimeoutRx(1000)", "ReceiveFrom(1024)", "SendTo(10.0.0.1:69, 14 bytes)", "Close()".
+    const std::vector<std::string>& GetCalls() const;
+
+    // From now on aObserver is told each operation when it begins, in the same words.
+    ScriptedNetwork& Observe( std::function<void( const std::string& aCall )> aObserver );
 
     // True when every expected send has come.
     bool IsScriptDone() const;

@@ -1,0 +1,118 @@
+#include <HtTftpClient.h>
+
+#include "Diagnostics.h"
+#include "TftpClient.h"
+
+#include <QmUtilsLib/Result.h>
+#include <QmUtilsLib/String.h>
+#include <WdUtilsLib/Network/IpAddress.h>
+
+#include <string>
+
+using QmUtilsLib::Result;
+
+namespace
+{
+
+constexpr const char* UNIT = "Libraries/HtBase/HtTftpClient";
+constexpr unsigned int INVALID_ARGUMENT = 0x4001;
+
+// Callers return this call itself: a result that is copied on its way out has lost its internal
+// code.
+HtResult Convert( const Result& aResult )
+{
+    const HtString lDescription( aResult.GetDescription().GetAscii() );
+    if ( lDescription.GetLength() == 0 )
+    {
+        return HtResult( aResult.GetCode(), aResult.GetOSCode() );
+    }
+    return HtResult( aResult.GetCode(), aResult.GetOSCode(), lDescription );
+}
+
+} // namespace
+
+HtTftpClient::HtTftpClient()
+    : mThis( new HtBaseLib::TftpClient )
+{
+}
+
+HtTftpClient::~HtTftpClient()
+{
+    delete mThis;
+}
+
+HtResult HtTftpClient::Init( const HtString& aAddress, const HtString& aRemoteFileName )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    WdUtilsLib::Network::IpAddress lAddress;
+    if ( !lAddress.Set( aAddress.GetAscii() ) )
+    {
+        const QmUtilsLib::Logger lLogger( HtBaseLib::LOGGER_NAME, HtBaseLib::LOGGER_CONFIGURATION );
+        return Convert( lLogger.LogResult( INVALID_ARGUMENT, UNIT, __LINE__, "HtTftpClient::Init",
+                                           "Invalid IP address provided." ) );
+    }
+    return Convert( mThis->Init( lAddress, aRemoteFileName.GetAscii() ) );
+}
+
+HtResult HtTftpClient::SendFile( const HtString& aPath )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    return Convert( mThis->SendFile( aPath.GetAscii() ) );
+}
+
+HtResult HtTftpClient::SendData( const unsigned char* aData, unsigned int aSize )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    return Convert( mThis->SendData( aData, aSize ) );
+}
+
+HtResult HtTftpClient::GetFile( const HtString& aPath )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    return Convert( mThis->GetFile( aPath.GetAscii() ) );
+}
+
+HtResult HtTftpClient::GetData( unsigned char* aBuffer, unsigned int aSize,
+                                unsigned int* aReceived )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    *aReceived = 0;
+    unsigned int lSize = aSize;
+    const Result lResult = mThis->GetData( aBuffer, lSize );
+    if ( lResult.IsOK() )
+    {
+        *aReceived = lSize;
+    }
+    return Convert( lResult );
+}
+
+HtResult HtTftpClient::GetProgress( long long& aDone, long long& aTotal )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    return Convert( mThis->GetProgress( aDone, aTotal ) );
+}
+
+HtResult HtTftpClient::GetTransferResult() const
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    return Convert( mThis->GetTransferResult() );
+}
+
+HtResult HtTftpClient::GetWarning( HtString& aText )
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    aText = HtString();
+    std::string lText;
+    const Result lResult = mThis->GetWarning( lText );
+    if ( lResult.IsOK() )
+    {
+        aText = HtString( lText.c_str() );
+    }
+    return Convert( lResult );
+}
+
+HtResult HtTftpClient::Abort()
+{
+    QMUTILSLIB_ASSERT( mThis != NULL );
+    return Convert( mThis->Abort() );
+}

@@ -1,0 +1,533 @@
+#include "TftpClient.h"
+
+#include "TftpAck.h"
+#include "TftpRrq.h"
+#include "TftpWrq.h"
+
+#include <QmUtilsLib/Mutex.h>
+#include <QmUtilsLib/String.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::LockScope;
+using QmUtilsLib::Result;
+using QmUtilsLib::String;
+using WdUtilsLib::Network::IpAddress;
+
+namespace
+{
+
+constexpr unsigned short SERVER_PORT = 69;
+constexpr unsigned int BUFFER_SIZE = 1024;
+constexpr unsigned int RECEIVE_TIMEOUT = 1000; // milliseconds
+constexpr uint32_t RETRY_LIMIT = 20;
+constexpr uint32_t QUIET_RETRIES = 3; // failures to get an acknowledge that warn of nothing
+
+constexpr unsigned int FILE_NOT_FOUND = 0x0010;
+constexpr unsigned int TRANSFER_FAILED = 0x0013;
+constexpr unsigned int NO_WARNING = 0x0015;
+
+constexpr const char* SEND_GIVEN_UP =
+    "Reached the maximum number of retries. Please ensure that the firewall is disabled. The "
+    "device must be power cycled before trying again.";
+// KEEP: speaks of a send although it ends a read.
+constexpr const char* RECEIVE_GIVEN_UP =
+    "Reached the maximum number of retries. Aborting send operation.";
+constexpr const char* BLOCKS_GIVEN_UP =
+    "Maximum number of retries reached attempting to receive a data block";
+
+} // namespace
+
+// What is raised to end a transfer; it never leaves this unit.
+struct TftpClient::Failure
+{
+    Result mResult;
+};
+
+// A transfer's hold on the client. However the transfer ends, the client is free again.
+class TftpClient::Hold
+{
+public:
+    explicit Hold( TftpClient* aClient )
+        : mClient( aClient->mIsRunning.exchange( true ) ? nullptr : aClient )
+    {
+    }
+    ~Hold()
+    {
+        if ( mClient != nullptr )
+        {
+            mClient->End();
+            mClient->mIsRunning.store( false );
+        }
+    }
+
+    Hold( const Hold& ) = delete;
+    Hold& operator=( const Hold& ) = delete;
+
+    bool IsGranted() const { return mClient != nullptr; }
+
+private:
+    TftpClient* const mClient;
+};
+
+// The buffers are zeroed: a block that cannot be read is sent all the same.
+TftpClient::TftpClient()
+    : mPacket( std::make_unique<unsigned char[]>( BUFFER_SIZE ) )
+    , mStaging( std::make_unique<unsigned char[]>( BUFFER_SIZE ) )
+    , mResult( std::make_shared<const Result>() )
+    , mPending( std::make_shared<const Result>( Result::PENDING ) )
+    , mOK( std::make_shared<const Result>( Result::OK ) )
+{
+}
+
+TftpClient::~TftpClient() = default;
+
+Result TftpClient::Init( const IpAddress& aAddress, const char* aRemoteFileName )
+{
+    mDeviceAddress = aAddress;
+    mRemoteFileName = aRemoteFileName;
+    return Result::OK;
+}
+
+Result TftpClient::SendFile( const char* aPath )
+{
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
+    {
+        return Result::BUSY;
+    }
+    Start();
+    struct stat lStatus = {};
+    if ( stat( aPath, &lStatus ) != 0 )
+    {
+        // KEEP: the socket stays open and the result PENDING until the next transfer.
+        return FILE_NOT_FOUND;
+    }
+    mTotalSize.store( static_cast<uint32_t>( lStatus.st_size ) ); // the low 32 bits
+    auto lFile = std::make_unique<IoStreamFile>();
+    (void)lFile->Open( ChooseLocalPath( aPath ), "rb" ); // KEEP: sends zeros instead
+    mStream = std::move( lFile );
+    return Run( &TftpClient::SendLoop );
+}
+
+Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
+{
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
+    {
+        return Result::BUSY;
+    }
+    Start();
+    mTotalSize.store( aSize );
+    mStream = std::make_unique<IoStreamRaw>( aData, aSize );
+    return Run( &TftpClient::SendLoop );
+}
+
+Result TftpClient::GetFile( const char* aPath )
+{
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
+    {
+        return Result::BUSY;
+    }
+    Start();
+    auto lFile = std::make_unique<IoStreamFile>();
+    (void)lFile->Open( ChooseLocalPath( aPath ), "wb" ); // KEEP: the read runs all the same
+    mStream = std::move( lFile );
+    return Run( &TftpClient::ReceiveLoop );
+}
+
+Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
+{
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
+    {
+        return Result::BUSY;
+    }
+    Start();
+    mStream = std::make_unique<IoStreamRaw>( aBuffer, aSize );
+    Result lResult = Run( &TftpClient::ReceiveLoop );
+    aSize = mStream->GetBytesWritten();
+    return lResult;
+}
+
+Result TftpClient::Abort()
+{
+    // KEEP: an aborted transfer, or one without a file, stays PENDING, so this is OK for it too.
+    if ( mResultCode.load() != Result::PENDING )
+    {
+        return Result::BUSY;
+    }
+    mIsAborted.store( true );
+    return Result::OK;
+}
+
+Result TftpClient::GetWarning( std::string& aText )
+{
+    LockScope lLock( mMutex );
+    if ( mWarnings.empty() )
+    {
+        return NO_WARNING;
+    }
+    aText = std::move( mWarnings.front() );
+    mWarnings.pop_front();
+    return Result::OK;
+}
+
+Result TftpClient::GetTransferResult() const
+{
+    return *std::atomic_load( &mResult );
+}
+
+Result TftpClient::GetProgress( long long& aDone, long long& aTotal ) const
+{
+    if ( mResultCode.load() == Result::NOT_INITIALIZED )
+    {
+        return Result::NOT_INITIALIZED;
+    }
+    aDone = mBytesDone.load();
+    aTotal = mTotalSize.load();
+    return Result::OK;
+}
+
+// The total stays what the last send has set.
+void TftpClient::Start()
+{
+    mBytesDone.store( 0 );
+    mIsLastBlock = false;
+    mBlockID = 1;
+    mDevicePort = 0;
+    mBlockLength = 0;
+    mRetries = 0;
+    mData = TftpData();
+    mIsAborted.store( false );
+    SetTransferResult( mPending );
+    {
+        LockScope lLock( mMutex );
+        mWarnings.clear();
+    }
+    (void)mSocket.Open( nullptr, 0, false ); // without a socket every wait fails, and so the whole
+}
+
+void TftpClient::End()
+{
+    if ( mStream == nullptr )
+    {
+        return;
+    }
+    mStream.reset();
+    (void)mSocket.Close(); // the transfer is over, whatever this says
+}
+
+const char* TftpClient::ChooseLocalPath( const char* aPath ) const
+{
+    return *aPath != '\0' ? aPath : mRemoteFileName.c_str();
+}
+
+// Runs a loop to its end; a failure raised in it is the transfer's result.
+Result TftpClient::Run( Result ( TftpClient::*aLoop )() )
+{
+    try
+    {
+        Result lResult = ( this->*aLoop )();
+        if ( lResult.IsOK() )
+        {
+            SetTransferResult( mOK );
+        }
+        return lResult; // KEEP: an aborted transfer stays PENDING for those who look from outside
+    }
+    catch ( const Failure& aFailure )
+    {
+        SetTransferResult( std::make_shared<const Result>( aFailure.mResult ) );
+        return aFailure.mResult;
+    }
+}
+
+Result TftpClient::SendLoop()
+{
+    OfferFile();
+    return SendBlocks();
+}
+
+// Until the device has taken the offer or the transfer is aborted.
+void TftpClient::OfferFile()
+{
+    bool lIsTaken = false;
+    while ( !lIsTaken && !mIsAborted.load() )
+    {
+        SendRequest<TftpWrq>();
+        // KEEP: whatever its block number, an acknowledge takes the offer.
+        lIsTaken = WaitForAck( false );
+    }
+}
+
+Result TftpClient::SendBlocks()
+{
+    while ( !mIsAborted.load() )
+    {
+        SendBlock();
+        if ( !WaitForAck( true ) )
+        {
+            continue;
+        }
+        if ( mIsLastBlock )
+        {
+            // KEEP: the last block is not added to the bytes done.
+            return Result::OK;
+        }
+        mBytesDone.fetch_add( mBlockLength );
+        ++mBlockID; // wraps after 65535
+        mRetries = 0;
+    }
+    return Result::ABORTED;
+}
+
+void TftpClient::SendBlock()
+{
+    if ( mData.GetBlockID() != mBlockID )
+    {
+        ReadBlock();
+    }
+    unsigned int lLength = 0;
+    if ( mData.Encode( mPacket.get(), BUFFER_SIZE, lLength ) )
+    {
+        Send( lLength, mDevicePort );
+    }
+}
+
+void TftpClient::ReadBlock()
+{
+    mBlockLength = std::min( Tftp::BLOCK_SIZE, mTotalSize.load() - mBytesDone.load() );
+    if ( mBlockLength != 0 )
+    {
+        // KEEP: whatever was read, the block has the length that was announced at the start.
+        (void)mStream->Read( mStaging.get(), 1, mBlockLength );
+    }
+    mData.SetData( mStaging.get(), mBlockLength );
+    if ( mBlockLength < Tftp::BLOCK_SIZE )
+    {
+        mIsLastBlock = true;
+    }
+    mData.SetBlockID( mBlockID );
+}
+
+// True: the acknowledge has come. False: one more failure, within the limit.
+bool TftpClient::WaitForAck( bool aCheckBlock )
+{
+    unsigned int lCount = 0;
+    if ( Receive( lCount ) )
+    {
+        TftpAck lAck;
+        const bool lIsAck = lAck.Decode( mPacket.get(), lCount );
+        if ( lIsAck && ( !aCheckBlock || lAck.GetBlockID() == mBlockID ) )
+        {
+            mRetries = 0;
+            return true;
+        }
+        if ( !lIsAck )
+        {
+            RaiseError( lCount );
+        }
+    }
+    CountMissingAck();
+    return false;
+}
+
+// KEEP: warns before it counts, where a read counts first: 21 failures in a row make 18 warnings
+// here.
+void TftpClient::CountMissingAck()
+{
+    if ( mRetries >= QUIET_RETRIES )
+    {
+        QueueWarning( "Invalid or missing ACK, retrying" + std::string( mRetries + 1, '.' ) );
+    }
+    ++mRetries;
+    if ( mRetries > RETRY_LIMIT )
+    {
+        Raise( SEND_GIVEN_UP );
+    }
+}
+
+// KEEP: ends with the first datagram that comes, so a read brings at most one block.
+Result TftpClient::ReceiveLoop()
+{
+    bool lIsRequestSent = false;
+    while ( !mIsAborted.load() )
+    {
+        if ( !lIsRequestSent )
+        {
+            SendRequest<TftpRrq>();
+            lIsRequestSent = true;
+            continue;
+        }
+        unsigned int lCount = 0;
+        if ( !Receive( lCount ) )
+        {
+            if ( HandleTimeout().IsPending() && mBlockID == 1 )
+            {
+                lIsRequestSent = false;
+            }
+            continue;
+        }
+        Result lResult = HandleDatagram( lCount );
+        if ( lResult.IsSuccess() )
+        {
+            return lResult;
+        }
+    }
+    return Result::ABORTED;
+}
+
+Result TftpClient::HandleDatagram( unsigned int aCount )
+{
+    TftpData lData;
+    if ( lData.Decode( mPacket.get(), aCount ) )
+    {
+        // KEEP: after a full block more would follow, and the read is a success all the same.
+        const Result lResult = HandleData( lData );
+        return lResult.IsPending() ? Result( Result::OK ) : lResult;
+    }
+    RaiseError( aCount );
+    // KEEP: anything else ends the read with success too, and nothing stored.
+    QueueWarning( "Unexpected packet" );
+    return Result::OK;
+}
+
+// PENDING after a full block, since more would follow; OK after the last.
+Result TftpClient::HandleData( const TftpData& aData )
+{
+    if ( aData.GetBlockID() != mBlockID )
+    {
+        return HandleUnexpectedBlock();
+    }
+    unsigned int lLength = 0;
+    aData.GetData( mStaging.get(), BUFFER_SIZE, lLength );
+    if ( lLength != 0 )
+    {
+        (void)mStream->Write( mStaging.get(), 1, lLength ); // a buffer takes what it has room for
+    }
+    SendAck();
+    if ( lLength < Tftp::BLOCK_SIZE )
+    {
+        return Result::OK;
+    }
+    mRetries = 0;
+    ++mBlockID;
+    return Result::PENDING;
+}
+
+Result TftpClient::HandleUnexpectedBlock()
+{
+    ++mRetries;
+    QueueWarning( "Unexpected block ID. Resending ACK" );
+    SendAck();
+    if ( mRetries > RETRY_LIMIT )
+    {
+        Raise( BLOCKS_GIVEN_UP );
+    }
+    return Result::OK;
+}
+
+// KEEP: counts before it warns: 21 time-outs in a row make 20 warnings.
+Result TftpClient::HandleTimeout()
+{
+    ++mRetries;
+    if ( mRetries > RETRY_LIMIT )
+    {
+        Raise( RECEIVE_GIVEN_UP );
+    }
+    if ( mBlockID == 1 )
+    {
+        QueueWarning( "Failed to receive first block. Resending read command" );
+        return Result::PENDING;
+    }
+    QueueWarning( "Failed to receive a block. Resending ACK" );
+    SendAck();
+    return Result::PENDING;
+}
+
+// A name that is too long for the packet is not sent; the wait that follows fails as for a silent
+// device.
+template <typename Request>
+void TftpClient::SendRequest()
+{
+    Request lRequest;
+    lRequest.SetFileName( mRemoteFileName.c_str() );
+    unsigned int lLength = 0;
+    if ( lRequest.Encode( mPacket.get(), BUFFER_SIZE, lLength ) )
+    {
+        Send( lLength, SERVER_PORT );
+    }
+}
+
+// KEEP: names the block that is expected, not the one that has come.
+void TftpClient::SendAck()
+{
+    TftpAck lAck;
+    lAck.SetBlockID( mBlockID );
+    unsigned int lLength = 0;
+    if ( lAck.Encode( mPacket.get(), BUFFER_SIZE, lLength ) )
+    {
+        Send( lLength, mDevicePort );
+    }
+}
+
+// A datagram that the system does not take is as good as one that gets lost.
+void TftpClient::Send( unsigned int aCount, unsigned short aPort )
+{
+    (void)mSocket.SendTo( mPacket.get(), static_cast<int>( aCount ), mDeviceAddress, aPort );
+}
+
+// True: a datagram of aCount bytes lies in the packet buffer.
+// KEEP: whoever it comes from, even if it is of no use, gets what is sent next; only its port
+// counts. Where none comes the port stays.
+bool TftpClient::Receive( unsigned int& aCount )
+{
+    int lReceived = 0;
+    IpAddress lSender;
+    (void)mSocket.SetTimeoutRx( RECEIVE_TIMEOUT ); // a closed socket fails in the receive
+    const Result lResult =
+        mSocket.ReceiveFrom( mPacket.get(), BUFFER_SIZE, lReceived, lSender, mDevicePort );
+    if ( !lResult.IsOK() )
+    {
+        return false;
+    }
+    aCount = static_cast<unsigned int>( lReceived ); // 0 to BUFFER_SIZE
+    return true;
+}
+
+// Raises what the device says if the datagram received is its error.
+void TftpClient::RaiseError( unsigned int aCount ) const
+{
+    TftpError lError;
+    if ( lError.Decode( mPacket.get(), aCount ) )
+    {
+        Raise( lError.GetMessage() );
+    }
+}
+
+void TftpClient::Raise( const char* aText )
+{
+    throw Failure{ Result( TRANSFER_FAILED, 0, String( aText ) ) };
+}
+
+void TftpClient::QueueWarning( std::string aText )
+{
+    LockScope lLock( mMutex );
+    mWarnings.push_back( std::move( aText ) );
+}
+
+// The code goes first: who has read a new result finds its code in Abort and GetProgress.
+void TftpClient::SetTransferResult( Snapshot aResult )
+{
+    mResultCode.store( aResult->GetCode() );
+    std::atomic_store( &mResult, std::move( aResult ) );
+}
+
+} // namespace HtBaseLib

@@ -1,0 +1,146 @@
+// The engine behind HtTftpClient: one TFTP transfer at a time with one device.
+#pragma once
+
+#include "IoStream.h"
+#include "TftpData.h"
+
+#include <QmUtilsLib/Mutex.h>
+#include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/Network/IpAddress.h>
+#include <WdUtilsLib/Network/SocketUDP.h>
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+
+namespace HtBaseLib
+{
+
+// TftpClient speaks TFTP (RFC 1350) in octet mode, blocks of 512 bytes and without options.
+//
+// A transfer runs on its caller's thread until it has ended; one that is called meanwhile is BUSY
+// and changes nothing. Abort, GetProgress, GetWarning and GetTransferResult may be called from any
+// thread at any time; nothing is locked but the list of warnings, for a moment. Init and the
+// destructor must not run beside a transfer.
+//
+// Results of a transfer:
+//   OK       it came to its end
+//   ABORTED  see Abort
+//   0x0010   there is no file to send
+//   0x0013   it failed; the description says why: the device's own message, or that nothing usable
+//            has come for 21 waits in a row
+//   BUSY     a transfer is running
+// What goes wrong with sending a datagram, with opening or reading a local file and with writing it
+// is not reported.
+//
+// Nothing is logged. A failed allocation ends the transfer and is thrown on.
+class TftpClient
+{
+public:
+    TftpClient();
+    virtual ~TftpClient();
+
+    TftpClient( const TftpClient& ) = delete;
+    TftpClient& operator=( const TftpClient& ) = delete;
+
+    // Sets the device and the name of the file there, for the transfers to come. Always OK.
+    QmUtilsLib::Result Init( const WdUtilsLib::Network::IpAddress& aAddress,
+                             const char* aRemoteFileName );
+
+    // Sends a local file; of its size the low 32 bits count. When there is none nothing is sent,
+    // and the transfer stays begun: its result stays PENDING until the next one.
+    QmUtilsLib::Result SendFile( const char* aPath );
+
+    // Sends aSize bytes. Nothing is ever stored in them.
+    QmUtilsLib::Result SendData( const unsigned char* aData, unsigned int aSize );
+
+    // Fetches the first block of the device's file into a local one, which is made or emptied. An
+    // empty path means the device's name for it.
+    QmUtilsLib::Result GetFile( const char* aPath );
+
+    // Fetches the first block of the device's file into aSize bytes at aBuffer; then aSize is what
+    // was stored, also on failure. A zero byte follows the data where there is room.
+    QmUtilsLib::Result GetData( unsigned char* aBuffer, unsigned int& aSize );
+
+    // Ends the transfer before its next turn, after a wait of 1000 ms at most: OK. BUSY when the
+    // result is not PENDING, since then there is nothing to abort.
+    QmUtilsLib::Result Abort();
+
+    // Moves the oldest warning into aText; 0x0015 when there is none, and aText is unchanged.
+    QmUtilsLib::Result GetWarning( std::string& aText );
+
+    // The result of the running transfer, PENDING, or of the last one: OK or 0x0013 with a
+    // description. NOT_INITIALIZED before the first. An aborted one stays PENDING.
+    QmUtilsLib::Result GetTransferResult() const;
+
+    // How many bytes of a send the device has acknowledged, the last block not counted, and how
+    // many there are. NOT_INITIALIZED before the first transfer. Fetching changes only that aDone
+    // becomes 0.
+    QmUtilsLib::Result GetProgress( long long& aDone, long long& aTotal ) const;
+
+private:
+    class Hold;
+    struct Failure;
+    using Snapshot = std::shared_ptr<const QmUtilsLib::Result>;
+
+    void Start();
+    void End();
+    const char* ChooseLocalPath( const char* aPath ) const;
+
+    QmUtilsLib::Result Run( QmUtilsLib::Result ( TftpClient::*aLoop )() );
+    QmUtilsLib::Result SendLoop();
+    void OfferFile();
+    QmUtilsLib::Result SendBlocks();
+    void SendBlock();
+    void ReadBlock();
+    bool WaitForAck( bool aCheckBlock );
+    void CountMissingAck();
+
+    QmUtilsLib::Result ReceiveLoop();
+    QmUtilsLib::Result HandleDatagram( unsigned int aCount );
+    QmUtilsLib::Result HandleData( const TftpData& aData );
+    QmUtilsLib::Result HandleUnexpectedBlock();
+    QmUtilsLib::Result HandleTimeout();
+
+    template <typename Request>
+    void SendRequest();
+    void SendAck();
+    void Send( unsigned int aCount, unsigned short aPort );
+    bool Receive( unsigned int& aCount );
+    void RaiseError( unsigned int aCount ) const;
+    [[noreturn]] static void Raise( const char* aText );
+
+    void QueueWarning( std::string aText );
+    void SetTransferResult( Snapshot aResult );
+
+    WdUtilsLib::Network::SocketUDP mSocket;
+    std::unique_ptr<IoStream> mStream; // while a transfer runs
+    std::atomic<uint32_t> mTotalSize{ 0 };
+    uint16_t mBlockID = 1; // that is sent or expected; wraps
+    std::atomic<uint32_t> mBytesDone{ 0 };
+    bool mIsLastBlock = false;
+    WdUtilsLib::Network::IpAddress mDeviceAddress;
+    std::string mRemoteFileName;
+    unsigned short mDevicePort = 0; // of the last datagram received
+    uint32_t mBlockLength = 0;
+    uint32_t mRetries = 0;
+    TftpData mData; // kept, so that the block can be sent again
+    const std::unique_ptr<unsigned char[]> mPacket;
+    const std::unique_ptr<unsigned char[]> mStaging;
+    std::atomic<bool> mIsAborted{ false };
+
+    // The result: its code, and all of it as a value that is swapped and never changed.
+    std::atomic<unsigned int> mResultCode{ QmUtilsLib::Result::NOT_INITIALIZED };
+    Snapshot mResult; // read and written atomically
+
+    std::list<std::string> mWarnings QMUTILSLIB_GUARDED_BY( mMutex ); // oldest first
+    QmUtilsLib::Mutex mMutex;
+
+    std::atomic<bool> mIsRunning{ false };
+    const Snapshot mPending; // made once, so that a transfer that goes well makes none
+    const Snapshot mOK;
+};
+
+} // namespace HtBaseLib

@@ -1,0 +1,86 @@
+#include "TftpRequest.h"
+
+#include "ByteCursor.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+namespace HtBaseLib
+{
+
+namespace
+{
+
+constexpr const char* MODE_TEXTS[] = { "netascii", "octet", "mail" };
+static_assert( std::size( MODE_TEXTS ) == TftpRequest::MAIL + 1, "one text per mode" );
+
+constexpr std::size_t MODE_CAPACITY = 10 + 1; // longer modes are refused unseen
+
+} // namespace
+
+void TftpRequest::SetFileName( const char* aName )
+{
+    const std::size_t lLength = std::min( std::strlen( aName ), sizeof( mFileName ) - 1 );
+    std::memmove( mFileName, aName, lLength );
+    mFileName[lLength] = '\0';
+}
+
+const char* TftpRequest::GetModeText( uint32_t aMode )
+{
+    return aMode < std::size( MODE_TEXTS ) ? MODE_TEXTS[aMode] : nullptr;
+}
+
+unsigned int TftpRequest::GetLength( const char* aModeText ) const
+{
+    // Opcode and two zeros; the texts are short.
+    return static_cast<unsigned int>( std::strlen( mFileName ) + std::strlen( aModeText ) + 4 );
+}
+
+bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigned char* aBuffer,
+                            unsigned int aCapacity ) const
+{
+    if ( aCapacity < GetLength( aModeText ) )
+    {
+        return false;
+    }
+    ByteWriter lWriter( aBuffer, aCapacity, ByteOrder::NETWORK );
+    lWriter.Put16( aOpcode );
+    lWriter.PutText( mFileName );
+    lWriter.PutText( aModeText );
+    return lWriter.IsWhole();
+}
+
+TftpRequest::Verdict TftpRequest::DecodeAs( Tftp::Opcode aOpcode, const unsigned char* aBytes,
+                                            unsigned int aCount )
+{
+    if ( aCount < Tftp::MIN_PACKET || aCount > Tftp::MAX_PACKET )
+    {
+        return Verdict::REFUSED;
+    }
+    // KEEP: the opcode is compared as it lies in memory, so that on a little-endian host a request
+    // of the wire, and of our own encoder, is refused.
+    ByteReader lReader( aBytes, aCount, ByteOrder::HOST );
+    if ( lReader.Get16() != aOpcode )
+    {
+        return Verdict::REFUSED;
+    }
+    char lMode[MODE_CAPACITY];
+    lReader.GetText( mFileName, sizeof( mFileName ) );
+    lReader.GetText( lMode, sizeof( lMode ) );
+    if ( !lReader.IsWhole() )
+    {
+        return Verdict::REFUSED;
+    }
+    const auto* const lFound =
+        std::find_if( std::begin( MODE_TEXTS ), std::end( MODE_TEXTS ),
+                      [&lMode]( const char* aText ) { return std::strcmp( aText, lMode ) == 0; } );
+    if ( lFound == std::end( MODE_TEXTS ) )
+    {
+        return Verdict::UNKNOWN_MODE;
+    }
+    mMode = static_cast<uint32_t>( lFound - std::begin( MODE_TEXTS ) );
+    return Verdict::ACCEPTED;
+}
+
+} // namespace HtBaseLib

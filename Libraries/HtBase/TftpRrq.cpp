@@ -1,0 +1,32 @@
+#include "TftpRrq.h"
+
+#include <QmUtilsLib/Assert.h>
+
+namespace HtBaseLib
+{
+
+bool TftpRrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
+{
+    // KEEP: an unknown mode goes out as an empty text, where a write request asserts.
+    const char* const lKnownMode = GetModeText( mMode );
+    const char* const lMode = lKnownMode != nullptr ? lKnownMode : "";
+    aLength = GetLength( lMode );
+    if ( !EncodeAs( Tftp::RRQ, lMode, aBuffer, aCapacity ) )
+    {
+        QMUTILSLIB_ASSERT( false );
+        return false;
+    }
+    return true;
+}
+
+bool TftpRrq::Decode( const unsigned char* aBytes, unsigned int aCount )
+{
+    const Verdict lVerdict = DecodeAs( Tftp::RRQ, aBytes, aCount );
+    if ( lVerdict == Verdict::UNKNOWN_MODE )
+    {
+        QMUTILSLIB_ASSERT( false );
+    }
+    return lVerdict == Verdict::ACCEPTED;
+}
+
+} // namespace HtBaseLib

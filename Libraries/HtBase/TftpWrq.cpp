@@ -1,0 +1,35 @@
+#include "TftpWrq.h"
+
+#include <QmUtilsLib/Assert.h>
+
+namespace HtBaseLib
+{
+
+bool TftpWrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
+{
+    const char* const lMode = GetModeText( mMode );
+    if ( lMode == nullptr )
+    {
+        QMUTILSLIB_ASSERT( false );
+        return false;
+    }
+    aLength = GetLength( lMode );
+    if ( !EncodeAs( Tftp::WRQ, lMode, aBuffer, aCapacity ) )
+    {
+        QMUTILSLIB_ASSERT( false );
+        return false;
+    }
+    return true;
+}
+
+bool TftpWrq::Decode( const unsigned char* aBytes, unsigned int aCount )
+{
+    const Verdict lVerdict = DecodeAs( Tftp::WRQ, aBytes, aCount );
+    if ( lVerdict == Verdict::UNKNOWN_MODE )
+    {
+        QMUTILSLIB_ASSERT( false );
+    }
+    return lVerdict == Verdict::ACCEPTED;
+}
+
+} // namespace HtBaseLib

@@ -1,0 +1,172 @@
+#pragma once
+
+#include "Simulators/Datagram.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Simulators
+{
+
+// A TFTP server (RFC 1350) without a socket and without a clock: it gets the datagrams that came to
+// its ports, together with the time, and returns those that it sends. Octet mode, uploads and
+// downloads, blocks of 512 bytes; options of later standards are read over. Copies are independent
+// servers. Not safe for several threads at once.
+//
+// Each request begins a session of its own with a transfer port of its own, also one that comes
+// again: an upload lies in its session and becomes a file, or replaces one, only when that
+// session's last block has come. A session is forgotten after a long silence, or when there are too
+// many; one that is complete lives on that long, so that its last acknowledge can be repeated.
+//
+// The server has no timer, so it never sends anything again on its own. A block that comes again is
+// acknowledged again; an acknowledge of the block before the current one brings the current one
+// again.
+//
+// What it refuses, with an ERROR packet that ends the session:
+//   0 not defined          a mode that is not octet
+//   1 file not found       a read request for a file that is not there
+//   2 access violation     a write request where Configuration::mIsWritable is false
+//   3 disk full            an upload longer than Configuration::mMaxFileSize
+//   4 illegal operation    a request that cannot be read, another packet on the listening port, a
+//                          block of more than 512 bytes, a packet that does not suit the session
+//   5 unknown transfer ID  anything on a transfer port from somebody else, or without a session;
+//                          this one ends no session
+//   6 file already exists  a write request for one where Configuration::mMayReplace is false
+// It never answers an ERROR packet, nor a datagram shorter than 4 bytes.
+class VirtualTftpServer
+{
+public:
+    static constexpr size_t BLOCK_SIZE = 512;
+
+    struct Configuration
+    {
+        bool mIsWritable = true;
+        bool mMayReplace = true;
+        size_t mMaxFileSize = size_t{ 64 } << 20;
+        // Sessions take these ports in turn. There are never more sessions than ports: the one that
+        // has been silent for longest makes room.
+        uint16_t mFirstTransferPort = 50000;
+        uint16_t mTransferPorts = 64;
+        int64_t mSessionTimeoutMs = 60000;
+    };
+
+    // What can go wrong with an answer, on request.
+    enum class Trouble
+    {
+        SILENCE,      // it is not sent; whatever else it stands for has happened
+        DUPLICATE,    // it is sent twice
+        WRONG_BLOCK,  // it has another block number
+        FOREIGN_PORT, // it leaves from Disturbance::mForeignPort, where no session is
+        ERROR_PACKET  // an ERROR packet is sent in its place and the session ends
+    };
+
+    // Answers mFirst to mFirst + mCount - 1 of the server, counted from 0, suffer mTrouble.
+    struct Disturbance
+    {
+        Trouble mTrouble = Trouble::SILENCE;
+        uint64_t mFirst = 0;
+        uint64_t mCount = 1;
+        uint16_t mBlockOffset = 1; // added to the block number
+        uint16_t mForeignPort = 40069;
+        uint16_t mErrorCode = 0;
+        std::string mMessage = "Disturbed";
+    };
+    static constexpr uint64_t FOR_EVER = UINT64_MAX;
+
+    struct Counters
+    {
+        uint64_t mReceived = 0; // datagrams; all of the following are among them
+        uint64_t mReadRequests = 0;
+        uint64_t mWriteRequests = 0;
+        uint64_t mRepeated = 0; // blocks and acknowledges that came again
+        uint64_t mDropped = 0;  // left without an answer
+        uint64_t mAnswers = 0;  // answers made, disturbed ones too
+        uint64_t mErrors = 0;   // ERROR packets among them
+        uint64_t mPublished = 0;
+        uint64_t mDelivered = 0; // downloads whose last block was acknowledged
+    };
+
+    VirtualTftpServer();
+    explicit VirtualTftpServer( const Configuration& aConfiguration );
+
+    // Takes one datagram that came to the port aToPort, 0 for the one that the server listens on,
+    // and returns what it sends because of it. aData may be null if aSize is 0. aNowMs is any clock
+    // that does not run backwards, in milliseconds; the same for all calls.
+    std::vector<Outgoing> Receive( const Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData,
+                                   size_t aSize, int64_t aNowMs );
+
+    // The latest call that names an answer counts.
+    void Disturb( const Disturbance& aDisturbance );
+
+    // The files, looked at and put there from behind. FindFile gives null when there is none; the
+    // bytes belong to the server and are valid until the next Receive or SetFile.
+    void SetFile( const std::string& aName, const Bytes& aContent );
+    const Bytes* FindFile( const std::string& aName ) const;
+    std::vector<std::string> GetFileNames() const;
+
+    size_t GetSessionCount() const { return mSessions.size(); }
+    const Counters& GetCounters() const { return mCounters; }
+
+    // One line, without a line end: "2 uploads published, ...".
+    std::string GetSummary() const;
+
+private:
+    struct Session
+    {
+        Endpoint mPeer;
+        uint16_t mPort = 0;
+        bool mIsUpload = false;
+        std::string mName;
+        Bytes mContent;                     // of an upload, so far
+        std::shared_ptr<const Bytes> mFile; // of a download
+        size_t mOffset = 0;                 // of the current block of a download
+        uint16_t mBlock = 0;                // the last one taken, or the current one sent; wraps
+        bool mIsComplete = false;
+        int64_t mLastMs = 0;
+    };
+
+    // A datagram on its way through the server.
+    struct Incoming
+    {
+        Endpoint mFrom;
+        uint16_t mToPort = 0;
+        uint16_t mOpcode = 0;
+        uint16_t mNumber = 0; // the second field, of packets that have one
+        Bytes mBytes;
+        int64_t mNowMs = 0;
+    };
+
+    using Answers = std::vector<Outgoing>;
+
+    Answers HandleRequest( const Incoming& aIncoming );
+    Answers BeginUpload( const Incoming& aIncoming, const std::string& aName );
+    Answers BeginDownload( const Incoming& aIncoming, const std::string& aName );
+    Answers HandleTransfer( const Incoming& aIncoming );
+    Answers HandleBlock( Session* aSession, const Incoming& aIncoming );
+    Answers HandleAcknowledge( Session* aSession, const Incoming& aIncoming );
+
+    Session* AddSession( const Incoming& aIncoming, const std::string& aName );
+    void ForgetSilentSessions( int64_t aNowMs );
+    uint16_t ChoosePort();
+
+    Answers Acknowledge( const Session& aSession );
+    Answers SendBlock( const Session& aSession );
+    Answers Refuse( const Incoming& aIncoming, uint16_t aCode, const std::string& aMessage );
+    Answers EndSession( const Incoming& aIncoming, uint16_t aCode, const std::string& aMessage );
+    Answers Answer( Outgoing aAnswer );
+    Answers Spoil( Outgoing aAnswer, const Disturbance& aDisturbance );
+    const Disturbance* FindDisturbance( uint64_t aAnswer ) const;
+
+    Configuration mConfiguration;
+    std::map<std::string, std::shared_ptr<const Bytes>> mFiles;
+    std::map<uint16_t, Session> mSessions; // by transfer port
+    uint16_t mNextPort = 0;                // from mFirstTransferPort on
+    std::vector<Disturbance> mDisturbances;
+    Counters mCounters;
+};
+
+} // namespace Simulators
