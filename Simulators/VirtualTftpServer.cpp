@@ -259,6 +259,10 @@ VirtualTftpServer::Answers VirtualTftpServer::HandleBlock( Session* aSession,
     aSession->mBlock = lExpected;
     if ( lSize < BLOCK_SIZE )
     {
+        if ( mConfiguration.mKeep && !mConfiguration.mKeep( aSession->mName, aSession->mContent ) )
+        {
+            return EndSession( aIncoming, NOT_DEFINED, "The file cannot be kept" );
+        }
         aSession->mIsComplete = true;
         mFiles[aSession->mName] = std::make_shared<const Bytes>( std::move( aSession->mContent ) );
         aSession->mContent.clear();

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -27,7 +28,7 @@ namespace Simulators
 // again.
 //
 // What it refuses, with an ERROR packet that ends the session:
-//   0 not defined          a mode that is not octet
+//   0 not defined          a mode that is not octet; an upload that Configuration::mKeep refuses
 //   1 file not found       a read request for a file that is not there
 //   2 access violation     a write request where Configuration::mIsWritable is false
 //   3 disk full            an upload longer than Configuration::mMaxFileSize
@@ -52,6 +53,9 @@ public:
         uint16_t mFirstTransferPort = 50000;
         uint16_t mTransferPorts = 64;
         int64_t mSessionTimeoutMs = 60000;
+        // Asked when the last block of an upload has come, before it becomes a file and before that
+        // block is acknowledged; false refuses it. Empty: yes. It must not call the server.
+        std::function<bool( const std::string& aName, const Bytes& aContent )> mKeep;
     };
 
     // What can go wrong with an answer, on request.

@@ -4,6 +4,8 @@
 
 # To build the libraries, the virtual devices and the program.
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcli11-dev nlohmann-json3-dev"
+# For the demo: what makes it a network of its own.
+DEMO_PACKAGES="iproute2 util-linux"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
 TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux

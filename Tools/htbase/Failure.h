@@ -14,7 +14,8 @@ enum class ExitStatus : int
 {
     DONE = 0,
     REFUSED = 1, // it was tried, and the device, the transfer or the system said no
-    USAGE = 2    // the command line is wrong; nothing was sent
+    USAGE = 2,   // the command line is wrong; nothing was sent
+    PARTIAL = 3  // done, but what was fetched may not be all
 };
 
 // Failure ends a command: thrown where it becomes known, caught by the program, which prints the

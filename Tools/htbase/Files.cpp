@@ -57,7 +57,7 @@ private:
     const int mNumber;
 };
 
-void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax )
+struct stat GetStatus( const Descriptor& aFile, const std::string& aPath )
 {
     struct stat lStatus
     {
@@ -70,6 +70,62 @@ void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax
     {
         throw MakeFileFailure( "read", aPath, GetSystemErrorText( EISDIR ) );
     }
+    return lStatus;
+}
+
+// Reads to the end, or throws what aMakeTooLong makes when there are more than aMax bytes.
+template <typename TooLong>
+std::vector<uint8_t> ReadAll( const Descriptor& aFile, const std::string& aPath, uint64_t aMax,
+                              TooLong aMakeTooLong )
+{
+    std::vector<uint8_t> lBytes;
+    for ( ;; )
+    {
+        const size_t lSize = lBytes.size();
+        lBytes.resize( lSize + PORTION );
+        const ssize_t lCount = read( aFile.Get(), lBytes.data() + lSize, PORTION );
+        if ( lCount < 0 )
+        {
+            throw MakeFileFailure( "read", aPath, GetSystemErrorText( errno ) );
+        }
+        lBytes.resize( lSize + static_cast<size_t>( lCount ) );
+        if ( lBytes.size() > aMax )
+        {
+            throw aMakeTooLong();
+        }
+        if ( lCount == 0 )
+        {
+            return lBytes;
+        }
+    }
+}
+
+std::vector<uint8_t> ReadRegular( const std::string& aPath, uint64_t aMax )
+{
+    // Without O_NONBLOCK a pipe is opened only when somebody writes into it.
+    const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
+    const struct stat lStatus = GetStatus( lFile, aPath );
+    if ( !S_ISREG( lStatus.st_mode ) )
+    {
+        throw MakeFileFailure( "read", aPath, "it is no regular file" );
+    }
+    const auto lMakeTooLong = [&]
+    {
+        return MakeFileFailure( "send", aPath, "it is longer than " + FormatCount( aMax, "byte" ) );
+    };
+    if ( static_cast<uint64_t>( lStatus.st_size ) > aMax )
+    {
+        throw lMakeTooLong();
+    }
+    return ReadAll( lFile, aPath, aMax, lMakeTooLong );
+}
+
+} // namespace
+
+std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
+{
+    const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC ) );
+    const struct stat lStatus = GetStatus( lFile, aPath );
     if ( !S_ISREG( lStatus.st_mode ) && !S_ISFIFO( lStatus.st_mode ) )
     {
         throw MakeFileFailure( "read", aPath, "it is neither a regular file nor a pipe" );
@@ -78,39 +134,52 @@ void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax
     {
         throw MakeTooLong( aPath, aMax );
     }
-}
-
-} // namespace
-
-std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
-{
-    const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC ) );
-    CheckKind( lFile, aPath, aMax );
-    std::vector<uint8_t> lBytes;
-    for ( ;; )
-    {
-        const size_t lSize = lBytes.size();
-        lBytes.resize( lSize + PORTION );
-        const ssize_t lCount = read( lFile.Get(), lBytes.data() + lSize, PORTION );
-        if ( lCount < 0 )
-        {
-            throw MakeFileFailure( "read", aPath, GetSystemErrorText( errno ) );
-        }
-        lBytes.resize( lSize + static_cast<size_t>( lCount ) );
-        if ( lBytes.size() > aMax )
-        {
-            throw MakeTooLong( aPath, aMax );
-        }
-        if ( lCount == 0 )
-        {
-            break;
-        }
-    }
+    std::vector<uint8_t> lBytes =
+        ReadAll( lFile, aPath, aMax, [&] { return MakeTooLong( aPath, aMax ); } );
     if ( lBytes.empty() )
     {
         throw MakeFileFailure( "load", aPath, "it is empty" );
     }
     return lBytes;
+}
+
+std::vector<uint8_t> ReadRegularFile( const std::string& aPath, uint64_t aMax )
+{
+    try
+    {
+        return ReadRegular( aPath, aMax );
+    }
+    catch ( const Failure& lFailure )
+    {
+        throw Failure( ExitStatus::REFUSED, lFailure.what() );
+    }
+}
+
+std::string GetFileName( const std::string& aPath )
+{
+    return aPath.substr( aPath.rfind( '/' ) + 1 ); // without a slash npos becomes 0
+}
+
+void CheckOutputFile( const std::string& aPath )
+{
+    struct stat lStatus
+    {
+    };
+    const bool lIsThere = stat( aPath.c_str(), &lStatus ) == 0;
+    if ( !lIsThere || S_ISREG( lStatus.st_mode ) )
+    {
+        const OutputFile lProbe( aPath );
+        return;
+    }
+    // Opening it may be noticed, or wait for somebody at the other end.
+    if ( S_ISDIR( lStatus.st_mode ) )
+    {
+        throw MakeFileFailure( "write", aPath, GetSystemErrorText( EISDIR ) );
+    }
+    if ( access( aPath.c_str(), W_OK ) != 0 )
+    {
+        throw MakeFileFailure( "write", aPath, GetSystemErrorText( errno ) );
+    }
 }
 
 OutputFile::OutputFile( const std::string& aPath )

@@ -13,6 +13,16 @@ namespace HtBaseTool
 // what is wrong with it.
 std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax );
 
+// Reads a whole regular file of 0 to aMax bytes. Throws a failure of status REFUSED that says what
+// is wrong with it.
+std::vector<uint8_t> ReadRegularFile( const std::string& aPath, uint64_t aMax );
+
+// The part of a path behind its last slash.
+std::string GetFileName( const std::string& aPath );
+
+// Throws a usage failure when an OutputFile of this path could not be made. Leaves nothing behind.
+void CheckOutputFile( const std::string& aPath );
+
 // OutputFile is a file that appears under its name only when it is complete: until Commit it is a
 // temporary file beside it, which the destructor removes. What is no regular file (a device, a
 // pipe) is written into directly.

@@ -1,11 +1,12 @@
-// The commands that play a device: sim gev.
+// The commands that play a device: sim gev, sim tftp.
 
 #include "Tools/htbase/Console.h"
 #include "Tools/htbase/DeviceServer.h"
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Host.h"
 #include "Tools/htbase/Program.h"
-#include "Tools/htbase/Text.h"
+#include "Tools/htbase/SimFaults.h"
+#include "Tools/htbase/TftpStation.h"
 
 #include "Simulators/BootstrapGEV.h"
 #include "Simulators/VirtualDeviceGEV.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,13 +29,11 @@ namespace HtBaseTool
 using QmUtilsLib::Result;
 using Simulators::ConfigurationGEV;
 using Simulators::Endpoint;
-using Simulators::FaultPlan;
 using Simulators::VirtualDeviceGEV;
 using Simulators::Capability::CHANNEL_SOURCE_PORT;
 using WdUtilsLib::GEV::GVCP_PORT;
 using WdUtilsLib::Network::EthernetAddress;
 using WdUtilsLib::Network::IpAddress;
-using Json = nlohmann::ordered_json;
 
 namespace
 {
@@ -66,9 +66,18 @@ struct SimOptions
     std::vector<std::string> mRefusals;
     uint32_t mPendingMs = 0;
     bool mNoBroadcast = false;
-    FaultPlan::Rates mRates;
-    std::string mSeed = "1";
+    SimFaults mFaults;
     ConfigurationGEV mConfiguration;
+    std::optional<std::string> mTftpDirectory;
+    unsigned short mTftpPort = TftpStation::PORT;
+};
+
+struct SimTftpOptions
+{
+    std::string mAddress = "127.0.0.1";
+    unsigned short mPort = TftpStation::PORT;
+    std::optional<std::string> mDirectory;
+    SimFaults mFaults;
 };
 
 // Each address has a MAC of its own, so that a discovery tells several devices apart.
@@ -159,29 +168,12 @@ DeviceServer::Options MakeServerOptions( const SimOptions& aOptions, const IpAdd
     lServer.mPort = aOptions.mPort;
     lServer.mHearBroadcasts = aOptions.mPort == GVCP_PORT && !aOptions.mNoBroadcast;
     lServer.mBroadcastFilter = IsDiscovery;
-    const uint64_t lSeed = ParseNumber( aOptions.mSeed, "seed" );
-    lServer.mRequestFaults = FaultPlan( aOptions.mRates, lSeed );
-    lServer.mAnswerFaults = FaultPlan( aOptions.mRates, lSeed + 1 ); // other numbers
+    aOptions.mFaults.Apply( lServer, 0 );
     return lServer;
-}
-
-Json MakeReport( const FaultPlan::Counters& aCounters )
-{
-    return { { "seen", aCounters.mSeen },
-             { "passed", aCounters.mPassed },
-             { "lost", aCounters.mLost },
-             { "delayed", aCounters.mDelayed },
-             { "duplicated", aCounters.mDuplicated },
-             { "reordered", aCounters.mReordered },
-             { "truncated", aCounters.mTruncated },
-             { "corrupted", aCounters.mCorrupted },
-             { "strays", aCounters.mStrays } };
 }
 
 void Summarise( Program& aProgram, const VirtualDeviceGEV& aDevice, const DeviceServer& aServer )
 {
-    const FaultPlan lRequests = aServer.GetRequestFaults();
-    const FaultPlan lAnswers = aServer.GetAnswerFaults();
     const VirtualDeviceGEV::Counters lTotal = aDevice.GetTotal();
     aProgram.mReport["requests"] = lTotal.mReceived;
     aProgram.mReport["executed"] = lTotal.mExecuted;
@@ -189,27 +181,42 @@ void Summarise( Program& aProgram, const VirtualDeviceGEV& aDevice, const Device
     aProgram.mReport["repeated"] = lTotal.mRepeated;
     aProgram.mReport["answers"] = lTotal.mAnswers;
     aProgram.mReport["pendingAcknowledges"] = lTotal.mPendings;
-    aProgram.mReport["sendFailures"] = aServer.GetCounters().mSendFailures;
-    aProgram.mReport["requestFaults"] = MakeReport( lRequests.GetCounters() );
-    aProgram.mReport["answerFaults"] = MakeReport( lAnswers.GetCounters() );
+    ReportFaults( aProgram.mReport, aServer );
     if ( !aProgram.mIsJson )
     {
-        Print( "device: " + aDevice.GetSummary() + "\nrequests: " + lRequests.GetSummary() +
-               "\nanswers: " + lAnswers.GetSummary() + "\n" );
+        Print( "device: " + aDevice.GetSummary() + "\n" + GetFaultsText( aServer ) );
     }
 }
 
-void Announce( Program& aProgram, const DeviceServer& aServer )
+// The first lines: where it is, and where its TFTP server is.
+void Announce( Program& aProgram, const HostPort& aWhere, const TftpStation* aTftp )
 {
-    const HostPort lWhere{ aServer.GetAddress(), aServer.GetPort() };
-    aProgram.mReport["address"] = lWhere.mAddress.GetString();
-    aProgram.mReport["port"] = lWhere.mPort;
+    aProgram.mReport["address"] = aWhere.mAddress.GetString();
+    aProgram.mReport["port"] = aWhere.mPort;
+    const std::string lTftp = aTftp != nullptr ? "TFTP at " + aTftp->GetWhere().GetName() : "";
     if ( aProgram.mIsJson )
     {
-        PrintNote( "serving at " + lWhere.GetName() );
+        PrintNote( "serving at " + aWhere.GetName() + ( lTftp.empty() ? "" : ", " + lTftp ) );
         return;
     }
-    Print( lWhere.GetName() + "\n" );
+    Print( aWhere.GetName() + "\n" + ( lTftp.empty() ? "" : lTftp + "\n" ) );
+}
+
+// The TFTP server beside the device; none unless asked for.
+std::unique_ptr<TftpStation> MakeTftpStation( const SimOptions& aOptions,
+                                              const IpAddress& aAddress )
+{
+    if ( !aOptions.mTftpDirectory )
+    {
+        return nullptr;
+    }
+    auto lStation = std::make_unique<TftpStation>( *aOptions.mTftpDirectory );
+    DeviceServer::Options lOptions;
+    lOptions.mAddress = aAddress;
+    lOptions.mPort = aOptions.mTftpPort;
+    aOptions.mFaults.Apply( lOptions, 1 );
+    lStation->Open( lOptions );
+    return lStation;
 }
 
 void Serve( Program& aProgram, const SimOptions& aOptions )
@@ -225,55 +232,39 @@ void Serve( Program& aProgram, const SimOptions& aOptions )
     DeviceServer lServer(
         [&lDevice]( const Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNowMs )
         { return lDevice.Receive( aFrom, aData, aSize, aNowMs ); } );
-    Result lResult = lServer.Open( MakeServerOptions( aOptions, lAddress ) );
-    if ( !lResult.IsOK() )
-    {
-        throw Failure( "cannot serve at " + HostPort{ lAddress, aOptions.mPort }.GetName() + ": " +
-                           Describe( lResult ) + GetHint( lResult ),
-                       lResult );
-    }
+    OpenServer( lServer, MakeServerOptions( aOptions, lAddress ) );
+    const std::unique_ptr<TftpStation> lTftp = MakeTftpStation( aOptions, lAddress );
     aProgram.mInterruption.SetAction( [&lServer] { lServer.Stop(); } );
-    Announce( aProgram, lServer );
-    lResult = lServer.Run();
+    if ( lTftp != nullptr )
+    {
+        lTftp->Start();
+    }
+    Announce( aProgram, { lServer.GetAddress(), lServer.GetPort() }, lTftp.get() );
+    const Result lResult = lServer.Run();
     aProgram.mInterruption.SetAction( nullptr );
     Summarise( aProgram, lDevice, lServer );
-    if ( !lResult.IsOK() && !aProgram.mInterruption.IsRequested() )
+    if ( lTftp != nullptr )
     {
-        throw Failure( "cannot go on serving: " + Describe( lResult ), lResult );
+        lTftp->Stop();
+        lTftp->Summarise( aProgram, "tftp" );
     }
+    CheckServed( lResult, aProgram.mInterruption.IsRequested() );
 }
 
-// Empty, or what is wrong with a rate.
-std::string CheckRate( const std::string& aText )
+void ServeTftp( Program& aProgram, const SimTftpOptions& aOptions )
 {
-    double lRate = 0;
-    const bool lIsRate = CLI::detail::lexical_cast( aText, lRate ) && lRate >= 0 &&
-                         lRate <= 1; // not-a-number is none
-    return lIsRate ? std::string() : "'" + aText + "' is no rate from 0 to 1";
-}
-
-void AddRate( CLI::App& aCommand, const char* aName, double& aRate, const char* aDescription )
-{
-    aCommand.add_option( aName, aRate, aDescription )->type_name( "RATE" )->check( CheckRate );
-}
-
-void AddFaultOptions( CLI::App& aCommand, SimOptions& aOptions )
-{
-    FaultPlan::Rates& lRates = aOptions.mRates;
-    AddRate( aCommand, "--loss", lRates.mLoss, "Lose datagrams, 0 to 1, each way" );
-    AddRate( aCommand, "--delay", lRates.mDelay, "Delay datagrams" );
-    aCommand.add_option( "--max-delay", lRates.mMaxDelayMs, "Longest delay" )
-        ->type_name( "MS" )
-        ->check( CLI::Range( 1, 60000 ) )
-        ->capture_default_str();
-    AddRate( aCommand, "--duplicate", lRates.mDuplicate, "Send datagrams twice" );
-    AddRate( aCommand, "--reorder", lRates.mReorder, "Let later datagrams overtake" );
-    AddRate( aCommand, "--truncate", lRates.mTruncate, "Cut datagrams" );
-    AddRate( aCommand, "--corrupt", lRates.mCorrupt, "Change a byte of the header" );
-    AddRate( aCommand, "--stray", lRates.mStray, "Throw in datagrams that nobody asked for" );
-    aCommand.add_option( "--seed", aOptions.mSeed, "The same seed gives the same faults" )
-        ->type_name( "N" )
-        ->capture_default_str();
+    TftpStation lStation( aOptions.mDirectory );
+    DeviceServer::Options lOptions;
+    lOptions.mAddress = ParseAddress( aOptions.mAddress, "address" );
+    lOptions.mPort = aOptions.mPort;
+    aOptions.mFaults.Apply( lOptions, 0 );
+    lStation.Open( lOptions );
+    aProgram.mInterruption.SetAction( [&lStation] { lStation.Stop(); } );
+    Announce( aProgram, lStation.GetWhere(), nullptr );
+    const Result lResult = lStation.Run();
+    aProgram.mInterruption.SetAction( nullptr );
+    lStation.Summarise( aProgram, nullptr );
+    CheckServed( lResult, aProgram.mInterruption.IsRequested() );
 }
 
 void AddDeviceOptions( CLI::App& aCommand, SimOptions& aOptions )
@@ -355,6 +346,50 @@ void AddCapabilityOptions( CLI::App& aCommand, SimOptions& aOptions )
         ->allow_extra_args( false );
 }
 
+void AddTftpOptions( CLI::App& aCommand, SimOptions& aOptions )
+{
+    CLI::Option* const lTftp =
+        aCommand
+            .add_option( "--tftp", aOptions.mTftpDirectory,
+                         "Serve TFTP too: files of this folder, and uploads into it" )
+            ->type_name( "DIR" );
+    aCommand.add_option( "--tftp-port", aOptions.mTftpPort, "UDP port for TFTP, 0 for a free one" )
+        ->type_name( "PORT" )
+        ->check( CLI::Range( 0, 65535 ) )
+        ->needs( lTftp )
+        ->capture_default_str();
+}
+
+void AddAddress( CLI::App& aCommand, std::string& aAddress )
+{
+    aCommand.add_option( "--address", aAddress, "Address of this machine to serve at" )
+        ->type_name( "ADDR" )
+        ->capture_default_str();
+}
+
+void AddSimTftp( CLI::App& aGroup, Program& aProgram )
+{
+    const auto lOptions = std::make_shared<SimTftpOptions>();
+    CLI::App* const lCommand = AddCommand(
+        aGroup, "tftp",
+        "Play a TFTP server until SIGINT or SIGTERM. The first line says at which address:port, "
+        "the last ones what happened",
+        aProgram, [lOptions]( Program& aRun ) { ServeTftp( aRun, *lOptions ); } );
+    AddAddress( *lCommand, lOptions->mAddress );
+    lCommand
+        ->add_option( "--port", lOptions->mPort,
+                      "UDP port, 0 for a free one; tftp put and get ask at 69 only" )
+        ->type_name( "PORT" )
+        ->check( CLI::Range( 0, 65535 ) )
+        ->capture_default_str();
+    lCommand
+        ->add_option( "--dir", lOptions->mDirectory,
+                      "Serve the files that are in this folder now, and put uploads into it; "
+                      "without it uploads are held in memory" )
+        ->type_name( "DIR" );
+    AddFaultOptions( *lCommand, lOptions->mFaults );
+}
+
 } // namespace
 
 void AddSimCommands( CLI::App& aApp, Program& aProgram )
@@ -367,9 +402,7 @@ void AddSimCommands( CLI::App& aApp, Program& aProgram )
         "Play a GigE Vision device until SIGINT or SIGTERM. The first line says at which "
         "address:port, the last ones what happened",
         aProgram, [lOptions]( Program& aRun ) { Serve( aRun, *lOptions ); } );
-    lCommand->add_option( "--address", lOptions->mAddress, "Address of this machine to serve at" )
-        ->type_name( "ADDR" )
-        ->capture_default_str();
+    AddAddress( *lCommand, lOptions->mAddress );
     lCommand
         ->add_option( "--port", lOptions->mPort,
                       "UDP port, 0 for a free one; broadcasts are heard on 3956 only" )
@@ -379,7 +412,9 @@ void AddSimCommands( CLI::App& aApp, Program& aProgram )
     lCommand->add_flag( "--no-broadcast", lOptions->mNoBroadcast, "Hear no broadcasts" );
     AddDeviceOptions( *lCommand, *lOptions );
     AddCapabilityOptions( *lCommand, *lOptions );
-    AddFaultOptions( *lCommand, *lOptions );
+    AddTftpOptions( *lCommand, *lOptions );
+    AddFaultOptions( *lCommand, lOptions->mFaults );
+    AddSimTftp( *lGroup, aProgram );
 }
 
 } // namespace HtBaseTool

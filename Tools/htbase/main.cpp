@@ -1,4 +1,4 @@
-// htbase: registers and memory of cameras from the command line, and virtual cameras.
+// htbase: registers, memory and files of cameras from the command line, and virtual cameras.
 
 #include "Tools/htbase/Console.h"
 #include "Tools/htbase/Failure.h"
@@ -91,9 +91,10 @@ void RunCommand( Program& aProgram )
     }
     catch ( const Failure& lFailure )
     {
-        if ( aProgram.mIsJson && lFailure.GetStatus() == ExitStatus::REFUSED )
+        if ( aProgram.mIsJson && lFailure.GetStatus() != ExitStatus::USAGE )
         {
-            if ( aProgram.mReport.is_object() )
+            const bool lIsError = lFailure.GetStatus() == ExitStatus::REFUSED;
+            if ( lIsError && aProgram.mReport.is_object() )
             {
                 aProgram.mReport["error"] = MakeError( lFailure );
             }
@@ -154,8 +155,10 @@ void SetUp( CLI::App& aApp, Program& aProgram )
         "-v", []( int64_t aTimes ) { SetVerbosity( static_cast<size_t>( aTimes ) ); },
         "Log what the library recovered from to standard error; -vv: log everything" );
     aApp.footer( "--json, -v, -vv and --version may stand anywhere.\n"
-                 "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage." );
+                 "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage, "
+                 "3 done, but possibly incomplete (tftp get)." );
     AddGevCommands( aApp, aProgram );
+    AddTftpCommands( aApp, aProgram );
     AddSimCommands( aApp, aProgram );
 }
 
@@ -164,7 +167,8 @@ ExitStatus Run( int aCount, char** aArguments )
     try
     {
         Program lProgram;
-        CLI::App lApp( "Reads and writes the registers and memory of cameras, and plays cameras." );
+        CLI::App lApp(
+            "Reads and writes the registers, memory and files of cameras, and plays cameras." );
         SetUp( lApp, lProgram );
         if ( Parse( lApp, aCount, aArguments ) )
         {

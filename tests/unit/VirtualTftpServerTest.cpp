@@ -325,6 +325,33 @@ TEST( TftpServerConfiguration, KeepsFilesThatAreThereWhereItSaysSo )
     EXPECT_EQ( lAnswers[0].mBytes, Ack( 0 ) );
 }
 
+// Before its last block is acknowledged, so that its sender knows.
+TEST( TftpServerConfiguration, RefusesAnUploadThatCannotBeKept )
+{
+    std::vector<std::pair<std::string, Bytes>> lAsked;
+    VirtualTftpServer::Configuration lConfiguration;
+    lConfiguration.mKeep = [&]( const std::string& aName, const Bytes& aContent )
+    {
+        lAsked.emplace_back( aName, aContent );
+        return aName == "good";
+    };
+    VirtualTftpServer lServer( lConfiguration );
+    const auto lExchange = [&]( const Bytes& aBytes, uint16_t aPort )
+    {
+        return lServer.Receive( CLIENT, aPort, aBytes.data(), aBytes.size(), 0 ).at( 0 );
+    };
+    const uint16_t lGood = lExchange( WriteRequest( "good" ), 0 ).mFromPort;
+    const uint16_t lBad = lExchange( WriteRequest( "bad" ), 0 ).mFromPort;
+    EXPECT_THAT( lAsked, IsEmpty() );
+    EXPECT_EQ( lExchange( Data( 1, { 7 } ), lGood ).mBytes, Ack( 1 ) );
+    EXPECT_EQ( lExchange( Data( 1, { 8 } ), lBad ).mBytes, Error( 0, "The file cannot be kept" ) );
+    EXPECT_EQ( lExchange( Data( 1, { 8 } ), lBad ).mBytes, Error( 5, "Unknown transfer ID" ) );
+    EXPECT_EQ( lAsked, ( std::vector<std::pair<std::string, Bytes>>{ { "good", { 7 } },
+                                                                     { "bad", { 8 } } } ) );
+    EXPECT_EQ( lServer.GetFileNames(), std::vector<std::string>{ "good" } );
+    EXPECT_EQ( lServer.GetCounters().mPublished, 1U );
+}
+
 TEST( TftpServerConfiguration, RefusesAnUploadThatIsTooLong )
 {
     VirtualTftpServer::Configuration lSmall;

@@ -47,6 +47,10 @@ TEST_F( CommandLine, EveryCommandHasHelp )
         { "gev", "load" },
         { "sim" },
         { "sim", "gev" },
+        { "sim", "tftp" },
+        { "tftp" },
+        { "tftp", "put" },
+        { "tftp", "get" },
     };
     for ( Arguments lCommand : lCommands )
     {
@@ -99,6 +103,9 @@ TEST_F( CommandLine, MissingArgumentsAreWrongUsage )
     ExpectUsage( { "gev", "dump", "TARGET", "0" }, "LENGTH is required" );
     ExpectUsage( { "gev", "load", "TARGET", "0" }, "FILE is required" );
     ExpectUsage( { "gev", "dump", "TARGET", "0", "4", "-o" }, "-o" );
+    ExpectUsage( { "tftp", "put", "127.0.0.1" }, "FILE is required" );
+    ExpectUsage( { "tftp", "get", "127.0.0.1" }, "NAME is required" );
+    ExpectUsage( { "sim", "gev", "--tftp-port", "0" }, "--tftp" );
 }
 
 TEST_F( CommandLine, HostsThatAreNoneAreWrongUsage )

@@ -1,0 +1,43 @@
+// The bad network in front of a virtual device, as the user says.
+#pragma once
+
+#include "Simulators/FaultPlan.h"
+#include "Tools/htbase/DeviceServer.h"
+#include "Tools/htbase/Host.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <string>
+
+namespace CLI
+{
+class App;
+}
+
+namespace HtBaseTool
+{
+
+struct SimFaults
+{
+    Simulators::FaultPlan::Rates mRates;
+    std::string mSeed = "1";
+
+    // Sets both plans of a server. Each aIndex gives other numbers. Throws a usage failure.
+    void Apply( DeviceServer::Options& aServer, uint64_t aIndex ) const;
+};
+
+// Adds --loss and the others, and --seed.
+void AddFaultOptions( CLI::App& aCommand, SimFaults& aFaults );
+
+// Opens the server, or throws a Failure that says where it cannot serve and why.
+void OpenServer( DeviceServer& aServer, const DeviceServer::Options& aOptions );
+
+// Throws when serving ended because of this result and not because it was stopped.
+void CheckServed( const QmUtilsLib::Result& aResult, bool aIsStopped );
+
+// What happened on both ways: into aReport, and as the lines "requests: ...\nanswers: ...\n".
+void ReportFaults( nlohmann::ordered_json& aReport, const DeviceServer& aServer );
+std::string GetFaultsText( const DeviceServer& aServer );
+
+} // namespace HtBaseTool
