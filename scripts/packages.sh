@@ -6,7 +6,8 @@
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
-TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux"
+TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2
+    util-linux srecord binutils"
 
 is_installed()
 {

@@ -1,0 +1,168 @@
+#include "IoStream.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace HtBaseLib
+{
+
+namespace
+{
+
+constexpr unsigned int SKIP_FAILED = 0xFFFFFFFF;
+
+} // namespace
+
+unsigned int IoStream::PutByte( unsigned char aByte )
+{
+    return Write( &aByte, 1, 1 );
+}
+
+unsigned int IoStream::GetByte( unsigned char* aByte )
+{
+    return Read( aByte, 1, 1 );
+}
+
+unsigned int IoStream::GetBytesWritten() const
+{
+    return mBytesWritten;
+}
+
+IoStreamFile::~IoStreamFile()
+{
+    (void)IoStreamFile::Close(); // a destructor has nobody to tell
+}
+
+int IoStreamFile::Open( const char* aPath, const char* aMode )
+{
+    (void)IoStreamFile::Close(); // what became of the file before is no matter of this one
+    mFile = std::fopen( aPath, aMode );
+    return mFile != nullptr ? 0 : errno;
+}
+
+int IoStreamFile::Close()
+{
+    if ( mFile == nullptr )
+    {
+        return EOF;
+    }
+    std::FILE* const lFile = mFile;
+    mFile = nullptr; // closed whatever fclose says
+    return std::fclose( lFile );
+}
+
+unsigned int IoStreamFile::Write( const void* aData, unsigned int aSize, unsigned int aCount )
+{
+    if ( mFile == nullptr )
+    {
+        return 0;
+    }
+    const auto lWritten = static_cast<unsigned int>( std::fwrite( aData, aSize, aCount, mFile ) );
+    // KEEP: adds count x count, not count x size: callers know the sum and never take it for the
+    // length of the file.
+    mBytesWritten += lWritten * aCount;
+    return lWritten;
+}
+
+unsigned int IoStreamFile::Read( void* aData, unsigned int aSize, unsigned int aCount )
+{
+    if ( mFile == nullptr )
+    {
+        return 0;
+    }
+    return static_cast<unsigned int>( std::fread( aData, aSize, aCount, mFile ) );
+}
+
+int IoStreamFile::Rewind()
+{
+    return mFile != nullptr ? std::fseek( mFile, 0, SEEK_SET ) : EOF;
+}
+
+unsigned int IoStreamFile::Skip( unsigned int aOffset )
+{
+    if ( mFile == nullptr )
+    {
+        return SKIP_FAILED;
+    }
+    return static_cast<unsigned int>( std::fseek( mFile, static_cast<long>( aOffset ), SEEK_CUR ) );
+}
+
+IoStreamRaw::IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity )
+    : mBuffer( aBuffer )
+    , mTarget( aBuffer )
+    , mCapacity( aCapacity )
+{
+}
+
+IoStreamRaw::IoStreamRaw( const unsigned char* aBuffer, unsigned int aCapacity )
+    : mBuffer( aBuffer )
+    , mTarget( nullptr )
+    , mCapacity( aCapacity )
+{
+}
+
+IoStreamRaw::~IoStreamRaw()
+{
+    (void)IoStreamRaw::Close(); // cannot fail
+}
+
+int IoStreamRaw::Close()
+{
+    // KEEP: the zero that ends a received text or a built payload, wherever the position is.
+    if ( mTarget != nullptr && mPosition < mCapacity )
+    {
+        mTarget[mPosition] = 0;
+    }
+    return 0;
+}
+
+// The product of two 32-bit numbers needs 64 bits.
+unsigned int IoStreamRaw::GetCopyCount( unsigned int aSize, unsigned int aCount ) const
+{
+    const unsigned long long lWanted = static_cast<unsigned long long>( aSize ) * aCount;
+    const unsigned int lLeft = mCapacity - mPosition;
+    return static_cast<unsigned int>( std::min<unsigned long long>( lWanted, lLeft ) );
+}
+
+// KEEP: returns bytes where the stream over a file returns elements.
+unsigned int IoStreamRaw::Write( const void* aData, unsigned int aSize, unsigned int aCount )
+{
+    if ( mTarget == nullptr )
+    {
+        return 0;
+    }
+    const unsigned int lCopied = GetCopyCount( aSize, aCount );
+    std::copy_n( static_cast<const unsigned char*>( aData ), lCopied, mTarget + mPosition );
+    mPosition += lCopied;
+    mBytesWritten += lCopied;
+    return lCopied;
+}
+
+unsigned int IoStreamRaw::Read( void* aData, unsigned int aSize, unsigned int aCount )
+{
+    const unsigned int lCopied = GetCopyCount( aSize, aCount );
+    std::copy_n( mBuffer + mPosition, lCopied, static_cast<unsigned char*>( aData ) );
+    mPosition += lCopied;
+    return lCopied;
+}
+
+int IoStreamRaw::Rewind()
+{
+    mPosition = 0;
+    return 0;
+}
+
+unsigned int IoStreamRaw::Skip( unsigned int aOffset )
+{
+    const unsigned long long lPosition = static_cast<unsigned long long>( mPosition ) + aOffset;
+    // KEEP: exactly to the end is refused too, so that whoever searches record by record ends
+    // there.
+    if ( lPosition >= mCapacity )
+    {
+        return SKIP_FAILED;
+    }
+    mPosition = static_cast<unsigned int>( lPosition );
+    return 0;
+}
+
+} // namespace HtBaseLib

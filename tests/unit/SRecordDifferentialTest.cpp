@@ -1,0 +1,238 @@
+// The S-record reader against the plain one: same records, same messages, same answer.
+
+#include "support/ByteFile.h"
+#include "support/SRecordReference.h"
+#include "support/StandardOutput.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+using TestSupport::ByteFile;
+using TestSupport::ConvertSRecordsByReader;
+using TestSupport::ConvertSRecordsPlainly;
+using TestSupport::SRecordOutcome;
+using TestSupport::StandardOutputCapture;
+
+namespace TestSupport
+{
+
+void PrintTo( const SRecordOutcome& aOutcome, std::ostream* aStream )
+{
+    *aStream << ( aOutcome.mAnswer ? "true" : "false" ) << ", "
+             << testing::PrintToString( aOutcome.mRecords ) << ", "
+             << testing::PrintToString( aOutcome.mOutput );
+}
+
+} // namespace TestSupport
+
+namespace
+{
+
+// Both readers on the same file.
+std::pair<SRecordOutcome, SRecordOutcome> ConvertByBoth( const std::string& aText,
+                                                         std::size_t aFailsAt = ByteFile::NEVER )
+{
+    const ByteFile lPlain( aText, aFailsAt );
+    const ByteFile lFast( aText, aFailsAt );
+    StandardOutputCapture lCapture;
+    SRecordOutcome lByReader = ConvertSRecordsByReader( lFast.Get(), "image.srec", lCapture );
+    return { ConvertSRecordsPlainly( lPlain.Get(), "image.srec" ), std::move( lByReader ) };
+}
+
+void ExpectSame( const std::string& aText, std::size_t aFailsAt = ByteFile::NEVER )
+{
+    const auto [lExpected, lActual] = ConvertByBoth( aText, aFailsAt );
+    EXPECT_EQ( lActual, lExpected ) << testing::PrintToString( aText ) << ", fails at " << aFailsAt;
+}
+
+// Makes S-record files, good ones and all kinds of bad ones, always the same for the same seed.
+class Maker
+{
+public:
+    explicit Maker( unsigned int aSeed )
+        : mRandom( aSeed )
+    {
+    }
+
+    unsigned int Below( unsigned int aLimit )
+    {
+        return static_cast<unsigned int>( mRandom() % aLimit );
+    }
+
+    std::string MakeLine( unsigned int aMaxData )
+    {
+        if ( Below( 10 ) == 0 )
+        {
+            return "S" + std::string( 1, static_cast<char>( '0' + Below( 10 ) ) ) +
+                   MakeDigits( Below( 12 ) );
+        }
+        const unsigned int lCount = Below( aMaxData + 1 );
+        if ( Below( 4 ) == 0 )
+        {
+            mAddress += Below( 0x10000 );
+        }
+        char lHead[24];
+        std::snprintf( lHead, sizeof( lHead ), "S3%02X%08X", lCount + 5, mAddress );
+        mAddress += lCount;
+        return lHead + MakeDigits( 2 * lCount + 2 );
+    }
+
+    std::string MakeFile( unsigned int aMaxLines, unsigned int aMaxData )
+    {
+        std::string lText;
+        for ( unsigned int lLines = Below( aMaxLines + 1 ); lLines > 0; --lLines )
+        {
+            lText += MakeLine( aMaxData );
+            lText += lLines > 1 || Below( 2 ) == 0 ? MakeEnd() : "";
+        }
+        return lText;
+    }
+
+    // Changes, inserts, removes or moves a few characters.
+    void Damage( std::string& aText )
+    {
+        static constexpr char ODD[] = "\n\r\0 \t+-xX0123456789abcdefABCDEFgGsS37\xFF\x80";
+        for ( unsigned int lTimes = Below( 4 ) + 1; lTimes > 0 && !aText.empty(); --lTimes )
+        {
+            const std::size_t lAt = Below( static_cast<unsigned int>( aText.size() ) );
+            const char lOdd = ODD[Below( sizeof( ODD ) - 1 )];
+            switch ( Below( 6 ) )
+            {
+            case 0:
+                aText.insert( lAt, Below( 4 ) + 1, lOdd );
+                break;
+            case 1:
+                aText.erase( lAt, Below( 20 ) + 1 );
+                break;
+            case 2:
+                aText.erase( lAt, aText.find( '\n', lAt ) - lAt ); // the rest of a line
+                break;
+            case 3:
+                aText.insert( lAt, aText.substr( Below( static_cast<unsigned int>( aText.size() ) ),
+                                                 Below( 40 ) ) );
+                break;
+            default:
+                aText[lAt] = lOdd;
+                break;
+            }
+        }
+    }
+
+private:
+    std::string MakeDigits( std::size_t aCount )
+    {
+        const char* const lDigits = Below( 8 ) == 0 ? "0123456789abcdef" : "0123456789ABCDEF";
+        std::string lText;
+        while ( lText.size() < aCount )
+        {
+            lText += lDigits[Below( 16 )];
+        }
+        return lText;
+    }
+
+    const char* MakeEnd()
+    {
+        static constexpr const char* ENDS[] = { "\n",   "\n",   "\n",   "\n",
+                                                "\r\n", "\r\n", "\n\n", " \n" };
+        return ENDS[Below( 8 )];
+    }
+
+    std::mt19937 mRandom;
+    unsigned int mAddress = 0xFFFFFFF0;
+};
+
+} // namespace
+
+TEST( SRecordDifferential, GoodFiles )
+{
+    Maker lMaker( 1 );
+    for ( int lRound = 0; lRound < 2000; ++lRound )
+    {
+        ExpectSame( lMaker.MakeFile( 20, lRound % 2 == 0 ? 16 : 250 ) );
+    }
+}
+
+TEST( SRecordDifferential, DamagedFiles )
+{
+    Maker lMaker( 2 );
+    for ( int lRound = 0; lRound < 8000; ++lRound )
+    {
+        std::string lText = lMaker.MakeFile( 8, lRound % 4 == 0 ? 250 : 8 );
+        lMaker.Damage( lText );
+        ExpectSame( lText );
+    }
+}
+
+TEST( SRecordDifferential, FilesThatFailInTheMiddle )
+{
+    Maker lMaker( 3 );
+    for ( int lRound = 0; lRound < 2000; ++lRound )
+    {
+        const std::string lText = lMaker.MakeFile( 6, 8 );
+        ExpectSame( lText, lMaker.Below( static_cast<unsigned int>( lText.size() + 1 ) ) );
+    }
+}
+
+TEST( SRecordDifferential, EveryTruncationOfAGoodFile )
+{
+    Maker lMaker( 4 );
+    std::string lText = "S0060000484452\n";
+    for ( int lLine = 0; lLine < 12; ++lLine )
+    {
+        lText += lMaker.MakeLine( 24 ) + ( lLine % 3 == 0 ? "\r\n" : "\n" );
+    }
+    for ( std::size_t lSize = 0; lSize <= lText.size(); ++lSize )
+    {
+        ExpectSame( lText.substr( 0, lSize ) );
+    }
+}
+
+TEST( SRecordDifferential, EveryCharacterAtEveryPlaceOfALine )
+{
+    // Behind a longer line, so that a line that ends early finds its rest there.
+    const std::string lBefore = "S30A00001000A1A2A3A4A500\n";
+    const std::string lLine = "S30700002000B1B211\n";
+    for ( std::size_t lAt = 0; lAt < lLine.size(); ++lAt )
+    {
+        for ( int lCharacter = 0; lCharacter < 256; ++lCharacter )
+        {
+            std::string lText = lLine;
+            lText[lAt] = static_cast<char>( lCharacter );
+            ExpectSame( lBefore + lText + "S309" );
+        }
+    }
+}
+
+TEST( SRecordDifferential, LinesAcrossTheBlocksThatAreReadAtATime )
+{
+    // A file of several blocks, shifted so that its lines meet the borders of blocks everywhere.
+    Maker lMaker( 5 );
+    std::string lText;
+    while ( lText.size() < 200000 )
+    {
+        lText += lMaker.MakeLine( 40 ) + ( lText.size() % 7 == 0 ? "\r\n" : "\n" );
+    }
+    for ( std::size_t lShift = 0; lShift < 120; ++lShift )
+    {
+        ExpectSame( "S0" + std::string( lShift, '0' ) + "\n" + lText );
+    }
+}
+
+TEST( SRecordDifferential, LongLinesWithOddTails )
+{
+    for ( const std::size_t lLength : { 500U, 513U, 514U, 515U, 516U, 600U, 70000U, 100000U } )
+    {
+        for ( const char lFill : { 'A', ' ', 'g', '-' } )
+        {
+            std::string lLine = "S3FF00001000" + std::string( lLength - 12, lFill );
+            ExpectSame( lLine );
+            ExpectSame( lLine + "\nS3FF00002000\n" );
+            ExpectSame( lLine + "12\nS3FF00002000ABCD\n\n" );
+        }
+    }
+}
