@@ -57,7 +57,8 @@ private:
     const int mNumber;
 };
 
-void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax )
+// What the file is; no directory.
+struct stat GetStatus( const Descriptor& aFile, const std::string& aPath )
 {
     struct stat lStatus
     {
@@ -70,6 +71,12 @@ void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax
     {
         throw MakeFileFailure( "read", aPath, GetSystemErrorText( EISDIR ) );
     }
+    return lStatus;
+}
+
+void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax )
+{
+    const struct stat lStatus = GetStatus( aFile, aPath );
     if ( !S_ISREG( lStatus.st_mode ) && !S_ISFIFO( lStatus.st_mode ) )
     {
         throw MakeFileFailure( "read", aPath, "it is neither a regular file nor a pipe" );
@@ -111,6 +118,16 @@ std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
         throw MakeFileFailure( "load", aPath, "it is empty" );
     }
     return lBytes;
+}
+
+void CheckInputFile( const std::string& aPath )
+{
+    // A pipe that nobody writes to must not be waited for.
+    const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) );
+    if ( !S_ISREG( GetStatus( lFile, aPath ).st_mode ) )
+    {
+        throw MakeFileFailure( "read", aPath, "it is no regular file" );
+    }
 }
 
 OutputFile::OutputFile( const std::string& aPath )
@@ -197,14 +214,19 @@ void OutputFile::Write( const void* aData, size_t aSize )
     }
 }
 
-void OutputFile::Commit()
+void OutputFile::Close()
 {
     const int lDescriptor = mDescriptor;
     mDescriptor = -1;
-    if ( close( lDescriptor ) != 0 )
+    if ( lDescriptor >= 0 && close( lDescriptor ) != 0 )
     {
         ThrowFailure( "write" );
     }
+}
+
+void OutputFile::Commit()
+{
+    Close();
     if ( mTemporary.empty() )
     {
         return;

@@ -1,4 +1,4 @@
-// htbase: registers and memory of cameras from the command line, and virtual cameras.
+// htbase: registers, memory and firmware of cameras from the command line, and virtual cameras.
 
 #include "Tools/htbase/Console.h"
 #include "Tools/htbase/Failure.h"
@@ -36,6 +36,11 @@ CLI::App* AddCommand( CLI::App& aParent, const char* aName, const char* aDescrip
     lCommand->callback( [&aProgram, lAction = std::move( aCommand )]
                         { aProgram.mCommand = lAction; } );
     return lCommand;
+}
+
+void PrintVersion()
+{
+    Print( "htbase " HTBASE_VERSION "\n" );
 }
 
 namespace
@@ -156,6 +161,7 @@ void SetUp( CLI::App& aApp, Program& aProgram )
     aApp.footer( "--json, -v, -vv and --version may stand anywhere.\n"
                  "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage." );
     AddGevCommands( aApp, aProgram );
+    AddDfwCommands( aApp, aProgram );
     AddSimCommands( aApp, aProgram );
 }
 
@@ -164,7 +170,9 @@ ExitStatus Run( int aCount, char** aArguments )
     try
     {
         Program lProgram;
-        CLI::App lApp( "Reads and writes the registers and memory of cameras, and plays cameras." );
+        CLI::App lApp( "Reads and writes the registers and memory of cameras, builds firmware "
+                       "payloads for them, "
+                       "and plays cameras." );
         SetUp( lApp, lProgram );
         if ( Parse( lApp, aCount, aArguments ) )
         {
