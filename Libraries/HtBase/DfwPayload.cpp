@@ -1,9 +1,9 @@
 #include "DfwPayload.h"
 
-#include "Diagnostics.h"
 #include "SRecordReader.h"
 
 #include <HtDfwPayload.h>
+#include <QmUtilsLib/Assert.h>
 
 #include <algorithm>
 #include <cerrno>

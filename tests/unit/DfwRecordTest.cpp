@@ -494,9 +494,9 @@ TEST( DfwRecord, TheFlagsFollowFromLengthAndModeLetter )
     EXPECT_EQ( lTarget( 'D' ), Target( 1, 2, 0xFEDC, true, true ) );
     EXPECT_EQ( lTarget( 'U' ), Target( 1, 2, 0xFEDC, false, false ) );
     EXPECT_EQ( lTarget( 'f' ), Target( 1, 2, 0xFEDC, true, false ) );
-    for ( const unsigned char lOther : { 'F', 'd', 'u', '\0', ' ' } )
+    for ( const char lOther : { 'F', 'd', 'u', '\0', ' ' } )
     {
-        EXPECT_EQ( lTarget( lOther ), NO_TARGET );
+        EXPECT_EQ( lTarget( static_cast<unsigned char>( lOther ) ), NO_TARGET );
     }
     EXPECT_EQ( FindTarget( { 'T', 5, 2, 1, 2, 0xFE, 0xDC, 'R', 0 } ),
                Target( 1, 2, 0xFEDC, false, true ) );
@@ -520,12 +520,13 @@ TEST( DfwRecord, ALongTargetHasNoModeAndIsCopiedAsAShortOne )
 TEST( DfwRecord, ASearchForWhatIsNotThereEnds )
 {
     const Bytes lSources[] = {
-        {},                 // nothing
-        { 'D' },            // half a header
-        { 'D', 200 },       // a header alone
-        { 'D', 200, 1 },    // a record that is cut off
-        { 'R', 0, 'R', 0 }, // records without payload
-        { 'R', 0, 'R' },    //
+        {},                                                   // nothing
+        { 'D' },                                              // half a header
+        { 'D', 200 },                                         // a header alone
+        { 'D', 200, 1 },                                      // a record that is cut off
+        { 'D', 200, 'V', 3, 1, 2, 3, 'T', 5, 2, 1, 2, 3, 4 }, // with records in what is there of it
+        { 'R', 0, 'R', 0 },                                   // records without payload
+        { 'R', 0, 'R' },                                      //
         Join( { ADDRESS, DATA } ),
         Bytes( 1000, 0 ),
         Bytes( 1000, 0xFF ),
