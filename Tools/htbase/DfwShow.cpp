@@ -9,7 +9,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <memory>
 #include <optional>
@@ -64,13 +63,6 @@ private:
     std::map<uint64_t, uint64_t> mRanges;
 };
 
-std::string FormatShortHex( uint32_t aValue, int aDigits )
-{
-    char lText[16];
-    std::snprintf( lText, sizeof( lText ), "0x%0*X", aDigits, aValue );
-    return lText;
-}
-
 std::string FormatRange( uint64_t aFirst, uint64_t aLast )
 {
     return FormatHex( aFirst ) + " to " + FormatHex( aLast );
@@ -92,8 +84,8 @@ Description DescribeTarget( const PayloadRecord& aRecord )
     const std::string lMode( 1, aRecord.mBytes.size() == 6 ? static_cast<char>( aRecord.mBytes[5] )
                                                            : '-' );
     Description lDescription;
-    lDescription.mText = FormatShortHex( lFirst, 2 ) + " " + FormatShortHex( lSecond, 2 ) +
-                         ", value " + FormatShortHex( lValue, 4 ) + ", mode " + lMode;
+    lDescription.mText = FormatHex( lFirst, 2 ) + " " + FormatHex( lSecond, 2 ) + ", value " +
+                         FormatHex( lValue, 4 ) + ", mode " + lMode;
     lDescription.mMembers = {
         { "target", { lFirst, lSecond } }, { "value", lValue }, { "mode", lMode } };
     return lDescription;

@@ -107,7 +107,7 @@ std::optional<PayloadRecord> PayloadFile::Read()
     const Kind* const lKind = FindKind( lType );
     if ( lKind == nullptr )
     {
-        ThrowDamage( "holds a record of unknown type " + FormatHex( lType ) + " at " +
+        ThrowDamage( "holds a record of unknown type " + FormatHex( lType, 2 ) + " at " +
                      FormatHex( mOffset ) );
     }
     PayloadRecord lRecord{ mOffset, lKind->mLetter, lKind->mName, {} };

@@ -1,6 +1,7 @@
 #include "Tools/htbase/SRecordCheck.h"
 
 #include "Tools/htbase/Failure.h"
+#include "Tools/htbase/Text.h"
 
 #include <cerrno>
 #include <charconv>
@@ -35,13 +36,6 @@ int ParseByte( const std::string& aLine, size_t aPlace )
     return lHasSign || lParsed.ec != std::errc() || lParsed.ptr != lBegin + 2 ? -1 : lValue;
 }
 
-std::string FormatByte( unsigned int aValue )
-{
-    char lText[8];
-    std::snprintf( lText, sizeof( lText ), "0x%02X", aValue & 0xFF );
-    return lText;
-}
-
 // What is wrong with the sum over a record of the right length; empty: nothing.
 std::string FindBadByte( const std::string& aLine, unsigned int aCount )
 {
@@ -59,8 +53,8 @@ std::string FindBadByte( const std::string& aLine, unsigned int aCount )
     }
     const unsigned int lWanted = ~( lSum - lLast ) & 0xFF;
     return lLast == lWanted ? std::string()
-                            : "has the checksum " + FormatByte( lLast ) + ", but its bytes give " +
-                                  FormatByte( lWanted );
+                            : "has the checksum " + FormatHex( lLast, 2 ) +
+                                  ", but its bytes give " + FormatHex( lWanted, 2 );
 }
 
 // What is wrong with a line; empty: nothing. A line that is longer than any record is cut.

@@ -119,10 +119,10 @@ uint32_t ParseNumber( const std::string& aText, const std::string& aWhat )
     return static_cast<uint32_t>( lValue );
 }
 
-std::string FormatHex( uint64_t aValue )
+std::string FormatHex( uint64_t aValue, int aDigits )
 {
     char lText[24];
-    std::snprintf( lText, sizeof( lText ), "0x%08" PRIX64, aValue );
+    std::snprintf( lText, sizeof( lText ), "0x%0*" PRIX64, aDigits, aValue );
     return lText;
 }
 

@@ -12,8 +12,8 @@ namespace HtBaseTool
 // blank. aWhat names it in the usage failure that is thrown otherwise ("address").
 uint32_t ParseNumber( const std::string& aText, const std::string& aWhat );
 
-// "0x00000A00"; more than 32 bits take more digits.
-std::string FormatHex( uint64_t aValue );
+// "0x00000A00"; a number that needs more digits has more.
+std::string FormatHex( uint64_t aValue, int aDigits = 8 );
 
 // "1 byte", "2 bytes", for words that take an s.
 std::string FormatCount( uint64_t aCount, const std::string& aWord );

@@ -8,8 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 using testing::AllOf;
 using testing::Each;
@@ -57,6 +60,28 @@ std::string LinesOf( const std::string& aText, const std::string& aPart )
         lBegin = lEnd == std::string::npos ? aText.size() : lEnd + 1;
     }
     return lLines;
+}
+
+// Waits until a program that blocks a signal has fetched it, and a moment longer, in which it notes
+// that it has. Fails the test after ten seconds.
+void WaitUntilTaken( pid_t aProgram, int aSignal )
+{
+    const uint64_t lBit = uint64_t{ 1 } << ( aSignal - 1 );
+    const std::string lMark = "ShdPnd:";
+    for ( int lTry = 0; lTry < 1000; ++lTry )
+    {
+        const std::string lStatus = ReadFile( "/proc/" + std::to_string( aProgram ) + "/status" );
+        const size_t lPlace = lStatus.find( lMark );
+        ASSERT_NE( lPlace, std::string::npos );
+        const std::string lPending = lStatus.substr( lPlace + lMark.size() );
+        std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) );
+        if ( ( std::stoull( lPending, nullptr, 16 ) & lBit ) == 0 )
+        {
+            std::this_thread::sleep_for( std::chrono::milliseconds( 100 ) );
+            return;
+        }
+    }
+    FAIL() << "the program did not take the signal";
 }
 
 class Dfw : public testing::Test
@@ -435,10 +460,12 @@ TEST_F( Dfw, AShortWriteLeavesNothing )
     {
     };
     ASSERT_EQ( getrlimit( RLIMIT_FSIZE, &lLimit ), 0 );
-    lLimit.rlim_cur = 100000;
-    ASSERT_EQ( setrlimit( RLIMIT_FSIZE, &lLimit ), 0 );
+    struct rlimit lLow = lLimit;
+    lLow.rlim_cur = 100000;
+    ASSERT_EQ( setrlimit( RLIMIT_FSIZE, &lLow ), 0 );
     ASSERT_NE( std::signal( SIGXFSZ, SIG_IGN ), SIG_ERR ); // the program inherits that
     const Outcome lOutcome = Build( { "--bin", lLarge + "@0" } );
+    ASSERT_EQ( setrlimit( RLIMIT_FSIZE, &lLimit ), 0 );
     ExpectFailure( lOutcome, 1, "cannot write file '" + mOut + "': File too large" );
     EXPECT_THAT( mFolder.List(), ElementsAre( "large" ) );
 }
@@ -468,6 +495,7 @@ TEST_F( Dfw, AnInterruptedBuildFails )
                            "1.2.3", "--bin", lLarge + "@0" } ) );
     ASSERT_TRUE( lProgram.WaitForOutput( "T\x06" ) );
     lProgram.Signal( SIGINT );
+    WaitUntilTaken( lProgram.GetId(), SIGINT );
     const Ending lEnding = lProgram.Wait();
     ASSERT_TRUE( lEnding.mExited );
     EXPECT_EQ( lEnding.mStatus, 1 );
