@@ -57,6 +57,7 @@ private:
     const int mNumber;
 };
 
+// What the file is; no directory.
 struct stat GetStatus( const Descriptor& aFile, const std::string& aPath )
 {
     struct stat lStatus
@@ -182,6 +183,16 @@ void CheckOutputFile( const std::string& aPath )
     }
 }
 
+void CheckInputFile( const std::string& aPath )
+{
+    // A pipe that nobody writes to must not be waited for.
+    const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) );
+    if ( !S_ISREG( GetStatus( lFile, aPath ).st_mode ) )
+    {
+        throw MakeFileFailure( "read", aPath, "it is no regular file" );
+    }
+}
+
 OutputFile::OutputFile( const std::string& aPath )
     : mPath( aPath )
     , mTarget( aPath )
@@ -266,14 +277,19 @@ void OutputFile::Write( const void* aData, size_t aSize )
     }
 }
 
-void OutputFile::Commit()
+void OutputFile::Close()
 {
     const int lDescriptor = mDescriptor;
     mDescriptor = -1;
-    if ( close( lDescriptor ) != 0 )
+    if ( lDescriptor >= 0 && close( lDescriptor ) != 0 )
     {
         ThrowFailure( "write" );
     }
+}
+
+void OutputFile::Commit()
+{
+    Close();
     if ( mTemporary.empty() )
     {
         return;

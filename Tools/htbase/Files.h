@@ -23,6 +23,10 @@ std::string GetFileName( const std::string& aPath );
 // Throws a usage failure when an OutputFile of this path could not be made. Leaves nothing behind.
 void CheckOutputFile( const std::string& aPath );
 
+// Throws a usage failure unless the file is a regular one that can be read. Its contents are not
+// looked at.
+void CheckInputFile( const std::string& aPath );
+
 // OutputFile is a file that appears under its name only when it is complete: until Commit it is a
 // temporary file beside it, which the destructor removes. What is no regular file (a device, a
 // pipe) is written into directly.
@@ -36,8 +40,10 @@ public:
     OutputFile( const OutputFile& ) = delete;
     OutputFile& operator=( const OutputFile& ) = delete;
 
-    // Throw a failure when the system does not take the bytes, or the name.
+    // Throw a failure when the system does not take the bytes, or the name. Nothing is written
+    // after Close; Commit closes the file if that was not done yet.
     void Write( const void* aData, size_t aSize );
+    void Close();
     void Commit();
 
 private:

@@ -36,7 +36,11 @@ CLI::App* AddCommand( CLI::App& aParent, const char* aName, const char* aDescrip
 // Adds a subcommand that only holds others.
 CLI::App* AddGroup( CLI::App& aParent, const char* aName, const char* aDescription );
 
+// What --version prints; for commands that have an option of that name with another meaning.
+void PrintVersion();
+
 // The command groups.
+void AddDfwCommands( CLI::App& aApp, Program& aProgram );
 void AddGevCommands( CLI::App& aApp, Program& aProgram );
 void AddTftpCommands( CLI::App& aApp, Program& aProgram );
 void AddSimCommands( CLI::App& aApp, Program& aProgram );

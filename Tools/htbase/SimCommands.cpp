@@ -223,7 +223,7 @@ void Serve( Program& aProgram, const SimOptions& aOptions )
 {
     if ( aOptions.mVersion.empty() ) // --version without a value
     {
-        Print( "htbase " HTBASE_VERSION "\n" );
+        PrintVersion();
         return;
     }
     const IpAddress lAddress = ParseAddress( aOptions.mAddress, "address" );

@@ -141,10 +141,10 @@ RegisterValue ParseRegisterValue( const std::string& aText )
              ParseNumber( aText.substr( lEqual + 1 ), "value" ) };
 }
 
-std::string FormatHex( uint32_t aValue )
+std::string FormatHex( uint64_t aValue, int aDigits )
 {
-    char lText[16];
-    std::snprintf( lText, sizeof( lText ), "0x%08" PRIX32, aValue );
+    char lText[24];
+    std::snprintf( lText, sizeof( lText ), "0x%0*" PRIX64, aDigits, aValue );
     return lText;
 }
 

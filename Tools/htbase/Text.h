@@ -24,8 +24,8 @@ struct RegisterValue
 uint32_t ParseRegisterAddress( const std::string& aText );
 RegisterValue ParseRegisterValue( const std::string& aText );
 
-// "0x00000A00".
-std::string FormatHex( uint32_t aValue );
+// "0x00000A00"; a number that needs more digits has more.
+std::string FormatHex( uint64_t aValue, int aDigits = 8 );
 
 // "1 byte", "2 bytes", for words that take an s.
 std::string FormatCount( uint64_t aCount, const std::string& aWord );

@@ -1,4 +1,5 @@
-// htbase: registers, memory and files of cameras from the command line, and virtual cameras.
+// htbase: registers, memory, files and firmware of cameras from the command line, and virtual
+// cameras.
 
 #include "Tools/htbase/Console.h"
 #include "Tools/htbase/Failure.h"
@@ -36,6 +37,11 @@ CLI::App* AddCommand( CLI::App& aParent, const char* aName, const char* aDescrip
     lCommand->callback( [&aProgram, lAction = std::move( aCommand )]
                         { aProgram.mCommand = lAction; } );
     return lCommand;
+}
+
+void PrintVersion()
+{
+    Print( "htbase " HTBASE_VERSION "\n" );
 }
 
 namespace
@@ -159,6 +165,7 @@ void SetUp( CLI::App& aApp, Program& aProgram )
                  "3 done, but possibly incomplete (tftp get)." );
     AddGevCommands( aApp, aProgram );
     AddTftpCommands( aApp, aProgram );
+    AddDfwCommands( aApp, aProgram );
     AddSimCommands( aApp, aProgram );
 }
 
@@ -167,8 +174,8 @@ ExitStatus Run( int aCount, char** aArguments )
     try
     {
         Program lProgram;
-        CLI::App lApp(
-            "Reads and writes the registers, memory and files of cameras, and plays cameras." );
+        CLI::App lApp( "Reads and writes the registers, memory and files of cameras, builds firmware "
+                       "payloads for them, and plays cameras." );
         SetUp( lApp, lProgram );
         if ( Parse( lApp, aCount, aArguments ) )
         {

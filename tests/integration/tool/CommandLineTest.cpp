@@ -45,6 +45,11 @@ TEST_F( CommandLine, EveryCommandHasHelp )
         { "gev", "write" },
         { "gev", "dump" },
         { "gev", "load" },
+        { "dfw" },
+        { "dfw", "build" },
+        { "dfw", "show" },
+        { "dfw", "id" },
+        { "dfw", "reset" },
         { "sim" },
         { "sim", "gev" },
         { "sim", "tftp" },
@@ -74,6 +79,7 @@ TEST_F( CommandLine, TheVersionIsToldEverywhere )
     for ( const Arguments& lCommand :
           { Arguments{ "--version" }, Arguments{ "gev", "--version" },
             Arguments{ "gev", "read", "--version" }, Arguments{ "gev", "load", "--version" },
+            Arguments{ "dfw", "build", "--version" }, Arguments{ "dfw", "show", "--version" },
             Arguments{ "sim", "gev", "--version" } } )
     {
         SCOPED_TRACE( testing::PrintToString( lCommand ) );

@@ -1,0 +1,99 @@
+#include "Tools/htbase/PayloadStream.h"
+
+#include "Tools/htbase/Failure.h"
+#include "Tools/htbase/Files.h"
+
+#include <cstdio>
+
+namespace HtBaseTool
+{
+
+namespace
+{
+
+constexpr size_t PORTION = 65536;
+
+constexpr unsigned int SKIP_FAILED = 0xFFFFFFFF;
+
+} // namespace
+
+PayloadStream::PayloadStream( OutputFile& aFile, PayloadOutcome& aOutcome )
+    : mFile( aFile )
+    , mOutcome( aOutcome )
+{
+    mBuffer.reserve( PORTION );
+}
+
+PayloadStream::~PayloadStream()
+{
+    (void)PayloadStream::Close(); // the outcome tells
+}
+
+// The library is called from here on up to the writer's owner, and nothing is thrown through it.
+void PayloadStream::Flush()
+{
+    if ( mOutcome.mFailure == nullptr )
+    {
+        try
+        {
+            mFile.Write( mBuffer.data(), mBuffer.size() );
+        }
+        catch ( const Failure& )
+        {
+            mOutcome.mFailure = std::current_exception();
+        }
+    }
+    mBuffer.clear();
+}
+
+int PayloadStream::Close()
+{
+    Flush();
+    try
+    {
+        mFile.Close();
+    }
+    catch ( const Failure& )
+    {
+        if ( mOutcome.mFailure == nullptr )
+        {
+            mOutcome.mFailure = std::current_exception();
+        }
+    }
+    return mOutcome.mFailure == nullptr ? 0 : EOF;
+}
+
+unsigned int PayloadStream::Write( const void* aData, unsigned int aSize, unsigned int aCount )
+{
+    const size_t lSize = size_t{ aSize } * aCount;
+    const auto* const lBytes = static_cast<const uint8_t*>( aData );
+    mBuffer.insert( mBuffer.end(), lBytes, lBytes + lSize );
+    if ( mBuffer.size() >= PORTION )
+    {
+        Flush();
+    }
+    if ( mOutcome.mFailure != nullptr )
+    {
+        return 0;
+    }
+    mOutcome.mSize += lSize;
+    mBytesWritten += static_cast<unsigned int>( lSize ); // modulo 2^32
+    return aCount;
+}
+
+unsigned int PayloadStream::Read( void*, unsigned int, unsigned int )
+{
+    return 0;
+}
+
+int PayloadStream::Rewind()
+{
+    return EOF;
+}
+
+unsigned int PayloadStream::Skip( unsigned int )
+{
+    return SKIP_FAILED;
+}
+
+} // namespace HtBaseTool
