@@ -47,6 +47,11 @@ void SetFailureReporter( FailureReporter aReporter )
     gReporter = aReporter ? std::move( aReporter ) : PrintAndAbort;
 }
 
+void ReportFailure( const std::string& aSentence )
+{
+    gReporter( aSentence );
+}
+
 std::shared_ptr<NetworkState> NetworkState::GetCurrent()
 {
     return gCurrent;
@@ -55,11 +60,6 @@ std::shared_ptr<NetworkState> NetworkState::GetCurrent()
 void NetworkState::SetCurrent( std::shared_ptr<NetworkState> aState )
 {
     gCurrent = std::move( aState );
-}
-
-void NetworkState::ReportFailure( const std::string& aSentence )
-{
-    gReporter( aSentence );
 }
 
 unsigned int NetworkState::Join()
@@ -210,7 +210,7 @@ ScriptedNetwork::~ScriptedNetwork()
     NetworkState::SetCurrent( nullptr );
     for ( const NetworkState::ExpectedSend& lStep : mState->mSteps )
     {
-        NetworkState::ReportFailure( "expected send never came: " +
+        ReportFailure( "expected send never came: " +
                                      Describe( lStep.mBytes.value_or( Bytes() ) ) );
     }
 }

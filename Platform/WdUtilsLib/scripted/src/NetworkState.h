@@ -36,8 +36,6 @@ public:
     static std::shared_ptr<NetworkState> GetCurrent();
     static void SetCurrent( std::shared_ptr<NetworkState> aState );
 
-    static void ReportFailure( const std::string& aSentence );
-
     // A number for a socket that joins.
     unsigned int Join();
 

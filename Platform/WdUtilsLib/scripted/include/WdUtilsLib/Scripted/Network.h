@@ -111,5 +111,8 @@ private:
 using FailureReporter = std::function<void( const std::string& )>;
 void SetFailureReporter( FailureReporter aReporter );
 
+// ReportFailure calls it; for scripts of other libraries.
+void ReportFailure( const std::string& aSentence );
+
 } // namespace Scripted
 } // namespace WdUtilsLib

@@ -1,0 +1,96 @@
+// The claimed control interface of one device, and the talk over it.
+#pragma once
+
+#include "UsbBus.h"
+
+#include <QmUtilsLib/Mutex.h>
+#include <QmUtilsLib/Result.h>
+#include <WdTransportLayerLib/U3V/DeviceControlInterface.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace WdTransportLayerLib
+{
+namespace U3V
+{
+
+// ControlEndpoint owns a claimed control interface until Shut. Its operations may run at the same
+// moment from several threads; whoever runs one shares the object.
+class ControlEndpoint
+{
+public:
+    // Claims the control interface of the opened device, from a kernel driver too. Null and why.
+    static std::shared_ptr<ControlEndpoint> Claim( const UsbDevice& aDevice, HandlePointer aHandle,
+                                                   const WdUtilsLib::U3V::U3VGUID& aGUID,
+                                                   QmUtilsLib::Result& aResult );
+    ~ControlEndpoint(); // shuts
+
+    ControlEndpoint( const ControlEndpoint& ) = delete;
+    ControlEndpoint& operator=( const ControlEndpoint& ) = delete;
+
+    // Whether this is that device, and still there as far as is known.
+    bool IsAlive( const UsbDevice& aDevice ) const;
+    const WdUtilsLib::U3V::U3VGUID& GetGUID() const { return mGUID; }
+
+    // See DeviceControlInterface::SendCommands. aResponseTime in milliseconds, not 0.
+    QmUtilsLib::Result SendCommands( DCI_COMMAND* aCommands, unsigned int aCount,
+                                     unsigned int aResponseTime );
+
+    // Ends a running talk, waits until it has left and gives the interface back.
+    void Shut();
+
+private:
+    struct Ack
+    {
+        const unsigned char* mBytes;
+        unsigned int mSize;
+        bool mIsCut; // the time was up before the transfer had ended
+    };
+    enum class Kind
+    {
+        STRAY,
+        PENDING,
+        ANSWER
+    };
+
+    ControlEndpoint( const UsbDevice& aDevice, HandlePointer aHandle,
+                     const WdUtilsLib::U3V::U3VGUID& aGUID );
+
+    QmUtilsLib::Result Talk( DCI_COMMAND& aCommand, unsigned int aResponseTime )
+        QMUTILSLIB_REQUIRES( mTurn );
+    QmUtilsLib::Result Send( const DCI_COMMAND& aCommand, uint16_t aRequestID,
+                             unsigned int aTimeout ) QMUTILSLIB_REQUIRES( mTurn );
+    QmUtilsLib::Result Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
+                                unsigned int aResponseTime ) QMUTILSLIB_REQUIRES( mTurn );
+    static Kind Classify( const Ack& aAck, uint16_t aRequestID );
+
+    // One bulk transfer of at most aTimeout ms; aMoved is what went over, on failure too.
+    QmUtilsLib::Result Transfer( uint8_t aEndpoint, std::vector<unsigned char>& aBytes,
+                                 unsigned int aTimeout, unsigned int& aMoved )
+        QMUTILSLIB_REQUIRES( mTurn );
+    QmUtilsLib::Result Submit();
+    void WaitUntil( int& aIsCompleted );
+    QmUtilsLib::Result FinishTransfer( uint8_t aEndpoint ) QMUTILSLIB_REQUIRES( mTurn );
+
+    const UsbDevice mDevice;
+    const WdUtilsLib::U3V::U3VGUID mGUID;
+    const ContextPointer mContext;
+    const std::shared_ptr<libusb_transfer> mTransfer;
+    std::atomic<bool> mIsGone{ false };
+
+    QmUtilsLib::Mutex mTurn; // whoever talks has it
+    HandlePointer mHandle QMUTILSLIB_GUARDED_BY( mTurn );
+    uint16_t mRequestID QMUTILSLIB_GUARDED_BY( mTurn );
+    std::vector<unsigned char> mOut QMUTILSLIB_GUARDED_BY( mTurn );
+    std::vector<unsigned char> mIn QMUTILSLIB_GUARDED_BY( mTurn );
+
+    QmUtilsLib::Mutex mMutex; // never waited for long
+    bool mIsShut QMUTILSLIB_GUARDED_BY( mMutex ) = false;
+    bool mIsRunning QMUTILSLIB_GUARDED_BY( mMutex ) = false; // mTransfer is with the system
+};
+
+} // namespace U3V
+} // namespace WdTransportLayerLib

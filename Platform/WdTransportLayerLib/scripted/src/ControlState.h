@@ -1,0 +1,52 @@
+// What a script and the control interfaces that talk to it share.
+#pragma once
+
+#include <WdTransportLayerLib/Scripted/Control.h>
+
+#include <deque>
+#include <optional>
+
+namespace WdTransportLayerLib
+{
+namespace Scripted
+{
+
+class ControlState
+{
+public:
+    struct ExpectedCall
+    {
+        std::optional<std::vector<Bytes>> mCommands; // empty: any
+        std::vector<Bytes> mReplies;
+        std::optional<QmUtilsLib::Result> mFailure;
+        std::vector<std::function<void()>> mActions;
+    };
+
+    // The script that interfaces talk to now, or null.
+    static std::shared_ptr<ControlState> GetCurrent();
+    static void SetCurrent( std::shared_ptr<ControlState> aState );
+
+    // Counts the interfaces that exist.
+    static void Join();
+    static void Leave();
+
+    QmUtilsLib::Result SendCommands( bool aIsOpened, U3V::DCI_COMMAND* aCommands,
+                                     unsigned int aCount );
+
+    ExpectedCall& GetLastCall();
+
+    std::deque<ExpectedCall> mExpected;
+    std::deque<QmUtilsLib::Result> mResultsOfOpen;
+    QmUtilsLib::Result mResultOfClose = QmUtilsLib::Result::OK;
+    ScriptedControl::Device mDevice;
+    std::vector<std::vector<ScriptedControl::Command>> mCalls;
+    std::vector<ScriptedControl::Opening> mOpenings;
+    std::vector<U3V::DCIConfiguration> mConfigurations;
+    unsigned int mCloseCount = 0;
+
+private:
+    void Record( const U3V::DCI_COMMAND* aCommands, unsigned int aCount );
+};
+
+} // namespace Scripted
+} // namespace WdTransportLayerLib

@@ -1,0 +1,91 @@
+// WdUtilsLib: the acknowledges of GenCP as USB3 Vision carries them.
+#pragma once
+
+#include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/Export.h>
+#include <WdUtilsLib/U3V/CommandHeader.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace WdUtilsLib
+{
+namespace U3V
+{
+
+// AckHeader is a view of the header that every GenCP acknowledge begins with.
+//
+//   offset  size
+//   0       4     prefix, as in the command
+//   4       2     status, 0x0000 success
+//   6       2     acknowledge code, the command's plus one
+//   8       2     length of the data behind the header
+//   10      2     request identifier of the command
+//
+// The memory is borrowed and must outlive the view. All values are returned in host order; a view
+// that is not attached, which is how one begins, reads as 0.
+class WDUTILSLIB_API AckHeader
+{
+public:
+    static constexpr std::size_t SIZE = 12;
+    static constexpr uint32_t PREFIX = CommandHeader::PREFIX;
+
+    AckHeader() = default;
+
+    // Attach shows the first aSize bytes at aBuffer, which are all that was received.
+    // INVALID_PACKET, and nothing is attached, where these are fewer than a header or aBuffer is
+    // null.
+    QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
+
+    // IsValid tells whether the prefix is right, the acknowledge code is aAcknowledge and the
+    // header with the data it announces is not more than what was attached. The status plays no
+    // part, since a refusal is a valid answer; nor does the identifier, which the sender has
+    // matched.
+    bool IsValid( unsigned short aAcknowledge ) const;
+
+    uint32_t GetPrefix() const;
+    unsigned short GetStatus() const;
+    unsigned short GetAcknowledge() const;
+    unsigned short GetLength() const;
+    unsigned short GetRequestID() const;
+
+    // GetCurrentDataSize gives the bytes of data that may be read: the length field, or less where
+    // what was attached ends before.
+    unsigned int GetCurrentDataSize() const;
+
+    // GetData points at the data, or is null when nothing is attached.
+    const unsigned char* GetData() const;
+
+private:
+    const unsigned char* mBytes = nullptr;
+    unsigned int mSize = 0;
+};
+
+// PendingAck is a view of a PENDING acknowledge: the device asks for more time.
+//
+//   offset  size
+//   12      2     reserved
+//   14      2     time-out, milliseconds
+class WDUTILSLIB_API PendingAck
+{
+public:
+    static constexpr unsigned short ACKNOWLEDGE = 0x0805;
+    static constexpr unsigned int SIZE = 16;
+
+    // Attach binds the view to what was received. INVALID_PACKET for less than a header.
+    QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
+
+    // IsValid tells whether this is a PENDING acknowledge with its time-out.
+    bool IsValid() const;
+
+    AckHeader* GetAckHeader() { return &mHeader; }
+
+    // Milliseconds, from the arrival of this acknowledge, within which the next one will come.
+    unsigned short GetTimeout() const;
+
+private:
+    AckHeader mHeader;
+};
+
+} // namespace U3V
+} // namespace WdUtilsLib

@@ -1,0 +1,105 @@
+// WdUtilsLib: GenCP READMEM.
+#pragma once
+
+#include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/Export.h>
+#include <WdUtilsLib/U3V/AckHeader.h>
+#include <WdUtilsLib/U3V/CommandHeader.h>
+
+namespace WdUtilsLib
+{
+namespace U3V
+{
+
+// ReadMemCmdHeader is a view of READMEM's own fields.
+//
+//   offset  size
+//   12      8     address
+//   20      2     reserved
+//   22      2     count of bytes to read
+class WDUTILSLIB_API ReadMemCmdHeader
+{
+public:
+    static constexpr std::size_t SIZE = 12;
+
+    ReadMemCmdHeader() = default;
+
+    // Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
+    explicit ReadMemCmdHeader( unsigned char* aBytes );
+
+    void SetRegisterAddress( unsigned long long aAddress );
+    void SetReadLength( unsigned short aLength );
+
+    unsigned long long GetRegisterAddress() const;
+    unsigned short GetReadLength() const;
+
+private:
+    friend class ReadMemCmd;
+    void Initialize();
+
+    unsigned char* mBytes = nullptr;
+};
+
+// ReadMemCmd is a view of a whole READMEM command. The memory is borrowed and must outlive it.
+class WDUTILSLIB_API ReadMemCmd
+{
+public:
+    static constexpr unsigned short COMMAND = 0x0800;
+
+    ReadMemCmd() = default;
+
+    // Attach binds the packet to memory of the caller. INVALID_PACKET, and the packet is not
+    // attached, when that is null or smaller than GetRequiredBufferSize().
+    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
+
+    // Initialize fills every field: no acknowledge requested, request identifier, address and count
+    // 0.
+    void Initialize();
+
+    // The two views belong to this object and are valid as long as it is.
+    CommandHeader* GetCommandHeader() { return &mCommandHeader; }
+    ReadMemCmdHeader* GetReadMemCmdHeader() { return &mReadMemCmdHeader; }
+
+    // Bytes of the whole command: 24.
+    static unsigned int GetRequiredBufferSize();
+
+private:
+    CommandHeader mCommandHeader;
+    ReadMemCmdHeader mReadMemCmdHeader;
+};
+
+// ReadMemAck is a view of a READMEM acknowledge.
+//
+//   offset  size
+//   12      n     data
+class WDUTILSLIB_API ReadMemAck
+{
+public:
+    static constexpr unsigned short ACKNOWLEDGE = ReadMemCmd::COMMAND + 1;
+
+    ReadMemAck() = default;
+
+    // Attach binds the view to the aSize bytes received. INVALID_PACKET, and nothing is attached,
+    // when that is less than the header or aBuffer is null.
+    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
+
+    // IsValid tells whether what was attached is a whole READMEM acknowledge, of any status.
+    bool IsValid() const;
+
+    // The view belongs to this object and is valid as long as it is.
+    AckHeader* GetAckHeader() { return &mAckHeader; }
+
+    // The data that the acknowledge carries: its length field bounded by what was attached, and
+    // where it lies.
+    unsigned int GetCurrentDataSize() const { return mAckHeader.GetCurrentDataSize(); }
+    const unsigned char* GetData() const { return mAckHeader.GetData(); }
+
+    // Bytes of an acknowledge with aDataSize bytes of data: 12 and these, modulo 2^32.
+    static unsigned int GetRequiredBufferSize( unsigned int aDataSize );
+
+private:
+    AckHeader mAckHeader;
+};
+
+} // namespace U3V
+} // namespace WdUtilsLib

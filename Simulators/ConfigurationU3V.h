@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace Simulators
+{
+
+// GenCP command codes. The acknowledge of each is the next number, PENDING has no command.
+namespace CommandU3V
+{
+constexpr uint16_t READMEM = 0x0800;
+constexpr uint16_t WRITEMEM = 0x0802;
+constexpr uint16_t PENDING_ACK = 0x0805;
+} // namespace CommandU3V
+
+// GenCP status codes.
+namespace StatusU3V
+{
+constexpr uint16_t SUCCESS = 0x0000;
+constexpr uint16_t NOT_IMPLEMENTED = 0x8001;
+constexpr uint16_t INVALID_PARAMETER = 0x8002;
+constexpr uint16_t INVALID_ADDRESS = 0x8003;
+constexpr uint16_t WRITE_PROTECT = 0x8004;
+constexpr uint16_t BAD_ALIGNMENT = 0x8005;
+constexpr uint16_t ACCESS_DENIED = 0x8006;
+constexpr uint16_t BUSY = 0x8007;
+constexpr uint16_t MSG_TIMEOUT = 0x800B;
+constexpr uint16_t INVALID_HEADER = 0x800E;
+constexpr uint16_t WRONG_CONFIG = 0x800F;
+constexpr uint16_t GENERIC_ERROR = 0x8FFF;
+} // namespace StatusU3V
+
+// Bits of the two capability registers that change what the device does; bit 0 is the least
+// significant.
+namespace CapabilityU3V
+{
+constexpr uint64_t USER_NAME = 0x0001;
+constexpr uint64_t ACCESS_PRIVILEGE = 0x0002;
+constexpr uint64_t MESSAGE_CHANNEL = 0x0004; // EIRM address and length
+constexpr uint64_t TIMESTAMP = 0x0008;       // timestamp, latch and increment
+constexpr uint64_t FAMILY_NAME = 0x0100;
+constexpr uint64_t SBRM = 0x0200;
+constexpr uint64_t ENDIANESS = 0x0400;
+constexpr uint64_t WRITTEN_LENGTH = 0x0800; // a WRITEMEM acknowledge carries the length written
+// Of the U3VCP capability register.
+constexpr uint64_t U3VCP_SIRM = 0x01;
+constexpr uint64_t U3VCP_EIRM = 0x02;
+constexpr uint64_t U3VCP_IIDC2 = 0x04;
+} // namespace CapabilityU3V
+
+// What a virtual USB3 Vision device is like.
+struct ConfigurationU3V
+{
+    // USB. The packet size is that of all bulk endpoints; 512 and 1024 are what real ones have.
+    uint16_t mVendorID = 0x1AB2;
+    uint16_t mProductID = 0x0001;
+    uint16_t mPacketSize = 1024;
+
+    // The identity: 12 characters, the first four the vendor in hexadecimal.
+    std::string mGUID = "1AB200000001";
+
+    // Texts of the ABRM (at most 64 bytes are shown) and of the USB descriptors (at most 126
+    // characters, ASCII). An empty one has no string descriptor.
+    std::string mManufacturerName = "HtBase";
+    std::string mModelName = "VirtualDeviceU3V";
+    std::string mFamilyName = "Virtual";
+    std::string mDeviceVersion = "1.0";
+    std::string mManufacturerInfo = "Simulated device";
+    std::string mSerialNumber = "U3V-0001";
+    std::string mUserName;
+
+    // Registers.
+    uint32_t mGenCPVersion = 0x00010002;
+    uint64_t mDeviceCapability = CapabilityU3V::USER_NAME | CapabilityU3V::ACCESS_PRIVILEGE |
+                                 CapabilityU3V::TIMESTAMP | CapabilityU3V::FAMILY_NAME |
+                                 CapabilityU3V::SBRM | CapabilityU3V::ENDIANESS |
+                                 CapabilityU3V::WRITTEN_LENGTH;
+    uint32_t mMaxResponseTimeMs = 200;
+    uint64_t mTimestampIncrement = 1000; // ns
+    uint32_t mU3VVersion = 0x00010000;
+    uint64_t mU3VCapability = CapabilityU3V::U3VCP_SIRM;
+    uint32_t mMaxCommandTransferLength = 1024; // as reported
+    uint32_t mMaxAckTransferLength = 1024;     // as reported
+    uint32_t mStreamChannels = 1;
+
+    // What the device has room for in truth, and enforces: a longer command, or a read whose
+    // acknowledge would be longer, is refused.
+    uint32_t mCommandRoom = 1024;
+    uint32_t mAckRoom = 1024;
+
+    // Memory that can be written, and such memory at addresses above 32 bits.
+    uint64_t mMemoryBase = 0x00100000;
+    size_t mMemorySize = 1024 * 1024;
+    uint64_t mHighMemoryBase = 0x0123456700000000;
+    size_t mHighMemorySize = 4096;
+
+    // Reads and writes of 0 bytes succeed and do nothing; false: they are refused.
+    bool mAllowsEmptyAccess = false;
+    // Addresses and counts must be multiples of this.
+    uint32_t mAlignment = 1;
+
+    // The latest requests that are kept.
+    size_t mRequestsKept = 1024;
+};
+
+} // namespace Simulators

@@ -1,0 +1,125 @@
+// Commands of GenCP, laid out by hand for tests, and the places for their acknowledges.
+#pragma once
+
+#include "Simulators/LittleMemory.h"
+
+#include <WdTransportLayerLib/U3V/DeviceControlInterface.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace TestSupport
+{
+
+using Simulators::Bytes;
+
+inline Bytes MakeGenCPHeader( uint16_t aCommand, uint16_t aLength )
+{
+    return { 0x55,
+             0x33,
+             0x56,
+             0x43, // prefix
+             0x00,
+             0x40, // flags
+             static_cast<uint8_t>( aCommand & 0xFF ),
+             static_cast<uint8_t>( aCommand >> 8 ), // command
+             static_cast<uint8_t>( aLength & 0xFF ),
+             static_cast<uint8_t>( aLength >> 8 ), // length
+             0x00,
+             0x00 }; // request identifier
+}
+
+inline Bytes MakeReadMem( uint64_t aAddress, uint16_t aCount )
+{
+    Bytes lBytes = MakeGenCPHeader( 0x0800, 12 );
+    Simulators::AppendLittle( &lBytes, aAddress, 8 );
+    Simulators::AppendLittle( &lBytes, 0, 2 ); // reserved
+    Simulators::AppendLittle( &lBytes, aCount, 2 );
+    return lBytes;
+}
+
+inline Bytes MakeWriteMem( uint64_t aAddress, const Bytes& aData )
+{
+    Bytes lBytes = MakeGenCPHeader( 0x0802, static_cast<uint16_t>( 8 + aData.size() ) );
+    Simulators::AppendLittle( &lBytes, aAddress, 8 );
+    lBytes.insert( lBytes.end(), aData.begin(), aData.end() );
+    return lBytes;
+}
+
+// One command and the place for its acknowledge, with guard bytes behind the room that is offered.
+class UsbTalk
+{
+public:
+    static constexpr uint8_t GUARD = 0xA5;
+    static constexpr size_t GUARD_SIZE = 64;
+
+    UsbTalk( const Bytes& aCommand, uint32_t aRoom )
+        : mCommand( aCommand )
+        , mAck( aRoom + GUARD_SIZE, GUARD )
+        , mRoom( aRoom )
+    {
+    }
+
+    WdTransportLayerLib::U3V::DCI_COMMAND MakeRecord()
+    {
+        WdTransportLayerLib::U3V::DCI_COMMAND lRecord;
+        lRecord.mCommand = mCommand.data();
+        lRecord.mCommandLength = static_cast<uint32_t>( mCommand.size() );
+        lRecord.mAck = mAck.data();
+        lRecord.mAckLength = mRoom;
+        return lRecord;
+    }
+
+    // Sends the command alone. What came is in GetAck and GetCommandResult afterwards.
+    QmUtilsLib::Result Send( WdTransportLayerLib::U3V::DeviceControlInterface& aInterface )
+    {
+        WdTransportLayerLib::U3V::DCI_COMMAND lRecord = MakeRecord();
+        const QmUtilsLib::Result lResult = aInterface.SendCommands( &lRecord, 1 );
+        Take( lRecord );
+        return lResult;
+    }
+
+    void Take( const WdTransportLayerLib::U3V::DCI_COMMAND& aRecord )
+    {
+        mReceived = aRecord.mAckLength;
+        mResult = aRecord.mResult;
+    }
+
+    const Bytes& GetCommand() const { return mCommand; }
+    const QmUtilsLib::Result& GetCommandResult() const { return mResult; }
+    uint32_t GetReceived() const { return mReceived; }
+
+    Bytes GetAck() const
+    {
+        return Bytes( mAck.begin(), mAck.begin() + static_cast<std::ptrdiff_t>( mReceived ) );
+    }
+    Bytes GetData() const
+    {
+        const Bytes lAck = GetAck();
+        return lAck.size() < 12 ? Bytes() : Bytes( lAck.begin() + 12, lAck.end() );
+    }
+    uint64_t GetStatus() const { return Simulators::GetLittle( GetAck(), 4, 2 ); }
+    uint64_t GetIdentifier() const { return Simulators::GetLittle( GetAck(), 10, 2 ); }
+
+    // Whether nothing was stored behind the first aSize bytes.
+    bool IsUntouchedBehind( size_t aSize ) const
+    {
+        for ( size_t i = aSize; i < mAck.size(); ++i )
+        {
+            if ( mAck[i] != GUARD )
+            {
+                return false;
+            }
+        }
+        return true;
+    }
+
+private:
+    Bytes mCommand;
+    Bytes mAck;
+    uint32_t mRoom;
+    uint32_t mReceived = 0;
+    QmUtilsLib::Result mResult;
+};
+
+} // namespace TestSupport
