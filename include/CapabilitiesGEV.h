@@ -2,10 +2,10 @@
 #pragma once
 
 #include <HtExport.h>
+#include <PublishedFlag.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Network/EthernetAddress.h>
 
-#include <atomic>
 #include <memory>
 
 namespace QmUtilsLib
@@ -180,27 +180,6 @@ protected:
     void ParseInfos();
 
 private:
-    // A flag that publishes what was written before it was set to whoever sees it set.
-    class PublishedFlag
-    {
-    public:
-        PublishedFlag() = default;
-        PublishedFlag( const PublishedFlag& aOther )
-            : mValue( aOther.Get() )
-        {
-        }
-        PublishedFlag& operator=( const PublishedFlag& aOther )
-        {
-            mValue.store( aOther.Get(), std::memory_order_release );
-            return *this;
-        }
-        void Set() { mValue.store( true, std::memory_order_release ); }
-        bool Get() const { return mValue.load( std::memory_order_acquire ); }
-
-    private:
-        std::atomic<bool> mValue{ false };
-    };
-
     static constexpr unsigned int STREAM_CHANNEL_MAX = 512; // of the standard
     static constexpr int DEVICE_VERSION_SIZE = 32;
     static constexpr int MANUFACTURER_INFO_SIZE = 48;

@@ -1,5 +1,6 @@
 #include <CapabilitiesGEV.h>
 
+#include "CapabilityRecord.h"
 #include "CapabilityRegistry.h"
 #include "Diagnostics.h"
 
@@ -12,13 +13,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
-#include <new>
 #include <string>
 
 namespace HtBaseLib
 {
 
-using QmUtilsLib::LockScope;
 using QmUtilsLib::Logger;
 using QmUtilsLib::Mutex;
 using QmUtilsLib::Result;
@@ -95,20 +94,9 @@ constexpr int BRACKET_SEARCH_LIMIT = 48;
 // Early designs have a second identification byte below this one.
 constexpr int LATER_DESIGN = 0x50;
 
-bool HasBit( unsigned int aRegister, unsigned int aMask )
-{
-    return ( aRegister & aMask ) != 0;
-}
-
 const char* GetText( bool aValue )
 {
     return aValue ? "true" : "false";
-}
-
-// Numbers from a device are logged signed.
-int ToLogged( unsigned int aValue )
-{
-    return static_cast<int>( aValue );
 }
 
 // Finds the last pair of brackets in a text that ends within aLimit characters: the text from its
@@ -139,14 +127,6 @@ const char* FindBrackets( const char* aText, int aLimit )
 
 using Registry = CapabilityRegistry<std::string, CapabilitiesGEV>;
 
-// Never destroyed, because exit handlers may still ask for records.
-Registry& GetRegistry()
-{
-    alignas( Registry ) static unsigned char sStorage[sizeof( Registry )];
-    static Registry& sRegistry = *new ( sStorage ) Registry;
-    return sRegistry;
-}
-
 } // namespace
 
 CapabilitiesGEV::CapabilitiesGEV( EthernetAddress aAddress )
@@ -171,14 +151,14 @@ CapabilitiesGEV::~CapabilitiesGEV()
 
 CapabilitiesGEV* CapabilitiesGEV::GetCapabilities( EthernetAddress aAddress )
 {
-    return GetRegistry().Get(
+    return Registry::GetInstance().Get(
         aAddress.GetString(), [&aAddress] { return std::make_unique<CapabilitiesGEV>( aAddress ); },
         &CapabilitiesGEV::Destroy );
 }
 
 void CapabilitiesGEV::Destroy()
 {
-    GetRegistry().Destroy();
+    Registry::GetInstance().Destroy();
 }
 
 Result CapabilitiesGEV::Init( SocketUDP* aSocket )
@@ -193,20 +173,7 @@ Result CapabilitiesGEV::Init( BaseCommandLinkGEV* aLink )
     mAddress.GetString( lAddress, sizeof( lAddress ) );
     // KEEP: logged ahead of the lock, also when there is nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)", lAddress );
-
-    LockScope lLock( *mMutex );
-    if ( mInitialized.Get() )
-    {
-        return Result::OK;
-    }
-    Result lResult = ReadDevice( aLink );
-    if ( !lResult.IsOK() )
-    {
-        return lResult;
-    }
-    ParseInfos();
-    mInitialized.Set();
-    return Result::OK;
+    return FillOnce( mInitialized, *mMutex, [this, aLink] { return ReadDevice( aLink ); } );
 }
 
 Result CapabilitiesGEV::ReadDevice( BaseCommandLinkGEV* aLink )
@@ -240,7 +207,12 @@ Result CapabilitiesGEV::ReadDevice( BaseCommandLinkGEV* aLink )
     // KEEP: a device may refuse the source ports of its streams, but not the one of its messages.
     (void)ReadSCSPs( aLink );
     ReadTickFrequency( aLink );
-    return ReadTexts( aLink );
+    lResult = ReadTexts( aLink );
+    if ( lResult.IsOK() )
+    {
+        ParseInfos();
+    }
+    return lResult;
 }
 
 // KEEP: the version is the one field that keeps its old value when it cannot be read.

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <new>
 
 namespace HtBaseLib
 {
@@ -14,12 +15,22 @@ namespace HtBaseLib
 // registers with the exit handlers of the library's module, so that it also runs when the module is
 // unloaded. All operations are safe from any thread; the mutex is held for the table only, never
 // while a record reads its device.
-//
-// An instance must live in storage that is never destroyed, since exit handlers may still use it.
 template <typename Key, typename Record>
 class CapabilityRegistry
 {
 public:
+    // GetInstance returns the one registry of this kind of record. It is never destroyed, because
+    // exit handlers may still ask for records.
+    static CapabilityRegistry& GetInstance()
+    {
+        alignas( CapabilityRegistry ) static unsigned char sStorage[sizeof( CapabilityRegistry )];
+        static CapabilityRegistry& sInstance = *new ( sStorage ) CapabilityRegistry;
+        return sInstance;
+    }
+
+    CapabilityRegistry( const CapabilityRegistry& ) = delete;
+    CapabilityRegistry& operator=( const CapabilityRegistry& ) = delete;
+
     // Get returns the record of aKey, made by aMake, which returns a std::unique_ptr<Record>, when
     // there is none yet. aDestroy, which must call Destroy, is registered when it is not.
     template <typename Make>
@@ -58,6 +69,8 @@ public:
     }
 
 private:
+    CapabilityRegistry() = default;
+
     QmUtilsLib::Mutex mMutex;
     std::map<Key, std::unique_ptr<Record>> mRecords QMUTILSLIB_GUARDED_BY( mMutex );
     bool mIsCleanUpRegistered QMUTILSLIB_GUARDED_BY( mMutex ) = false;

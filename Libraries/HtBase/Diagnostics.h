@@ -19,6 +19,12 @@ inline bool IsPresent( const void* aAddress )
     return lAddress != nullptr;
 }
 
+// Numbers are logged signed.
+inline int ToLogged( unsigned int aValue )
+{
+    return static_cast<int>( aValue );
+}
+
 } // namespace HtBaseLib
 
 // HTBASE_LOG( logger, priority, unit, function, format, ... ) logs when the priority is enabled;

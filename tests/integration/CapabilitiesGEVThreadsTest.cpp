@@ -2,6 +2,7 @@
 
 #include "tests/support/LoopbackDevice.h"
 #include "tests/support/RegisterTable.h"
+#include "tests/support/Threads.h"
 
 #include <CapabilitiesGEV.h>
 #include <QmUtilsLib/String.h>
@@ -10,11 +11,8 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <thread>
 
@@ -23,15 +21,16 @@ namespace
 
 using HtBaseLib::CapabilitiesGEV;
 using HtBaseTool::DeviceServer;
-using QmUtilsLib::Logger;
-using QmUtilsLib::LogRecord;
 using QmUtilsLib::Result;
 using Simulators::Endpoint;
 using Simulators::Outgoing;
+using TestSupport::BeginningThreads;
+using TestSupport::Gate;
 using TestSupport::LoopbackDevice;
 using TestSupport::LoopbackSocket;
 using TestSupport::PatientLink;
 using TestSupport::RegisterTable;
+using TestSupport::RunThreads;
 using WdUtilsLib::Network::DeviceIdentity;
 using WdUtilsLib::Network::EthernetAddress;
 
@@ -40,81 +39,6 @@ constexpr int PATIENCE = 20000; // ms, so that no command is ever sent twice
 
 const EthernetAddress ADDRESS( 0x0200, 0x5E100001 );
 const EthernetAddress OTHER( 0x0200, 0x5E100002 );
-
-// Runs a function on that many threads, which all start it together.
-void RunThreads( unsigned int aCount, const std::function<void( unsigned int )>& aFunction )
-{
-    std::atomic<unsigned int> lReady{ 0 };
-    std::vector<std::thread> lThreads;
-    for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
-    {
-        lThreads.emplace_back(
-            [&, lIndex]
-            {
-                ++lReady;
-                while ( lReady < aCount )
-                {
-                    std::this_thread::yield();
-                }
-                aFunction( lIndex );
-            } );
-    }
-    for ( std::thread& lThread : lThreads )
-    {
-        lThread.join();
-    }
-}
-
-// A place that something is waited for to arrive at.
-class Gate
-{
-public:
-    void Arrive()
-    {
-        const std::lock_guard<std::mutex> lLock( mMutex );
-        ++mCount;
-        mChanged.notify_all();
-    }
-
-    // False: it took too long.
-    bool WaitFor( unsigned int aCount )
-    {
-        std::unique_lock<std::mutex> lLock( mMutex );
-        return mChanged.wait_for( lLock, std::chrono::milliseconds( PATIENCE / 2 ),
-                                  [&] { return mCount >= aCount; } );
-    }
-
-private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    unsigned int mCount = 0;
-};
-
-// Counts the threads that have begun to read a device, which is logged ahead of every lock.
-class BeginningThreads
-{
-public:
-    BeginningThreads()
-    {
-        Logger::SetSink(
-            [this]( const LogRecord& aRecord )
-            {
-                if ( std::string( aRecord.mFormat ) == "Reading device properties (%s)" )
-                {
-                    mGate.Arrive();
-                }
-            } );
-        Logger::SetThreshold( Logger::DETAIL );
-    }
-
-    ~BeginningThreads()
-    {
-        Logger::SetThreshold( Logger::QUIET );
-        Logger::SetSink( nullptr );
-    }
-
-    Gate mGate;
-};
 
 // A table of registers on a port of 127.0.0.1, with something to do ahead of the first answer.
 class TableServer

@@ -11,9 +11,9 @@ namespace
 
 using TestSupport::GetLiveAllocationCount;
 
-const char* const LIBRARIES[] = { "libHtBase.so." HTBASE_SOVERSION,
-                                  "libWdUtilsLib.so." HTBASE_SOVERSION,
-                                  "libQmUtilsLib.so." HTBASE_SOVERSION };
+const char* const LIBRARIES[] = {
+    "libHtBase.so." HTBASE_SOVERSION, "libWdTransportLayerLib.so." HTBASE_SOVERSION,
+    "libWdUtilsLib.so." HTBASE_SOVERSION, "libQmUtilsLib.so." HTBASE_SOVERSION };
 
 bool IsLoaded( const char* aLibrary )
 {
@@ -48,7 +48,7 @@ int RunOnce( const char* aModule )
     {
         return Fail( "no records:" );
     }
-    if ( GetLiveAllocationCount() < lBefore + RECORDS )
+    if ( GetLiveAllocationCount() < lBefore + 2 * RECORDS )
     {
         return Fail( "the records are not counted" );
     }

@@ -6,7 +6,6 @@
 namespace TestSupport
 {
 
-using QmUtilsLib::Scripted::RecordingLogSink;
 using QmUtilsLib::Scripted::VirtualClock;
 using WdUtilsLib::Network::IpAddress;
 using WdUtilsLib::Scripted::ScriptedNetwork;
@@ -17,21 +16,13 @@ namespace
 constexpr unsigned short DEVICE_PORT = 3956;
 constexpr uint32_t DEVICE_ADDRESS = 0xC000020A; // 192.0.2.10, for documentation
 
-std::string MakeLine( const std::string& aLogger, int aPriority, const std::string& aUnit,
-                      const std::string& aFunction, const std::string& aFormat,
-                      const std::string& aText )
-{
-    return aLogger + " " + std::to_string( aPriority ) + " " + aUnit + " " + aFunction + " [" +
-           aFormat + "] [" + aText + "]";
-}
-
 } // namespace
 
 std::string LogLine( const std::string& aLogger, int aPriority, const std::string& aFormat,
                      const std::string& aText )
 {
-    return MakeLine( aLogger, aPriority, "Libraries/HtBase/BaseCommandLinkGEV",
-                     "HtBaseLib::BaseCommandLinkGEV::SendCommand", aFormat, aText );
+    return MakeLogLine( aLogger, aPriority, "Libraries/HtBase/BaseCommandLinkGEV",
+                        "HtBaseLib::BaseCommandLinkGEV::SendCommand", aFormat, aText );
 }
 
 LinkLog::LinkLog( const std::string& aLinkLogger, const std::string& aLibLogger )
@@ -91,14 +82,7 @@ std::vector<Bytes> ScriptedLinkTest::GetSentBytes() const
 
 void ScriptedLinkTest::ExpectLog( const Log& aExpected ) const
 {
-    Log lActual;
-    for ( const RecordingLogSink::Entry& lEntry : mLog.GetEntries() )
-    {
-        lActual.push_back( MakeLine( lEntry.mLogger, lEntry.mPriority, lEntry.mUnit,
-                                     lEntry.mFunction, lEntry.mFormat, lEntry.mText ) );
-        EXPECT_GT( lEntry.mLine, 0 ) << lEntry.mText;
-    }
-    EXPECT_EQ( lActual, aExpected );
+    EXPECT_EQ( GetLines( mLog ), aExpected );
 }
 
 void ScriptedLinkTest::ExpectCounters( const HtBaseLib::BaseCommandLinkGEV& aLink,

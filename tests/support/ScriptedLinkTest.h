@@ -2,6 +2,7 @@
 // the log from its first record, and a link.
 #pragma once
 
+#include <support/LogLines.h>
 #include <support/Packets.h>
 #include <support/TestLinkGEV.h>
 
@@ -22,8 +23,6 @@ namespace TestSupport
 {
 
 using WdUtilsLib::Scripted::AFTER_MS;
-
-using Log = std::vector<std::string>;
 
 // One record of the log as a line: logger, priority, unit, function, format and text.
 std::string LogLine( const std::string& aLogger, int aPriority, const std::string& aFormat,

@@ -2,6 +2,7 @@
 // of the virtual operations in their table, on which binaries built against older headers rely.
 
 #include <support/TestLinkGEV.h>
+#include <support/VirtualTable.h>
 
 #include <BaseCommandLink.h>
 #include <BaseCommandLinkGEV.h>
@@ -10,14 +11,13 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <new>
 #include <type_traits>
 
 namespace
 {
 
+using namespace TestSupport;
 using HtBaseLib::BaseCommandLink;
 using HtBaseLib::BaseCommandLinkGEV;
 using HtBaseLib::SimpleCommandLinkGEV;
@@ -56,9 +56,6 @@ static_assert( sizeof( SimpleCommandLinkGEV ) ==
                "" );
 
 // Signatures of the public operations.
-
-template <typename ACTUAL, typename EXPECTED>
-constexpr bool IS = std::is_same<ACTUAL, EXPECTED>::value;
 
 static_assert( IS<decltype( &BaseCommandLink::ReadMemory ),
                   Result ( BaseCommandLink::* )( void*, long long, long long )>,
@@ -113,15 +110,6 @@ static_assert( IS<decltype( &SimpleCommandLinkGEV::WriteMemory ),
                "" );
 
 // What only derived links may call: from here its name cannot be taken.
-#define DEFINE_IS_PUBLIC( aOperation )                                                             \
-    template <typename LINK, typename = void>                                                      \
-    struct IsPublic##aOperation : std::false_type                                                  \
-    {                                                                                              \
-    };                                                                                             \
-    template <typename LINK>                                                                       \
-    struct IsPublic##aOperation<LINK, std::void_t<decltype( &LINK::aOperation )>> : std::true_type \
-    {                                                                                              \
-    };
 
 DEFINE_IS_PUBLIC( Close )
 DEFINE_IS_PUBLIC( GetLibLogger )
@@ -239,32 +227,6 @@ static_assert( std::is_abstract<WithPolicy<WithClose<WithLoggers<BaseCommandLink
                "" );
 static_assert(
     std::is_abstract<WithPolicy<WithIsConnected<WithLoggers<BaseCommandLinkGEV>>>>::value, "" );
-
-// A pointer to a virtual operation holds, under the C++ ABI of Linux on x86-64, one more than the
-// offset of its entry in the table; a pointer to any other operation holds an address, which is
-// even.
-template <typename OPERATION>
-std::uintptr_t GetFirstWord( OPERATION aOperation )
-{
-    static_assert( sizeof( aOperation ) == 2 * sizeof( std::uintptr_t ), "another ABI" );
-    std::uintptr_t lWord = 0;
-    std::memcpy( &lWord, &aOperation, sizeof( lWord ) );
-    return lWord;
-}
-
-constexpr std::size_t NOT_VIRTUAL = SIZE_MAX;
-
-// The entry of the table through which the operation is called, or NOT_VIRTUAL.
-template <typename OPERATION>
-std::size_t GetEntry( OPERATION aOperation )
-{
-    const std::uintptr_t lWord = GetFirstWord( aOperation );
-    return ( lWord & 1 ) != 0 ? ( lWord - 1 ) / sizeof( void* ) : NOT_VIRTUAL;
-}
-
-// Under the same ABI a virtual destructor has two entries: the one that destroys, and the one that
-// deletes as well.
-constexpr std::size_t ENTRIES_OF_DESTRUCTOR = 2;
 
 // Names the operations that only derived links may name. Overrides nothing, so that the types are
 // those of the declarations, and adds one virtual operation, whose entry is the first behind the
@@ -403,18 +365,6 @@ public:
 private:
     int& mDestructions;
 };
-
-// Calls the table's entry aEntry of the link, which must be one of the destructor's.
-#if defined( __clang__ )
-__attribute__( ( no_sanitize( "function" ) ) )
-#endif
-void CallDestructorEntry( BaseCommandLink* aLink, std::size_t aEntry )
-{
-    using Destructor = void ( * )( void* );
-    const Destructor* lTable = nullptr;
-    std::memcpy( &lTable, static_cast<void*>( aLink ), sizeof( lTable ) );
-    lTable[aEntry]( aLink );
-}
 
 TEST( BaseCommandLinkTable, StartsWithTheDestructor )
 {

@@ -1,14 +1,11 @@
 // Reading a device, read by read and line by line, against transcripts written by hand.
 
 #include <support/ScriptedDevice.h>
-
-#include <QmUtilsLib/Logger.h>
+#include <support/Transcripts.h>
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <set>
 #include <sstream>
@@ -16,11 +13,12 @@
 namespace
 {
 
-using QmUtilsLib::Logger;
-using QmUtilsLib::LogRecord;
+using TestSupport::GetTranscriptTestName;
 using TestSupport::MAC;
+using TestSupport::ReadTranscript;
 using TestSupport::Record;
 using TestSupport::RegisterTable;
+using TestSupport::RunRecorder;
 using TestSupport::ScriptedDevice;
 
 const char* const PROFILES[] = {
@@ -53,21 +51,6 @@ const char* const PROFILES[] = {
 std::string GetPath( const std::string& aProfile )
 {
     return std::string( HTBASE_TRANSCRIPTS ) + "/gev-" + aProfile + ".txt";
-}
-
-std::vector<std::string> ReadLines( const std::string& aPath )
-{
-    std::ifstream lFile( aPath );
-    EXPECT_TRUE( lFile.is_open() ) << aPath;
-    std::vector<std::string> lLines;
-    for ( std::string lLine; std::getline( lFile, lLine ); )
-    {
-        if ( !lLine.empty() && lLine[0] != '#' )
-        {
-            lLines.push_back( lLine );
-        }
-    }
-    return lLines;
 }
 
 // Gives the device what a line of the transcript says of it. False: the line says something else.
@@ -124,47 +107,21 @@ protected:
             [this]( const RegisterTable::Read& aRead )
             {
                 const std::string lAddress = TestSupport::ToText( aRead.mAddress );
-                mHappened.push_back( aRead.mSize == 0 ? "read " + lAddress
-                                                      : "memory " + lAddress + " " +
-                                                            std::to_string( aRead.mSize ) );
+                mRun.mHappened.push_back( aRead.mSize == 0 ? "read " + lAddress
+                                                           : "memory " + lAddress + " " +
+                                                                 std::to_string( aRead.mSize ) );
             } );
-        Logger::SetSink(
-            [this]( const LogRecord& aRecord )
-            {
-                mHappened.push_back( std::to_string( aRecord.mPriority ) + " " + aRecord.mFunction +
-                                     " " + aRecord.mText );
-                mLoggers.insert( aRecord.mLogger );
-                mUnits.insert( { aRecord.mFunction, aRecord.mUnit } );
-            } );
-        Logger::SetThreshold( 0 );
-    }
-
-    ~CapabilitiesGEVTranscript() override
-    {
-        Logger::SetThreshold( Logger::QUIET );
-        Logger::SetSink( nullptr );
     }
 
     ScriptedDevice mDevice;
-    std::vector<std::string> mHappened;
-    std::set<std::string> mLoggers;
-    std::set<std::pair<std::string, std::string>> mUnits; // of each function
+    RunRecorder mRun;
 };
-
-std::string GetName( const testing::TestParamInfo<const char*>& aInfo )
-{
-    std::string lName = aInfo.param;
-    std::replace_if(
-        lName.begin(), lName.end(),
-        []( char aCharacter ) { return aCharacter == '-' || aCharacter == '.'; }, '_' );
-    return lName;
-}
 
 } // namespace
 
 TEST_P( CapabilitiesGEVTranscript, IsKeptToReadByReadAndLineByLine )
 {
-    const std::vector<std::string> lLines = ReadLines( GetPath( GetParam() ) );
+    const std::vector<std::string> lLines = ReadTranscript( GetPath( GetParam() ) );
     const auto lFirstRun = std::find( lLines.begin(), lLines.end(), "run" );
     ASSERT_NE( lLines.end(), lFirstRun );
     for ( auto lLine = lLines.begin(); lLine != lFirstRun; ++lLine )
@@ -173,54 +130,45 @@ TEST_P( CapabilitiesGEVTranscript, IsKeptToReadByReadAndLineByLine )
     }
 
     Record lRecord( MAC );
-    EXPECT_THAT( mHappened, testing::IsEmpty() ) << "making a record";
+    EXPECT_THAT( mRun.mHappened, testing::IsEmpty() ) << "making a record";
     for ( auto lLine = lFirstRun; lLine != lLines.end(); ++lLine )
     {
         if ( *lLine == "run" )
         {
-            mHappened.emplace_back( "run" );
+            mRun.mHappened.emplace_back( "run" );
             const unsigned int lCode = lRecord.Init( &mDevice.mSocket ).GetCode();
-            mHappened.push_back( "result " + TestSupport::ToText( lCode ) );
+            mRun.mHappened.push_back( "result " + TestSupport::ToText( lCode ) );
         }
     }
-    EXPECT_EQ( std::vector<std::string>( lFirstRun, lLines.end() ), mHappened );
+    EXPECT_EQ( std::vector<std::string>( lFirstRun, lLines.end() ), mRun.mHappened );
 }
 
 TEST_P( CapabilitiesGEVTranscript, NamesLoggerAndUnit )
 {
-    for ( const std::string& lLine : ReadLines( GetPath( GetParam() ) ) )
+    for ( const std::string& lLine : ReadTranscript( GetPath( GetParam() ) ) )
     {
         (void)Prepare( mDevice.mTable, lLine );
     }
     Record lRecord( MAC );
     (void)lRecord.Init( &mDevice.mSocket ); // what it gives, the transcript says
-    EXPECT_THAT( mLoggers, testing::ElementsAre( "HtBaseLib" ) );
+    EXPECT_THAT( mRun.mLoggers, testing::ElementsAre( "HtBaseLib" ) );
     const std::set<std::pair<std::string, std::string>> lUnits = {
         { "HtBaseLib::CapabilitiesGEV::Init", "Libraries/HtBase/CapabilitiesGEV" },
         { "HtBaseLib::CapabilitiesGEV::ReadSCSPs", "Libraries/HtBase/CapabilitiesGEV" },
         { "HtBaseLib::BaseCommandLinkGEV::SendCommand", "Libraries/HtBase/BaseCommandLinkGEV" },
     };
-    EXPECT_THAT( mUnits, testing::IsSubsetOf( lUnits ) );
+    EXPECT_THAT( mRun.mUnits, testing::IsSubsetOf( lUnits ) );
 }
 
 INSTANTIATE_TEST_SUITE_P( Profiles, CapabilitiesGEVTranscript, testing::ValuesIn( PROFILES ),
-                          GetName );
+                          GetTranscriptTestName );
 
 TEST( CapabilitiesGEVTranscripts, AreAllPlayed )
 {
-    std::set<std::string> lFiles;
-    for ( const auto& lEntry : std::filesystem::directory_iterator( HTBASE_TRANSCRIPTS ) )
-    {
-        const std::string lName = lEntry.path().filename().string();
-        if ( lName.compare( 0, 4, "gev-" ) == 0 )
-        {
-            lFiles.insert( lEntry.path().string() );
-        }
-    }
     std::set<std::string> lPlayed;
     for ( const char* const lProfile : PROFILES )
     {
         lPlayed.insert( GetPath( lProfile ) );
     }
-    EXPECT_EQ( lFiles, lPlayed );
+    EXPECT_EQ( TestSupport::ListTranscripts( HTBASE_TRANSCRIPTS, "gev-" ), lPlayed );
 }

@@ -1,0 +1,542 @@
+#include <BaseCommandLinkU3V.h>
+
+#include "Diagnostics.h"
+
+#include <CapabilitiesU3V.h>
+#include <QmUtilsLib/String.h>
+#include <WdUtilsLib/U3V/ReadMem.h>
+#include <WdUtilsLib/U3V/WriteMem.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::Logger;
+using QmUtilsLib::Result;
+using WdTransportLayerLib::U3V::DCI_COMMAND;
+using WdTransportLayerLib::U3V::DCIConfiguration;
+using WdTransportLayerLib::U3V::DeviceControlInterface;
+using WdUtilsLib::U3V::ReadMemAck;
+using WdUtilsLib::U3V::ReadMemCmd;
+using WdUtilsLib::U3V::U3VGUID;
+using WdUtilsLib::U3V::WriteMemAck;
+using WdUtilsLib::U3V::WriteMemCmd;
+
+namespace
+{
+
+constexpr const char* UNIT = "Libraries/HtBase/BaseCommandLinkU3V";
+constexpr const char* SEND_ATOMIC_COMMANDS = "HtBaseLib::BaseCommandLinkU3V::SendAtomicCommands";
+constexpr const char* RESULT_FROM_STATUS = "HtBaseLib::BaseCommandLinkU3V::ResultFromStatus";
+constexpr const char* UPDATE_MAX_SIZES = "HtBaseLib::BaseCommandLinkU3V::UpdateMaxSizes";
+
+// What a new link lets through: enough for the registers that tell what the device can do.
+constexpr uint32_t INITIAL_MAX_SIZE = 64;
+
+// The least room offered for the acknowledge of a READMEM.
+constexpr unsigned int MIN_READ_ACK_SIZE = 16;
+constexpr long long MIN_READ_ACK_DATA_SIZE = 4;
+
+// A packet larger than the limits or the buffers, bytes that are no acknowledge, or a limit that
+// leaves no byte for data.
+constexpr unsigned int PACKET_REFUSED = 0x4001;
+
+constexpr const char* UNKNOWN_STATUS = "Unknown status received from the device.";
+
+struct StatusText
+{
+    unsigned short mStatus;
+    const char* mText;
+};
+
+// Status codes of GenCP with a text of their own; every other one reads UNKNOWN_STATUS.
+constexpr StatusText STATUS_TEXTS[] = {
+    { 0x8001, "Status GENCP_NOT_IMPLEMENTED received from the device." },
+    { 0x8002, "Status GENCP_INVALID_PARAMETER received from the device." },
+    { 0x8003, "Status GENCP_INVALID_ADDRESS received from the device." },
+    { 0x8004, "Status GENCP_WRITE_PROTECT received from the device." },
+    { 0x8005, "Status GENCP_BAD_ALIGNMENT received from the device." },
+    { 0x8006, "Status GENCP_ACCESS_DENIED received from the device." },
+    { 0x8007, "Status GENCP_BUSY received from the device." },
+    { 0x800B, "Status GENCP_MSG_TIMEOUT received from the device." },
+    { 0x800E, "Status GENCP_INVALID_HEADER received from the device." },
+    { 0x800F, "Status GENCP_WRONG_CONFIG received from the device." },
+    { 0x8FFF, "Status GENCP_ERROR received from the device." },
+};
+static_assert( std::size( STATUS_TEXTS ) == 11, "eleven statuses have a text of their own" );
+
+const char* GetStatusText( unsigned short aStatus )
+{
+    const auto* const lEntry =
+        std::find_if( std::begin( STATUS_TEXTS ), std::end( STATUS_TEXTS ),
+                      [aStatus]( const StatusText& aText ) { return aText.mStatus == aStatus; } );
+    return lEntry != std::end( STATUS_TEXTS ) ? lEntry->mText : UNKNOWN_STATUS;
+}
+
+// A command in a buffer of its own, a place for its acknowledge, and the record of both that the
+// control interface gets.
+class Exchange
+{
+public:
+    Exchange()
+    {
+        mRecord.mCommand = mCommand;
+        mRecord.mAck = mAck;
+    }
+
+    Exchange( const Exchange& ) = delete;
+    Exchange& operator=( const Exchange& ) = delete;
+
+    unsigned char* GetCommand() { return mCommand; }
+    unsigned char* GetAck() { return mAck; }
+    DCI_COMMAND& GetRecord() { return mRecord; }
+
+    // Builds a READMEM. The field that carries the size has 16 bits.
+    Result BuildRead( long long aAddress, long long aSize )
+    {
+        ReadMemCmd lPacket;
+        Result lResult = lPacket.Attach( mCommand, sizeof( mCommand ) );
+        if ( !lResult.IsOK() )
+        {
+            return lResult;
+        }
+        lPacket.Initialize();
+        lPacket.GetCommandHeader()->SetRequestAck( true );
+        lPacket.GetReadMemCmdHeader()->SetReadLength( static_cast<unsigned short>( aSize ) );
+        lPacket.GetReadMemCmdHeader()->SetRegisterAddress(
+            static_cast<unsigned long long>( aAddress ) );
+        mRecord.mCommandLength = ReadMemCmd::GetRequiredBufferSize();
+        mRecord.mAckLength =
+            ReadMemAck::GetRequiredBufferSize( static_cast<unsigned int>( aSize ) );
+        return lResult;
+    }
+
+    // Builds a WRITEMEM. The packet takes the low 16 bits of the size; its length, which the limit
+    // is held against, is that of the whole.
+    Result BuildWrite( const void* aData, long long aAddress, long long aSize )
+    {
+        WriteMemCmd lPacket;
+        Result lResult = lPacket.Attach( mCommand, sizeof( mCommand ) );
+        if ( !lResult.IsOK() )
+        {
+            return lResult;
+        }
+        lPacket.Initialize();
+        lPacket.GetCommandHeader()->SetRequestAck( true );
+        lPacket.GetWriteMemCmdHeader()->SetRegisterAddress(
+            static_cast<unsigned long long>( aAddress ) );
+        lResult = lPacket.SetCurrentDataSize( static_cast<unsigned short>( aSize ) );
+        if ( !lResult.IsOK() )
+        {
+            return lResult;
+        }
+        std::copy_n( static_cast<const unsigned char*>( aData ), lPacket.GetCurrentDataSize(),
+                     lPacket.GetData() );
+        mRecord.mCommandLength =
+            WriteMemCmd::GetRequiredBufferSize( static_cast<unsigned int>( aSize ) );
+        mRecord.mAckLength = WriteMemAck::GetRequiredBufferSize();
+        return lResult;
+    }
+
+private:
+    unsigned char mCommand[BaseCommandLinkU3V::CMD_BUFFER_SIZE] = {};
+    unsigned char mAck[BaseCommandLinkU3V::ACK_BUFFER_SIZE] = {};
+    DCI_COMMAND mRecord;
+};
+
+// Stores what the acknowledge carries, which is no more than there was room for. KEEP: it is not
+// held against the size asked for. The sizes below the least room are the exception: there more may
+// come than the caller has a place for.
+void StoreData( const ReadMemAck& aAck, void* aData, long long aSize )
+{
+    long long lSize = aAck.GetCurrentDataSize();
+    if ( aSize < MIN_READ_ACK_DATA_SIZE )
+    {
+        lSize = std::clamp<long long>( aSize, 0, lSize );
+    }
+    std::copy_n( aAck.GetData(), lSize, static_cast<unsigned char*>( aData ) );
+}
+
+long long Advance( long long aAddress, long long aOffset )
+{
+    return static_cast<long long>( static_cast<unsigned long long>( aAddress ) +
+                                   static_cast<unsigned long long>( aOffset ) );
+}
+
+// Calls aTransfer( offset, size ) for pieces of at most aChunk bytes, until one fails. A piece of
+// nothing that succeeds would be followed by another for ever.
+template <typename Transfer>
+Result TransferPieces( long long aSize, long long aChunk, Transfer aTransfer )
+{
+    long long lOffset = 0;
+    while ( lOffset < aSize )
+    {
+        const long long lPiece = std::min( aChunk, aSize - lOffset );
+        Result lResult = aTransfer( lOffset, lPiece );
+        if ( !lResult.IsOK() )
+        {
+            return lResult;
+        }
+        if ( lPiece == 0 )
+        {
+            return PACKET_REFUSED;
+        }
+        lOffset += lPiece;
+    }
+    return Result::OK;
+}
+
+} // namespace
+
+BaseCommandLinkU3V::BaseCommandLinkU3V()
+    : mDCI( std::make_shared<DeviceControlInterface>() )
+    , mDevicePath( std::make_shared<std::string>() )
+    , mMaxCommandSize( INITIAL_MAX_SIZE )
+    , mMaxAckSize( INITIAL_MAX_SIZE )
+{
+}
+
+// KEEP: the control interface and the path, text and all, are shared with the source.
+BaseCommandLinkU3V::BaseCommandLinkU3V( const BaseCommandLinkU3V& aOther )
+    : BaseCommandLink( aOther )
+    , mDCI( aOther.mDCI )
+    , mGUID( aOther.mGUID )
+    , mDevicePath( aOther.mDevicePath )
+    , mMaxCommandSize( aOther.mMaxCommandSize )
+    , mMaxAckSize( aOther.mMaxAckSize )
+{
+}
+
+// KEEP: the device that the link had stays open until the link is destroyed.
+BaseCommandLinkU3V& BaseCommandLinkU3V::operator=( const BaseCommandLinkU3V& aOther )
+{
+    BaseCommandLink::operator=( aOther );
+    KeepReplaced( mDCI );
+    mDCI = aOther.mDCI;
+    mGUID = aOther.mGUID;
+    KeepReplaced( mDevicePath );
+    mDevicePath = aOther.mDevicePath;
+    mMaxCommandSize = aOther.mMaxCommandSize;
+    mMaxAckSize = aOther.mMaxAckSize;
+    return *this;
+}
+
+// KEEP: closes for the link's copies as well.
+BaseCommandLinkU3V::~BaseCommandLinkU3V()
+{
+    (void)BaseCommandLinkU3V::Close(); // nobody is left to be told
+    mDCI.reset();
+    mDevicePath.reset();
+}
+
+Result BaseCommandLinkU3V::Open( const U3VGUID& aGUID, const std::string& aDevicePath )
+{
+    QmUtilsLib::String lPath( aDevicePath.c_str() );
+    const bool lIsMaster = IsMaster();
+    Result lResult = mDCI->Open( lPath, aGUID, lIsMaster );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    mGUID = aGUID;
+    *mDevicePath = aDevicePath;
+    return Result::OK;
+}
+
+// KEEP: the path stays, so the link goes on to count as connected, and the limits of 0 let
+// everything through to the control interface, which answers for being closed.
+Result BaseCommandLinkU3V::Close()
+{
+    mGUID.Clear();
+    mMaxCommandSize = 0;
+    mMaxAckSize = 0;
+    return mDCI->Close();
+}
+
+bool BaseCommandLinkU3V::IsConnected() const
+{
+    return !mDevicePath->empty();
+}
+
+Result BaseCommandLinkU3V::ReadMemory( void* aData, long long aAddress, long long aSize )
+{
+    if ( !IsConnected() )
+    {
+        return Result::NOT_CONNECTED;
+    }
+    Exchange lExchange;
+    Result lResult = lExchange.BuildRead( aAddress, aSize );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    DCI_COMMAND& lRecord = lExchange.GetRecord();
+    lRecord.mAckLength = std::max( lRecord.mAckLength, MIN_READ_ACK_SIZE );
+
+    ReadMemAck lAck;
+    lResult = Transact( lRecord, lAck );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    StoreData( lAck, aData, aSize );
+    ReadCallback( aData, aAddress, aSize );
+    return Result::OK;
+}
+
+// KEEP: noAck is ignored; there is an acknowledge always, and what it says was written is not
+// looked at.
+Result BaseCommandLinkU3V::WriteMemory( const void* aData, long long aAddress, long long aSize,
+                                        bool /*aNoAck*/ )
+{
+    if ( !IsConnected() )
+    {
+        return Result::NOT_CONNECTED;
+    }
+    Exchange lExchange;
+    Result lResult = lExchange.BuildWrite( aData, aAddress, aSize );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    WriteMemAck lAck;
+    lResult = Transact( lExchange.GetRecord(), lAck );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    WriteCallback( aData, aAddress, aSize );
+    return Result::OK;
+}
+
+// KEEP: the chunk leaves room for a READMEM command instead of an acknowledge header, and wraps
+// around with limits below that, 0 among them: everything is one piece then, which the limit
+// refuses or, being 0, lets through.
+Result BaseCommandLinkU3V::Read( void* aData, long long aAddress, long long aSize )
+{
+    const uint32_t lChunk = mMaxAckSize - ReadMemCmd::GetRequiredBufferSize();
+    return TransferPieces( aSize, lChunk,
+                           [this, aData, aAddress]( long long aOffset, long long aPiece )
+                           {
+                               return ReadMemory( static_cast<unsigned char*>( aData ) + aOffset,
+                                                  Advance( aAddress, aOffset ), aPiece );
+                           } );
+}
+
+Result BaseCommandLinkU3V::Write( const void* aData, long long aAddress, long long aSize,
+                                  bool aNoAck )
+{
+    long long lChunk = aSize;
+    if ( mMaxCommandSize != 0 )
+    {
+        const uint32_t lWrapping = mMaxCommandSize - WriteMemCmd::GetRequiredBufferSize( 0 );
+        lChunk = lWrapping;
+    }
+    return TransferPieces( aSize, lChunk,
+                           [this, aData, aAddress, aNoAck]( long long aOffset, long long aPiece )
+                           {
+                               return WriteMemory( static_cast<const unsigned char*>( aData ) +
+                                                       aOffset,
+                                                   Advance( aAddress, aOffset ), aPiece, aNoAck );
+                           } );
+}
+
+Result BaseCommandLinkU3V::AtomicWriteAndRead( const void* aWriteData, long long aWriteAddress,
+                                               long long aWriteSize, void* aReadData,
+                                               long long aReadAddress, long long aReadSize )
+{
+    if ( !IsConnected() )
+    {
+        return Result::NOT_CONNECTED;
+    }
+    Exchange lWrite;
+    Result lResult = lWrite.BuildWrite( aWriteData, aWriteAddress, aWriteSize );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    // KEEP: no least room for the acknowledge here.
+    Exchange lRead;
+    lResult = lRead.BuildRead( aReadAddress, aReadSize );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    DCI_COMMAND lRecords[] = { lWrite.GetRecord(), lRead.GetRecord() };
+    lResult = FitBuffers( lRecords, 2 );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = SendAtomicCommands( lRecords, 2 );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    return ExamineBoth( lRecords, aReadData, aReadSize );
+}
+
+Result BaseCommandLinkU3V::SendCommand( unsigned char* aCommand, unsigned int aCommandLength,
+                                        unsigned char* aAck, unsigned int aAckCapacity,
+                                        unsigned int& aAckLength )
+{
+    DCI_COMMAND lRecord;
+    lRecord.mCommand = aCommand;
+    lRecord.mCommandLength = aCommandLength;
+    lRecord.mAck = aAck;
+    lRecord.mAckLength = aAckCapacity;
+    Result lResult = SendAtomicCommands( &lRecord, 1 );
+    aAckLength = lRecord.mAckLength;
+    return lResult;
+}
+
+Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned int aCount )
+{
+    for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
+    {
+        const DCI_COMMAND& lCommand = aCommands[lIndex];
+        if ( mMaxCommandSize != 0 && lCommand.mCommandLength > mMaxCommandSize )
+        {
+            return RefuseSize( lCommand.mCommandLength, mMaxCommandSize );
+        }
+        // KEEP: the message speaks of a command here too.
+        if ( mMaxAckSize != 0 && lCommand.mAckLength > mMaxAckSize )
+        {
+            return RefuseSize( lCommand.mAckLength, mMaxAckSize );
+        }
+    }
+    return mDCI->SendCommands( aCommands, aCount );
+}
+
+Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
+{
+    const char* const lText = GetStatusText( aStatus );
+    HTBASE_LOG( GetLibLogger(), Logger::FAILURE, UNIT, RESULT_FROM_STATUS, "%s", lText );
+    return Result( Result::GENERIC_ERROR, aStatus, QmUtilsLib::String( lText ) );
+}
+
+// KEEP: the limits stay within the link's buffers; the control interface is told what the device
+// reported.
+void BaseCommandLinkU3V::UpdateMaxSizes()
+{
+    CapabilitiesU3V* const lCapabilities = CapabilitiesU3V::GetCapabilities( mGUID, nullptr );
+    if ( lCapabilities == nullptr )
+    {
+        return;
+    }
+    if ( !lCapabilities->IsInitialized() && !lCapabilities->Init( this ).IsOK() )
+    {
+        return;
+    }
+    DCIConfiguration lConfiguration;
+    lConfiguration.mMaxDeviceResponseTime = lCapabilities->GetMaxDeviceResponseTime();
+    lConfiguration.mMaxCommandTransferLength = lCapabilities->GetMaxCommandTransferLength();
+    lConfiguration.mMaxAckTransferLength = lCapabilities->GetMaxAckTransferLength();
+    if ( lConfiguration.mMaxCommandTransferLength > CMD_BUFFER_SIZE )
+    {
+        HTBASE_LOG( GetLibLogger(), Logger::ANOMALY, UNIT, UPDATE_MAX_SIZES,
+                    "Internal command link buffers smaller than allowed command size." );
+    }
+    if ( lConfiguration.mMaxAckTransferLength > ACK_BUFFER_SIZE )
+    {
+        HTBASE_LOG( GetLibLogger(), Logger::ANOMALY, UNIT, UPDATE_MAX_SIZES,
+                    "Internal command link buffers smaller than allowed acknowledge size." );
+    }
+    mMaxCommandSize = std::min( lConfiguration.mMaxCommandTransferLength, CMD_BUFFER_SIZE );
+    mMaxAckSize = std::min( lConfiguration.mMaxAckTransferLength, ACK_BUFFER_SIZE );
+    QMUTILSLIB_ASSERT( CMD_BUFFER_SIZE >= mMaxCommandSize );
+    QMUTILSLIB_ASSERT( ACK_BUFFER_SIZE >= mMaxAckSize );
+    (void)mDCI->SetDCIConfiguration( lConfiguration ); // what it cannot use, it does without
+}
+
+void BaseCommandLinkU3V::KeepReplaced( std::shared_ptr<const void> aObject )
+{
+    if ( std::find( mReplaced.begin(), mReplaced.end(), aObject ) == mReplaced.end() )
+    {
+        mReplaced.push_back( std::move( aObject ) );
+    }
+}
+
+Result BaseCommandLinkU3V::RefuseSize( unsigned int aSize, unsigned int aLimit )
+{
+    return GetLibLogger()->LogResult( PACKET_REFUSED, UNIT, __LINE__, SEND_ATOMIC_COMMANDS,
+                                      "Command of %d bytes is larger than maximum command size, %d",
+                                      ToLogged( aSize ), ToLogged( aLimit ) );
+}
+
+// Holds records to the link's buffers where there is no limit that does.
+Result BaseCommandLinkU3V::FitBuffers( DCI_COMMAND* aRecords, unsigned int aCount ) const
+{
+    for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
+    {
+        DCI_COMMAND& lRecord = aRecords[lIndex];
+        if ( mMaxCommandSize == 0 && lRecord.mCommandLength > CMD_BUFFER_SIZE )
+        {
+            return PACKET_REFUSED;
+        }
+        if ( mMaxAckSize == 0 )
+        {
+            lRecord.mAckLength = std::min( lRecord.mAckLength, ACK_BUFFER_SIZE );
+        }
+    }
+    return Result::OK;
+}
+
+// Sends one command and examines what comes back. OK: aAck shows a success.
+template <typename Ack>
+Result BaseCommandLinkU3V::Transact( DCI_COMMAND& aRecord, Ack& aAck )
+{
+    Result lResult = FitBuffers( &aRecord, 1 );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = SendCommand( aRecord.mCommand, aRecord.mCommandLength, aRecord.mAck,
+                           aRecord.mAckLength, aRecord.mAckLength );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    return Examine( aRecord, aAck );
+}
+
+// The write's acknowledge first, then the read's, whose data is stored only when both are good.
+Result BaseCommandLinkU3V::ExamineBoth( const DCI_COMMAND* aRecords, void* aReadData,
+                                        long long aReadSize )
+{
+    WriteMemAck lWriteAck;
+    Result lResult = Examine( aRecords[0], lWriteAck );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    ReadMemAck lReadAck;
+    lResult = Examine( aRecords[1], lReadAck );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    StoreData( lReadAck, aReadData, aReadSize );
+    return Result::OK;
+}
+
+template <typename Ack>
+Result BaseCommandLinkU3V::Examine( const DCI_COMMAND& aRecord, Ack& aAck )
+{
+    Result lResult = aAck.Attach( aRecord.mAck, aRecord.mAckLength );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    if ( !aAck.IsValid() )
+    {
+        return PACKET_REFUSED;
+    }
+    const unsigned short lStatus = aAck.GetAckHeader()->GetStatus();
+    return lStatus == 0 ? Result( Result::OK ) : ResultFromStatus( lStatus );
+}
+
+} // namespace HtBaseLib

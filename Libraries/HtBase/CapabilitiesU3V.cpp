@@ -1,0 +1,517 @@
+#include <CapabilitiesU3V.h>
+
+#include "CapabilityRecord.h"
+#include "CapabilityRegistry.h"
+#include "Diagnostics.h"
+
+#include <BaseCommandLinkU3V.h>
+#include <QmUtilsLib/Mutex.h>
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::Logger;
+using QmUtilsLib::Mutex;
+using QmUtilsLib::Result;
+using WdUtilsLib::U3V::U3VGUID;
+
+namespace
+{
+
+constexpr const char* UNIT = "Libraries/HtBase/CapabilitiesU3V";
+constexpr const char* INIT = "HtBaseLib::CapabilitiesU3V::Init";
+constexpr const char* UPDATE_ABRM = "HtBaseLib::CapabilitiesU3V::UpdateABRM";
+constexpr const char* UPDATE_SBRM = "HtBaseLib::CapabilitiesU3V::UpdateSBRM";
+
+// Registers of the ABRM, which lies at address 0.
+constexpr uint64_t GENCP_VERSION = 0x0000;
+constexpr uint64_t DEVICE_CAPABILITY = 0x01C4;
+constexpr uint64_t MAX_DEVICE_RESPONSE_TIME = 0x01CC;
+constexpr uint64_t MANIFEST_TABLE_ADDRESS = 0x01D0;
+constexpr uint64_t SBRM_ADDRESS = 0x01D8;
+constexpr uint64_t TIMESTAMP_INCREMENT = 0x01FC;
+
+// Registers of the SBRM, from its address on.
+constexpr uint64_t U3V_VERSION = 0x00;
+constexpr uint64_t U3VCP_CAPABILITY = 0x04;
+constexpr uint64_t MAX_COMMAND_TRANSFER_LENGTH = 0x14;
+constexpr uint64_t MAX_ACK_TRANSFER_LENGTH = 0x18;
+constexpr uint64_t STREAM_CHANNEL_COUNT = 0x1C;
+constexpr uint64_t SIRM_ADDRESS = 0x20;
+constexpr uint64_t SIRM_LENGTH = 0x28;
+constexpr uint64_t EIRM_ADDRESS = 0x2C;
+constexpr uint64_t EIRM_LENGTH = 0x34;
+constexpr uint64_t IIDC2_ADDRESS = 0x38;
+
+// Bits of Device Capability.
+constexpr uint64_t USER_NAME = 0x001;
+constexpr uint64_t ACCESS_PRIVILEGE = 0x002;
+constexpr uint64_t MESSAGE_CHANNEL = 0x004;
+constexpr uint64_t TIMESTAMP = 0x008;
+constexpr uint64_t STRING_ENCODING_MASK = 0x0F0;
+constexpr unsigned int STRING_ENCODING_SHIFT = 4;
+constexpr uint64_t FAMILY_NAME = 0x100;
+constexpr uint64_t SBRM = 0x200;
+constexpr uint64_t ENDIANESS_REGISTERS = 0x400;
+constexpr uint64_t WRITTEN_LENGTH_FIELD = 0x800;
+
+// Bits of U3VCP Capability Register.
+constexpr uint64_t SIRM = 0x1;
+constexpr uint64_t EIRM = 0x2;
+constexpr uint64_t IIDC2 = 0x4;
+
+constexpr unsigned long long TIMESTAMP_TICK_FREQUENCY = 1000000000;
+
+const char* GetText( bool aValue )
+{
+    return aValue ? "True" : "False";
+}
+
+const char* GetText( StringEncoding aEncoding )
+{
+    switch ( aEncoding )
+    {
+    case StringEncoding::ASCII:
+        return "ASCII";
+    case StringEncoding::UTF8:
+        return "UTF8";
+    case StringEncoding::UTF16:
+        return "UTF16";
+    case StringEncoding::UNKNOWN:
+        break;
+    }
+    return "Unknown";
+}
+
+int GetMajor( uint32_t aVersion )
+{
+    return static_cast<int>( aVersion >> 16 );
+}
+
+int GetMinor( uint32_t aVersion )
+{
+    return static_cast<int>( aVersion & 0xFFFF );
+}
+
+// Reads one register as it lies in the device's memory, which has the host's byte order.
+template <typename Register>
+Result ReadInto( Register& aField, BaseCommandLinkU3V* aLink, uint64_t aAddress )
+{
+    return aLink->ReadMemory( &aField, static_cast<long long>( aAddress ), sizeof( aField ) );
+}
+
+using Registry = CapabilityRegistry<U3VGUID, CapabilitiesU3V>;
+
+} // namespace
+
+CapabilitiesU3V::CapabilitiesU3V( const U3VGUID& aGUID, unsigned char* /*aUnused*/ )
+    : mGUID( aGUID )
+    , mMutex( std::make_shared<Mutex>() )
+    , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
+{
+}
+
+// KEEP: the mutex and the logger are shared with the source.
+CapabilitiesU3V::CapabilitiesU3V( const CapabilitiesU3V& aOther ) = default;
+CapabilitiesU3V& CapabilitiesU3V::operator=( const CapabilitiesU3V& aOther ) = default;
+
+CapabilitiesU3V::~CapabilitiesU3V()
+{
+    // The mutex goes before the logger.
+    mMutex.reset();
+    mLogger.reset();
+}
+
+CapabilitiesU3V* CapabilitiesU3V::GetCapabilities( const U3VGUID& aGUID, unsigned char* aUnused )
+{
+    return Registry::GetInstance().Get(
+        aGUID, [&aGUID, aUnused] { return std::make_unique<CapabilitiesU3V>( aGUID, aUnused ); },
+        &CapabilitiesU3V::Destroy );
+}
+
+void CapabilitiesU3V::Destroy()
+{
+    Registry::GetInstance().Destroy();
+}
+
+Result CapabilitiesU3V::Init( BaseCommandLinkU3V* aLink )
+{
+    // KEEP: logged ahead of the lock, also when there is nothing left to read.
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)",
+                mGUID.Get() );
+    return FillOnce( mInitialized, *mMutex,
+                     [this, aLink]
+                     {
+                         Result lResult = UpdateABRM( aLink );
+                         return lResult.IsOK() ? UpdateSBRM( aLink ) : lResult;
+                     } );
+}
+
+Result CapabilitiesU3V::UpdateABRM( BaseCommandLinkU3V* aLink )
+{
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Reading device ABRM properties (%s)",
+                mGUID.Get() );
+
+    Result lResult = ReadInto( mGenCPVersion, aLink, GENCP_VERSION );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "GenCP Version: %i.%i",
+                GetMajor( mGenCPVersion ), GetMinor( mGenCPVersion ) );
+
+    lResult = ReadDeviceCapability( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = ReadInto( mMaxDeviceResponseTime, aLink, MAX_DEVICE_RESPONSE_TIME );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    // KEEP: "reponse" is how the line is spelt.
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Max device reponse time: %d",
+                ToLogged( mMaxDeviceResponseTime ) );
+
+    lResult = ReadInto( mManifestTableAddress, aLink, MANIFEST_TABLE_ADDRESS );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Manifest table address: 0x%016llX",
+                GetManifestTableAddress() );
+
+    lResult = ReadInto( mSBRMAddress, aLink, SBRM_ADDRESS );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "SBRM address: 0x%016llX",
+                GetSBRMAddress() );
+    return ReadTimestampIncrement( aLink );
+}
+
+Result CapabilitiesU3V::ReadDeviceCapability( BaseCommandLinkU3V* aLink )
+{
+    Result lResult = ReadInto( mDeviceCapability, aLink, DEVICE_CAPABILITY );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "User Name Available: %s",
+                GetText( IsUserNameAvailable() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Access Privilege Available: %s",
+                GetText( IsAccessPrivilegeAvailable() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Message Channel Supported: %s",
+                GetText( IsMessageChannelSupported() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Timestamp Supported: %s",
+                GetText( IsTimestampSupported() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "String Encoding: %s",
+                GetText( GetStringEncoding() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Family Name Available: %s",
+                GetText( IsFamilyNameAvailable() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "SBRM Supported: %s",
+                GetText( IsSBRMSupported() ) );
+    // KEEP: "Endianess" is how the line is spelt.
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Endianess Registers Supported: %s",
+                GetText( IsEndianessRegistersSupported() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Written Length Field Supported: %s",
+                GetText( IsWrittenLengthFieldSupported() ) );
+    return lResult;
+}
+
+// The one register that may be missing, and the one field that loses what it held before.
+Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
+{
+    mTimestampIncrement = 0;
+    if ( IsTimestampSupported() )
+    {
+        Result lResult = ReadInto( mTimestampIncrement, aLink, TIMESTAMP_INCREMENT );
+        if ( !lResult.IsOK() )
+        {
+            return lResult;
+        }
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Timestamp increment: %lld",
+                static_cast<long long>( mTimestampIncrement ) );
+    return Result::OK;
+}
+
+// KEEP: whatever IsSBRMSupported says, since there is no USB3 Vision device without an SBRM.
+Result CapabilitiesU3V::UpdateSBRM( BaseCommandLinkU3V* aLink )
+{
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Reading device SBRM properties (%s)",
+                mGUID.Get() );
+
+    Result lResult = ReadInto( mU3VVersion, aLink, mSBRMAddress + U3V_VERSION );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "U3V Version: %i.%i",
+                GetMajor( mU3VVersion ), GetMinor( mU3VVersion ) );
+
+    lResult = ReadInto( mU3VCPCapability, aLink, mSBRMAddress + U3VCP_CAPABILITY );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "SIRM Available: %s",
+                GetText( IsSIRMAvailable() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "EIRM Available: %s",
+                GetText( IsEIRMAvailable() ) );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "IIDC2 Available: %s",
+                GetText( IsIIDC2Available() ) );
+
+    lResult = ReadTransferLengths( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = ReadSIRM( aLink );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    lResult = ReadEIRM( aLink );
+    return lResult.IsOK() ? ReadIIDC2( aLink ) : lResult;
+}
+
+Result CapabilitiesU3V::ReadTransferLengths( BaseCommandLinkU3V* aLink )
+{
+    Result lResult =
+        ReadInto( mMaxCommandTransferLength, aLink, mSBRMAddress + MAX_COMMAND_TRANSFER_LENGTH );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Max command transfer length: %d",
+                ToLogged( mMaxCommandTransferLength ) );
+
+    lResult = ReadInto( mMaxAckTransferLength, aLink, mSBRMAddress + MAX_ACK_TRANSFER_LENGTH );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Max command acknowledge length: %d",
+                ToLogged( mMaxAckTransferLength ) );
+    return lResult;
+}
+
+// KEEP: the count of streams decides, not the bit of the SIRM.
+Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
+{
+    Result lResult = ReadInto( mStreamChannelCount, aLink, mSBRMAddress + STREAM_CHANNEL_COUNT );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Stream channel count: %d",
+                ToLogged( mStreamChannelCount ) );
+    if ( mStreamChannelCount == 0 )
+    {
+        return lResult;
+    }
+    lResult = ReadInto( mSIRMAddress, aLink, mSBRMAddress + SIRM_ADDRESS );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "SIRM address: 0x%016llX",
+                GetSIRMAddress() );
+
+    lResult = ReadInto( mSIRMLength, aLink, mSBRMAddress + SIRM_LENGTH );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "SIRM length: %d",
+                ToLogged( mSIRMLength ) );
+    return lResult;
+}
+
+// KEEP: the message channel of the ABRM decides, not the bit of the EIRM.
+Result CapabilitiesU3V::ReadEIRM( BaseCommandLinkU3V* aLink )
+{
+    if ( !IsMessageChannelSupported() )
+    {
+        return Result::OK;
+    }
+    Result lResult = ReadInto( mEIRMAddress, aLink, mSBRMAddress + EIRM_ADDRESS );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "EIRM address: 0x%016llX",
+                GetEIRMAddress() );
+
+    lResult = ReadInto( mEIRMLength, aLink, mSBRMAddress + EIRM_LENGTH );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "EIRM length: %d",
+                ToLogged( mEIRMLength ) );
+    return lResult;
+}
+
+Result CapabilitiesU3V::ReadIIDC2( BaseCommandLinkU3V* aLink )
+{
+    if ( !IsIIDC2Available() )
+    {
+        return Result::OK;
+    }
+    Result lResult = ReadInto( mIIDC2Address, aLink, mSBRMAddress + IIDC2_ADDRESS );
+    if ( !lResult.IsOK() )
+    {
+        return lResult;
+    }
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "IIDC2 address: 0x%016llX",
+                GetIIDC2Address() );
+    return lResult;
+}
+
+bool CapabilitiesU3V::IsInitialized()
+{
+    return mInitialized.Get();
+}
+
+unsigned int CapabilitiesU3V::GetGenCPVersion() const
+{
+    return mGenCPVersion;
+}
+
+unsigned int CapabilitiesU3V::GetU3VVersion() const
+{
+    return mU3VVersion;
+}
+
+unsigned int CapabilitiesU3V::GetMaxDeviceResponseTime() const
+{
+    return mMaxDeviceResponseTime;
+}
+
+unsigned long long CapabilitiesU3V::GetManifestTableAddress() const
+{
+    return mManifestTableAddress;
+}
+
+unsigned long long CapabilitiesU3V::GetSBRMAddress() const
+{
+    return mSBRMAddress;
+}
+
+unsigned long long CapabilitiesU3V::GetTimestampIncrement() const
+{
+    return mTimestampIncrement;
+}
+
+unsigned long long CapabilitiesU3V::GetTimestampTickFrequency() const
+{
+    return TIMESTAMP_TICK_FREQUENCY;
+}
+
+unsigned int CapabilitiesU3V::GetMaxCommandTransferLength() const
+{
+    return mMaxCommandTransferLength;
+}
+
+unsigned int CapabilitiesU3V::GetMaxAckTransferLength() const
+{
+    return mMaxAckTransferLength;
+}
+
+unsigned int CapabilitiesU3V::GetStreamChannelCount() const
+{
+    return mStreamChannelCount;
+}
+
+unsigned long long CapabilitiesU3V::GetSIRMAddress() const
+{
+    return mSIRMAddress;
+}
+
+unsigned int CapabilitiesU3V::GetSIRMLength() const
+{
+    return mSIRMLength;
+}
+
+unsigned long long CapabilitiesU3V::GetEIRMAddress() const
+{
+    return mEIRMAddress;
+}
+
+unsigned int CapabilitiesU3V::GetEIRMLength() const
+{
+    return mEIRMLength;
+}
+
+unsigned long long CapabilitiesU3V::GetIIDC2Address() const
+{
+    return mIIDC2Address;
+}
+
+bool CapabilitiesU3V::IsUserNameAvailable() const
+{
+    return HasBit( mDeviceCapability, USER_NAME );
+}
+
+bool CapabilitiesU3V::IsAccessPrivilegeAvailable() const
+{
+    return HasBit( mDeviceCapability, ACCESS_PRIVILEGE );
+}
+
+bool CapabilitiesU3V::IsMessageChannelSupported() const
+{
+    return HasBit( mDeviceCapability, MESSAGE_CHANNEL );
+}
+
+bool CapabilitiesU3V::IsTimestampSupported() const
+{
+    return HasBit( mDeviceCapability, TIMESTAMP );
+}
+
+StringEncoding CapabilitiesU3V::GetStringEncoding() const
+{
+    const auto lEncoding = static_cast<StringEncoding>(
+        ( mDeviceCapability & STRING_ENCODING_MASK ) >> STRING_ENCODING_SHIFT );
+    return lEncoding <= StringEncoding::UTF16 ? lEncoding : StringEncoding::UNKNOWN;
+}
+
+bool CapabilitiesU3V::IsFamilyNameAvailable() const
+{
+    return HasBit( mDeviceCapability, FAMILY_NAME );
+}
+
+bool CapabilitiesU3V::IsSBRMSupported() const
+{
+    return HasBit( mDeviceCapability, SBRM );
+}
+
+bool CapabilitiesU3V::IsEndianessRegistersSupported() const
+{
+    return HasBit( mDeviceCapability, ENDIANESS_REGISTERS );
+}
+
+bool CapabilitiesU3V::IsWrittenLengthFieldSupported() const
+{
+    return HasBit( mDeviceCapability, WRITTEN_LENGTH_FIELD );
+}
+
+bool CapabilitiesU3V::IsSIRMAvailable() const
+{
+    return HasBit( mU3VCPCapability, SIRM );
+}
+
+bool CapabilitiesU3V::IsEIRMAvailable() const
+{
+    return HasBit( mU3VCPCapability, EIRM );
+}
+
+bool CapabilitiesU3V::IsIIDC2Available() const
+{
+    return HasBit( mU3VCPCapability, IIDC2 );
+}
+
+} // namespace HtBaseLib

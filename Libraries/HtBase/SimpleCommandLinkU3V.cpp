@@ -1,0 +1,49 @@
+#include <SimpleCommandLinkU3V.h>
+
+#include "Diagnostics.h"
+
+namespace HtBaseLib
+{
+
+using QmUtilsLib::Logger;
+
+SimpleCommandLinkU3V::SimpleCommandLinkU3V()
+    : mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
+{
+}
+
+// KEEP: the logger is shared with the source.
+SimpleCommandLinkU3V::SimpleCommandLinkU3V( const SimpleCommandLinkU3V& aOther ) = default;
+
+SimpleCommandLinkU3V& SimpleCommandLinkU3V::operator=( const SimpleCommandLinkU3V& aOther )
+{
+    if ( this != &aOther )
+    {
+        BaseCommandLinkU3V::operator=( aOther );
+        KeepReplaced( mLogger );
+        mLogger = aOther.mLogger;
+    }
+    return *this;
+}
+
+SimpleCommandLinkU3V::~SimpleCommandLinkU3V()
+{
+    mLogger.reset(); // before the base closes the link
+}
+
+Logger* SimpleCommandLinkU3V::GetLibLogger()
+{
+    return mLogger.get();
+}
+
+Logger* SimpleCommandLinkU3V::GetLinkLogger()
+{
+    return mLogger.get();
+}
+
+bool SimpleCommandLinkU3V::IsMaster() const
+{
+    return false;
+}
+
+} // namespace HtBaseLib
