@@ -27,11 +27,18 @@ Failure MakeFileFailure( const char* aTried, const std::string& aPath, const std
                              "': " + aReason );
 }
 
-Failure MakeTooLong( const std::string& aPath, uint64_t aMax )
+// How long a file may be, and why.
+struct Limit
+{
+    uint64_t mMax;
+    const std::string& mWhy;
+};
+
+Failure MakeTooLong( const std::string& aPath, const Limit& aLimit )
 {
     return MakeFileFailure( "load", aPath,
-                            "it is longer than the " + FormatCount( aMax, "byte" ) +
-                                " from the address to the end of 32-bit addresses" );
+                            "it is longer than the " + FormatCount( aLimit.mMax, "byte" ) + " " +
+                                aLimit.mWhy );
 }
 
 // A descriptor that closes itself.
@@ -57,7 +64,7 @@ private:
     const int mNumber;
 };
 
-void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax )
+void CheckKind( const Descriptor& aFile, const std::string& aPath, const Limit& aLimit )
 {
     struct stat lStatus
     {
@@ -74,18 +81,20 @@ void CheckKind( const Descriptor& aFile, const std::string& aPath, uint64_t aMax
     {
         throw MakeFileFailure( "read", aPath, "it is neither a regular file nor a pipe" );
     }
-    if ( S_ISREG( lStatus.st_mode ) && static_cast<uint64_t>( lStatus.st_size ) > aMax )
+    if ( S_ISREG( lStatus.st_mode ) && static_cast<uint64_t>( lStatus.st_size ) > aLimit.mMax )
     {
-        throw MakeTooLong( aPath, aMax );
+        throw MakeTooLong( aPath, aLimit );
     }
 }
 
 } // namespace
 
-std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
+std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax,
+                                    const std::string& aWhyMax )
 {
+    const Limit lLimit{ aMax, aWhyMax };
     const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC ) );
-    CheckKind( lFile, aPath, aMax );
+    CheckKind( lFile, aPath, lLimit );
     std::vector<uint8_t> lBytes;
     for ( ;; )
     {
@@ -99,7 +108,7 @@ std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
         lBytes.resize( lSize + static_cast<size_t>( lCount ) );
         if ( lBytes.size() > aMax )
         {
-            throw MakeTooLong( aPath, aMax );
+            throw MakeTooLong( aPath, lLimit );
         }
         if ( lCount == 0 )
         {

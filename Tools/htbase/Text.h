@@ -12,8 +12,22 @@ namespace HtBaseTool
 // blank. aWhat names it in the usage failure that is thrown otherwise ("address").
 uint32_t ParseNumber( const std::string& aText, const std::string& aWhat );
 
+// How wide the addresses of a device are.
+enum class AddressBits : unsigned int
+{
+    GEV = 32,
+    U3V = 64
+};
+
+// The same for an address, and the largest one that there is.
+uint64_t ParseAddress( const std::string& aText, AddressBits aBits );
+uint64_t GetLastAddress( AddressBits aBits );
+
 // "0x00000A00".
 std::string FormatHex( uint32_t aValue );
+
+// An address with all its digits.
+std::string FormatAddress( uint64_t aAddress, AddressBits aBits );
 
 // "1 byte", "2 bytes", for words that take an s.
 std::string FormatCount( uint64_t aCount, const std::string& aWord );
