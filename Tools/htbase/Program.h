@@ -38,6 +38,7 @@ CLI::App* AddGroup( CLI::App& aParent, const char* aName, const char* aDescripti
 
 // The command groups.
 void AddGevCommands( CLI::App& aApp, Program& aProgram );
+void AddU3vCommands( CLI::App& aApp, Program& aProgram );
 void AddSimCommands( CLI::App& aApp, Program& aProgram );
 
 } // namespace HtBaseTool

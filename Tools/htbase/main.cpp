@@ -70,18 +70,6 @@ void RecordAssertion( const char* aExpression, const char* aFile, int aLine )
     }
 }
 
-nlohmann::ordered_json MakeError( const Failure& aFailure )
-{
-    nlohmann::ordered_json lError;
-    lError["message"] = aFailure.what();
-    if ( !aFailure.GetResult().IsOK() )
-    {
-        lError["code"] = aFailure.GetResult().GetCodeString();
-        lError["systemError"] = aFailure.GetResult().GetOSCode();
-    }
-    return lError;
-}
-
 // Runs the command and prints its report.
 void RunCommand( Program& aProgram )
 {
@@ -156,6 +144,7 @@ void SetUp( CLI::App& aApp, Program& aProgram )
     aApp.footer( "--json, -v, -vv and --version may stand anywhere.\n"
                  "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage." );
     AddGevCommands( aApp, aProgram );
+    AddU3vCommands( aApp, aProgram );
     AddSimCommands( aApp, aProgram );
 }
 
