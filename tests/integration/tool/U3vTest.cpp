@@ -318,7 +318,7 @@ TEST_F( U3v, ADeviceThatVanishesIsSaidToBeGone )
 
 TEST_F( U3v, AnInterruptionEndsTheWaitForAnAnswer )
 {
-    GetDevice().Inject( { FaultU3V::Kind::PENDING, 60000, 1, 0 } );
+    GetDevice().Inject( { FaultU3V::Kind::PENDING, 60000, 1, 30000 } );
     ChildProcess lProgram( MakeToolCommand( { "u3v", "read", "1-1", "0" } ) );
     ASSERT_TRUE( mDevice->WaitForReader() );
     lProgram.Signal( SIGINT );
