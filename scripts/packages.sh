@@ -3,10 +3,12 @@
 # Says what it installs, installs only what is missing, and needs no network when nothing is.
 
 # To build the libraries, the virtual devices and the program.
-BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev"
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libusb-1.0-0-dev"
+# To emulate a USB bus with a virtual device on it, which is built with the tests.
+USB_PACKAGES="libumockdev-dev umockdev libgtest-dev libgmock-dev"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
-TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux"
+TEST_PACKAGES="$USB_PACKAGES aravis-tools aravis-tools-cli tshark iproute2 util-linux"
 
 is_installed()
 {
