@@ -3,14 +3,15 @@
 # Says what it installs, installs only what is missing, and needs no network when nothing is.
 
 # To build the libraries, the virtual devices and the program.
-BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcli11-dev nlohmann-json3-dev"
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libusb-1.0-0-dev"
 # For the demo: what makes it a network of its own.
 DEMO_PACKAGES="iproute2 util-linux"
+# To emulate a USB bus with a virtual device on it, which is built with the tests.
+USB_PACKAGES="libumockdev-dev umockdev libgtest-dev libgmock-dev"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
-TEST_PACKAGES="libgtest-dev libgmock-dev aravis-tools aravis-tools-cli tshark iproute2 util-linux
-    libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils
-    umockdev libumockdev-dev"
+TEST_PACKAGES="$USB_PACKAGES aravis-tools aravis-tools-cli tshark iproute2 util-linux
+    libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils"
 # TFTP servers that judge our client. Their packages would start services and conflict with one
 # another, so they are unpacked, not installed; the libraries that they need are named above.
 PEER_PACKAGES="tftpd-hpa atftpd dnsmasq-base"

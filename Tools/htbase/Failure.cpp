@@ -1,8 +1,14 @@
 #include "Tools/htbase/Failure.h"
 
+#include "Tools/htbase/Text.h"
+
 #include <QmUtilsLib/String.h>
 
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
 
 namespace HtBaseTool
@@ -15,6 +21,9 @@ namespace
 
 // How the link's text for this refusal begins; nothing else in a result tells it apart.
 constexpr const char* ACCESS_DENIED = "Access denied";
+
+// How the link's texts for a GenCP status begin; they tell its OS code from the system's.
+constexpr const char* STATUS_TEXTS[] = { "Status GENCP_", "Unknown status received" };
 
 std::string GetDescription( const Result& aResult )
 {
@@ -36,7 +45,12 @@ std::string GetSystemErrorText( int aError )
 std::string Describe( const Result& aResult )
 {
     std::string lDetails = GetDescription( aResult );
-    if ( aResult.GetOSCode() != 0 )
+    const unsigned int lStatus = GetDeviceStatus( aResult );
+    if ( lStatus != 0 )
+    {
+        lDetails += ", status " + FormatHex( lStatus );
+    }
+    else if ( aResult.GetOSCode() != 0 )
     {
         const int lError = static_cast<int>( aResult.GetOSCode() );
         lDetails += lDetails.empty() ? "" : ", ";
@@ -73,6 +87,34 @@ std::string GetHint( const Result& aResult )
     default:
         return "";
     }
+}
+
+unsigned int GetDeviceStatus( const Result& aResult )
+{
+    const std::string lText = GetDescription( aResult );
+    const bool lIsStatus =
+        std::any_of( std::begin( STATUS_TEXTS ), std::end( STATUS_TEXTS ),
+                     [&lText]( const char* aBegin ) { return lText.rfind( aBegin, 0 ) == 0; } );
+    return lIsStatus ? aResult.GetOSCode() : 0;
+}
+
+nlohmann::ordered_json MakeError( const Failure& aFailure )
+{
+    const Result& lResult = aFailure.GetResult();
+    nlohmann::ordered_json lError;
+    lError["message"] = aFailure.what();
+    if ( lResult.IsOK() )
+    {
+        return lError;
+    }
+    const unsigned int lStatus = GetDeviceStatus( lResult );
+    lError["code"] = lResult.GetCodeString();
+    lError["systemError"] = lStatus == 0 ? lResult.GetOSCode() : 0;
+    if ( lStatus != 0 )
+    {
+        lError["deviceStatus"] = lStatus;
+    }
+    return lError;
 }
 
 bool IsRefusal( const Result& aResult )

@@ -3,6 +3,8 @@
 
 #include <QmUtilsLib/Result.h>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <stdexcept>
 #include <string>
 
@@ -64,6 +66,12 @@ std::string Describe( const QmUtilsLib::Result& aResult );
 
 // What a person may do about it: " - is ...?" or nothing.
 std::string GetHint( const QmUtilsLib::Result& aResult );
+
+// The GenCP status of the device behind a result; 0 when it is none.
+unsigned int GetDeviceStatus( const QmUtilsLib::Result& aResult );
+
+// What a report says about a failure.
+nlohmann::ordered_json MakeError( const Failure& aFailure );
 
 // The device answered, and said no.
 bool IsRefusal( const QmUtilsLib::Result& aResult );

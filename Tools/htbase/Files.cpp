@@ -27,11 +27,18 @@ Failure MakeFileFailure( const char* aTried, const std::string& aPath, const std
                              "': " + aReason );
 }
 
-Failure MakeTooLong( const std::string& aPath, uint64_t aMax )
+// How long a file may be, and why.
+struct Limit
+{
+    uint64_t mMax;
+    const std::string& mWhy;
+};
+
+Failure MakeTooLong( const std::string& aPath, const Limit& aLimit )
 {
     return MakeFileFailure( "load", aPath,
-                            "it is longer than the " + FormatCount( aMax, "byte" ) +
-                                " from the address to the end of 32-bit addresses" );
+                            "it is longer than the " + FormatCount( aLimit.mMax, "byte" ) + " " +
+                                aLimit.mWhy );
 }
 
 // A descriptor that closes itself.
@@ -123,8 +130,10 @@ std::vector<uint8_t> ReadRegular( const std::string& aPath, uint64_t aMax )
 
 } // namespace
 
-std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
+std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax,
+                                    const std::string& aWhyMax )
 {
+    const Limit lLimit{ aMax, aWhyMax };
     const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC ) );
     const struct stat lStatus = GetStatus( lFile, aPath );
     if ( !S_ISREG( lStatus.st_mode ) && !S_ISFIFO( lStatus.st_mode ) )
@@ -133,10 +142,10 @@ std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax )
     }
     if ( S_ISREG( lStatus.st_mode ) && static_cast<uint64_t>( lStatus.st_size ) > aMax )
     {
-        throw MakeTooLong( aPath, aMax );
+        throw MakeTooLong( aPath, lLimit );
     }
     std::vector<uint8_t> lBytes =
-        ReadAll( lFile, aPath, aMax, [&] { return MakeTooLong( aPath, aMax ); } );
+        ReadAll( lFile, aPath, aMax, [&] { return MakeTooLong( aPath, lLimit ); } );
     if ( lBytes.empty() )
     {
         throw MakeFileFailure( "load", aPath, "it is empty" );

@@ -10,8 +10,9 @@ namespace HtBaseTool
 {
 
 // Reads a whole file of 1 to aMax bytes: a regular one, or a pipe. Throws a usage failure that says
-// what is wrong with it.
-std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax );
+// what is wrong with it. aWhyMax goes behind "the 42 bytes".
+std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax,
+                                    const std::string& aWhyMax );
 
 // Reads a whole regular file of 0 to aMax bytes. Throws a failure of status REFUSED that says what
 // is wrong with it.

@@ -28,29 +28,35 @@ constexpr uint32_t OPEN_ACCESS = 0;
 
 constexpr int REPEATS_MAX = 5;
 
+// Addresses were read as numbers of 32 bits.
+uint32_t ToLinkAddress( uint64_t aAddress )
+{
+    return static_cast<uint32_t>( aAddress );
+}
+
 } // namespace
 
 GevDevice::GevDevice( Interruption& aInterruption, const HostPort& aHost,
                       const LinkOptions& aOptions )
-    : mInterruption( aInterruption )
+    : Device( aInterruption, aHost.GetName(), AddressBits::GEV )
     , mHost( aHost )
-    , mName( aHost.GetName() )
     , mLink( mSocket, aOptions )
 {
     const Result lResult = OpenSocket( nullptr, 0 );
     if ( !lResult.IsOK() )
     {
-        throw Failure( "cannot reach " + mName + ": " + Describe( lResult ) + GetHint( lResult ),
+        throw Failure( "cannot reach " + GetName() + ": " + Describe( lResult ) +
+                           GetHint( lResult ),
                        lResult );
     }
     mLocalAddress = mSocket.GetLocalAddress();
     mLocalPort = mSocket.GetLocalPort();
-    mInterruption.SetAction( [this] { Abort(); } );
+    GetInterruption().SetAction( [this] { Abort(); } );
 }
 
 GevDevice::~GevDevice()
 {
-    mInterruption.SetAction( nullptr );
+    GetInterruption().SetAction( nullptr );
 }
 
 Result GevDevice::OpenSocket( const IpAddress* aAddress, unsigned short aPort )
@@ -79,26 +85,31 @@ Result GevDevice::Read( HtBaseLib::CapabilitiesGEV& aRecord )
     return aRecord.Init( &mLink );
 }
 
-Result GevDevice::ReadRegister( uint32_t aAddress, uint32_t& aValue )
+Result GevDevice::ReadRegister( uint64_t aAddress, uint32_t& aValue )
 {
-    return mLink.ReadRegister( &aValue, aAddress );
+    return mLink.ReadRegister( &aValue, ToLinkAddress( aAddress ) );
 }
 
-Result GevDevice::WriteRegister( uint32_t aAddress, uint32_t aValue, bool aNoAck )
+Result GevDevice::WriteRegister( uint64_t aAddress, uint32_t aValue, bool aNoAck )
 {
-    return Write( [&] { return mLink.WriteRegister( &aValue, aAddress, aNoAck ); } );
+    return Write( [&]
+                  { return mLink.WriteRegister( &aValue, ToLinkAddress( aAddress ), aNoAck ); } );
 }
 
-Result GevDevice::ReadPiece( void* aData, uint32_t aAddress, uint32_t aSize )
+Result GevDevice::ReadPiece( void* aData, uint64_t aAddress, uint32_t aSize )
 {
-    return Repeat( [&] { return mLink.ReadMemory( aData, aAddress, aSize ); } );
+    return Repeat( [&] { return mLink.ReadMemory( aData, ToLinkAddress( aAddress ), aSize ); } );
 }
 
-Result GevDevice::WritePiece( const void* aData, uint32_t aAddress, uint32_t aSize )
+Result GevDevice::WritePiece( const void* aData, uint64_t aAddress, uint32_t aSize )
 {
     return Write(
         [&]
-        { return Repeat( [&] { return mLink.WriteMemory( aData, aAddress, aSize, false ); } ); } );
+        {
+            return Repeat(
+                [&]
+                { return mLink.WriteMemory( aData, ToLinkAddress( aAddress ), aSize, false ); } );
+        } );
 }
 
 Result GevDevice::Repeat( const std::function<Result()>& aTransfer )
@@ -174,17 +185,9 @@ Result GevDevice::EnterCleanUp()
     return mSocket.IsOpened() ? Result( Result::OK ) : OpenSocket( &mLocalAddress, mLocalPort );
 }
 
-Failure GevDevice::MakeFailure( const std::string& aTried, const Result& aResult,
-                                const std::string& aMore ) const
+std::string GevDevice::GetAdvice( const Result& aResult ) const
 {
-    if ( mInterruption.IsRequested() )
-    {
-        return Failure( "interrupted before it could " + aTried + " of " + mName + aMore,
-                        Result::ABORTED );
-    }
-    return Failure( "cannot " + aTried + " of " + mName + ": " + Describe( aResult ) + aMore +
-                        GetHint( aResult ),
-                    aResult );
+    return GetHint( aResult );
 }
 
 nlohmann::ordered_json GevDevice::GetStatistics() const

@@ -1,7 +1,7 @@
 // A GigE Vision device as the commands use it.
 #pragma once
 
-#include "Tools/htbase/Failure.h"
+#include "Tools/htbase/Device.h"
 #include "Tools/htbase/Host.h"
 #include "Tools/htbase/ToolLinkGEV.h"
 
@@ -9,8 +9,6 @@
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Network/EthernetAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <atomic>
 #include <cstdint>
@@ -25,14 +23,10 @@ class CapabilitiesGEV;
 namespace HtBaseTool
 {
 
-class Interruption;
-
 // GevDevice is one socket and one link to one device. An interruption ends a running transfer at
-// once, and every one after it; control is given back all the same.
-//
-// Operations block as the link does. They return the link's result; MakeFailure turns one into the
-// sentence for the user.
-class GevDevice
+// once, and every one after it; control is given back all the same. Its name is like
+// "192.168.0.5:3956".
+class GevDevice : public Device
 {
 public:
     static constexpr uint32_t CONTROL_PRIVILEGE = 0x0A00;
@@ -40,13 +34,7 @@ public:
     // Opens a socket that is connected to the device; nothing is sent. Throws a failure when that
     // is not possible. The interruption must outlive the object.
     GevDevice( Interruption& aInterruption, const HostPort& aHost, const LinkOptions& aOptions );
-    ~GevDevice();
-
-    GevDevice( const GevDevice& ) = delete;
-    GevDevice& operator=( const GevDevice& ) = delete;
-
-    // "192.168.0.5:3956".
-    const std::string& GetName() const { return mName; }
+    ~GevDevice() override;
 
     // Reads Device MAC Address High and Low. Throws a Failure.
     WdUtilsLib::Network::EthernetAddress ReadMacAddress();
@@ -54,22 +42,18 @@ public:
     // Fills a capability record.
     QmUtilsLib::Result Read( HtBaseLib::CapabilitiesGEV& aRecord );
 
-    QmUtilsLib::Result ReadRegister( uint32_t aAddress, uint32_t& aValue );
-    QmUtilsLib::Result WriteRegister( uint32_t aAddress, uint32_t aValue, bool aNoAck );
+    QmUtilsLib::Result ReadRegister( uint64_t aAddress, uint32_t& aValue ) override;
+    QmUtilsLib::Result WriteRegister( uint64_t aAddress, uint32_t aValue, bool aNoAck );
 
-    // Transfer a piece of memory of at most 536 bytes, whole words at a multiple of 4. A piece that
-    // timed out is repeated, up to five times, and counted.
-    QmUtilsLib::Result ReadPiece( void* aData, uint32_t aAddress, uint32_t aSize );
-    QmUtilsLib::Result WritePiece( const void* aData, uint32_t aAddress, uint32_t aSize );
+    // At most 536 bytes. A piece that timed out is repeated, up to five times, and counted.
+    QmUtilsLib::Result ReadPiece( void* aData, uint64_t aAddress, uint32_t aSize ) override;
+    QmUtilsLib::Result WritePiece( const void* aData, uint64_t aAddress, uint32_t aSize ) override;
 
-    // The failure of what was tried ("read register 0x00000934"). aMore is added to the reason, as
-    // in ", 512 of 1024 bytes ...".
-    Failure MakeFailure( const std::string& aTried, const QmUtilsLib::Result& aResult,
-                         const std::string& aMore = "" ) const;
+    nlohmann::ordered_json GetStatistics() const override;
+    std::string GetStatisticsText() const override;
 
-    // What happened on the link, for the report, and in a line for people.
-    nlohmann::ordered_json GetStatistics() const;
-    std::string GetStatisticsText() const;
+protected:
+    std::string GetAdvice( const QmUtilsLib::Result& aResult ) const override;
 
 private:
     friend class ControlScope;
@@ -91,9 +75,7 @@ private:
     void Abort();
     QmUtilsLib::Result EnterCleanUp();
 
-    Interruption& mInterruption;
     const HostPort mHost;
-    const std::string mName;
     WdUtilsLib::Network::SocketUDP mSocket;
     ToolLinkGEV mLink;
     WdUtilsLib::Network::IpAddress mLocalAddress;

@@ -1,5 +1,6 @@
 // gev info.
 
+#include "Tools/htbase/Capability.h"
 #include "Tools/htbase/Console.h"
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/GevCommands.h"
@@ -50,15 +51,7 @@ constexpr IdentityText IDENTITY_TEXTS[] = {
     { "User-defined name", "userName", 0x00E8, 16 },
 };
 
-// A question that a record answers with yes or no.
-struct Capability
-{
-    const char* mLabel;
-    const char* mKey;
-    bool ( CapabilitiesGEV::*mQuery )() const;
-};
-
-constexpr Capability CAPABILITIES[] = {
+constexpr Capability<CapabilitiesGEV> CAPABILITIES[] = {
     { "Concatenation", "concatenation", &CapabilitiesGEV::IsConcatenationSupported },
     { "Memory write", "writeMem", &CapabilitiesGEV::IsWriteMemSupported },
     { "Packet resend", "packetResend", &CapabilitiesGEV::IsPacketResendSupported },
@@ -164,8 +157,8 @@ void PrintInfo( const GevDevice& aDevice, const EthernetAddress& aAddress,
     lRows.push_back( { "GigE Vision", std::to_string( aRecord.GetVersionMajor() ) + "." +
                                           std::to_string( aRecord.GetVersionMinor() ) } );
     lRows.push_back( { "Class", GetClassName( aRecord.GetDeviceClass() ) } );
-    lRows.push_back( { "Maker's device", aRecord.IsCorvaneDevice() ? "yes" : "no" } );
-    lRows.push_back( { "Maker's transmitter", aRecord.IsCorvaneTransmitter() ? "yes" : "no" } );
+    lRows.push_back( { "Maker's device", FormatAnswer( aRecord.IsCorvaneDevice() ) } );
+    lRows.push_back( { "Maker's transmitter", FormatAnswer( aRecord.IsCorvaneTransmitter() ) } );
     lRows.push_back( { "Stream channels", std::to_string( aRecord.GetStreamingChannelCount() ) } );
     lRows.push_back( { "Stream source ports", FormatPorts( GetStreamPorts( aRecord ) ) } );
     lRows.push_back( { "Message channels", std::to_string( aRecord.GetMessagingChannelCount() ) } );
@@ -179,10 +172,7 @@ void PrintInfo( const GevDevice& aDevice, const EthernetAddress& aAddress,
         { "Timestamp ticks per second", aRecord.GetTimestampTickFrequency() != 0
                                             ? std::to_string( aRecord.GetTimestampTickFrequency() )
                                             : std::string() } );
-    for ( const Capability& lCapability : CAPABILITIES )
-    {
-        lRows.push_back( { lCapability.mLabel, ( aRecord.*lCapability.mQuery )() ? "yes" : "no" } );
-    }
+    AppendCapabilities( lRows, aRecord, CAPABILITIES );
     Print( FormatTable( lRows ) );
 }
 
@@ -206,10 +196,7 @@ void ReportInfo( Json& aReport, const EthernetAddress& aAddress, const Capabilit
     aReport["maxReadMem"] = aRecord.GetMaxReadMemSize();
     aReport["maxWriteMem"] = aRecord.GetMaxWriteMemSize();
     aReport["timestampTickFrequency"] = aRecord.GetTimestampTickFrequency();
-    for ( const Capability& lCapability : CAPABILITIES )
-    {
-        aReport["capabilities"][lCapability.mKey] = ( aRecord.*lCapability.mQuery )();
-    }
+    ReportCapabilities( aReport, aRecord, CAPABILITIES );
 }
 
 // The record is made for an address, so that is read first; one Init; then the texts.

@@ -1,10 +1,8 @@
 // gev read, gev write.
 
-#include "Tools/htbase/Console.h"
-#include "Tools/htbase/Failure.h"
 #include "Tools/htbase/GevCommands.h"
 #include "Tools/htbase/GevDevice.h"
-#include "Tools/htbase/Text.h"
+#include "Tools/htbase/Registers.h"
 
 #include <CLI/CLI.hpp>
 
@@ -14,8 +12,6 @@
 
 namespace HtBaseTool
 {
-
-using QmUtilsLib::Result;
 
 namespace
 {
@@ -34,80 +30,19 @@ struct WriteOptions
     bool mNoControl = false;
 };
 
-void Report( Program& aProgram, const RegisterValue& aRegister )
+void Read( Program& aProgram, const ReadOptions& aOptions )
 {
-    if ( !aProgram.mIsJson )
-    {
-        Print( FormatHex( aRegister.mAddress ) + "  " + FormatHex( aRegister.mValue ) + "  " +
-               std::to_string( aRegister.mValue ) + "\n" );
-        return;
-    }
-    aProgram.mReport["registers"].push_back(
-        { { "address", aRegister.mAddress }, { "value", aRegister.mValue } } );
-}
-
-void BeginReport( Program& aProgram, const GevDevice& aDevice )
-{
-    aProgram.mReport["device"] = aDevice.GetName();
-    aProgram.mReport["registers"] = nlohmann::ordered_json::array();
-}
-
-// ", 1 of 3 registers ..." where several were asked for.
-std::string GetHowMany( size_t aDone, size_t aCount, const char* aWhat )
-{
-    return aCount == 1 ? std::string()
-                       : ", " + std::to_string( aDone ) + " of " + std::to_string( aCount ) +
-                             " registers were " + aWhat;
-}
-
-void ReadRegisters( Program& aProgram, const ReadOptions& aOptions )
-{
-    std::vector<uint32_t> lAddresses;
-    std::transform( aOptions.mAddresses.begin(), aOptions.mAddresses.end(),
-                    std::back_inserter( lAddresses ), ParseRegisterAddress );
+    const std::vector<uint64_t> lAddresses =
+        ParseRegisterAddresses( aOptions.mAddresses, AddressBits::GEV );
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
-    BeginReport( aProgram, lDevice );
-    size_t lDone = 0;
-    for ( const uint32_t lAddress : lAddresses )
-    {
-        uint32_t lValue = 0;
-        const Result lResult = lDevice.ReadRegister( lAddress, lValue );
-        aProgram.mReport["statistics"] = lDevice.GetStatistics();
-        if ( !lResult.IsOK() )
-        {
-            throw lDevice.MakeFailure( "read register " + FormatHex( lAddress ), lResult,
-                                       GetHowMany( lDone, lAddresses.size(), "read" ) );
-        }
-        Report( aProgram, { lAddress, lValue } );
-        ++lDone;
-    }
+    BeginRegisters( aProgram, lDevice );
+    ReadRegisters( aProgram, lDevice, lAddresses );
 }
 
-void WriteAll( Program& aProgram, GevDevice& aDevice, const std::vector<RegisterValue>& aRegisters,
-               bool aNoAck )
+void Write( Program& aProgram, const WriteOptions& aOptions )
 {
-    size_t lDone = 0;
-    for ( const RegisterValue& lRegister : aRegisters )
-    {
-        const Result lResult =
-            aDevice.WriteRegister( lRegister.mAddress, lRegister.mValue, aNoAck );
-        aProgram.mReport["statistics"] = aDevice.GetStatistics();
-        if ( !lResult.IsOK() )
-        {
-            throw aDevice.MakeFailure( "write " + FormatHex( lRegister.mValue ) + " to register " +
-                                           FormatHex( lRegister.mAddress ),
-                                       lResult, GetHowMany( lDone, aRegisters.size(), "written" ) );
-        }
-        Report( aProgram, lRegister );
-        ++lDone;
-    }
-}
-
-void WriteRegisters( Program& aProgram, const WriteOptions& aOptions )
-{
-    std::vector<RegisterValue> lRegisters;
-    std::transform( aOptions.mPairs.begin(), aOptions.mPairs.end(),
-                    std::back_inserter( lRegisters ), ParseRegisterValue );
+    const std::vector<RegisterValue> lRegisters =
+        ParseRegisterPairs( aOptions.mPairs, AddressBits::GEV );
     // Who writes the privilege decides about control himself.
     const bool lWantsControl =
         !aOptions.mNoControl &&
@@ -115,10 +50,14 @@ void WriteRegisters( Program& aProgram, const WriteOptions& aOptions )
                       []( const RegisterValue& aRegister )
                       { return aRegister.mAddress == GevDevice::CONTROL_PRIVILEGE; } );
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
-    BeginReport( aProgram, lDevice );
+    BeginRegisters( aProgram, lDevice );
     aProgram.mReport["acknowledged"] = !aOptions.mNoAck;
-    ControlScope lControl( lDevice, lWantsControl, GetHowMany( 0, lRegisters.size(), "written" ) );
-    WriteAll( aProgram, lDevice, lRegisters, aOptions.mNoAck );
+    ControlScope lControl( lDevice, lWantsControl, GetNoneWritten( lRegisters.size() ) );
+    WriteRegisters( aProgram, lDevice, lRegisters,
+                    [&]( const RegisterValue& aRegister ) {
+                        return lDevice.WriteRegister( aRegister.mAddress, aRegister.mValue,
+                                                      aOptions.mNoAck );
+                    } );
     lControl.Release( "the registers were written" );
     aProgram.mReport["statistics"] = lDevice.GetStatistics();
 }
@@ -130,11 +69,9 @@ void AddGevRead( CLI::App& aGroup, Program& aProgram )
     const auto lOptions = std::make_shared<ReadOptions>();
     CLI::App* const lCommand = AddCommand(
         aGroup, "read", "Read registers: a line of address, value and value per register", aProgram,
-        [lOptions]( Program& aRun ) { ReadRegisters( aRun, *lOptions ); } );
+        [lOptions]( Program& aRun ) { Read( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
-    lCommand->add_option( "ADDRESS", lOptions->mAddresses, "Decimal or 0x, a multiple of 4" )
-        ->type_name( "" )
-        ->required();
+    AddRegisterAddresses( *lCommand, lOptions->mAddresses );
 }
 
 void AddGevWrite( CLI::App& aGroup, Program& aProgram )
@@ -142,13 +79,9 @@ void AddGevWrite( CLI::App& aGroup, Program& aProgram )
     const auto lOptions = std::make_shared<WriteOptions>();
     CLI::App* const lCommand =
         AddCommand( aGroup, "write", "Write registers, with control of the device taken meanwhile",
-                    aProgram, [lOptions]( Program& aRun ) { WriteRegisters( aRun, *lOptions ); } );
+                    aProgram, [lOptions]( Program& aRun ) { Write( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
-    lCommand
-        ->add_option( "ADDRESS=VALUE", lOptions->mPairs,
-                      "Decimal or 0x, of 32 bits, in this order" )
-        ->type_name( "" )
-        ->required();
+    AddRegisterPairs( *lCommand, lOptions->mPairs );
     lCommand->add_flag( "--no-ack", lOptions->mNoAck,
                         "Ask for no acknowledge: whether the device has written stays unknown" );
     lCommand->add_flag( "--no-control", lOptions->mNoControl,

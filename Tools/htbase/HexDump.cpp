@@ -1,7 +1,5 @@
 #include "Tools/htbase/HexDump.h"
 
-#include "Tools/htbase/Text.h"
-
 namespace HtBaseTool
 {
 
@@ -22,8 +20,9 @@ void AppendHex( std::string& aText, const uint8_t* aData, size_t aSize )
     }
 }
 
-HexDump::HexDump( uint32_t aAddress )
+HexDump::HexDump( uint64_t aAddress, AddressBits aBits )
     : mAddress( aAddress )
+    , mBits( aBits )
 {
 }
 
@@ -48,7 +47,7 @@ std::string HexDump::Finish()
 
 std::string HexDump::TakeLine()
 {
-    std::string lLine = FormatHex( mAddress ) + " ";
+    std::string lLine = FormatAddress( mAddress, mBits ) + " ";
     std::string lText;
     for ( size_t lIndex = 0; lIndex < LINE; ++lIndex )
     {
@@ -62,7 +61,7 @@ std::string HexDump::TakeLine()
         AppendHex( lLine, &lByte, 1 );
         lText += lByte >= 0x20 && lByte < 0x7F ? static_cast<char>( lByte ) : '.';
     }
-    mAddress += static_cast<uint32_t>( LINE ); // wraps behind the last line only
+    mAddress += LINE; // wraps behind the last line only
     mBytes.clear();
     return lLine + "  |" + lText + "|\n";
 }

@@ -1,6 +1,8 @@
 // Bytes as text.
 #pragma once
 
+#include "Tools/htbase/Text.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -18,7 +20,7 @@ void AppendHex( std::string& aText, const uint8_t* aData, size_t aSize );
 class HexDump
 {
 public:
-    explicit HexDump( uint32_t aAddress );
+    HexDump( uint64_t aAddress, AddressBits aBits );
 
     // Takes bytes and returns the lines that are full.
     std::string Add( const uint8_t* aData, size_t aSize );
@@ -29,7 +31,8 @@ public:
 private:
     std::string TakeLine();
 
-    uint32_t mAddress;
+    uint64_t mAddress;
+    const AddressBits mBits;
     std::vector<uint8_t> mBytes; // of the line that is not full
 };
 

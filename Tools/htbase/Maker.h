@@ -1,7 +1,8 @@
 // Which devices are the maker's own, as the user says.
 #pragma once
 
-#include <cstdint>
+#include "Tools/htbase/Device.h"
+
 #include <string>
 #include <vector>
 
@@ -33,11 +34,6 @@ void AddMakerOptions( CLI::App& aCommand, MakerOptions& aOptions );
 // The most bytes that one READMEM, one WRITEMEM may carry to this device. Only a device of the
 // maker's takes more than any other, so the device is asked who it is only where one is known.
 // Throws a Failure when it does not tell.
-struct PieceSizes
-{
-    uint32_t mRead;
-    uint32_t mWrite;
-};
 PieceSizes GetPieceSizes( GevDevice& aDevice, const MakerOptions& aOptions );
 
 } // namespace HtBaseTool

@@ -43,6 +43,7 @@ void PrintVersion();
 void AddDfwCommands( CLI::App& aApp, Program& aProgram );
 void AddGevCommands( CLI::App& aApp, Program& aProgram );
 void AddTftpCommands( CLI::App& aApp, Program& aProgram );
+void AddU3vCommands( CLI::App& aApp, Program& aProgram );
 void AddSimCommands( CLI::App& aApp, Program& aProgram );
 
 } // namespace HtBaseTool

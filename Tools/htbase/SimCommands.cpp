@@ -5,7 +5,9 @@
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Host.h"
 #include "Tools/htbase/Program.h"
+#include "Tools/htbase/Registers.h"
 #include "Tools/htbase/SimFaults.h"
+#include "Tools/htbase/Text.h"
 #include "Tools/htbase/TftpStation.h"
 
 #include "Simulators/BootstrapGEV.h"
@@ -144,14 +146,18 @@ ConfigurationGEV MakeConfiguration( const SimOptions& aOptions, const IpAddress&
 
 void SetRefusals( VirtualDeviceGEV& aDevice, const SimOptions& aOptions )
 {
-    for ( const std::string& lText : aOptions.mRefusals )
+    for ( const RegisterValue& lRefusal :
+          ParseRegisterPairs( aOptions.mRefusals, AddressBits::GEV ) )
     {
-        const RegisterValue lRefusal = ParseRegisterValue( lText );
         if ( lRefusal.mValue < STATUS_MIN || lRefusal.mValue > STATUS_MAX )
         {
-            throw MakeUsageFailure( "'" + lText + "' has no status from 0x8001 to 0xFFFF" );
+            throw MakeUsageFailure( "'" + FormatHex( lRefusal.mAddress ) + "=" +
+                                    FormatHex( lRefusal.mValue ) +
+                                    "' has no status from 0x8001 to 0xFFFF" );
         }
-        aDevice.RefuseAddress( lRefusal.mAddress, static_cast<uint16_t>( lRefusal.mValue ) );
+        // The address has 32 bits, as parsed.
+        aDevice.RefuseAddress( static_cast<uint32_t>( lRefusal.mAddress ),
+                               static_cast<uint16_t>( lRefusal.mValue ) );
     }
 }
 

@@ -91,9 +91,7 @@ const std::string& GetCell( const std::string& aCell )
     return aCell.empty() ? EMPTY : aCell;
 }
 
-} // namespace
-
-uint32_t ParseNumber( const std::string& aText, const std::string& aWhat )
+uint64_t Parse( const std::string& aText, const std::string& aWhat, uint64_t aMax )
 {
     const bool lIsHex =
         aText.size() > 2 && aText[0] == '0' && ( aText[1] == 'x' || aText[1] == 'X' );
@@ -109,42 +107,46 @@ uint32_t ParseNumber( const std::string& aText, const std::string& aWhat )
     uint64_t lValue = 0;
     for ( const char lDigit : lDigits )
     {
-        lValue = lValue * static_cast<uint64_t>( lBase ) +
-                 static_cast<uint64_t>( GetDigit( lDigit, lBase ) );
-        if ( lValue > UINT32_MAX )
+        const auto lNext = static_cast<uint64_t>( GetDigit( lDigit, lBase ) );
+        if ( lValue > ( aMax - lNext ) / static_cast<uint64_t>( lBase ) )
         {
-            throw MakeUsageFailure( aWhat + " '" + aText + "' does not fit in 32 bits" );
+            throw MakeUsageFailure( aWhat + " '" + aText + "' does not fit in " +
+                                    ( aMax == UINT32_MAX ? "32" : "64" ) + " bits" );
         }
+        lValue = lValue * static_cast<uint64_t>( lBase ) + lNext;
     }
-    return static_cast<uint32_t>( lValue );
+    return lValue;
 }
 
-uint32_t ParseRegisterAddress( const std::string& aText )
+} // namespace
+
+uint32_t ParseNumber( const std::string& aText, const std::string& aWhat )
 {
-    const uint32_t lAddress = ParseNumber( aText, "address" );
-    if ( lAddress % 4 != 0 )
-    {
-        throw MakeUsageFailure( "address '" + aText +
-                                "' is no multiple of 4, as the address of a register is" );
-    }
-    return lAddress;
+    return static_cast<uint32_t>( Parse( aText, aWhat, UINT32_MAX ) );
 }
 
-RegisterValue ParseRegisterValue( const std::string& aText )
+uint64_t ParseAddress( const std::string& aText, AddressBits aBits )
 {
-    const size_t lEqual = aText.find( '=' );
-    if ( lEqual == std::string::npos )
-    {
-        throw MakeUsageFailure( "'" + aText + "' is not of the form ADDRESS=VALUE" );
-    }
-    return { ParseRegisterAddress( aText.substr( 0, lEqual ) ),
-             ParseNumber( aText.substr( lEqual + 1 ), "value" ) };
+    return Parse( aText, "address", GetLastAddress( aBits ) );
+}
+
+uint64_t GetLastAddress( AddressBits aBits )
+{
+    return aBits == AddressBits::GEV ? UINT32_MAX : UINT64_MAX;
 }
 
 std::string FormatHex( uint64_t aValue, int aDigits )
 {
     char lText[24];
     std::snprintf( lText, sizeof( lText ), "0x%0*" PRIX64, aDigits, aValue );
+    return lText;
+}
+
+std::string FormatAddress( uint64_t aAddress, AddressBits aBits )
+{
+    char lText[24];
+    std::snprintf( lText, sizeof( lText ), "0x%0*" PRIX64, static_cast<int>( aBits ) / 4,
+                   aAddress );
     return lText;
 }
 

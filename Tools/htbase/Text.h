@@ -12,20 +12,22 @@ namespace HtBaseTool
 // blank. aWhat names it in the usage failure that is thrown otherwise ("address").
 uint32_t ParseNumber( const std::string& aText, const std::string& aWhat );
 
-// A register, and a value for it.
-struct RegisterValue
-{
-    uint32_t mAddress;
-    uint32_t mValue;
-};
-
-// The address of a register, a multiple of 4, and "ADDRESS=VALUE". Anything else is a usage
-// failure.
-uint32_t ParseRegisterAddress( const std::string& aText );
-RegisterValue ParseRegisterValue( const std::string& aText );
-
 // "0x00000A00"; a number that needs more digits has more.
 std::string FormatHex( uint64_t aValue, int aDigits = 8 );
+
+// How wide the addresses of a device are.
+enum class AddressBits : unsigned int
+{
+    GEV = 32,
+    U3V = 64
+};
+
+// The same for an address, and the largest one that there is.
+uint64_t ParseAddress( const std::string& aText, AddressBits aBits );
+uint64_t GetLastAddress( AddressBits aBits );
+
+// An address with all its digits.
+std::string FormatAddress( uint64_t aAddress, AddressBits aBits );
 
 // "1 byte", "2 bytes", for words that take an s.
 std::string FormatCount( uint64_t aCount, const std::string& aWord );

@@ -76,18 +76,6 @@ void RecordAssertion( const char* aExpression, const char* aFile, int aLine )
     }
 }
 
-nlohmann::ordered_json MakeError( const Failure& aFailure )
-{
-    nlohmann::ordered_json lError;
-    lError["message"] = aFailure.what();
-    if ( !aFailure.GetResult().IsOK() )
-    {
-        lError["code"] = aFailure.GetResult().GetCodeString();
-        lError["systemError"] = aFailure.GetResult().GetOSCode();
-    }
-    return lError;
-}
-
 // Runs the command and prints its report.
 void RunCommand( Program& aProgram )
 {
@@ -164,6 +152,7 @@ void SetUp( CLI::App& aApp, Program& aProgram )
                  "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage, "
                  "3 done, but possibly incomplete (tftp get)." );
     AddGevCommands( aApp, aProgram );
+    AddU3vCommands( aApp, aProgram );
     AddTftpCommands( aApp, aProgram );
     AddDfwCommands( aApp, aProgram );
     AddSimCommands( aApp, aProgram );
