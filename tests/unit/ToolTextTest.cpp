@@ -102,7 +102,7 @@ TEST( HexDumps, DoNotDependOnHowTheBytesCome )
         "0xFFFFFFFF  7a                                                |z|\n";
     for ( size_t lCut = 0; lCut <= sizeof( lBytes ); ++lCut )
     {
-        HexDump lDump( 0xFFFFFFEF );
+        HexDump lDump( 0xFFFFFFEF, AddressBits::GEV );
         std::string lText = lDump.Add( lBytes, lCut );
         lText += lDump.Add( lBytes + lCut, sizeof( lBytes ) - lCut );
         lText += lDump.Finish();
