@@ -10,6 +10,10 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -43,7 +47,7 @@ class TftpLoopback : public testing::Test
 protected:
     void SetUp() override
     {
-        const std::string lReason = TestSupport::EnterNetworkNamespace();
+        const std::string lReason = TestSupport::EnterTftpNetwork();
         if ( !lReason.empty() )
         {
             GTEST_SKIP() << lReason;
@@ -343,4 +347,27 @@ TEST_F( TftpLoopback, OfTwoTransfersAtOnceOneIsRefused )
         EXPECT_EQ( lServer.GetFile( "a.bin" ), lContent );
     }
     EXPECT_GT( lRefused, 0 );
+}
+
+// What these tests do where no network of their own can be made; shown within one.
+TEST( SharedTftpPort, IsTakenUnderALockAndRefusedWithBothReasonsWhenServed )
+{
+    const std::string lReason = TestSupport::EnterNetworkNamespace();
+    if ( !lReason.empty() )
+    {
+        GTEST_SKIP() << lReason;
+    }
+    const std::string lLock = testing::TempDir() + "htbase-lock-" + std::to_string( getpid() );
+    EXPECT_EQ( "", TestSupport::ShareTftpPort( "no namespace", lLock ) );
+    const int lSecond = open( lLock.c_str(), O_RDWR | O_CLOEXEC );
+    EXPECT_NE( 0, flock( lSecond, LOCK_EX | LOCK_NB ) ) << "the lock is held";
+    (void)close( lSecond );
+    (void)unlink( lLock.c_str() );
+
+    WdUtilsLib::Network::SocketUDP lServer;
+    const WdUtilsLib::Network::IpAddress lLoopback( 0x7F000001 );
+    ASSERT_TRUE( lServer.Open( &lLoopback, 69 ).IsOK() );
+    const std::string lProblem = TestSupport::ShareTftpPort( "no namespace", lLock + "-2" );
+    EXPECT_EQ( 0U, lProblem.find( "no namespace; 127.0.0.1:69 cannot be served" ) ) << lProblem;
+    (void)unlink( ( lLock + "-2" ).c_str() );
 }

@@ -113,7 +113,7 @@ protected:
         {
             return std::string( aServer.mPackage ) + " changes its user and root directory";
         }
-        const std::string lReason = TestSupport::EnterNetworkNamespace();
+        const std::string lReason = TestSupport::EnterTftpNetwork();
         if ( !lReason.empty() )
         {
             return lReason;

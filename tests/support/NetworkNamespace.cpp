@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -79,6 +81,32 @@ std::string EnterNetworkNamespace()
 {
     const std::string lReason = Unshare();
     return lReason.empty() ? RaiseLoopback() : lReason;
+}
+
+std::string EnterTftpNetwork( const std::string& aLockPath )
+{
+    const std::string lReason = EnterNetworkNamespace();
+    return lReason.empty() ? lReason : ShareTftpPort( lReason, aLockPath );
+}
+
+std::string ShareTftpPort( const std::string& aReason, const std::string& aLockPath )
+{
+    // Held by this process, and those it starts, until they end: nothing closes it.
+    const int lLock = open( aLockPath.c_str(), O_RDWR | O_CREAT, 0666 );
+    if ( lLock < 0 || flock( lLock, LOCK_EX ) != 0 )
+    {
+        return aReason + "; " + Explain( "the lock of port 69 cannot be had" );
+    }
+    const int lSocket = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+    sockaddr_in lAddress{};
+    lAddress.sin_family = AF_INET;
+    lAddress.sin_port = htons( 69 );
+    lAddress.sin_addr.s_addr = htonl( INADDR_LOOPBACK );
+    const bool lIsFree =
+        bind( lSocket, reinterpret_cast<const sockaddr*>( &lAddress ), sizeof( lAddress ) ) == 0;
+    const std::string lProblem = lIsFree ? "" : Explain( "127.0.0.1:69 cannot be served" );
+    (void)close( lSocket ); // it was only to try
+    return lIsFree ? std::string() : aReason + "; " + lProblem;
 }
 
 } // namespace TestSupport

@@ -21,4 +21,16 @@ namespace TestSupport
 //     }
 std::string EnterNetworkNamespace();
 
+// The lock that everybody on this machine takes who uses its own port 69 for a while.
+constexpr const char* TFTP_LOCK_PATH = "/tmp/htbase-port-69.lock";
+
+// EnterTftpNetwork is EnterNetworkNamespace for a test that serves 127.0.0.1:69. Where no namespace
+// can be made it takes this machine's own port, if that may be had, and holds the lock until the
+// process ends. Returns an empty text, or the reasons why neither is possible.
+std::string EnterTftpNetwork( const std::string& aLockPath = TFTP_LOCK_PATH );
+
+// The second half of it: waits for the lock and tries the port. aReason, why there is no namespace,
+// stands in front of what is returned.
+std::string ShareTftpPort( const std::string& aReason, const std::string& aLockPath );
+
 } // namespace TestSupport
