@@ -571,6 +571,10 @@ TEST( SRecordReader, ALineOf514CharactersLeavesItsLastOnesToo )
     EXPECT_EQ(
         ConvertSRecords( S3( "00001000", lData + "5B" ) + "\nS3FF00002000" ),
         ( Conversion{ true, "O00001000 D" + lData + "5B O00002000 D" + lData + "5B ", "" } ) );
+    // Two spaces in the place of the last byte: it is read from the checksum behind them.
+    EXPECT_EQ(
+        ConvertSRecords( "S3FF00001000" + lData + "5B7C\nS3FF00002000" + lData + "  " ),
+        ( Conversion{ true, "O00001000 D" + lData + "5B O00002000 D" + lData + "7C ", "" } ) );
 }
 
 TEST( SRecordReader, NumbersAreReadAsScanfDoes )
