@@ -55,6 +55,8 @@ constexpr unsigned int WORD_HEX_FLUSH = 253; // pending bytes that make a data r
 constexpr std::size_t FOUR_DIGITS = 5;       // the length of a line of so many digits
 constexpr std::size_t TWO_DIGITS = 3;
 
+// KEEP: most texts that are printed here and by the readers have no line end. Programs that run the
+// readers compare them.
 void PrintOpenFailure( const char* aName, int aError )
 {
     std::printf( "Failed to open input file %s. error code %d", aName, aError );
@@ -108,7 +110,8 @@ private:
 
     DfwPayloadWriter& mWriter;
     unsigned int mPending = 0; // bytes that wait for their data record
-    // Never cleared. A value is stored below slot WORD_HEX_FLUSH.
+    // KEEP: not cleared between records, so a slot that is passed over has its word from before. A
+    // value is stored below slot WORD_HEX_FLUSH.
     std::uint32_t mWords[WORD_HEX_SLOTS] = {};
 };
 
@@ -350,6 +353,7 @@ bool DfwPayloadWriter::ReadVersionRecord( unsigned char& aFirst, unsigned char& 
 {
     unsigned int lLength = 0;
     unsigned char lBytes[VERSION_SIZE] = {};
+    // KEEP: a version record of another length is skipped.
     if ( !FindRecord( VERSION, VERSION_SIZE, VERSION_SIZE, lLength ) ||
          !ReadBytes( lBytes, VERSION_SIZE ) )
     {
@@ -368,8 +372,8 @@ bool DfwPayloadWriter::ReadTargetRecord( unsigned char& aFirst, unsigned char& a
     unsigned int lLength = 0;
     unsigned char lBytes[TARGET_SIZE] = {};
     // KEEP: a first byte that is unknown ends the search; no later target record is tried.
-    if ( !FindRecord( TARGET, TARGET_SIZE, MAX_LENGTH, lLength ) ||
-         !ReadBytes( lBytes, TARGET_SIZE ) || lBytes[0] != TARGET_PREFIX )
+    if ( !FindRecord( TARGET, TARGET_SIZE, MAX_LENGTH, lLength ) || !ReadBytes( lBytes, 1 ) ||
+         lBytes[0] != TARGET_PREFIX || !ReadBytes( lBytes + 1, TARGET_SIZE - 1 ) )
     {
         return false;
     }
@@ -490,7 +494,8 @@ bool DfwPayloadWriter::WriteInPlace( char aType, unsigned char* aRecord, unsigne
     QMUTILSLIB_ASSERT( mTarget != NULL );
     aRecord[0] = static_cast<unsigned char>( aType );
     aRecord[1] = static_cast<unsigned char>( aLength );
-    (void)mTarget->Write( aRecord, 1, HEADER_SIZE + aLength ); // what was taken is not looked at
+    // KEEP: what was taken is not looked at, so a full stream fails no writer and no reader.
+    (void)mTarget->Write( aRecord, 1, HEADER_SIZE + aLength );
     return true;
 }
 
@@ -506,6 +511,7 @@ bool DfwPayloadWriter::WriteNumberRecord( char aType, std::uint32_t aNumber )
 }
 
 // Past the end of a file a skip succeeds, so the end is where nothing can be read any more.
+// KEEP: the zeros behind a short identification are taken for records of no length, two at a time.
 bool DfwPayloadWriter::FindRecord( char aType, unsigned int aMinLength, unsigned int aMaxLength,
                                    unsigned int& aLength )
 {

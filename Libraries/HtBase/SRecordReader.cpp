@@ -207,6 +207,7 @@ bool SRecordReader::ConvertLine()
     {
         return ConvertDataLine();
     }
+    // KEEP: ends and counts of records are warned of like data that is skipped.
     if ( lType != '0' )
     {
         std::printf( "Warning: unknown record type: S%c", lType );
@@ -214,7 +215,8 @@ bool SRecordReader::ConvertLine()
     return true;
 }
 
-// KEEP: the checksum is not looked at.
+// KEEP: the checksum is not looked at, and a number is what sscanf takes for one: spaces, signs and
+// "0x" included.
 bool SRecordReader::ConvertDataLine()
 {
     unsigned int lByteCount = 0;

@@ -84,8 +84,10 @@ std::string Describe( const std::string& aRecords )
 
 using Reader = std::function<bool( DfwPayloadWriter& )>;
 
+// Whatever a reader has to say, none of it goes to the log.
 Conversion Convert( const Reader& aReader, std::size_t aCapacity = std::string::npos )
 {
+    const QmUtilsLib::Scripted::RecordingLogSink lSink;
     std::string lRecords;
     Conversion lConversion;
     {
@@ -94,6 +96,7 @@ Conversion Convert( const Reader& aReader, std::size_t aCapacity = std::string::
         lConversion.mAnswer = aReader( lWriter );
         lConversion.mOutput = lCapture.Take();
     }
+    EXPECT_THAT( lSink.GetEntries(), IsEmpty() );
     lConversion.mRecords = aCapacity == std::string::npos ? Describe( lRecords ) : lRecords;
     return lConversion;
 }
@@ -220,11 +223,9 @@ protected:
 
 TEST_F( DfwFileTest, AFileThatCannotBeOpenedIsPrintedWithoutLineEnd )
 {
-    const QmUtilsLib::Scripted::RecordingLogSink lSink;
     const Conversion lExpected{ false, "",
                                 "Failed to open input file " + mPath + ". error code 2" };
     EXPECT_THAT( ConvertByAll( mPath ), ElementsAre( lExpected, lExpected, lExpected ) );
-    EXPECT_THAT( lSink.GetEntries(), IsEmpty() );
 }
 
 TEST_F( DfwFileTest, AFileWithoutPermissionIsPrintedWithItsErrorNumber )
@@ -308,6 +309,11 @@ TEST_F( DfwFileTest, TheSRecordReaderNeverClosesItsFile )
     EXPECT_EQ( lLeftOpen( "", false ), 1U );
     EXPECT_EQ( lLeftOpen( "S3", false ), 1U );
     EXPECT_EQ( lLeftOpen( "S30600001000", false ), 1U );
+    const std::string lDirectory = mDirectory.GetPath().string();
+    EXPECT_EQ( CountLeftOpen( [&]( DfwPayloadWriter& aWriter )
+                              { return aWriter.AddSRecordFile( lDirectory.c_str() ); },
+                              false ),
+               1U );
 }
 
 TEST_F( DfwFileTest, TheBinaryReaderClosesItsFileUnlessItFails )
@@ -565,6 +571,10 @@ TEST( SRecordReader, ALineOf514CharactersLeavesItsLastOnesToo )
     EXPECT_EQ(
         ConvertSRecords( S3( "00001000", lData + "5B" ) + "\nS3FF00002000" ),
         ( Conversion{ true, "O00001000 D" + lData + "5B O00002000 D" + lData + "5B ", "" } ) );
+    // Two spaces in the place of the last byte: it is read from the checksum behind them.
+    EXPECT_EQ(
+        ConvertSRecords( "S3FF00001000" + lData + "5B7C\nS3FF00002000" + lData + "  " ),
+        ( Conversion{ true, "O00001000 D" + lData + "5B O00002000 D" + lData + "7C ", "" } ) );
 }
 
 TEST( SRecordReader, NumbersAreReadAsScanfDoes )

@@ -567,6 +567,60 @@ TEST( DfwRecord, ASourceThatIsNotOpenHasNoRecords )
     EXPECT_EQ( ReadTarget( lSource ), NO_TARGET );
 }
 
+TEST( DfwRecord, ASourceThatDoesNotRewindIsNotSearched )
+{
+    // Good records, from where the stream is.
+    class Stuck : public HtBaseLib::IoStream
+    {
+    public:
+        explicit Stuck( GuardedBuffer& aBuffer )
+            : mContent( aBuffer.Get(), aBuffer.GetSize() )
+        {
+        }
+        int Close() override { return 0; }
+        unsigned int Write( const void*, unsigned int, unsigned int ) override { return 0; }
+        unsigned int Read( void* aData, unsigned int aSize, unsigned int aCount ) override
+        {
+            return mContent.Read( aData, aSize, aCount );
+        }
+        int Rewind() override { return EOF; }
+        unsigned int Skip( unsigned int aCount ) override { return mContent.Skip( aCount ); }
+
+    private:
+        IoStreamRaw mContent;
+    };
+    GuardedBuffer lBuffer( Join( { TARGET_D, VERSION, DATA } ) );
+    DfwPayloadWriter lTargetSource( std::make_unique<Stuck>( lBuffer ) );
+    EXPECT_EQ( ReadTarget( lTargetSource ), NO_TARGET );
+    GuardedBuffer lOther( Join( { TARGET_D, VERSION, DATA } ) );
+    DfwPayloadWriter lVersionSource( std::make_unique<Stuck>( lOther ) );
+    EXPECT_EQ( ReadVersion( lVersionSource ), NO_VERSION );
+}
+
+TEST( DfwRecord, TheSearchTakesThePaddingOfAnIdForRecords )
+{
+    // An even number of zeros is so many empty records. Of an odd number the last one is the type
+    // of a record whose length is the letter of the next.
+    Bytes lEven{ 'I', 4, 'c', 'a', 'm', '1' };
+    lEven.resize( 2 + 16, 0 );
+    EXPECT_EQ( FindVersion( Join( { lEven, VERSION, DATA } ) ), Version( 1, 2, 3 ) );
+    Bytes lOdd{ 'I', 5, 'c', 'a', 'm', '1', '2' };
+    lOdd.resize( 2 + 16, 0 );
+    EXPECT_EQ( FindVersion( Join( { lOdd, VERSION, DATA } ) ), NO_VERSION );
+}
+
+TEST( DfwRecord, AnUnknownTargetIsReadNoFurtherThanItsFirstByte )
+{
+    GuardedBuffer lBuffer( { 'T', 5, 3, 1, 2, 3, 4, 9, 9 } );
+    {
+        DfwPayloadWriter lWriter(
+            std::make_unique<IoStreamRaw>( lBuffer.Get(), lBuffer.GetSize() ) );
+        EXPECT_EQ( ReadTarget( lWriter ), NO_TARGET );
+        lWriter.WriteResetRecord(); // goes where the search has ended
+    }
+    EXPECT_EQ( lBuffer.GetBytes(), ( Bytes{ 'T', 5, 3, 'R', 0, 0, 4, 9, 9 } ) );
+}
+
 TEST( DfwRecord, ReadingLeavesBytesWrittenAndPositionAlone )
 {
     GuardedBuffer lBuffer( Join( { VERSION, DATA, DATA } ) );
