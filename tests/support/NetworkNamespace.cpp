@@ -2,13 +2,18 @@
 
 #include <fcntl.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <thread>
 
 namespace TestSupport
 {
@@ -73,7 +78,67 @@ std::string RaiseLoopback()
     return lReason;
 }
 
+// The lock of scripts/demo too. Held until the process ends; programs that it starts do not get it.
+std::string LockTftpPort()
+{
+    static int sLock = -1;
+    if ( sLock >= 0 )
+    {
+        return std::string();
+    }
+    const char* const lFolder = std::getenv( "TMPDIR" );
+    const std::string lPath =
+        std::string( lFolder != nullptr ? lFolder : "/tmp" ) + "/htbase-port-69.lock";
+    const int lFile = open( lPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666 );
+    if ( lFile < 0 )
+    {
+        return Explain( lPath );
+    }
+    for ( int lTry = 0; lTry < 600; ++lTry )
+    {
+        if ( flock( lFile, LOCK_EX | LOCK_NB ) == 0 )
+        {
+            sLock = lFile;
+            return std::string();
+        }
+        std::this_thread::sleep_for( std::chrono::milliseconds( 100 ) );
+    }
+    const std::string lReason = Explain( lPath + " is held by another process" );
+    (void)close( lFile );
+    return lReason;
+}
+
+std::string ProbeTftpPort()
+{
+    const int lSocket = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+    if ( lSocket < 0 )
+    {
+        return Explain( "no socket" );
+    }
+    sockaddr_in lAddress{};
+    lAddress.sin_family = AF_INET;
+    lAddress.sin_port = htons( 69 );
+    lAddress.sin_addr.s_addr = htonl( INADDR_LOOPBACK );
+    const bool lIsFree =
+        bind( lSocket, reinterpret_cast<const sockaddr*>( &lAddress ), sizeof( lAddress ) ) == 0;
+    const std::string lReason = lIsFree ? "" : Explain( "127.0.0.1:69 cannot be served" );
+    (void)close( lSocket );
+    return lReason;
+}
+
 } // namespace
+
+std::string EnterTftpNetwork()
+{
+    const std::string lNoNetwork = EnterNetworkNamespace();
+    if ( lNoNetwork.empty() )
+    {
+        return std::string();
+    }
+    const std::string lNoLock = LockTftpPort();
+    const std::string lNoPort = lNoLock.empty() ? ProbeTftpPort() : lNoLock;
+    return lNoPort.empty() ? std::string() : lNoNetwork + "; " + lNoPort;
+}
 
 std::string EnterNetworkNamespace()
 {

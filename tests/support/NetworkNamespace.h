@@ -21,4 +21,11 @@ namespace TestSupport
 //     }
 std::string EnterNetworkNamespace();
 
+// EnterTftpNetwork sees to it that this process may serve UDP port 69 of 127.0.0.1: in a network of
+// its own, or where none can be made on this machine's, one process at a time. The port is then
+// this process's until it ends; it waits up to a minute for others. Serve on 127.0.0.1 only.
+//
+// Returns an empty text, or the reasons why neither is possible: skip the test with it.
+std::string EnterTftpNetwork();
+
 } // namespace TestSupport

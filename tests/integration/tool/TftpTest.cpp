@@ -41,7 +41,7 @@ class Tftp : public testing::Test
 protected:
     void SetUp() override
     {
-        const std::string lReason = EnterNetworkNamespace();
+        const std::string lReason = EnterTftpNetwork();
         if ( !lReason.empty() )
         {
             GTEST_SKIP() << lReason;
