@@ -79,6 +79,7 @@ HtResult HtTftpClient::GetData( unsigned char* aBuffer, unsigned int aSize,
     *aReceived = 0;
     unsigned int lSize = aSize;
     const Result lResult = mThis->GetData( aBuffer, lSize );
+    // KEEP: after a failure nothing counts as received, although the engine tells what was stored.
     if ( lResult.IsOK() )
     {
         *aReceived = lSize;
@@ -101,7 +102,7 @@ HtResult HtTftpClient::GetTransferResult() const
 HtResult HtTftpClient::GetWarning( HtString& aText )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );
-    aText = HtString();
+    aText = HtString(); // KEEP: emptied also when there is no warning
     std::string lText;
     const Result lResult = mThis->GetWarning( lText );
     if ( lResult.IsOK() )

@@ -148,7 +148,7 @@ unsigned int IoStreamRaw::Read( void* aData, unsigned int aSize, unsigned int aC
 
 int IoStreamRaw::Rewind()
 {
-    mPosition = 0;
+    mPosition = 0; // KEEP: what is written again counts again
     return 0;
 }
 

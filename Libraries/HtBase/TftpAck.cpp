@@ -12,6 +12,7 @@ namespace HtBaseLib
 
 bool TftpAck::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
+    // KEEP: no length when the packet does not fit, unlike the other encoders.
     if ( aCapacity < Tftp::MIN_PACKET )
     {
         QMUTILSLIB_ASSERT( false );

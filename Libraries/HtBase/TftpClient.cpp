@@ -153,7 +153,7 @@ Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
     Start();
     mStream = std::make_unique<IoStreamRaw>( aBuffer, aSize );
     Result lResult = Run( &TftpClient::ReceiveLoop );
-    aSize = mStream->GetBytesWritten();
+    aSize = mStream->GetBytesWritten(); // KEEP: on failure too
     return lResult;
 }
 
@@ -196,7 +196,7 @@ Result TftpClient::GetProgress( long long& aDone, long long& aTotal ) const
     return Result::OK;
 }
 
-// The total stays what the last send has set.
+// KEEP: the total stays what the last send has set.
 void TftpClient::Start()
 {
     mBytesDone.store( 0 );
@@ -274,6 +274,7 @@ Result TftpClient::SendBlocks()
         SendBlock();
         if ( !WaitForAck( true ) )
         {
+            // KEEP: at once, whatever has come; a duplicate acknowledge is not waited out.
             continue;
         }
         if ( mIsLastBlock )
@@ -422,6 +423,7 @@ Result TftpClient::HandleData( const TftpData& aData )
     return Result::PENDING;
 }
 
+// KEEP: ends the read with success and nothing stored, unless it is one failure too many.
 Result TftpClient::HandleUnexpectedBlock()
 {
     ++mRetries;

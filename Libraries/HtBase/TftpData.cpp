@@ -33,7 +33,7 @@ void TftpData::GetData( unsigned char* aBytes, unsigned int aCapacity, unsigned 
 
 bool TftpData::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
-    aLength = Tftp::MIN_PACKET + mLength;
+    aLength = Tftp::MIN_PACKET + mLength; // KEEP: also when the packet does not fit
     if ( aCapacity < aLength )
     {
         QMUTILSLIB_ASSERT( false );

@@ -25,7 +25,7 @@ enum Opcode : uint16_t
 
 constexpr unsigned int BLOCK_SIZE = 512; // a shorter block is the last
 
-// What decoders accept: larger than any packet of the standard with a block of 512 bytes.
+// What decoders accept. KEEP: two bytes more than a packet of the standard with a full block.
 constexpr unsigned int MAX_DATA = 514;
 constexpr unsigned int MIN_PACKET = 4;
 constexpr unsigned int MAX_PACKET = MIN_PACKET + MAX_DATA;

@@ -7,13 +7,14 @@ namespace HtBaseLib
 
 bool TftpWrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
+    // KEEP: an unknown mode is refused, where a read request writes an empty text.
     const char* const lMode = GetModeText( mMode );
     if ( lMode == nullptr )
     {
         QMUTILSLIB_ASSERT( false );
         return false;
     }
-    aLength = GetLength( lMode );
+    aLength = GetLength( lMode ); // KEEP: also when the packet does not fit
     if ( !EncodeAs( Tftp::WRQ, lMode, aBuffer, aCapacity ) )
     {
         QMUTILSLIB_ASSERT( false );

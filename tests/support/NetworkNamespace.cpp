@@ -10,7 +10,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
+#include <thread>
 
 namespace TestSupport
 {
@@ -75,38 +78,72 @@ std::string RaiseLoopback()
     return lReason;
 }
 
-} // namespace
-
-std::string EnterNetworkNamespace()
+// The lock of scripts/demo too. Held until the process ends; programs that it starts do not get it.
+std::string LockTftpPort()
 {
-    const std::string lReason = Unshare();
-    return lReason.empty() ? RaiseLoopback() : lReason;
-}
-
-std::string EnterTftpNetwork( const std::string& aLockPath )
-{
-    const std::string lReason = EnterNetworkNamespace();
-    return lReason.empty() ? lReason : ShareTftpPort( lReason, aLockPath );
-}
-
-std::string ShareTftpPort( const std::string& aReason, const std::string& aLockPath )
-{
-    // Held by this process, and those it starts, until they end: nothing closes it.
-    const int lLock = open( aLockPath.c_str(), O_RDWR | O_CREAT, 0666 );
-    if ( lLock < 0 || flock( lLock, LOCK_EX ) != 0 )
+    static int sLock = -1;
+    if ( sLock >= 0 )
     {
-        return aReason + "; " + Explain( "the lock of port 69 cannot be had" );
+        return std::string();
     }
+    const char* const lFolder = std::getenv( "TMPDIR" );
+    const std::string lPath =
+        std::string( lFolder != nullptr ? lFolder : "/tmp" ) + "/htbase-port-69.lock";
+    const int lFile = open( lPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666 );
+    if ( lFile < 0 )
+    {
+        return Explain( lPath );
+    }
+    for ( int lTry = 0; lTry < 600; ++lTry )
+    {
+        if ( flock( lFile, LOCK_EX | LOCK_NB ) == 0 )
+        {
+            sLock = lFile;
+            return std::string();
+        }
+        std::this_thread::sleep_for( std::chrono::milliseconds( 100 ) );
+    }
+    const std::string lReason = Explain( lPath + " is held by another process" );
+    (void)close( lFile );
+    return lReason;
+}
+
+std::string ProbeTftpPort()
+{
     const int lSocket = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
+    if ( lSocket < 0 )
+    {
+        return Explain( "no socket" );
+    }
     sockaddr_in lAddress{};
     lAddress.sin_family = AF_INET;
     lAddress.sin_port = htons( 69 );
     lAddress.sin_addr.s_addr = htonl( INADDR_LOOPBACK );
     const bool lIsFree =
         bind( lSocket, reinterpret_cast<const sockaddr*>( &lAddress ), sizeof( lAddress ) ) == 0;
-    const std::string lProblem = lIsFree ? "" : Explain( "127.0.0.1:69 cannot be served" );
-    (void)close( lSocket ); // it was only to try
-    return lIsFree ? std::string() : aReason + "; " + lProblem;
+    const std::string lReason = lIsFree ? "" : Explain( "127.0.0.1:69 cannot be served" );
+    (void)close( lSocket );
+    return lReason;
+}
+
+} // namespace
+
+std::string EnterTftpNetwork()
+{
+    const std::string lNoNetwork = EnterNetworkNamespace();
+    if ( lNoNetwork.empty() )
+    {
+        return std::string();
+    }
+    const std::string lNoLock = LockTftpPort();
+    const std::string lNoPort = lNoLock.empty() ? ProbeTftpPort() : lNoLock;
+    return lNoPort.empty() ? std::string() : lNoNetwork + "; " + lNoPort;
+}
+
+std::string EnterNetworkNamespace()
+{
+    const std::string lReason = Unshare();
+    return lReason.empty() ? RaiseLoopback() : lReason;
 }
 
 } // namespace TestSupport

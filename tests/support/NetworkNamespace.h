@@ -21,16 +21,11 @@ namespace TestSupport
 //     }
 std::string EnterNetworkNamespace();
 
-// The lock that everybody on this machine takes who uses its own port 69 for a while.
-constexpr const char* TFTP_LOCK_PATH = "/tmp/htbase-port-69.lock";
-
-// EnterTftpNetwork is EnterNetworkNamespace for a test that serves 127.0.0.1:69. Where no namespace
-// can be made it takes this machine's own port, if that may be had, and holds the lock until the
-// process ends. Returns an empty text, or the reasons why neither is possible.
-std::string EnterTftpNetwork( const std::string& aLockPath = TFTP_LOCK_PATH );
-
-// The second half of it: waits for the lock and tries the port. aReason, why there is no namespace,
-// stands in front of what is returned.
-std::string ShareTftpPort( const std::string& aReason, const std::string& aLockPath );
+// EnterTftpNetwork sees to it that this process may serve UDP port 69 of 127.0.0.1: in a network of
+// its own, or where none can be made on this machine's, one process at a time. The port is then
+// this process's until it ends; it waits up to a minute for others. Serve on 127.0.0.1 only.
+//
+// Returns an empty text, or the reasons why neither is possible: skip the test with it.
+std::string EnterTftpNetwork();
 
 } // namespace TestSupport
