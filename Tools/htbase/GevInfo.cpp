@@ -137,14 +137,18 @@ std::string FormatPort( unsigned int aPort )
     return aPort != 0 ? std::to_string( aPort ) : std::string();
 }
 
+// A port of 0 is one that the device does not tell; where it tells none there is nothing to show.
 std::string FormatPorts( const std::vector<unsigned int>& aPorts )
 {
     std::string lText;
+    bool lIsAnyTold = false;
     for ( const unsigned int lPort : aPorts )
     {
-        lText += ( lText.empty() ? "" : " " ) + std::to_string( lPort );
+        const std::string lOne = FormatPort( lPort );
+        lIsAnyTold = lIsAnyTold || !lOne.empty();
+        lText += ( lText.empty() ? "" : " " ) + ( lOne.empty() ? "-" : lOne );
     }
-    return lText;
+    return lIsAnyTold ? lText : std::string();
 }
 
 void PrintInfo( const GevDevice& aDevice, const EthernetAddress& aAddress,

@@ -34,34 +34,6 @@ struct WriteOptions
     bool mNoControl = false;
 };
 
-struct RegisterValue
-{
-    uint32_t mAddress;
-    uint32_t mValue;
-};
-
-uint32_t ParseRegisterAddress( const std::string& aText )
-{
-    const uint32_t lAddress = ParseNumber( aText, "address" );
-    if ( lAddress % 4 != 0 )
-    {
-        throw MakeUsageFailure( "address '" + aText +
-                                "' is no multiple of 4, as the address of a register is" );
-    }
-    return lAddress;
-}
-
-RegisterValue ParsePair( const std::string& aText )
-{
-    const size_t lEqual = aText.find( '=' );
-    if ( lEqual == std::string::npos )
-    {
-        throw MakeUsageFailure( "'" + aText + "' is not of the form ADDRESS=VALUE" );
-    }
-    return { ParseRegisterAddress( aText.substr( 0, lEqual ) ),
-             ParseNumber( aText.substr( lEqual + 1 ), "value" ) };
-}
-
 void Report( Program& aProgram, const RegisterValue& aRegister )
 {
     if ( !aProgram.mIsJson )
@@ -135,7 +107,7 @@ void WriteRegisters( Program& aProgram, const WriteOptions& aOptions )
 {
     std::vector<RegisterValue> lRegisters;
     std::transform( aOptions.mPairs.begin(), aOptions.mPairs.end(),
-                    std::back_inserter( lRegisters ), ParsePair );
+                    std::back_inserter( lRegisters ), ParseRegisterValue );
     // Who writes the privilege decides about control himself.
     const bool lWantsControl =
         !aOptions.mNoControl &&

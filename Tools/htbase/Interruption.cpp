@@ -2,6 +2,7 @@
 
 #include "Tools/htbase/Failure.h"
 
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -17,6 +18,19 @@ namespace
 
 // Wakes the watching thread at the end of the program; from elsewhere it has no effect.
 constexpr int WAKE = SIGUSR2;
+
+[[noreturn]] void EndProgram()
+{
+    // Not through the stream, which another thread may hold while it waits for a slow reader.
+    constexpr char TEXT[] = "htbase: interrupted\n";
+    pollfd lError{ STDERR_FILENO, POLLOUT, 0 };
+    if ( poll( &lError, 1, 0 ) == 1 )
+    {
+        const ssize_t lWritten = write( STDERR_FILENO, TEXT, sizeof( TEXT ) - 1 );
+        (void)lWritten; // what cannot be written there is lost
+    }
+    _exit( static_cast<int>( ExitStatus::REFUSED ) );
+}
 
 } // namespace
 
@@ -60,12 +74,12 @@ void Interruption::Watch()
         }
         if ( mIsRequested.exchange( true ) )
         {
-            _exit( static_cast<int>( ExitStatus::REFUSED ) );
+            EndProgram();
         }
         LockScope lLock( mMutex );
         if ( !mAction )
         {
-            _exit( static_cast<int>( ExitStatus::REFUSED ) );
+            EndProgram();
         }
         mAction();
     }

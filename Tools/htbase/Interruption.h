@@ -14,8 +14,8 @@ namespace HtBaseTool
 
 // Interruption turns SIGINT and SIGTERM into a call on a thread of its own, where everything is
 // allowed. The first signal runs the action that is set, which ends what the command waits for; the
-// command then cleans up and fails. Without an action, and with a second signal, the program ends
-// at once, with exit status 1.
+// command then cleans up and fails. Without an action, and with a second signal, the program says
+// so and ends at once, with exit status 1.
 //
 // One per program, made before any other thread: the signals are blocked in all threads.
 class Interruption

@@ -7,6 +7,7 @@
 #include "Tools/htbase/Program.h"
 #include "Tools/htbase/Text.h"
 
+#include "Simulators/BootstrapGEV.h"
 #include "Simulators/VirtualDeviceGEV.h"
 
 #include <WdUtilsLib/GEV/CommandHeader.h>
@@ -18,6 +19,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace HtBaseTool
 {
@@ -27,6 +29,7 @@ using Simulators::ConfigurationGEV;
 using Simulators::Endpoint;
 using Simulators::FaultPlan;
 using Simulators::VirtualDeviceGEV;
+using Simulators::Capability::CHANNEL_SOURCE_PORT;
 using WdUtilsLib::GEV::GVCP_PORT;
 using WdUtilsLib::Network::EthernetAddress;
 using WdUtilsLib::Network::IpAddress;
@@ -36,6 +39,14 @@ namespace
 {
 
 constexpr uint32_t PENDING_MAX = 60000; // ms
+
+constexpr uint64_t TICK_FREQUENCY_MAX = 1'000'000'000'000; // Hz
+
+constexpr uint32_t DEVICE_CLASS_MASK = 0x70000000; // of Device Mode
+
+// The statuses that a device refuses with.
+constexpr uint32_t STATUS_MIN = 0x8001;
+constexpr uint32_t STATUS_MAX = 0xFFFF;
 
 constexpr const char* VERSIONS[] = { "1.0", "1.1", "1.2", "2.0", "2.1" };
 
@@ -49,6 +60,10 @@ struct SimOptions
     unsigned short mPort = GVCP_PORT;
     std::string mVersion = "2.0";
     std::string mMac;
+    std::string mGvcpCapability;
+    uint32_t mDeviceClass = 0;
+    bool mNoSourcePorts = false;
+    std::vector<std::string> mRefusals;
     uint32_t mPendingMs = 0;
     bool mNoBroadcast = false;
     FaultPlan::Rates mRates;
@@ -67,6 +82,23 @@ std::array<uint8_t, 6> MakeMac( uint32_t aAddress )
              static_cast<uint8_t>( aAddress ) };
 }
 
+void SetCapabilities( ConfigurationGEV& aConfiguration, const SimOptions& aOptions )
+{
+    aConfiguration.mDeviceMode =
+        ( aConfiguration.mDeviceMode & ~DEVICE_CLASS_MASK ) | aOptions.mDeviceClass << 28;
+    if ( !aOptions.mGvcpCapability.empty() )
+    {
+        aConfiguration.mGvcpCapability = ParseNumber( aOptions.mGvcpCapability, "capability" );
+    }
+    if ( aOptions.mNoSourcePorts )
+    {
+        aConfiguration.mStreamCapability =
+            GetStreamCapability( aConfiguration ) & ~CHANNEL_SOURCE_PORT;
+        aConfiguration.mMessageCapability =
+            GetMessageCapability( aConfiguration ) & ~CHANNEL_SOURCE_PORT;
+    }
+}
+
 ConfigurationGEV MakeConfiguration( const SimOptions& aOptions, const IpAddress& aAddress )
 {
     ConfigurationGEV lConfiguration = aOptions.mConfiguration;
@@ -78,6 +110,7 @@ ConfigurationGEV MakeConfiguration( const SimOptions& aOptions, const IpAddress&
     }
     lConfiguration.mVersionMajor = static_cast<uint16_t>( aOptions.mVersion[0] - '0' );
     lConfiguration.mVersionMinor = static_cast<uint16_t>( aOptions.mVersion[2] - '0' );
+    SetCapabilities( lConfiguration, aOptions );
     lConfiguration.mIpAddress = aAddress.GetValue();
     lConfiguration.mMacAddress = MakeMac( aAddress.GetValue() );
     if ( !aOptions.mMac.empty() )
@@ -98,6 +131,19 @@ ConfigurationGEV MakeConfiguration( const SimOptions& aOptions, const IpAddress&
             static_cast<uint16_t>( aOptions.mPendingMs + PENDING_MARGIN ); // at most 60100
     }
     return lConfiguration;
+}
+
+void SetRefusals( VirtualDeviceGEV& aDevice, const SimOptions& aOptions )
+{
+    for ( const std::string& lText : aOptions.mRefusals )
+    {
+        const RegisterValue lRefusal = ParseRegisterValue( lText );
+        if ( lRefusal.mValue < STATUS_MIN || lRefusal.mValue > STATUS_MAX )
+        {
+            throw MakeUsageFailure( "'" + lText + "' has no status from 0x8001 to 0xFFFF" );
+        }
+        aDevice.RefuseAddress( lRefusal.mAddress, static_cast<uint16_t>( lRefusal.mValue ) );
+    }
 }
 
 // A device hears a broadcast, but takes nothing else than the question who it is from one.
@@ -175,6 +221,7 @@ void Serve( Program& aProgram, const SimOptions& aOptions )
     }
     const IpAddress lAddress = ParseAddress( aOptions.mAddress, "address" );
     VirtualDeviceGEV lDevice( MakeConfiguration( aOptions, lAddress ) );
+    SetRefusals( lDevice, aOptions );
     DeviceServer lServer(
         [&lDevice]( const Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNowMs )
         { return lDevice.Receive( aFrom, aData, aSize, aNowMs ); } );
@@ -260,6 +307,54 @@ void AddDeviceOptions( CLI::App& aCommand, SimOptions& aOptions )
         ->capture_default_str();
 }
 
+// What a capability record is filled from.
+void AddCapabilityOptions( CLI::App& aCommand, SimOptions& aOptions )
+{
+    ConfigurationGEV& lConfiguration = aOptions.mConfiguration;
+    aCommand.add_option( "--device-version", lConfiguration.mDeviceVersion, "Device version" )
+        ->type_name( "TEXT" );
+    aCommand
+        .add_option( "--manufacturer-info", lConfiguration.mManufacturerInfo,
+                     "Manufacturer information" )
+        ->type_name( "TEXT" );
+    aCommand
+        .add_option( "--class", aOptions.mDeviceClass,
+                     "Device class: 0 transmitter, 1 receiver, 2 transceiver, 3 peripheral" )
+        ->type_name( "N" )
+        ->check( CLI::Range( 0, 7 ) )
+        ->capture_default_str();
+    aCommand
+        .add_option( "--stream-channels", lConfiguration.mStreamChannels,
+                     "Number of stream channels" )
+        ->type_name( "N" )
+        ->check( CLI::Range( uint32_t{ 0 }, Simulators::STREAM_CHANNELS_MAX ) )
+        ->capture_default_str();
+    aCommand
+        .add_option( "--message-channels", lConfiguration.mMessageChannels,
+                     "Number of message channels" )
+        ->type_name( "N" )
+        ->check( CLI::Range( 0, 1 ) )
+        ->capture_default_str();
+    aCommand.add_flag( "--no-source-ports", aOptions.mNoSourcePorts,
+                       "Publish the source port of no channel" );
+    aCommand
+        .add_option( "--tick-frequency", lConfiguration.mTickFrequency,
+                     "Ticks of the timestamp per second, 0 for no timestamp" )
+        ->type_name( "HZ" )
+        ->check( CLI::Range( uint64_t{ 0 }, TICK_FREQUENCY_MAX ) )
+        ->capture_default_str();
+    aCommand
+        .add_option( "--capability", aOptions.mGvcpCapability,
+                     "The word at 0x0934; by default what suits the version" )
+        ->type_name( "WORD" );
+    aCommand
+        .add_option( "--refuse", aOptions.mRefusals,
+                     "Answer commands that touch the register at ADDRESS with STATUS; may be given "
+                     "several times" )
+        ->type_name( "ADDRESS=STATUS" )
+        ->allow_extra_args( false );
+}
+
 } // namespace
 
 void AddSimCommands( CLI::App& aApp, Program& aProgram )
@@ -283,6 +378,7 @@ void AddSimCommands( CLI::App& aApp, Program& aProgram )
         ->capture_default_str();
     lCommand->add_flag( "--no-broadcast", lOptions->mNoBroadcast, "Hear no broadcasts" );
     AddDeviceOptions( *lCommand, *lOptions );
+    AddCapabilityOptions( *lCommand, *lOptions );
     AddFaultOptions( *lCommand, *lOptions );
 }
 

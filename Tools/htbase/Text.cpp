@@ -119,6 +119,28 @@ uint32_t ParseNumber( const std::string& aText, const std::string& aWhat )
     return static_cast<uint32_t>( lValue );
 }
 
+uint32_t ParseRegisterAddress( const std::string& aText )
+{
+    const uint32_t lAddress = ParseNumber( aText, "address" );
+    if ( lAddress % 4 != 0 )
+    {
+        throw MakeUsageFailure( "address '" + aText +
+                                "' is no multiple of 4, as the address of a register is" );
+    }
+    return lAddress;
+}
+
+RegisterValue ParseRegisterValue( const std::string& aText )
+{
+    const size_t lEqual = aText.find( '=' );
+    if ( lEqual == std::string::npos )
+    {
+        throw MakeUsageFailure( "'" + aText + "' is not of the form ADDRESS=VALUE" );
+    }
+    return { ParseRegisterAddress( aText.substr( 0, lEqual ) ),
+             ParseNumber( aText.substr( lEqual + 1 ), "value" ) };
+}
+
 std::string FormatHex( uint32_t aValue )
 {
     char lText[16];

@@ -12,6 +12,18 @@ namespace HtBaseTool
 // blank. aWhat names it in the usage failure that is thrown otherwise ("address").
 uint32_t ParseNumber( const std::string& aText, const std::string& aWhat );
 
+// A register, and a value for it.
+struct RegisterValue
+{
+    uint32_t mAddress;
+    uint32_t mValue;
+};
+
+// The address of a register, a multiple of 4, and "ADDRESS=VALUE". Anything else is a usage
+// failure.
+uint32_t ParseRegisterAddress( const std::string& aText );
+RegisterValue ParseRegisterValue( const std::string& aText );
+
 // "0x00000A00".
 std::string FormatHex( uint32_t aValue );
 

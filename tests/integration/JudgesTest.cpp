@@ -150,8 +150,36 @@ TEST_F( FakeCamera, ARecordOfItSaysWhatItsRegistersSay )
     EXPECT_EQ( ( lGvcp & 0x00000001U ) != 0, lRecord.IsConcatenationSupported() );
     EXPECT_EQ( ( lGvcp & 0x00000002U ) != 0, lRecord.IsWriteMemSupported() );
     EXPECT_EQ( ( lGvcp & 0x00000004U ) != 0, lRecord.IsPacketResendSupported() );
+    EXPECT_EQ( ( lGvcp & 0x00000008U ) != 0, lRecord.IsEventSupported() );
+    EXPECT_EQ( ( lGvcp & 0x00000010U ) != 0, lRecord.IsEventDataSupported() );
     // It implements version 0.0, in which nothing that came later counts.
-    EXPECT_FALSE( lRecord.IsPendingSupported() );
+    ASSERT_EQ( 0U, lRecord.GetVersionMajor() );
+    bool ( CapabilitiesGEV::*const LATER[] )() const = {
+        &CapabilitiesGEV::IsPendingSupported,
+        &CapabilitiesGEV::IsActionSupported,
+        &CapabilitiesGEV::IsScheduledActionSupported,
+        &CapabilitiesGEV::IsV2ExtendedStatusCodesSupported,
+        &CapabilitiesGEV::IsIEEE1588Supported,
+        &CapabilitiesGEV::IsUnconditionalActionSupported,
+        &CapabilitiesGEV::IsApplicationSwitchOverSupported,
+        &CapabilitiesGEV::IsV1_1ExtendedCodesSupported,
+        &CapabilitiesGEV::IsCustomDiscoveryDelaySupported,
+        &CapabilitiesGEV::IsDiscoveryDelayRegSupported,
+        &CapabilitiesGEV::IsTestDataSupported,
+        &CapabilitiesGEV::IsManifestTableSupported,
+        &CapabilitiesGEV::IsCCPOwnerDiscoverySupported,
+        &CapabilitiesGEV::IsLinkSpeedRegisterSupported,
+        &CapabilitiesGEV::IsHeartbeatDisableSupported,
+        &CapabilitiesGEV::IsSerialNumberSupported,
+        &CapabilitiesGEV::IsUserDefinedNameSupported,
+        &CapabilitiesGEV::IsLegacy16BitsBlockIdSupported,
+    };
+    for ( const auto& lQuery : LATER )
+    {
+        EXPECT_FALSE( ( lRecord.*lQuery )() ) << &lQuery - LATER;
+    }
+    EXPECT_TRUE( lRecord.IsEndOfBlockResendRequestSupported() ) << "not one of the maker's";
+    EXPECT_EQ( 0U, lRecord.GetMessageChannelSourcePort() );
     EXPECT_EQ( 0U, lRecord.GetStreamChannelSourcePort( 0 ) );
 }
 

@@ -448,6 +448,15 @@ TEST_F( SocketPair, AReceiveWaitsAsLongAsItsTimeOut )
     EXPECT_EQ( lByte, 'x' );
 }
 
+TEST_F( SocketPair, AShorterTimeOutTakesThePlaceOfALongerOne )
+{
+    ASSERT_TRUE( SendText( mDevice, "there" ).IsOK() );
+    EXPECT_EQ( ReceiveText( mHost ), "there" ); // with the long one
+    ASSERT_TRUE( mHost.SetTimeoutRx( 20 ).IsOK() );
+    EXPECT_LT( Measure( [&] { ExpectReceiveLeavesAll( mHost, Result( Result::TIMEOUT ) ); } ),
+               LONG_MS );
+}
+
 TEST_F( SocketPair, AReceiveEndsWhenSomethingArrives )
 {
     std::thread lSender(

@@ -676,6 +676,14 @@ TEST_F( CapabilitiesGEVInit, ForgetsTheChannelsOfAnEarlierAttempt )
     EXPECT_EQ( 0U, mRecord.GetStreamChannelSourcePort( 0 ) );
 }
 
+TEST_F( CapabilitiesGEVInit, ForgetsTheChannelsAlsoWhereTheVersionHasNoCapabilities )
+{
+    ReadFirst();
+    mDevice.SetBasics( 0x00000009, 0, 2, 1 ); // the bit would count, if it were still there
+    ASSERT_TRUE( mDevice.Init( mRecord ).IsOK() );
+    EXPECT_FALSE( mRecord.IsLegacy16BitsBlockIdSupported() );
+}
+
 TEST_F( CapabilitiesGEVInit, ForgetsTheTickFrequencyOfAnEarlierAttempt )
 {
     for ( const uint32_t lAddress : { 0x0940U, 0x093CU } )

@@ -98,8 +98,9 @@ TEST( HtStringLayout, EveryConstructorSetsTheViews )
     const HtString lNull( static_cast<const char*>( nullptr ) );
     const HtString lWideNull( static_cast<const wchar_t*>( nullptr ) );
     const HtString lCopy( lNarrow );
+    const HtString lLong( std::string( 1000, 'x' ).c_str() ); // its characters lie elsewhere
     for ( const HtString* const lString :
-          { &lEmpty, &lNarrow, &lWide, &lNull, &lWideNull, &lCopy } )
+          { &lEmpty, &lNarrow, &lWide, &lNull, &lWideNull, &lCopy, &lLong } )
     {
         const Layout lLayout = GetLayout( lString );
         ASSERT_NE( lLayout.mThis, nullptr );

@@ -1182,6 +1182,26 @@ TEST_F( VirtualDeviceGEVTest, RefusesAnAddressWithAnyStatusAsTold )
     EXPECT_EQ( 0u, Read( 0xA000 ) );
 }
 
+// So that every step of reading what it can do can be made to fail.
+TEST_F( VirtualDeviceGEVTest, RefusesEveryBootstrapRegisterWithAnyStatusAsTold )
+{
+    const uint32_t ADDRESSES[] = { 0x0000, 0x0004, 0x0008, 0x000C, 0x0048, 0x0068, 0x0088,
+                                   0x00A8, 0x00D8, 0x00E8, 0x0900, 0x0904, 0x092C, 0x0930,
+                                   0x0934, 0x093C, 0x0940, 0x0B1C, 0x0D1C };
+    for ( const uint32_t lAddress : ADDRESSES )
+    {
+        EXPECT_EQ( 0x0000u, ReadStatus( lAddress ) ) << std::hex << lAddress;
+        for ( uint16_t lStatus = 0x8001; lStatus <= 0x800E; lStatus++ )
+        {
+            Device().RefuseAddress( lAddress, lStatus );
+            EXPECT_EQ( lStatus, ReadStatus( lAddress ) ) << std::hex << lAddress;
+            EXPECT_EQ( lStatus, ReadMemStatus( lAddress, 4 ) ) << std::hex << lAddress;
+        }
+        Device().RefuseAddress( lAddress, 0 );
+        EXPECT_EQ( 0x0000u, ReadStatus( lAddress ) ) << std::hex << lAddress;
+    }
+}
+
 TEST_F( VirtualDeviceGEVTest, RefusesOneCommandOnlyAsTold )
 {
     TakeControl();

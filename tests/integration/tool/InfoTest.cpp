@@ -110,6 +110,39 @@ TEST_F( Info, IsATableOfWhoTheDeviceIsAndWhatItCanDo )
                                      "16-bit block identifiers    yes\n" );
 }
 
+TEST_F( Info, WhatADeviceDoesNotTellIsADash )
+{
+    Simulators::ConfigurationGEV lConfiguration;
+    lConfiguration.mVersionMajor = 1;
+    lConfiguration.mDeviceMode = 0xF0000001; // class 7
+    lConfiguration.mStreamChannels = 2;
+    Serve( lConfiguration );
+    const Outcome lOther = RunGev( "info", {} );
+    EXPECT_EQ( lOther.mStatus, 0 );
+    EXPECT_THAT( lOther.mOutput, HasSubstr( "GigE Vision                 1.0\n"
+                                            "Class                       reserved 7\n" ) );
+    EXPECT_THAT( lOther.mOutput, HasSubstr( "Stream channels             2\n"
+                                            "Stream source ports         -\n"
+                                            "Message channels            1\n"
+                                            "Message source port         -\n" ) );
+    EXPECT_THAT( lOther.mOutput, HasSubstr( "Timestamp ticks per second  -\n" ) );
+
+    const Outcome lMakers = RunGev( "info", { "--maker", "02:48:54" } );
+    EXPECT_THAT( lMakers.mOutput, HasSubstr( "Stream source ports         20202 20203\n"
+                                             "Message channels            1\n"
+                                             "Message source port         4\n"
+                                             "Largest memory read         536 bytes\n"
+                                             "Largest memory write        536 bytes\n" ) );
+}
+
+TEST_F( Info, APortThatIsRefusedLeavesADashInItsPlace )
+{
+    Serve( MakeDevice() );
+    GetDevice().mServer.Access( [&] { GetDevice().mDevice.RefuseAddress( 0x0D5C, 0x8003 ); } );
+    EXPECT_THAT( RunGev( "info", {} ).mOutput,
+                 HasSubstr( "Stream source ports         50001 -\n" ) );
+}
+
 TEST_F( Info, ReadsTheAddressFirstThenTheRecordOnceThenTheTexts )
 {
     Serve( MakeDevice() );

@@ -2,6 +2,7 @@
 
 #include "integration/tool/ToolTest.h"
 
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -114,7 +115,7 @@ TEST_F( Memory, ALongDumpComesInPieces )
 
 TEST_F( Memory, ADumpIsReadableText )
 {
-    SetMemory( MEMORY, std::string( "\0ello, world\x7F\xFF~ {|}\n\t\0", 24 ) );
+    SetMemory( MEMORY, std::string( "\0ello, world\x7F\xFF~ {|}\n\t\0\0\0", 24 ) );
     const Outcome lOutcome = RunGev( "dump", { "0x100001", "21" } );
     EXPECT_EQ( lOutcome.mStatus, 0 );
     EXPECT_EQ( lOutcome.mOutput,
@@ -522,6 +523,24 @@ TEST_F( Memory, CtrlCDuringALoadSaysHowFarItCameAndGivesControlBack )
         GetLastLine( lChild.GetError() ),
         AllOf( HasSubstr( "interrupted" ), HasSubstr( "512 of 2048 bytes reached the device" ) ) );
     EXPECT_FALSE( IsControlHeld() );
+}
+
+// Before there is anything to clean up.
+TEST_F( Memory, CtrlCWhileTheFileIsAwaitedEndsTheProgramWithASentence )
+{
+    const std::string lPath = mFolder.GetPath( "pipe" );
+    ASSERT_EQ( mkfifo( lPath.c_str(), 0600 ), 0 );
+    ChildProcess lChild( MakeGevCommand( "load", { "0x100000", lPath } ) );
+    // Opens as soon as the program reads; nothing is written.
+    const int lWriter = open( lPath.c_str(), O_WRONLY | O_CLOEXEC );
+    ASSERT_GE( lWriter, 0 );
+    lChild.Signal( SIGINT );
+    const Ending lEnding = lChild.Wait();
+    (void)close( lWriter ); // nothing was written
+    EXPECT_TRUE( lEnding.mExited );
+    EXPECT_EQ( lEnding.mStatus, 1 );
+    EXPECT_EQ( lChild.GetError(), "htbase: interrupted\n" );
+    EXPECT_THAT( GetCommands(), IsEmpty() );
 }
 
 TEST_F( Memory, ATerminalGetsAProgressBar )

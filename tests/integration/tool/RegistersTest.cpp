@@ -312,6 +312,7 @@ TEST_F( Registers, ASecondCtrlCEndsTheProgramAtOnce )
     const Ending lEnding = lChild.Wait();
     EXPECT_TRUE( lEnding.mExited );
     EXPECT_EQ( lEnding.mStatus, 1 );
+    EXPECT_EQ( lChild.GetError(), "htbase: interrupted\n" );
 }
 
 // Answers that are cut, come twice or were never asked for: the values are right all the same.

@@ -108,6 +108,58 @@ TEST_F( Sim, IsWhatItIsToldToBe )
     EXPECT_THAT( RunGev( "read", { "0x0938" } ).mOutput, HasSubstr( "  700\n" ) );
 }
 
+TEST_F( Sim, HasTheCapabilitiesThatItIsToldToHave )
+{
+    Start( { "--version",
+             "1.1",
+             "--mac",
+             "00:11:22:33:44:55",
+             "--class",
+             "3",
+             "--device-version",
+             "Engine (02.02)",
+             "--manufacturer-info",
+             "(00400000)",
+             "--stream-channels",
+             "3",
+             "--tick-frequency",
+             "5000000000",
+             "--capability",
+             "0x00000044",
+             "--refuse",
+             "0x0D5C=0x8003",
+             "--refuse",
+             "0x0068=0x8006" } );
+    const Outcome lOutcome = RunGev( "info", { "--json", "--maker", "00:11:22" } );
+    EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
+    const nlohmann::json lReport = ParseReport( lOutcome );
+    EXPECT_EQ( lReport["deviceClass"], 3 );
+    EXPECT_EQ( lReport["deviceVersion"], "Engine (02.02)" );
+    EXPECT_EQ( lReport["manufacturerInformation"], "(00400000)" );
+    EXPECT_EQ( lReport["model"], "" ) << "refused";
+    EXPECT_EQ( lReport["streamSourcePorts"], nlohmann::json( { 50001, 0, 0 } ) );
+    EXPECT_EQ( lReport["messageSourcePort"], 50000 );
+    EXPECT_EQ( lReport["timestampTickFrequency"], 5000000000 );
+    const nlohmann::json& lCapabilities = lReport["capabilities"];
+    EXPECT_EQ( lCapabilities["packetResend"], true );
+    EXPECT_EQ( lCapabilities["action"], true );
+    EXPECT_EQ( lCapabilities["concatenation"], false );
+    EXPECT_EQ( lCapabilities["endOfBlockResend"], false ) << "an early design with old firmware";
+
+    Start( { "--message-channels", "0", "--stream-channels", "2", "--no-source-ports" } );
+    const nlohmann::json lPlain = ParseReport( RunGev( "info", { "--json" } ) );
+    EXPECT_EQ( lPlain["streamSourcePorts"], nlohmann::json( { 0, 0 } ) );
+    EXPECT_EQ( lPlain["messageChannels"], 0 );
+    EXPECT_EQ( lPlain["messageSourcePort"], 0 );
+    EXPECT_EQ( lPlain["timestampTickFrequency"], 0 );
+    EXPECT_EQ( lPlain["capabilities"]["legacy16BitsBlockId"], true ) << "the other bit stays";
+
+    Start( { "--refuse", "0x0934=0x8006" } );
+    const Outcome lRefused = RunGev( "info", {} );
+    EXPECT_EQ( lRefused.mStatus, 1 );
+    EXPECT_THAT( lRefused.mError, HasSubstr( "Access denied" ) );
+}
+
 TEST_F( Sim, TakesItsTimeAndSaysSo )
 {
     Start( { "--pending", "1500" } );
@@ -192,6 +244,20 @@ TEST_F( Sim, OptionsThatAreNoneAreWrongUsage )
         { "--pending", "60001" },
         { "--mac", "00:11:22" },
         { "--heartbeat", "0" },
+        { "--class", "8" },
+        { "--stream-channels", "513" },
+        { "--stream-channels", "-1" },
+        { "--message-channels", "2" },
+        { "--tick-frequency", "-1" },
+        { "--tick-frequency", "1000000000001" },
+        { "--tick-frequency", "18446744073709551616" },
+        { "--tick-frequency", "fast" },
+        { "--capability", "x" },
+        { "--refuse", "0x0934" },
+        { "--refuse", "0x0935=0x8006" },
+        { "--refuse", "0x0934=0" },
+        { "--refuse", "0x0934=0x8000" },
+        { "--refuse", "0x0934=0x18006" },
         { "--max-delay", "100000" },
         { "extra" },
     };
