@@ -392,7 +392,6 @@ TEST_F( TalkTest, SendsSeveralCommandsInOrderWhateverTheFirstIsAnswered )
 TEST_F( TalkTest, EndsAtTheFirstCommandThatIsNotAnswered )
 {
     OpenDevice();
-    SetResponseTime( mInterface, 20 );
     mDevice->Inject( { Kind::DELAY, 0, 1 } );
     mDevice->Inject( { Kind::SILENT, 0, 1 } );
     UsbTalk lTalks[] = {
@@ -555,12 +554,12 @@ TEST_F( FaultTest, ASilentDeviceIsWaitedForHalfASecondUntilItSaysOtherwise )
 TEST_F( FaultTest, APendingAcknowledgeProlongsTheWait )
 {
     OpenDevice();
-    SetResponseTime( mInterface, 50 );
-    mDevice->Inject( { Kind::PENDING, 10000, 3, 60 } );
+    SetResponseTime( mInterface, 150 );
+    mDevice->Inject( { Kind::PENDING, 10000, 3, 100 } );
     UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
     const long long lStart = Thread::GetTickCount();
     ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() );
-    EXPECT_GE( Thread::GetTickCount() - lStart, 175 );
+    EXPECT_GE( Thread::GetTickCount() - lStart, 295 );
     EXPECT_EQ( ( Bytes{ 2, 0, 1, 0 } ), lTalk.GetData() );
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 16 ) );
 }
@@ -599,8 +598,7 @@ TEST_F( FaultTest, PendingAcknowledgesAreNotCounted )
 TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandProlongsNothing )
 {
     OpenDevice();
-    SetResponseTime( mInterface, 30 );
-    mDevice->Inject( { Kind::PENDING, 60000, 2, 100 } );
+    mDevice->Inject( { Kind::PENDING, LONG_MS, 2, 100 } );
     UsbTalk lFirst( MakeReadMem( 0, 4 ), 16 );
     std::thread lCloser(
         [this]
@@ -616,9 +614,11 @@ TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandProlongsNothing )
     OpenDevice();
     SetResponseTime( mInterface, 300 );
     mDevice->Inject( { Kind::SILENT, 0, 1 } );
-    UsbTalk lSecond( MakeReadMem( 0, 4 ),
-                     16 ); // meanwhile the first one's second pending one comes
+    // Meanwhile the second pending acknowledge of the first command comes.
+    UsbTalk lSecond( MakeReadMem( 0, 4 ), 16 );
+    const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( 0x001EU, lSecond.Send( mInterface ).GetCode() );
+    EXPECT_LT( Thread::GetTickCount() - lStart, LONG_MS / 2 );
     EXPECT_TRUE( lSecond.IsUntouchedBehind( 0 ) );
 }
 
@@ -646,7 +646,6 @@ TEST_F( FaultTest, StaleAndEmptyTransfersAreDropped )
 TEST_F( FaultTest, AnAcknowledgeThatIsNotOfTheCommandIsNoAnswer )
 {
     OpenDevice();
-    SetResponseTime( mInterface, 30 );
     const FaultU3V FAULTS[] = { { Kind::WRONG_ID, 1, 1 },     { Kind::WRONG_ID, 0x100, 1 },
                                 { Kind::WRONG_PREFIX, 0, 1 }, { Kind::CORRUPTED, 0, 1 },
                                 { Kind::CORRUPTED, 3, 1 },    { Kind::CORRUPTED, 10, 1 },
@@ -654,9 +653,11 @@ TEST_F( FaultTest, AnAcknowledgeThatIsNotOfTheCommandIsNoAnswer )
     for ( const FaultU3V& lFault : FAULTS )
     {
         mDevice->Inject( lFault );
+        SetResponseTime( mInterface, 30 );
         UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
         EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
         EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
+        SetResponseTime( mInterface, LONG_MS );
         EXPECT_TRUE( Answers( mInterface ) );
     }
 }
@@ -682,9 +683,9 @@ TEST_F( FaultTest, WhatElseIsWrongInAnAcknowledgeIsLeftToTheCaller )
 TEST_F( FaultTest, EveryTruncationEndsWithoutAByteTooMany )
 {
     OpenDevice();
-    SetResponseTime( mInterface, 20 );
     for ( uint32_t lSize = 0; lSize <= 16; ++lSize )
     {
+        SetResponseTime( mInterface, lSize < 12 ? 20 : LONG_MS );
         mDevice->Inject( { Kind::TRUNCATED, lSize, 1 } );
         UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
         const Result lResult = lTalk.Send( mInterface );
