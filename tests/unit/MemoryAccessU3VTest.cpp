@@ -69,7 +69,7 @@ std::vector<Bytes> Spoil( const Bytes& aGood )
     {
         lSpoilt.push_back( Prefix( aGood, lSize ) );
     }
-    for ( const std::size_t lOffset : { 0, 1, 2, 3, 6, 7 } )
+    for ( const std::size_t lOffset : { 0U, 1U, 2U, 3U, 6U, 7U } )
     {
         Bytes lOther = aGood;
         lOther[lOffset] = static_cast<uint8_t>( lOther[lOffset] ^ 0x01 );
