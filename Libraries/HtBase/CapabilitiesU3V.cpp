@@ -106,6 +106,7 @@ using Registry = CapabilityRegistry<U3VGUID, CapabilitiesU3V>;
 
 } // namespace
 
+// KEEP: nobody looks at the second argument.
 CapabilitiesU3V::CapabilitiesU3V( const U3VGUID& aGUID, unsigned char* /*aUnused*/ )
     : mGUID( aGUID )
     , mMutex( std::make_shared<Mutex>() )
