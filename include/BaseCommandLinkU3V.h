@@ -87,8 +87,9 @@ public:
     // Read reads aSize bytes by as many ReadMemory as it takes, one behind the other, each of
     // GetMaxAckSize() - 24 bytes at most, and Write writes them by WriteMemory, each of
     // GetMaxCommandSize() - 20 at most; aNoAck is passed on. The first that fails ends it with its
-    // result; what was done until then stays done. The callbacks come once for each piece. OK, and
-    // nothing sent, for a size of 0 or less. 0x4001 where a limit leaves no byte for data.
+    // result; what was done until then stays done. The callbacks come once for each piece. 0x4001
+    // where a limit leaves no byte for data.
+    // KEEP: OK, and nothing sent, for a size of 0 or less, also on a link that was never opened.
     // KEEP: a read leaves room for a READMEM command, not for the smaller header of its
     // acknowledge. With a limit of 0 everything is one piece.
     virtual QmUtilsLib::Result Read( void* aData, long long aAddress, long long aSize );

@@ -36,7 +36,7 @@ constexpr const char* UPDATE_MAX_SIZES = "HtBaseLib::BaseCommandLinkU3V::UpdateM
 // What a new link lets through: enough for the registers that tell what the device can do.
 constexpr uint32_t INITIAL_MAX_SIZE = 64;
 
-// The least room offered for the acknowledge of a READMEM.
+// KEEP: the least room offered for the acknowledge of a READMEM; the device may fill it.
 constexpr unsigned int MIN_READ_ACK_SIZE = 16;
 constexpr long long MIN_READ_ACK_DATA_SIZE = 4;
 
@@ -94,7 +94,8 @@ public:
     unsigned char* GetAck() { return mAck; }
     DCI_COMMAND& GetRecord() { return mRecord; }
 
-    // Builds a READMEM. The field that carries the size has 16 bits.
+    // Builds a READMEM. KEEP: the field that carries the size takes its low 16 bits, the room for
+    // the acknowledge is that of the whole.
     Result BuildRead( long long aAddress, long long aSize )
     {
         ReadMemCmd lPacket;
@@ -114,8 +115,8 @@ public:
         return lResult;
     }
 
-    // Builds a WRITEMEM. The packet takes the low 16 bits of the size; its length, which the limit
-    // is held against, is that of the whole.
+    // Builds a WRITEMEM. KEEP: the packet takes the low 16 bits of the size; its length, which the
+    // limit is held against, is that of the whole.
     Result BuildWrite( const void* aData, long long aAddress, long long aSize )
     {
         WriteMemCmd lPacket;
@@ -358,7 +359,7 @@ Result BaseCommandLinkU3V::AtomicWriteAndRead( const void* aWriteData, long long
     {
         return lResult;
     }
-    // KEEP: no least room for the acknowledge here.
+    // KEEP: no least room for the acknowledge here, and no callback at the end.
     Exchange lRead;
     lResult = lRead.BuildRead( aReadAddress, aReadSize );
     if ( !lResult.IsOK() )
@@ -393,6 +394,7 @@ Result BaseCommandLinkU3V::SendCommand( unsigned char* aCommand, unsigned int aC
     return lResult;
 }
 
+// KEEP: whether the link is open is for the control interface to say.
 Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned int aCount )
 {
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
@@ -411,6 +413,7 @@ Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned 
     return mDCI->SendCommands( aCommands, aCount );
 }
 
+// KEEP: logged, and an OS code, where the twin of GigE Vision does neither.
 Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
 {
     const char* const lText = GetStatusText( aStatus );

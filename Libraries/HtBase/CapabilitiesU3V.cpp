@@ -60,8 +60,10 @@ constexpr uint64_t SIRM = 0x1;
 constexpr uint64_t EIRM = 0x2;
 constexpr uint64_t IIDC2 = 0x4;
 
+// KEEP: timestamps count nanoseconds, so no device is asked.
 constexpr unsigned long long TIMESTAMP_TICK_FREQUENCY = 1000000000;
 
+// KEEP: with capitals, unlike the record of GigE Vision.
 const char* GetText( bool aValue )
 {
     return aValue ? "True" : "False";
@@ -93,7 +95,7 @@ int GetMinor( uint32_t aVersion )
     return static_cast<int>( aVersion & 0xFFFF );
 }
 
-// Reads one register as it lies in the device's memory, which has the host's byte order.
+// Reads one register. KEEP: as the link stores it, without a change of the byte order.
 template <typename Register>
 Result ReadInto( Register& aField, BaseCommandLinkU3V* aLink, uint64_t aAddress )
 {
@@ -104,6 +106,7 @@ using Registry = CapabilityRegistry<U3VGUID, CapabilitiesU3V>;
 
 } // namespace
 
+// KEEP: nobody looks at the second argument.
 CapabilitiesU3V::CapabilitiesU3V( const U3VGUID& aGUID, unsigned char* /*aUnused*/ )
     : mGUID( aGUID )
     , mMutex( std::make_shared<Mutex>() )
@@ -221,7 +224,7 @@ Result CapabilitiesU3V::ReadDeviceCapability( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
-// The one register that may be missing, and the one field that loses what it held before.
+// KEEP: the one field that loses what it held before; the others keep it when they are not read.
 Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
 {
     mTimestampIncrement = 0;

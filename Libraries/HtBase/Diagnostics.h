@@ -19,7 +19,7 @@ inline bool IsPresent( const void* aAddress )
     return lAddress != nullptr;
 }
 
-// Numbers are logged signed.
+// KEEP: numbers are logged signed, so 0xFFFFFFFF reads -1.
 inline int ToLogged( unsigned int aValue )
 {
     return static_cast<int>( aValue );

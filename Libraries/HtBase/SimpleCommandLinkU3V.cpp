@@ -28,7 +28,7 @@ SimpleCommandLinkU3V& SimpleCommandLinkU3V::operator=( const SimpleCommandLinkU3
 
 SimpleCommandLinkU3V::~SimpleCommandLinkU3V()
 {
-    mLogger.reset(); // before the base closes the link
+    mLogger.reset(); // KEEP: before the base closes the link, which must not log any more
 }
 
 Logger* SimpleCommandLinkU3V::GetLibLogger()

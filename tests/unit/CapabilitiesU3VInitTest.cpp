@@ -413,6 +413,51 @@ TEST_F( CapabilitiesU3VInit, KeepsAFieldThatCannotBeReadAgain )
     EXPECT_EQ( mRecord.GetMaxAckTransferLength(), 0x1F1E1D1EU );
 }
 
+// Through its halves, since a record that was read to the end is not read again.
+TEST_F( CapabilitiesU3VInit, KeepsEveryFieldButTheTimestampIncrementThatCannotBeReadAgain )
+{
+    for ( const std::string& lRead : ALL_READS )
+    {
+        SetEverything();
+        mDevice.Relent();
+        Record lRecord( GUID, nullptr );
+        ASSERT_TRUE( lRecord.UpdateABRM( &mLink ).IsOK() );
+        ASSERT_TRUE( lRecord.UpdateSBRM( &mLink ).IsOK() );
+        mDevice.Refuse( std::stoull( lRead, nullptr, 16 ), 0x8003 );
+        const bool lIsRead =
+            lRecord.UpdateABRM( &mLink ).IsOK() && lRecord.UpdateSBRM( &mLink ).IsOK();
+        EXPECT_FALSE( lIsRead );
+        EXPECT_EQ( Describe( lRecord ) == EVERYTHING, lRead != "0x01FC/8" ) << lRead;
+    }
+}
+
+TEST_F( CapabilitiesU3VInit, KeepsTheAddressOfIIDC2ThatTheDeviceHasLost )
+{
+    SetEverything();
+    ASSERT_TRUE( mRecord.UpdateABRM( &mLink ).IsOK() );
+    ASSERT_TRUE( mRecord.UpdateSBRM( &mLink ).IsOK() );
+    mDevice.Set8( SBRM + 0x04, 0 );
+    ASSERT_TRUE( mRecord.UpdateSBRM( &mLink ).IsOK() );
+    EXPECT_FALSE( mRecord.IsIIDC2Available() );
+    EXPECT_EQ( mRecord.GetIIDC2Address(), 0x3836353433323141U );
+}
+
+// A device that says it has no SBRM, and that it lies where the ABRM does.
+TEST_F( CapabilitiesU3VInit, ReadsTheSBRMWhereverItIsSaidToLie )
+{
+    mDevice.SetBasics( 0, 512, 300 );
+    mDevice.Set8( 0x01C4, 0 );
+    mDevice.Set8( 0x0004, 0 );
+    mDevice.Set4( 0x001C, 0 );
+    ASSERT_TRUE( mRecord.Init( &mLink ).IsOK() );
+    EXPECT_FALSE( mRecord.IsSBRMSupported() );
+    EXPECT_THAT( GetReads(), testing::ElementsAre( "0x0000/4", "0x01C4/8", "0x01CC/4", "0x01D0/8",
+                                                   "0x01D8/8", "0x0000/4", "0x0004/8", "0x0014/4",
+                                                   "0x0018/4", "0x001C/4" ) );
+    EXPECT_EQ( mRecord.GetMaxCommandTransferLength(), 512U );
+    EXPECT_EQ( mRecord.GetMaxAckTransferLength(), 300U );
+}
+
 TEST_F( CapabilitiesU3VInit, ReturnsWhatTheLinkGives )
 {
     TestLinkU3V lClosed;

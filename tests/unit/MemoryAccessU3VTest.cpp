@@ -513,6 +513,38 @@ TEST_F( MemoryAccessU3VTest, ReturnsTheStatusOfARefusedWrite )
     ExpectLog( { StatusLine( INVALID_ADDRESS ) } );
 }
 
+TEST_F( MemoryAccessU3VTest, LeavesTheConnectionLostFlagToItsOwner )
+{
+    Open();
+    for ( const bool lIsLost : { false, true } )
+    {
+        lIsLost ? mLink.SetConnectionLost() : mLink.ResetConnectionLost();
+        for ( const Result& lOutcome : { Result( Result::OK ), Result( 0x4000, ENODEV ) } )
+        {
+            GuardedBuffer lBuffer( 4 );
+            const unsigned int lCode = lOutcome.GetCode();
+            mControl.ExpectAny().Reply( ReadMemAck( Pattern( 4 ) ) ).Fail( lOutcome );
+            ExpectResult( mLink.Read( lBuffer.GetData(), 0, 4 ), lCode, lOutcome.GetOSCode() );
+            EXPECT_EQ( mLink.GetConnectionLost(), lIsLost );
+            mControl.ExpectAny().Reply( WriteMemAck( 4 ) ).Fail( lOutcome );
+            ExpectResult( mLink.Write( lBuffer.GetData(), 0, 4, false ), lCode,
+                          lOutcome.GetOSCode() );
+            EXPECT_EQ( mLink.GetConnectionLost(), lIsLost );
+            mControl.ExpectAny()
+                .Reply( WriteMemAck( 4 ) )
+                .Reply( ReadMemAck( Pattern( 4 ) ) )
+                .Fail( lOutcome );
+            ExpectResult(
+                mLink.AtomicWriteAndRead( lBuffer.GetData(), 0, 4, lBuffer.GetData(), 0, 4 ), lCode,
+                lOutcome.GetOSCode() );
+            EXPECT_EQ( mLink.GetConnectionLost(), lIsLost );
+        }
+        mControl.ExpectAny().Fail( Result( 0x4000, ENODEV ) );
+        mLink.UpdateMaxSizes();
+        EXPECT_EQ( mLink.GetConnectionLost(), lIsLost );
+    }
+}
+
 // Both at once.
 
 class AtomicWriteAndReadTest : public MemoryAccessU3VTest
