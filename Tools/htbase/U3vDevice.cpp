@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <regex>
 
 namespace HtBaseTool
 {
@@ -29,11 +28,30 @@ constexpr uint32_t READ_ACK_OVERHEAD = 12;
 constexpr uint32_t WRITE_COMMAND_OVERHEAD = 20;
 constexpr uint32_t WORD = 4;
 
+// Bus, a hyphen, and ports with full stops between them: "2-1.4".
+bool IsPath( const std::string& aName )
+{
+    const auto lIsDigit = []( char aCharacter )
+    {
+        return aCharacter >= '0' && aCharacter <= '9';
+    };
+    const size_t lHyphen = aName.find( '-' );
+    for ( size_t lPlace = 0; lPlace < aName.size(); ++lPlace )
+    {
+        const bool lIsSeparator = lPlace == lHyphen || ( aName[lPlace] == '.' && lPlace > lHyphen );
+        if ( lIsSeparator ? lPlace == 0 || !lIsDigit( aName[lPlace - 1] )
+                          : !lIsDigit( aName[lPlace] ) )
+        {
+            return false;
+        }
+    }
+    return lHyphen != std::string::npos && lIsDigit( aName.back() );
+}
+
 // What is neither can name no device.
 void CheckName( const std::string& aName )
 {
-    static const std::regex PATH( "[0-9]+-[0-9]+(\\.[0-9]+)*" );
-    if ( !U3VGUID().Set( aName.c_str() ) && !std::regex_match( aName, PATH ) )
+    if ( !U3VGUID().Set( aName.c_str() ) && !IsPath( aName ) )
     {
         throw MakeUsageFailure( "device '" + aName +
                                 "' is neither a path, such as 2-1.4, nor a GUID of 12 characters" );
