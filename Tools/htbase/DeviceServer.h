@@ -61,8 +61,10 @@ public:
         std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;
 
         // What becomes of the datagrams on their way in and on their way out.
-        Simulators::FaultPlan mRequestFaults{ {}, 0 };
-        Simulators::FaultPlan mAnswerFaults{ {}, 0 };
+        Simulators::FaultPlan mRequestFaults =
+            Simulators::FaultPlan( Simulators::FaultPlan::Rates(), 0 );
+        Simulators::FaultPlan mAnswerFaults =
+            Simulators::FaultPlan( Simulators::FaultPlan::Rates(), 0 );
     };
 
     struct Counters
