@@ -1,6 +1,7 @@
 // The USB3 Vision link as an object: what a new one is, opening and closing, what copies share, the
 // transaction with its size check, and what becomes of a status.
 
+#include <support/AllocationCounter.h>
 #include <support/ScriptedControlTest.h>
 
 #include <QmUtilsLib/String.h>
@@ -366,6 +367,36 @@ TEST_F( BaseCommandLinkU3VTest, AlwaysClosesAtItsEnd )
     EXPECT_EQ( mControl.GetCloseCount(), 2U );
     EXPECT_EQ( ScriptedControl::GetInterfaceCount(), lInterfaces );
     ExpectLog( {} );
+}
+
+TEST_F( BaseCommandLinkU3VTest, ClosesThenFreesTheInterfaceThenThePath )
+{
+    // Long enough to lie in a block of its own.
+    const std::string lPath( 100, '1' );
+    unsigned int lInterfacesAtClose = 0;
+    unsigned long long lDeletionsAtClose = 0;
+    unsigned long long lDeletionsAtEnd = 0;
+    unsigned long long lDeletions = 0;
+    mControl
+        .DoAtClose(
+            [&]
+            {
+                lInterfacesAtClose = ScriptedControl::GetInterfaceCount();
+                lDeletionsAtClose = GetDeletionCount();
+            } )
+        .DoAtEnd( [&] { lDeletionsAtEnd = GetDeletionCount(); } );
+    const unsigned int lInterfaces = ScriptedControl::GetInterfaceCount();
+    {
+        TestLinkU3V lLink;
+        ASSERT_TRUE( lLink.Open( GUID, lPath ).IsOK() );
+    }
+    lDeletions = GetDeletionCount();
+    EXPECT_EQ( lInterfacesAtClose, lInterfaces + 1 );
+    EXPECT_EQ( ScriptedControl::GetInterfaceCount(), lInterfaces );
+    // Nothing goes between closing and the end of the interface; then its own two blocks go, and
+    // the two of the path.
+    EXPECT_EQ( lDeletionsAtEnd, lDeletionsAtClose );
+    EXPECT_EQ( lDeletions, lDeletionsAtEnd + 4 );
 }
 
 // A link with a Close of its own.

@@ -164,6 +164,31 @@ TEST_F( ScriptedControlTest, RecordsOpeningsClosingsAndConfigurations )
     EXPECT_EQ( 1U, ScriptedControl::GetInterfaceCount() );
 }
 
+TEST_F( ScriptedControlTest, DoesWhatItIsToldAtEveryCloseAndEnd )
+{
+    std::string lDone;
+    DeviceControlInterface lOther;
+    {
+        ScriptedControl lControl;
+        lControl.DoAtClose( [&] { lDone += mInterface.IsOpened() ? "open;" : "closed;"; } )
+            .DoAtEnd(
+                [&]
+                { lDone += std::to_string( ScriptedControl::GetInterfaceCount() ) + " left;"; } );
+        EXPECT_TRUE( Open().IsOK() );
+        EXPECT_TRUE( mInterface.Close().IsOK() );
+        EXPECT_TRUE( lOther.Close().IsOK() );
+        EXPECT_EQ( "open;closed;", lDone );
+        EXPECT_EQ( 2U, lControl.GetCloseCount() );
+        lDone.clear();
+        {
+            const DeviceControlInterface lThird;
+        }
+        EXPECT_EQ( "3 left;", lDone );
+    }
+    EXPECT_TRUE( mInterface.Close().IsOK() ); // the script has gone
+    EXPECT_EQ( "3 left;", lDone );
+}
+
 TEST_F( ScriptedControlTest, IsNotConnectedWhereNothingIsExpectedOrThere )
 {
     EXPECT_EQ( 0x0017U, Send( { COMMAND } ).GetCode() );

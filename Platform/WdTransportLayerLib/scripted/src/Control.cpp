@@ -212,6 +212,18 @@ ScriptedControl& ScriptedControl::ResultOfClose( const Result& aResult )
     return *this;
 }
 
+ScriptedControl& ScriptedControl::DoAtClose( std::function<void()> aAction )
+{
+    mState->mAtClose = std::move( aAction );
+    return *this;
+}
+
+ScriptedControl& ScriptedControl::DoAtEnd( std::function<void()> aAction )
+{
+    mState->mAtEnd = std::move( aAction );
+    return *this;
+}
+
 ScriptedControl& ScriptedControl::Attach( Device aDevice )
 {
     mState->mDevice = std::move( aDevice );

@@ -38,6 +38,8 @@ public:
     std::deque<ExpectedCall> mExpected;
     std::deque<QmUtilsLib::Result> mResultsOfOpen;
     QmUtilsLib::Result mResultOfClose = QmUtilsLib::Result::OK;
+    std::function<void()> mAtClose;
+    std::function<void()> mAtEnd;
     ScriptedControl::Device mDevice;
     std::vector<std::vector<ScriptedControl::Command>> mCalls;
     std::vector<ScriptedControl::Opening> mOpenings;

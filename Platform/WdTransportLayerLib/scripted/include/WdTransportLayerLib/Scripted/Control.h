@@ -60,6 +60,11 @@ public:
     ScriptedControl& ResultOfOpen( const QmUtilsLib::Result& aResult );
     ScriptedControl& ResultOfClose( const QmUtilsLib::Result& aResult );
 
+    // Something happens at the beginning of every Close, or of the end of every interface, from now
+    // on, on the calling thread.
+    ScriptedControl& DoAtClose( std::function<void()> aAction );
+    ScriptedControl& DoAtEnd( std::function<void()> aAction );
+
     // Attach puts a device in place of a script: it gets every command that no script expects, and
     // returns its acknowledge; an empty one is a TIMEOUT.
     using Device = std::function<Bytes( const Bytes& aCommand )>;
