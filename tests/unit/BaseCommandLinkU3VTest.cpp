@@ -212,6 +212,23 @@ TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceAlsoWhenItCannotBeClosed )
     EXPECT_TRUE( mLink.IsConnected() );
 }
 
+TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceBeforeItClosesTheControlInterface )
+{
+    Open();
+    int lCloses = 0;
+    mControl.DoAtClose(
+        [&]
+        {
+            ++lCloses;
+            EXPECT_TRUE( mLink.GetGUID().IsEmpty() );
+            ExpectLimits( mLink, 0, 0 );
+            EXPECT_EQ( mLink.GetDevicePath(), PATH );
+        } );
+    EXPECT_TRUE( mLink.Close().IsOK() );
+    mControl.DoAtClose( nullptr );
+    EXPECT_EQ( lCloses, 1 );
+}
+
 TEST_F( BaseCommandLinkU3VTest, StaysWithoutLimitsWhenOpenedAfterAClose )
 {
     Open();
@@ -673,15 +690,23 @@ TEST_F( AtomicCommandsTest, HandsOverNoCommandAtAll )
 
 TEST_F( AtomicCommandsTest, LooksAtNoResultOfASingleCommand )
 {
-    for ( DCI_COMMAND& lRecord : mRecords )
-    {
-        lRecord.mResult = Result( 0x4000 );
-    }
+    const Result lFailure( 0x4000, EIO );
     mControl.ExpectAny()
+        .Reply( WriteMemAck( 1 ), lFailure )
         .Reply( WriteMemAck( 1 ) )
-        .Reply( WriteMemAck( 1 ) )
-        .Reply( WriteMemAck( 1 ) );
+        .Reply( WriteMemAck( 1 ), lFailure );
     EXPECT_TRUE( mLink.SendAtomicCommands( mRecords, COUNT ).IsOK() );
+    EXPECT_EQ( mRecords[2].mResult.GetOSCode(), unsigned{ EIO } );
+
+    uint8_t lData[4] = {};
+    mControl.ExpectAny().Reply( ReadMemAck( Pattern( 4 ) ), lFailure );
+    EXPECT_TRUE( mLink.ReadMemory( lData, 0, 4 ).IsOK() );
+    mControl.ExpectAny().Reply( WriteMemAck( 4 ), lFailure );
+    EXPECT_TRUE( mLink.WriteMemory( lData, 0, 4, false ).IsOK() );
+    mControl.ExpectAny()
+        .Reply( WriteMemAck( 4 ), lFailure )
+        .Reply( ReadMemAck( Pattern( 4 ) ), lFailure );
+    EXPECT_TRUE( mLink.AtomicWriteAndRead( lData, 0, 4, lData, 0, 4 ).IsOK() );
 }
 
 // Statuses.

@@ -87,6 +87,7 @@ TEST_F( ScriptedControlTest, AnswersTheCallsThatItExpects )
         ASSERT_EQ( 2U, lControl.GetCalls()[1].size() );
         EXPECT_EQ( OTHER, lControl.GetCalls()[1][1].mBytes );
         EXPECT_EQ( 4U, lControl.GetCalls()[1][1].mCapacity );
+        EXPECT_EQ( Bytes( 4, 0xEE ), lControl.GetCalls()[1][1].mRoom );
     }
     EXPECT_TRUE( mComplaints.empty() );
 }
@@ -132,6 +133,11 @@ TEST_F( ScriptedControlTest, FailsAsToldAtTheFirstCommandWithoutAReply )
     EXPECT_EQ( 0U, mRecords[1].mAckLength );
     EXPECT_EQ( 0x0605U, mRecords[2].mResult.GetCode() );
     EXPECT_EQ( 4U, mRecords[2].mAckLength );
+
+    lControl.Expect( COMMAND ).Reply( { 7 }, Result( Result::GENERIC_ERROR, 5 ) );
+    EXPECT_TRUE( Send( { COMMAND } ).IsOK() );
+    EXPECT_EQ( 5U, mRecords[0].mResult.GetOSCode() );
+    EXPECT_EQ( 1U, mRecords[0].mAckLength );
 
     lControl.Expect( COMMAND ); // no reply and nothing said: nobody answers
     EXPECT_EQ( 0x001EU, Send( { COMMAND } ).GetCode() );

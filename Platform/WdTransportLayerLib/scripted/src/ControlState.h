@@ -14,10 +14,15 @@ namespace Scripted
 class ControlState
 {
 public:
+    struct ExpectedReply
+    {
+        Bytes mBytes; // none: there is no reply
+        QmUtilsLib::Result mOutcome = QmUtilsLib::Result::OK;
+    };
     struct ExpectedCall
     {
         std::optional<std::vector<Bytes>> mCommands; // empty: any
-        std::vector<Bytes> mReplies;
+        std::vector<ExpectedReply> mReplies;
         std::optional<QmUtilsLib::Result> mFailure;
         std::vector<std::function<void()>> mActions;
     };

@@ -45,8 +45,10 @@ public:
     ScriptedControl& ExpectTogether( const std::vector<Bytes>& aCommands );
     ScriptedControl& ExpectAny();
 
-    // Answers the first command of the last expected call that has no answer yet.
-    ScriptedControl& Reply( const Bytes& aAcknowledge );
+    // Answers the first command of the last expected call that has no answer yet. aOutcome becomes
+    // mResult of that command, and decides nothing of the call.
+    ScriptedControl& Reply( const Bytes& aAcknowledge,
+                            const QmUtilsLib::Result& aOutcome = QmUtilsLib::Result::OK );
 
     // The last expected call returns that result once its replies are stored; so does, in mResult,
     // the first command without a reply, whose length becomes 0.
@@ -75,6 +77,7 @@ public:
     {
         Bytes mBytes;
         unsigned int mCapacity = 0;
+        Bytes mRoom; // what lay in the room for the acknowledge before
     };
     struct Opening
     {
