@@ -1,5 +1,7 @@
 #include "Simulators/BootstrapGEV.h"
 
+#include "Simulators/Description.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
@@ -13,84 +15,6 @@ namespace
 constexpr uint32_t MANUFACTURER_SIZE = Register::ACQUISITION + 4 - Register::SCRATCH;
 constexpr uint32_t URL_SIZE = 512;
 constexpr uint32_t LINK_SPEED_MBPS = 1000;
-
-const char DESCRIPTION_HEAD[] =
-    R"(<?xml version="1.0" encoding="utf-8"?>
-<RegisterDescription ModelName="VirtualDeviceGEV" VendorName="HtBase" ToolTip="Virtual device"
-  StandardNameSpace="GEV" SchemaMajorVersion="1" SchemaMinorVersion="1" SchemaSubMinorVersion="0"
-  MajorVersion="1" MinorVersion="0" SubMinorVersion="0"
-  ProductGuid="7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C10" VersionGuid="7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C11"
-  xmlns="http://www.genicam.org/GenApi/Version_1_1">
-<Category Name="Root" NameSpace="Standard">
-  <pFeature>DeviceControl</pFeature><pFeature>ImageFormatControl</pFeature>
-  <pFeature>AcquisitionControl</pFeature><pFeature>TransportLayerControl</pFeature>
-</Category>
-<Category Name="DeviceControl" NameSpace="Standard">
-  <pFeature>DeviceVendorName</pFeature><pFeature>DeviceModelName</pFeature>
-  <pFeature>DeviceSerialNumber</pFeature>
-</Category>
-<Category Name="ImageFormatControl" NameSpace="Standard">
-  <pFeature>Width</pFeature><pFeature>Height</pFeature><pFeature>PixelFormat</pFeature>
-</Category>
-<Category Name="AcquisitionControl" NameSpace="Standard">
-  <pFeature>AcquisitionMode</pFeature>
-  <pFeature>AcquisitionStart</pFeature><pFeature>AcquisitionStop</pFeature>
-</Category>
-<Category Name="TransportLayerControl" NameSpace="Standard">
-  <pFeature>PayloadSize</pFeature>
-</Category>
-)";
-
-const char DESCRIPTION_FEATURES[] =
-    R"(<StringReg Name="DeviceVendorName" NameSpace="Standard">
-  <Address>0x48</Address><Length>32</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
-</StringReg>
-<StringReg Name="DeviceModelName" NameSpace="Standard">
-  <Address>0x68</Address><Length>32</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
-</StringReg>
-<StringReg Name="DeviceSerialNumber" NameSpace="Standard">
-  <Address>0xD8</Address><Length>16</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
-</StringReg>
-<Integer Name="Width" NameSpace="Standard">
-  <pValue>WidthReg</pValue><Min>4</Min><Max>4096</Max><Inc>4</Inc>
-</Integer>
-<Integer Name="Height" NameSpace="Standard">
-  <pValue>HeightReg</pValue><Min>1</Min><Max>4096</Max><Inc>1</Inc>
-</Integer>
-<Enumeration Name="PixelFormat" NameSpace="Standard">
-  <EnumEntry Name="Mono8" NameSpace="Standard"><Value>0x01080001</Value></EnumEntry>
-  <pValue>PixelFormatReg</pValue>
-</Enumeration>
-<Enumeration Name="AcquisitionMode" NameSpace="Standard">
-  <EnumEntry Name="Continuous" NameSpace="Standard"><Value>0</Value></EnumEntry>
-  <Value>0</Value>
-</Enumeration>
-<Command Name="AcquisitionStart" NameSpace="Standard">
-  <pValue>AcquisitionReg</pValue><CommandValue>1</CommandValue>
-</Command>
-<Command Name="AcquisitionStop" NameSpace="Standard">
-  <pValue>AcquisitionReg</pValue><CommandValue>0</CommandValue>
-</Command>
-<IntSwissKnife Name="PayloadSize" NameSpace="Standard">
-  <pVariable Name="W">Width</pVariable><pVariable Name="H">Height</pVariable>
-  <Formula>W * H</Formula>
-</IntSwissKnife>
-)";
-
-const char DESCRIPTION_TAIL[] = R"(<Port Name="Device" NameSpace="Standard"></Port>
-</RegisterDescription>
-)";
-
-std::string MakeIntReg( const char* aName, uint32_t aAddress )
-{
-    char lText[320];
-    std::snprintf( lText, sizeof( lText ),
-                   "<IntReg Name=\"%s\"><Address>0x%X</Address><Length>4</Length>"
-                   "<AccessMode>RW</AccessMode><pPort>Device</pPort><Sign>Unsigned</Sign>"
-                   "<Endianess>BigEndian</Endianess></IntReg>\n",
-                   aName, static_cast<unsigned int>( aAddress ) );
-    return lText;
-}
 
 // A register with its value.
 void Set( AddressSpace* aSpace, uint32_t aAddress, uint32_t aValue, Access aAccess )
@@ -298,13 +222,21 @@ uint32_t GetMessageCapability( const ConfigurationGEV& aConfiguration )
 
 std::string GetDescriptionGEV()
 {
-    std::string lText = DESCRIPTION_HEAD;
-    lText += DESCRIPTION_FEATURES;
-    lText += MakeIntReg( "WidthReg", Register::WIDTH );
-    lText += MakeIntReg( "HeightReg", Register::HEIGHT );
-    lText += MakeIntReg( "PixelFormatReg", Register::PIXEL_FORMAT );
-    lText += MakeIntReg( "AcquisitionReg", Register::ACQUISITION );
-    lText += DESCRIPTION_TAIL;
+    Description lDescription;
+    lDescription.mModelName = "VirtualDeviceGEV";
+    lDescription.mNameSpace = "GEV";
+    lDescription.mProductGuid = "7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C10";
+    lDescription.mVersionGuid = "7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C11";
+    lDescription.mVendorText = { Register::MANUFACTURER_NAME, 32 };
+    lDescription.mModelText = { Register::MODEL_NAME, 32 };
+    lDescription.mSerialText = { Register::SERIAL_NUMBER, 16 };
+    lDescription.mEndianess = "BigEndian";
+    lDescription.mWidth = Register::WIDTH;
+    lDescription.mHeight = Register::HEIGHT;
+    lDescription.mPixelFormat = Register::PIXEL_FORMAT;
+    lDescription.mAcquisition = Register::ACQUISITION;
+    lDescription.mScratch = Register::SCRATCH;
+    std::string lText = MakeDescription( lDescription );
     lText.resize( ( lText.size() + 3 ) / 4 * 4, '\n' );
     return lText;
 }

@@ -1,8 +1,9 @@
 #include "Simulators/BootstrapU3V.h"
 
+#include "Simulators/Description.h"
+
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <utility>
 
 namespace Simulators
@@ -10,83 +11,6 @@ namespace Simulators
 
 namespace
 {
-
-const char DESCRIPTION_HEAD[] =
-    R"(<?xml version="1.0" encoding="utf-8"?>
-<RegisterDescription ModelName="VirtualDeviceU3V" VendorName="HtBase" ToolTip="Virtual device"
-  StandardNameSpace="None" SchemaMajorVersion="1" SchemaMinorVersion="1" SchemaSubMinorVersion="0"
-  MajorVersion="1" MinorVersion="0" SubMinorVersion="0"
-  ProductGuid="7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C20" VersionGuid="7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C21"
-  xmlns="http://www.genicam.org/GenApi/Version_1_1">
-<Category Name="Root" NameSpace="Standard">
-  <pFeature>DeviceControl</pFeature><pFeature>ImageFormatControl</pFeature>
-  <pFeature>AcquisitionControl</pFeature><pFeature>TransportLayerControl</pFeature>
-</Category>
-<Category Name="DeviceControl" NameSpace="Standard">
-  <pFeature>DeviceVendorName</pFeature><pFeature>DeviceModelName</pFeature>
-  <pFeature>DeviceSerialNumber</pFeature><pFeature>Scratch</pFeature>
-</Category>
-<Category Name="ImageFormatControl" NameSpace="Standard">
-  <pFeature>Width</pFeature><pFeature>Height</pFeature><pFeature>PixelFormat</pFeature>
-</Category>
-<Category Name="AcquisitionControl" NameSpace="Standard">
-  <pFeature>AcquisitionMode</pFeature>
-  <pFeature>AcquisitionStart</pFeature><pFeature>AcquisitionStop</pFeature>
-</Category>
-<Category Name="TransportLayerControl" NameSpace="Standard">
-  <pFeature>PayloadSize</pFeature>
-</Category>
-<StringReg Name="DeviceVendorName" NameSpace="Standard">
-  <Address>0x04</Address><Length>64</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
-</StringReg>
-<StringReg Name="DeviceModelName" NameSpace="Standard">
-  <Address>0x44</Address><Length>64</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
-</StringReg>
-<StringReg Name="DeviceSerialNumber" NameSpace="Standard">
-  <Address>0x144</Address><Length>64</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
-</StringReg>
-<Integer Name="Scratch" NameSpace="Custom"><pValue>ScratchReg</pValue></Integer>
-<Integer Name="Width" NameSpace="Standard">
-  <pValue>WidthReg</pValue><Min>4</Min><Max>4096</Max><Inc>4</Inc>
-</Integer>
-<Integer Name="Height" NameSpace="Standard">
-  <pValue>HeightReg</pValue><Min>1</Min><Max>4096</Max><Inc>1</Inc>
-</Integer>
-<Enumeration Name="PixelFormat" NameSpace="Standard">
-  <EnumEntry Name="Mono8" NameSpace="Standard"><Value>0x01080001</Value></EnumEntry>
-  <pValue>PixelFormatReg</pValue>
-</Enumeration>
-<Enumeration Name="AcquisitionMode" NameSpace="Standard">
-  <EnumEntry Name="Continuous" NameSpace="Standard"><Value>0</Value></EnumEntry>
-  <Value>0</Value>
-</Enumeration>
-<Command Name="AcquisitionStart" NameSpace="Standard">
-  <pValue>AcquisitionReg</pValue><CommandValue>1</CommandValue>
-</Command>
-<Command Name="AcquisitionStop" NameSpace="Standard">
-  <pValue>AcquisitionReg</pValue><CommandValue>0</CommandValue>
-</Command>
-<IntSwissKnife Name="PayloadSize" NameSpace="Standard">
-  <pVariable Name="W">Width</pVariable><pVariable Name="H">Height</pVariable>
-  <Formula>W * H</Formula>
-</IntSwissKnife>
-)";
-
-const char DESCRIPTION_TAIL[] = R"(<Port Name="Device" NameSpace="Standard"></Port>
-</RegisterDescription>
-)";
-
-std::string DescribeWord( const char* aName, uint64_t aAddress )
-{
-    char lText[400];
-    std::snprintf( lText, sizeof( lText ),
-                   "<IntReg Name=\"%s\" NameSpace=\"Custom\">\n"
-                   "  <Address>0x%llX</Address><Length>4</Length><AccessMode>RW</AccessMode>\n"
-                   "  <pPort>Device</pPort><Sign>Unsigned</Sign>"
-                   "<Endianess>LittleEndian</Endianess>\n</IntReg>\n",
-                   aName, static_cast<unsigned long long>( aAddress ) );
-    return lText;
-}
 
 void MapAbrm( LittleMemory* aMemory, const ConfigurationU3V& aConfiguration )
 {
@@ -184,14 +108,21 @@ std::string GetDescriptionU3V( const ConfigurationU3V& aConfiguration )
 {
     using namespace RegisterU3V;
     const uint64_t lBase = aConfiguration.mMemoryBase;
-    std::string lText = DESCRIPTION_HEAD;
-    lText += DescribeWord( "WidthReg", lBase + WIDTH_OFFSET );
-    lText += DescribeWord( "HeightReg", lBase + HEIGHT_OFFSET );
-    lText += DescribeWord( "PixelFormatReg", lBase + PIXEL_FORMAT_OFFSET );
-    lText += DescribeWord( "AcquisitionReg", lBase + ACQUISITION_OFFSET );
-    lText += DescribeWord( "ScratchReg", lBase + SCRATCH_OFFSET );
-    lText += DESCRIPTION_TAIL;
-    return lText;
+    Description lDescription;
+    lDescription.mModelName = "VirtualDeviceU3V";
+    lDescription.mNameSpace = "None";
+    lDescription.mProductGuid = "7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C20";
+    lDescription.mVersionGuid = "7A0C2B5E-52C6-4C7E-9B1F-0D6A3B1E4C21";
+    lDescription.mVendorText = { MANUFACTURER_NAME, TEXT_SIZE };
+    lDescription.mModelText = { MODEL_NAME, TEXT_SIZE };
+    lDescription.mSerialText = { SERIAL_NUMBER, TEXT_SIZE };
+    lDescription.mEndianess = "LittleEndian";
+    lDescription.mWidth = lBase + WIDTH_OFFSET;
+    lDescription.mHeight = lBase + HEIGHT_OFFSET;
+    lDescription.mPixelFormat = lBase + PIXEL_FORMAT_OFFSET;
+    lDescription.mAcquisition = lBase + ACQUISITION_OFFSET;
+    lDescription.mScratch = lBase + SCRATCH_OFFSET;
+    return MakeDescription( lDescription );
 }
 
 LittleMemory MakeMemoryU3V( const ConfigurationU3V& aConfiguration )

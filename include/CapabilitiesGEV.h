@@ -2,10 +2,10 @@
 #pragma once
 
 #include <HtExport.h>
-#include <PublishedFlag.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Network/EthernetAddress.h>
 
+#include <atomic>
 #include <memory>
 
 namespace QmUtilsLib
@@ -195,25 +195,32 @@ private:
     QmUtilsLib::Result ReadTexts( BaseCommandLinkGEV* aLink );
     unsigned int GetBoundedChannelCount() const;
 
-    unsigned short mVersionMajor = 0;
-    unsigned short mVersionMinor = 0;
-    unsigned int mGvcpCapability = 0;
-    unsigned int mMessageChannelCapability = 0;
-    unsigned int mStreamChannelCapability = 0;
-    unsigned long long mTimestampTickFrequency = 0;
-    unsigned int mStreamingChannelCount = 0;
-    unsigned int mMessagingChannelCount = 0;
-    bool mIsCorvaneDevice;
-    bool mIsCorvaneTransmitter;
-    WdUtilsLib::Network::EthernetAddress mAddress;
-    unsigned int mMessageChannelSourcePort = 0;
-    unsigned int mStreamChannelSourcePorts[STREAM_CHANNEL_MAX] = {};
-    unsigned short mDeviceClass = 0;
-    bool mIsEndOfBlockResendRequestSupported = false;
-    // Device Version and behind it Manufacturer Specific Information, as the device stores them: a
-    // text that fills its field has no NUL, and ParseInfos reads on from one into the other.
-    char mTexts[DEVICE_VERSION_SIZE + MANUFACTURER_INFO_SIZE] = {};
-    PublishedFlag mInitialized;
+    // What a copy takes over as a whole.
+    struct Values
+    {
+        unsigned short mVersionMajor = 0;
+        unsigned short mVersionMinor = 0;
+        unsigned int mGvcpCapability = 0;
+        unsigned int mMessageChannelCapability = 0;
+        unsigned int mStreamChannelCapability = 0;
+        unsigned long long mTimestampTickFrequency = 0;
+        unsigned int mStreamingChannelCount = 0;
+        unsigned int mMessagingChannelCount = 0;
+        bool mIsCorvaneDevice = false;
+        bool mIsCorvaneTransmitter = false;
+        WdUtilsLib::Network::EthernetAddress mAddress;
+        unsigned int mMessageChannelSourcePort = 0;
+        unsigned int mStreamChannelSourcePorts[STREAM_CHANNEL_MAX] = {};
+        unsigned short mDeviceClass = 0;
+        bool mIsEndOfBlockResendRequestSupported = false;
+        // Device Version and behind it Manufacturer Specific Information, as the device stores
+        // them: a text that fills its field has no NUL, and ParseInfos reads on from one into the
+        // other.
+        char mTexts[DEVICE_VERSION_SIZE + MANUFACTURER_INFO_SIZE] = {};
+    };
+
+    Values mValues;
+    std::atomic<bool> mInitialized{ false };
     std::shared_ptr<QmUtilsLib::Mutex> mMutex;
     std::shared_ptr<QmUtilsLib::Logger> mLogger;
 };

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <HtExport.h>
-#include <PublishedFlag.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/U3V/U3VGUID.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -148,24 +148,30 @@ private:
     QmUtilsLib::Result ReadEIRM( BaseCommandLinkU3V* aLink );
     QmUtilsLib::Result ReadIIDC2( BaseCommandLinkU3V* aLink );
 
-    WdUtilsLib::U3V::U3VGUID mGUID;
-    uint32_t mGenCPVersion = 0;
-    uint64_t mDeviceCapability = 0;
-    uint32_t mMaxDeviceResponseTime = 0;
-    uint64_t mManifestTableAddress = 0;
-    uint64_t mSBRMAddress = 0;
-    uint64_t mTimestampIncrement = 0;
-    uint32_t mU3VVersion = 0;
-    uint64_t mU3VCPCapability = 0;
-    uint32_t mMaxCommandTransferLength = 0;
-    uint32_t mMaxAckTransferLength = 0;
-    uint32_t mStreamChannelCount = 0;
-    uint64_t mSIRMAddress = 0;
-    uint32_t mSIRMLength = 0;
-    uint64_t mEIRMAddress = 0;
-    uint32_t mEIRMLength = 0;
-    uint64_t mIIDC2Address = 0;
-    PublishedFlag mInitialized;
+    // What a copy takes over as a whole.
+    struct Values
+    {
+        WdUtilsLib::U3V::U3VGUID mGUID;
+        uint32_t mGenCPVersion = 0;
+        uint64_t mDeviceCapability = 0;
+        uint32_t mMaxDeviceResponseTime = 0;
+        uint64_t mManifestTableAddress = 0;
+        uint64_t mSBRMAddress = 0;
+        uint64_t mTimestampIncrement = 0;
+        uint32_t mU3VVersion = 0;
+        uint64_t mU3VCPCapability = 0;
+        uint32_t mMaxCommandTransferLength = 0;
+        uint32_t mMaxAckTransferLength = 0;
+        uint32_t mStreamChannelCount = 0;
+        uint64_t mSIRMAddress = 0;
+        uint32_t mSIRMLength = 0;
+        uint64_t mEIRMAddress = 0;
+        uint32_t mEIRMLength = 0;
+        uint64_t mIIDC2Address = 0;
+    };
+
+    Values mValues;
+    std::atomic<bool> mInitialized{ false };
     std::shared_ptr<QmUtilsLib::Mutex> mMutex;
     std::shared_ptr<QmUtilsLib::Logger> mLogger;
 };

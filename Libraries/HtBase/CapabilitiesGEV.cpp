@@ -130,17 +130,31 @@ using Registry = CapabilityRegistry<std::string, CapabilitiesGEV>;
 } // namespace
 
 CapabilitiesGEV::CapabilitiesGEV( EthernetAddress aAddress )
-    : mIsCorvaneDevice( DeviceIdentity::IsCorvaneDevice( aAddress ) )
-    , mIsCorvaneTransmitter( DeviceIdentity::IsCorvaneTransmitter( aAddress ) )
-    , mAddress( aAddress )
-    , mMutex( std::make_shared<Mutex>() )
+    : mMutex( std::make_shared<Mutex>() )
     , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
 {
+    mValues.mIsCorvaneDevice = DeviceIdentity::IsCorvaneDevice( aAddress );
+    mValues.mIsCorvaneTransmitter = DeviceIdentity::IsCorvaneTransmitter( aAddress );
+    mValues.mAddress = aAddress;
 }
 
 // KEEP: the mutex and the logger are shared with the source.
-CapabilitiesGEV::CapabilitiesGEV( const CapabilitiesGEV& aOther ) = default;
-CapabilitiesGEV& CapabilitiesGEV::operator=( const CapabilitiesGEV& aOther ) = default;
+CapabilitiesGEV::CapabilitiesGEV( const CapabilitiesGEV& aOther )
+    : mValues( aOther.mValues )
+    , mInitialized( IsPublished( aOther.mInitialized ) )
+    , mMutex( aOther.mMutex )
+    , mLogger( aOther.mLogger )
+{
+}
+
+CapabilitiesGEV& CapabilitiesGEV::operator=( const CapabilitiesGEV& aOther )
+{
+    mValues = aOther.mValues;
+    Publish( mInitialized, IsPublished( aOther.mInitialized ) );
+    mMutex = aOther.mMutex;
+    mLogger = aOther.mLogger;
+    return *this;
+}
 
 CapabilitiesGEV::~CapabilitiesGEV()
 {
@@ -170,7 +184,7 @@ Result CapabilitiesGEV::Init( SocketUDP* aSocket )
 Result CapabilitiesGEV::Init( BaseCommandLinkGEV* aLink )
 {
     char lAddress[128] = {};
-    mAddress.GetString( lAddress, sizeof( lAddress ) );
+    mValues.mAddress.GetString( lAddress, sizeof( lAddress ) );
     // KEEP: logged ahead of the lock, also when there is nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)", lAddress );
     return FillOnce( mInitialized, *mMutex, [this, aLink] { return ReadDevice( aLink ); } );
@@ -224,21 +238,21 @@ Result CapabilitiesGEV::ReadVersion( BaseCommandLinkGEV* aLink )
     {
         return lResult;
     }
-    mVersionMajor = static_cast<unsigned short>( lVersion >> 16 );
-    mVersionMinor = static_cast<unsigned short>( lVersion & 0xFFFF );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "GEV Version: %i.%i", int{ mVersionMajor },
-                int{ mVersionMinor } );
+    mValues.mVersionMajor = static_cast<unsigned short>( lVersion >> 16 );
+    mValues.mVersionMinor = static_cast<unsigned short>( lVersion & 0xFFFF );
+    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "GEV Version: %i.%i",
+                int{ mValues.mVersionMajor }, int{ mValues.mVersionMinor } );
     return lResult;
 }
 
 Result CapabilitiesGEV::ReadDeviceClass( BaseCommandLinkGEV* aLink )
 {
-    mDeviceClass = 0;
+    mValues.mDeviceClass = 0;
     unsigned int lMode = 0;
     Result lResult = aLink->ReadRegister( &lMode, DEVICE_MODE );
     if ( lResult.IsOK() )
     {
-        mDeviceClass =
+        mValues.mDeviceClass =
             static_cast<unsigned short>( ( lMode & DEVICE_CLASS_MASK ) >> DEVICE_CLASS_SHIFT );
     }
     return lResult;
@@ -277,8 +291,8 @@ Result CapabilitiesGEV::ReadGvcpCapability( BaseCommandLinkGEV* aLink )
     };
     static_assert( std::size( ROWS ) == 22, "one line for each bit that the standard defines" );
 
-    mGvcpCapability = 0;
-    Result lResult = aLink->ReadRegister( &mGvcpCapability, GVCP_CAPABILITY );
+    mValues.mGvcpCapability = 0;
+    Result lResult = aLink->ReadRegister( &mValues.mGvcpCapability, GVCP_CAPABILITY );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -293,42 +307,43 @@ Result CapabilitiesGEV::ReadGvcpCapability( BaseCommandLinkGEV* aLink )
 
 Result CapabilitiesGEV::ReadChannelCounts( BaseCommandLinkGEV* aLink )
 {
-    mStreamingChannelCount = 0;
-    Result lResult = aLink->ReadRegister( &mStreamingChannelCount, STREAM_CHANNEL_COUNT );
+    mValues.mStreamingChannelCount = 0;
+    Result lResult = aLink->ReadRegister( &mValues.mStreamingChannelCount, STREAM_CHANNEL_COUNT );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Streaming channels: %i",
-                ToLogged( mStreamingChannelCount ) );
+                ToLogged( mValues.mStreamingChannelCount ) );
 
-    mMessagingChannelCount = 0;
-    lResult = aLink->ReadRegister( &mMessagingChannelCount, MESSAGE_CHANNEL_COUNT );
+    mValues.mMessagingChannelCount = 0;
+    lResult = aLink->ReadRegister( &mValues.mMessagingChannelCount, MESSAGE_CHANNEL_COUNT );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Messaging channels: %i",
-                ToLogged( mMessagingChannelCount ) );
+                ToLogged( mValues.mMessagingChannelCount ) );
     return lResult;
 }
 
 void CapabilitiesGEV::ReadChannelCapabilities( BaseCommandLinkGEV* aLink )
 {
-    mMessageChannelCapability = 0;
-    mStreamChannelCapability = 0;
+    mValues.mMessageChannelCapability = 0;
+    mValues.mStreamChannelCapability = 0;
     if ( !HasV1_1() )
     {
         return;
     }
-    if ( mMessagingChannelCount != 0 &&
-         !aLink->ReadRegister( &mMessageChannelCapability, MESSAGE_CHANNEL_CAPABILITY ).IsOK() )
+    if ( mValues.mMessagingChannelCount != 0 &&
+         !aLink->ReadRegister( &mValues.mMessageChannelCapability, MESSAGE_CHANNEL_CAPABILITY )
+              .IsOK() )
     {
         HTBASE_LOG( mLogger, Logger::ANOMALY, UNIT, INIT,
                     "Could not read message channel capabilities" );
     }
-    if ( mStreamingChannelCount != 0 &&
-         !aLink->ReadRegister( &mStreamChannelCapability, GVSP_CAPABILITY ).IsOK() )
+    if ( mValues.mStreamingChannelCount != 0 &&
+         !aLink->ReadRegister( &mValues.mStreamChannelCapability, GVSP_CAPABILITY ).IsOK() )
     {
         HTBASE_LOG( mLogger, Logger::ANOMALY, UNIT, INIT,
                     "Could not read stream channel capabilities" );
@@ -337,22 +352,22 @@ void CapabilitiesGEV::ReadChannelCapabilities( BaseCommandLinkGEV* aLink )
 
 Result CapabilitiesGEV::ReadMCSP( BaseCommandLinkGEV* aLink )
 {
-    mMessageChannelSourcePort = 0;
+    mValues.mMessageChannelSourcePort = 0;
     if ( IsMCSPSupported() )
     {
-        Result lResult = aLink->ReadRegister( &mMessageChannelSourcePort, MCSP );
+        Result lResult = aLink->ReadRegister( &mValues.mMessageChannelSourcePort, MCSP );
         if ( lResult.IsOK() )
         {
             HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "MCSP read from device: %i",
-                        ToLogged( mMessageChannelSourcePort ) );
+                        ToLogged( mValues.mMessageChannelSourcePort ) );
         }
         return lResult;
     }
-    if ( mIsCorvaneDevice )
+    if ( mValues.mIsCorvaneDevice )
     {
-        mMessageChannelSourcePort = FIXED_MCSP;
+        mValues.mMessageChannelSourcePort = FIXED_MCSP;
         HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "MCSP for Corvane device: %i",
-                    ToLogged( mMessageChannelSourcePort ) );
+                    ToLogged( mValues.mMessageChannelSourcePort ) );
     }
     return Result::OK;
 }
@@ -361,15 +376,16 @@ Result CapabilitiesGEV::ReadSCSPs( BaseCommandLinkGEV* aLink )
 {
     // KEEP: the port from before this call.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, READ_SCSPS, "Streaming channel source port: %i",
-                ToLogged( mStreamChannelSourcePorts[0] ) );
-    std::fill( std::begin( mStreamChannelSourcePorts ), std::end( mStreamChannelSourcePorts ), 0U );
+                ToLogged( mValues.mStreamChannelSourcePorts[0] ) );
+    std::fill( std::begin( mValues.mStreamChannelSourcePorts ),
+               std::end( mValues.mStreamChannelSourcePorts ), 0U );
 
     const unsigned int lCount = GetBoundedChannelCount();
     if ( IsSCSPSupported() )
     {
         for ( unsigned int lChannel = 0; lChannel < lCount; ++lChannel )
         {
-            unsigned int& lPort = mStreamChannelSourcePorts[lChannel];
+            unsigned int& lPort = mValues.mStreamChannelSourcePorts[lChannel];
             Result lResult =
                 aLink->ReadRegister( &lPort, SCSP + STREAM_CHANNEL_DISTANCE * lChannel );
             if ( !lResult.IsOK() )
@@ -381,14 +397,14 @@ Result CapabilitiesGEV::ReadSCSPs( BaseCommandLinkGEV* aLink )
         }
         return Result::OK;
     }
-    if ( mIsCorvaneDevice )
+    if ( mValues.mIsCorvaneDevice )
     {
         for ( unsigned int lChannel = 0; lChannel < lCount; ++lChannel )
         {
-            mStreamChannelSourcePorts[lChannel] = FIXED_SCSP + lChannel;
+            mValues.mStreamChannelSourcePorts[lChannel] = FIXED_SCSP + lChannel;
             HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, READ_SCSPS,
                         "SCSP(%i) for Corvane device: %i", ToLogged( lChannel ),
-                        ToLogged( mStreamChannelSourcePorts[lChannel] ) );
+                        ToLogged( mValues.mStreamChannelSourcePorts[lChannel] ) );
         }
     }
     return Result::OK;
@@ -397,28 +413,28 @@ Result CapabilitiesGEV::ReadSCSPs( BaseCommandLinkGEV* aLink )
 // Low word first; without both there is no frequency.
 void CapabilitiesGEV::ReadTickFrequency( BaseCommandLinkGEV* aLink )
 {
-    mTimestampTickFrequency = 0;
+    mValues.mTimestampTickFrequency = 0;
     unsigned int lLow = 0;
     unsigned int lHigh = 0;
     if ( aLink->ReadRegister( &lLow, TICK_FREQUENCY_LOW ).IsOK() &&
          aLink->ReadRegister( &lHigh, TICK_FREQUENCY_HIGH ).IsOK() )
     {
-        mTimestampTickFrequency = static_cast<unsigned long long>( lHigh ) << 32 | lLow;
+        mValues.mTimestampTickFrequency = static_cast<unsigned long long>( lHigh ) << 32 | lLow;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Timestamp tick frequency: %016llX",
-                mTimestampTickFrequency );
+                mValues.mTimestampTickFrequency );
 }
 
 Result CapabilitiesGEV::ReadTexts( BaseCommandLinkGEV* aLink )
 {
-    char* const lDeviceVersion = mTexts;
+    char* const lDeviceVersion = mValues.mTexts;
     std::fill_n( lDeviceVersion, DEVICE_VERSION_SIZE, '\0' );
     Result lResult = aLink->ReadMemory( lDeviceVersion, DEVICE_VERSION, DEVICE_VERSION_SIZE );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
-    char* const lManufacturerInfo = mTexts + DEVICE_VERSION_SIZE;
+    char* const lManufacturerInfo = mValues.mTexts + DEVICE_VERSION_SIZE;
     std::fill_n( lManufacturerInfo, MANUFACTURER_INFO_SIZE, '\0' );
     return aLink->ReadMemory( lManufacturerInfo, MANUFACTURER_INFO, MANUFACTURER_INFO_SIZE );
 }
@@ -426,17 +442,18 @@ Result CapabilitiesGEV::ReadTexts( BaseCommandLinkGEV* aLink )
 // The ports that the record has room for, whatever the device counts.
 unsigned int CapabilitiesGEV::GetBoundedChannelCount() const
 {
-    return std::min( mStreamingChannelCount, STREAM_CHANNEL_MAX );
+    return std::min( mValues.mStreamingChannelCount, STREAM_CHANNEL_MAX );
 }
 
 void CapabilitiesGEV::ParseInfos()
 {
-    mIsEndOfBlockResendRequestSupported = true;
-    if ( !mIsCorvaneDevice )
+    mValues.mIsEndOfBlockResendRequestSupported = true;
+    if ( !mValues.mIsCorvaneDevice )
     {
         return;
     }
-    const char* const lCode = FindBrackets( mTexts + DEVICE_VERSION_SIZE, MANUFACTURER_INFO_SIZE );
+    const char* const lCode =
+        FindBrackets( mValues.mTexts + DEVICE_VERSION_SIZE, MANUFACTURER_INFO_SIZE );
     unsigned int lBytes[4] = {};
     if ( lCode == nullptr || std::sscanf( lCode, "(%02x%02x%02x%02x)", &lBytes[0], &lBytes[1],
                                           &lBytes[2], &lBytes[3] ) < 4 )
@@ -444,7 +461,7 @@ void CapabilitiesGEV::ParseInfos()
         return;
     }
     // KEEP: %i takes a leading zero for octal, so "(02.08" reads 2.0 and "(08.00" is no version.
-    const char* const lVersion = FindBrackets( mTexts, BRACKET_SEARCH_LIMIT );
+    const char* const lVersion = FindBrackets( mValues.mTexts, BRACKET_SEARCH_LIMIT );
     int lMajor = -1;
     int lMinor = -1;
     if ( lVersion == nullptr || std::sscanf( lVersion, "(%02i.%02i", &lMajor, &lMinor ) < 2 )
@@ -453,228 +470,231 @@ void CapabilitiesGEV::ParseInfos()
     }
     const bool lIsLaterDesign = static_cast<int>( lBytes[1] ) >= LATER_DESIGN;
     const bool lIsLaterFirmware = lMajor > 2 || ( lMajor == 2 && lMinor >= 3 );
-    mIsEndOfBlockResendRequestSupported = lIsLaterDesign || lIsLaterFirmware;
+    mValues.mIsEndOfBlockResendRequestSupported = lIsLaterDesign || lIsLaterFirmware;
 }
 
 bool CapabilitiesGEV::IsInitialized()
 {
-    return mInitialized.Get();
+    return IsPublished( mInitialized );
 }
 
 unsigned int CapabilitiesGEV::GetVersionMajor() const
 {
-    return mVersionMajor;
+    return mValues.mVersionMajor;
 }
 
 unsigned int CapabilitiesGEV::GetVersionMinor() const
 {
-    return mVersionMinor;
+    return mValues.mVersionMinor;
 }
 
 unsigned short CapabilitiesGEV::GetDeviceClass() const
 {
-    return mDeviceClass;
+    return mValues.mDeviceClass;
 }
 
 unsigned int CapabilitiesGEV::GetStreamingChannelCount() const
 {
-    return mStreamingChannelCount;
+    return mValues.mStreamingChannelCount;
 }
 
 unsigned int CapabilitiesGEV::GetMessagingChannelCount() const
 {
-    return mMessagingChannelCount;
+    return mValues.mMessagingChannelCount;
 }
 
 unsigned long long CapabilitiesGEV::GetTimestampTickFrequency() const
 {
-    return mTimestampTickFrequency;
+    return mValues.mTimestampTickFrequency;
 }
 
 bool CapabilitiesGEV::IsCorvaneDevice() const
 {
-    return mIsCorvaneDevice;
+    return mValues.mIsCorvaneDevice;
 }
 
 bool CapabilitiesGEV::IsCorvaneTransmitter() const
 {
-    return mIsCorvaneTransmitter;
+    return mValues.mIsCorvaneTransmitter;
 }
 
 unsigned int CapabilitiesGEV::GetMaxReadMemSize() const
 {
-    return mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
+    return mValues.mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
 }
 
 unsigned int CapabilitiesGEV::GetMaxWriteMemSize() const
 {
-    return mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
+    return mValues.mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
 }
 
 // KEEP: the fixed ports stand in for an Init that has not succeeded, not for what it has stored: a
 // channel that the device does not count has port 0 afterwards.
 unsigned int CapabilitiesGEV::GetStreamChannelSourcePort( unsigned short aChannel ) const
 {
-    if ( !mInitialized.Get() && mIsCorvaneDevice )
+    if ( !IsPublished( mInitialized ) && mValues.mIsCorvaneDevice )
     {
         return FIXED_SCSP + aChannel;
     }
-    return aChannel < STREAM_CHANNEL_MAX ? mStreamChannelSourcePorts[aChannel] : 0;
+    return aChannel < STREAM_CHANNEL_MAX ? mValues.mStreamChannelSourcePorts[aChannel] : 0;
 }
 
 unsigned int CapabilitiesGEV::GetMessageChannelSourcePort() const
 {
-    if ( !mInitialized.Get() && mIsCorvaneDevice )
+    if ( !IsPublished( mInitialized ) && mValues.mIsCorvaneDevice )
     {
         return FIXED_MCSP;
     }
-    return mMessageChannelSourcePort;
+    return mValues.mMessageChannelSourcePort;
 }
 
 bool CapabilitiesGEV::IsConcatenationSupported() const
 {
-    return HasBit( mGvcpCapability, CONCATENATION );
+    return HasBit( mValues.mGvcpCapability, CONCATENATION );
 }
 
 bool CapabilitiesGEV::IsWriteMemSupported() const
 {
-    return HasBit( mGvcpCapability, WRITE_MEM );
+    return HasBit( mValues.mGvcpCapability, WRITE_MEM );
 }
 
 bool CapabilitiesGEV::IsPacketResendSupported() const
 {
-    return HasBit( mGvcpCapability, PACKET_RESEND );
+    return HasBit( mValues.mGvcpCapability, PACKET_RESEND );
 }
 
 bool CapabilitiesGEV::IsEventSupported() const
 {
-    return HasBit( mGvcpCapability, EVENT );
+    return HasBit( mValues.mGvcpCapability, EVENT );
 }
 
 bool CapabilitiesGEV::IsEventDataSupported() const
 {
-    return HasBit( mGvcpCapability, EVENT_DATA );
+    return HasBit( mValues.mGvcpCapability, EVENT_DATA );
 }
 
 bool CapabilitiesGEV::IsPendingSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, PENDING );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, PENDING );
 }
 
 bool CapabilitiesGEV::IsActionSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, ACTION );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, ACTION );
 }
 
 bool CapabilitiesGEV::IsV1_1ExtendedCodesSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, V1_1_EXTENDED_CODES );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, V1_1_EXTENDED_CODES );
 }
 
 bool CapabilitiesGEV::IsCustomDiscoveryDelaySupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, CUSTOM_DISCOVERY_DELAY );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, CUSTOM_DISCOVERY_DELAY );
 }
 
 bool CapabilitiesGEV::IsDiscoveryDelayRegSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, DISCOVERY_DELAY_REG );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, DISCOVERY_DELAY_REG );
 }
 
 bool CapabilitiesGEV::IsTestDataSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, TEST_DATA );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, TEST_DATA );
 }
 
 bool CapabilitiesGEV::IsManifestTableSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, MANIFEST_TABLE );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, MANIFEST_TABLE );
 }
 
 bool CapabilitiesGEV::IsCCPOwnerDiscoverySupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, CCP_OWNER_DISCOVERY );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, CCP_OWNER_DISCOVERY );
 }
 
 bool CapabilitiesGEV::IsLinkSpeedRegisterSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, LINK_SPEED_REGISTER );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, LINK_SPEED_REGISTER );
 }
 
 bool CapabilitiesGEV::IsHeartbeatDisableSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, HEARTBEAT_DISABLE );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, HEARTBEAT_DISABLE );
 }
 
 bool CapabilitiesGEV::IsSerialNumberSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, SERIAL_NUMBER );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, SERIAL_NUMBER );
 }
 
 bool CapabilitiesGEV::IsUserDefinedNameSupported() const
 {
-    return HasV1_1() && HasBit( mGvcpCapability, USER_DEFINED_NAME );
+    return HasV1_1() && HasBit( mValues.mGvcpCapability, USER_DEFINED_NAME );
 }
 
 bool CapabilitiesGEV::IsScheduledActionSupported() const
 {
-    return HasV2_0() && HasBit( mGvcpCapability, SCHEDULED_ACTION );
+    return HasV2_0() && HasBit( mValues.mGvcpCapability, SCHEDULED_ACTION );
 }
 
 bool CapabilitiesGEV::IsV2ExtendedStatusCodesSupported() const
 {
-    return HasV2_0() && HasBit( mGvcpCapability, V2_EXTENDED_STATUS_CODES );
+    return HasV2_0() && HasBit( mValues.mGvcpCapability, V2_EXTENDED_STATUS_CODES );
 }
 
 bool CapabilitiesGEV::IsIEEE1588Supported() const
 {
-    return HasV2_0() && HasBit( mGvcpCapability, IEEE1588 );
+    return HasV2_0() && HasBit( mValues.mGvcpCapability, IEEE1588 );
 }
 
 bool CapabilitiesGEV::IsUnconditionalActionSupported() const
 {
-    return HasV2_0() && HasBit( mGvcpCapability, UNCONDITIONAL_ACTION );
+    return HasV2_0() && HasBit( mValues.mGvcpCapability, UNCONDITIONAL_ACTION );
 }
 
 bool CapabilitiesGEV::IsApplicationSwitchOverSupported() const
 {
-    return HasV2_0() && HasBit( mGvcpCapability, APPLICATION_SWITCH_OVER );
+    return HasV2_0() && HasBit( mValues.mGvcpCapability, APPLICATION_SWITCH_OVER );
 }
 
 // KEEP: the version takes the place of the bit here, where everywhere else it is asked beside it.
 bool CapabilitiesGEV::IsLegacy16BitsBlockIdSupported() const
 {
-    return mVersionMajor == 1 || HasBit( mStreamChannelCapability, LEGACY_BLOCK_ID );
+    return mValues.mVersionMajor == 1 ||
+           HasBit( mValues.mStreamChannelCapability, LEGACY_BLOCK_ID );
 }
 
 bool CapabilitiesGEV::IsEndOfBlockResendRequestSupported() const
 {
-    return mIsEndOfBlockResendRequestSupported;
+    return mValues.mIsEndOfBlockResendRequestSupported;
 }
 
 bool CapabilitiesGEV::HasV1_1() const
 {
-    return mVersionMajor > 1 || ( mVersionMajor == 1 && mVersionMinor >= 1 );
+    return mValues.mVersionMajor > 1 ||
+           ( mValues.mVersionMajor == 1 && mValues.mVersionMinor >= 1 );
 }
 
 bool CapabilitiesGEV::HasV1_2() const
 {
-    return mVersionMajor > 1 || ( mVersionMajor == 1 && mVersionMinor >= 2 );
+    return mValues.mVersionMajor > 1 ||
+           ( mValues.mVersionMajor == 1 && mValues.mVersionMinor >= 2 );
 }
 
 bool CapabilitiesGEV::HasV2_0() const
 {
-    return mVersionMajor > 1;
+    return mValues.mVersionMajor > 1;
 }
 
 bool CapabilitiesGEV::IsMCSPSupported() const
 {
-    return HasV1_1() && HasBit( mMessageChannelCapability, SOURCE_PORT );
+    return HasV1_1() && HasBit( mValues.mMessageChannelCapability, SOURCE_PORT );
 }
 
 bool CapabilitiesGEV::IsSCSPSupported() const
 {
-    return HasV1_1() && HasBit( mStreamChannelCapability, SOURCE_PORT );
+    return HasV1_1() && HasBit( mValues.mStreamChannelCapability, SOURCE_PORT );
 }
 
 } // namespace HtBaseLib

@@ -108,15 +108,29 @@ using Registry = CapabilityRegistry<U3VGUID, CapabilitiesU3V>;
 
 // KEEP: nobody looks at the second argument.
 CapabilitiesU3V::CapabilitiesU3V( const U3VGUID& aGUID, unsigned char* /*aUnused*/ )
-    : mGUID( aGUID )
-    , mMutex( std::make_shared<Mutex>() )
+    : mMutex( std::make_shared<Mutex>() )
     , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
 {
+    mValues.mGUID = aGUID;
 }
 
 // KEEP: the mutex and the logger are shared with the source.
-CapabilitiesU3V::CapabilitiesU3V( const CapabilitiesU3V& aOther ) = default;
-CapabilitiesU3V& CapabilitiesU3V::operator=( const CapabilitiesU3V& aOther ) = default;
+CapabilitiesU3V::CapabilitiesU3V( const CapabilitiesU3V& aOther )
+    : mValues( aOther.mValues )
+    , mInitialized( IsPublished( aOther.mInitialized ) )
+    , mMutex( aOther.mMutex )
+    , mLogger( aOther.mLogger )
+{
+}
+
+CapabilitiesU3V& CapabilitiesU3V::operator=( const CapabilitiesU3V& aOther )
+{
+    mValues = aOther.mValues;
+    Publish( mInitialized, IsPublished( aOther.mInitialized ) );
+    mMutex = aOther.mMutex;
+    mLogger = aOther.mLogger;
+    return *this;
+}
 
 CapabilitiesU3V::~CapabilitiesU3V()
 {
@@ -141,7 +155,7 @@ Result CapabilitiesU3V::Init( BaseCommandLinkU3V* aLink )
 {
     // KEEP: logged ahead of the lock, also when there is nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)",
-                mGUID.Get() );
+                mValues.mGUID.Get() );
     return FillOnce( mInitialized, *mMutex,
                      [this, aLink]
                      {
@@ -153,31 +167,31 @@ Result CapabilitiesU3V::Init( BaseCommandLinkU3V* aLink )
 Result CapabilitiesU3V::UpdateABRM( BaseCommandLinkU3V* aLink )
 {
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Reading device ABRM properties (%s)",
-                mGUID.Get() );
+                mValues.mGUID.Get() );
 
-    Result lResult = ReadInto( mGenCPVersion, aLink, GENCP_VERSION );
+    Result lResult = ReadInto( mValues.mGenCPVersion, aLink, GENCP_VERSION );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "GenCP Version: %i.%i",
-                GetMajor( mGenCPVersion ), GetMinor( mGenCPVersion ) );
+                GetMajor( mValues.mGenCPVersion ), GetMinor( mValues.mGenCPVersion ) );
 
     lResult = ReadDeviceCapability( aLink );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
-    lResult = ReadInto( mMaxDeviceResponseTime, aLink, MAX_DEVICE_RESPONSE_TIME );
+    lResult = ReadInto( mValues.mMaxDeviceResponseTime, aLink, MAX_DEVICE_RESPONSE_TIME );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     // KEEP: "reponse" is how the line is spelt.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Max device reponse time: %d",
-                ToLogged( mMaxDeviceResponseTime ) );
+                ToLogged( mValues.mMaxDeviceResponseTime ) );
 
-    lResult = ReadInto( mManifestTableAddress, aLink, MANIFEST_TABLE_ADDRESS );
+    lResult = ReadInto( mValues.mManifestTableAddress, aLink, MANIFEST_TABLE_ADDRESS );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -185,7 +199,7 @@ Result CapabilitiesU3V::UpdateABRM( BaseCommandLinkU3V* aLink )
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Manifest table address: 0x%016llX",
                 GetManifestTableAddress() );
 
-    lResult = ReadInto( mSBRMAddress, aLink, SBRM_ADDRESS );
+    lResult = ReadInto( mValues.mSBRMAddress, aLink, SBRM_ADDRESS );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -197,7 +211,7 @@ Result CapabilitiesU3V::UpdateABRM( BaseCommandLinkU3V* aLink )
 
 Result CapabilitiesU3V::ReadDeviceCapability( BaseCommandLinkU3V* aLink )
 {
-    Result lResult = ReadInto( mDeviceCapability, aLink, DEVICE_CAPABILITY );
+    Result lResult = ReadInto( mValues.mDeviceCapability, aLink, DEVICE_CAPABILITY );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -227,17 +241,17 @@ Result CapabilitiesU3V::ReadDeviceCapability( BaseCommandLinkU3V* aLink )
 // KEEP: the one field that loses what it held before; the others keep it when they are not read.
 Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
 {
-    mTimestampIncrement = 0;
+    mValues.mTimestampIncrement = 0;
     if ( IsTimestampSupported() )
     {
-        Result lResult = ReadInto( mTimestampIncrement, aLink, TIMESTAMP_INCREMENT );
+        Result lResult = ReadInto( mValues.mTimestampIncrement, aLink, TIMESTAMP_INCREMENT );
         if ( !lResult.IsOK() )
         {
             return lResult;
         }
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Timestamp increment: %lld",
-                static_cast<long long>( mTimestampIncrement ) );
+                static_cast<long long>( mValues.mTimestampIncrement ) );
     return Result::OK;
 }
 
@@ -245,17 +259,17 @@ Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
 Result CapabilitiesU3V::UpdateSBRM( BaseCommandLinkU3V* aLink )
 {
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Reading device SBRM properties (%s)",
-                mGUID.Get() );
+                mValues.mGUID.Get() );
 
-    Result lResult = ReadInto( mU3VVersion, aLink, mSBRMAddress + U3V_VERSION );
+    Result lResult = ReadInto( mValues.mU3VVersion, aLink, mValues.mSBRMAddress + U3V_VERSION );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "U3V Version: %i.%i",
-                GetMajor( mU3VVersion ), GetMinor( mU3VVersion ) );
+                GetMajor( mValues.mU3VVersion ), GetMinor( mValues.mU3VVersion ) );
 
-    lResult = ReadInto( mU3VCPCapability, aLink, mSBRMAddress + U3VCP_CAPABILITY );
+    lResult = ReadInto( mValues.mU3VCPCapability, aLink, mValues.mSBRMAddress + U3VCP_CAPABILITY );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -283,40 +297,42 @@ Result CapabilitiesU3V::UpdateSBRM( BaseCommandLinkU3V* aLink )
 
 Result CapabilitiesU3V::ReadTransferLengths( BaseCommandLinkU3V* aLink )
 {
-    Result lResult =
-        ReadInto( mMaxCommandTransferLength, aLink, mSBRMAddress + MAX_COMMAND_TRANSFER_LENGTH );
+    Result lResult = ReadInto( mValues.mMaxCommandTransferLength, aLink,
+                               mValues.mSBRMAddress + MAX_COMMAND_TRANSFER_LENGTH );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Max command transfer length: %d",
-                ToLogged( mMaxCommandTransferLength ) );
+                ToLogged( mValues.mMaxCommandTransferLength ) );
 
-    lResult = ReadInto( mMaxAckTransferLength, aLink, mSBRMAddress + MAX_ACK_TRANSFER_LENGTH );
+    lResult = ReadInto( mValues.mMaxAckTransferLength, aLink,
+                        mValues.mSBRMAddress + MAX_ACK_TRANSFER_LENGTH );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Max command acknowledge length: %d",
-                ToLogged( mMaxAckTransferLength ) );
+                ToLogged( mValues.mMaxAckTransferLength ) );
     return lResult;
 }
 
 // KEEP: the count of streams decides, not the bit of the SIRM.
 Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
 {
-    Result lResult = ReadInto( mStreamChannelCount, aLink, mSBRMAddress + STREAM_CHANNEL_COUNT );
+    Result lResult =
+        ReadInto( mValues.mStreamChannelCount, aLink, mValues.mSBRMAddress + STREAM_CHANNEL_COUNT );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Stream channel count: %d",
-                ToLogged( mStreamChannelCount ) );
-    if ( mStreamChannelCount == 0 )
+                ToLogged( mValues.mStreamChannelCount ) );
+    if ( mValues.mStreamChannelCount == 0 )
     {
         return lResult;
     }
-    lResult = ReadInto( mSIRMAddress, aLink, mSBRMAddress + SIRM_ADDRESS );
+    lResult = ReadInto( mValues.mSIRMAddress, aLink, mValues.mSBRMAddress + SIRM_ADDRESS );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -324,13 +340,13 @@ Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "SIRM address: 0x%016llX",
                 GetSIRMAddress() );
 
-    lResult = ReadInto( mSIRMLength, aLink, mSBRMAddress + SIRM_LENGTH );
+    lResult = ReadInto( mValues.mSIRMLength, aLink, mValues.mSBRMAddress + SIRM_LENGTH );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "SIRM length: %d",
-                ToLogged( mSIRMLength ) );
+                ToLogged( mValues.mSIRMLength ) );
     return lResult;
 }
 
@@ -341,7 +357,7 @@ Result CapabilitiesU3V::ReadEIRM( BaseCommandLinkU3V* aLink )
     {
         return Result::OK;
     }
-    Result lResult = ReadInto( mEIRMAddress, aLink, mSBRMAddress + EIRM_ADDRESS );
+    Result lResult = ReadInto( mValues.mEIRMAddress, aLink, mValues.mSBRMAddress + EIRM_ADDRESS );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -349,13 +365,13 @@ Result CapabilitiesU3V::ReadEIRM( BaseCommandLinkU3V* aLink )
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "EIRM address: 0x%016llX",
                 GetEIRMAddress() );
 
-    lResult = ReadInto( mEIRMLength, aLink, mSBRMAddress + EIRM_LENGTH );
+    lResult = ReadInto( mValues.mEIRMLength, aLink, mValues.mSBRMAddress + EIRM_LENGTH );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "EIRM length: %d",
-                ToLogged( mEIRMLength ) );
+                ToLogged( mValues.mEIRMLength ) );
     return lResult;
 }
 
@@ -365,7 +381,7 @@ Result CapabilitiesU3V::ReadIIDC2( BaseCommandLinkU3V* aLink )
     {
         return Result::OK;
     }
-    Result lResult = ReadInto( mIIDC2Address, aLink, mSBRMAddress + IIDC2_ADDRESS );
+    Result lResult = ReadInto( mValues.mIIDC2Address, aLink, mValues.mSBRMAddress + IIDC2_ADDRESS );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -377,37 +393,37 @@ Result CapabilitiesU3V::ReadIIDC2( BaseCommandLinkU3V* aLink )
 
 bool CapabilitiesU3V::IsInitialized()
 {
-    return mInitialized.Get();
+    return IsPublished( mInitialized );
 }
 
 unsigned int CapabilitiesU3V::GetGenCPVersion() const
 {
-    return mGenCPVersion;
+    return mValues.mGenCPVersion;
 }
 
 unsigned int CapabilitiesU3V::GetU3VVersion() const
 {
-    return mU3VVersion;
+    return mValues.mU3VVersion;
 }
 
 unsigned int CapabilitiesU3V::GetMaxDeviceResponseTime() const
 {
-    return mMaxDeviceResponseTime;
+    return mValues.mMaxDeviceResponseTime;
 }
 
 unsigned long long CapabilitiesU3V::GetManifestTableAddress() const
 {
-    return mManifestTableAddress;
+    return mValues.mManifestTableAddress;
 }
 
 unsigned long long CapabilitiesU3V::GetSBRMAddress() const
 {
-    return mSBRMAddress;
+    return mValues.mSBRMAddress;
 }
 
 unsigned long long CapabilitiesU3V::GetTimestampIncrement() const
 {
-    return mTimestampIncrement;
+    return mValues.mTimestampIncrement;
 }
 
 unsigned long long CapabilitiesU3V::GetTimestampTickFrequency() const
@@ -417,104 +433,104 @@ unsigned long long CapabilitiesU3V::GetTimestampTickFrequency() const
 
 unsigned int CapabilitiesU3V::GetMaxCommandTransferLength() const
 {
-    return mMaxCommandTransferLength;
+    return mValues.mMaxCommandTransferLength;
 }
 
 unsigned int CapabilitiesU3V::GetMaxAckTransferLength() const
 {
-    return mMaxAckTransferLength;
+    return mValues.mMaxAckTransferLength;
 }
 
 unsigned int CapabilitiesU3V::GetStreamChannelCount() const
 {
-    return mStreamChannelCount;
+    return mValues.mStreamChannelCount;
 }
 
 unsigned long long CapabilitiesU3V::GetSIRMAddress() const
 {
-    return mSIRMAddress;
+    return mValues.mSIRMAddress;
 }
 
 unsigned int CapabilitiesU3V::GetSIRMLength() const
 {
-    return mSIRMLength;
+    return mValues.mSIRMLength;
 }
 
 unsigned long long CapabilitiesU3V::GetEIRMAddress() const
 {
-    return mEIRMAddress;
+    return mValues.mEIRMAddress;
 }
 
 unsigned int CapabilitiesU3V::GetEIRMLength() const
 {
-    return mEIRMLength;
+    return mValues.mEIRMLength;
 }
 
 unsigned long long CapabilitiesU3V::GetIIDC2Address() const
 {
-    return mIIDC2Address;
+    return mValues.mIIDC2Address;
 }
 
 bool CapabilitiesU3V::IsUserNameAvailable() const
 {
-    return HasBit( mDeviceCapability, USER_NAME );
+    return HasBit( mValues.mDeviceCapability, USER_NAME );
 }
 
 bool CapabilitiesU3V::IsAccessPrivilegeAvailable() const
 {
-    return HasBit( mDeviceCapability, ACCESS_PRIVILEGE );
+    return HasBit( mValues.mDeviceCapability, ACCESS_PRIVILEGE );
 }
 
 bool CapabilitiesU3V::IsMessageChannelSupported() const
 {
-    return HasBit( mDeviceCapability, MESSAGE_CHANNEL );
+    return HasBit( mValues.mDeviceCapability, MESSAGE_CHANNEL );
 }
 
 bool CapabilitiesU3V::IsTimestampSupported() const
 {
-    return HasBit( mDeviceCapability, TIMESTAMP );
+    return HasBit( mValues.mDeviceCapability, TIMESTAMP );
 }
 
 StringEncoding CapabilitiesU3V::GetStringEncoding() const
 {
     const auto lEncoding = static_cast<StringEncoding>(
-        ( mDeviceCapability & STRING_ENCODING_MASK ) >> STRING_ENCODING_SHIFT );
+        ( mValues.mDeviceCapability & STRING_ENCODING_MASK ) >> STRING_ENCODING_SHIFT );
     return lEncoding <= StringEncoding::UTF16 ? lEncoding : StringEncoding::UNKNOWN;
 }
 
 bool CapabilitiesU3V::IsFamilyNameAvailable() const
 {
-    return HasBit( mDeviceCapability, FAMILY_NAME );
+    return HasBit( mValues.mDeviceCapability, FAMILY_NAME );
 }
 
 bool CapabilitiesU3V::IsSBRMSupported() const
 {
-    return HasBit( mDeviceCapability, SBRM );
+    return HasBit( mValues.mDeviceCapability, SBRM );
 }
 
 bool CapabilitiesU3V::IsEndianessRegistersSupported() const
 {
-    return HasBit( mDeviceCapability, ENDIANESS_REGISTERS );
+    return HasBit( mValues.mDeviceCapability, ENDIANESS_REGISTERS );
 }
 
 bool CapabilitiesU3V::IsWrittenLengthFieldSupported() const
 {
-    return HasBit( mDeviceCapability, WRITTEN_LENGTH_FIELD );
+    return HasBit( mValues.mDeviceCapability, WRITTEN_LENGTH_FIELD );
 }
 
 bool CapabilitiesU3V::IsSIRMAvailable() const
 {
-    return HasBit( mU3VCPCapability, SIRM );
+    return HasBit( mValues.mU3VCPCapability, SIRM );
 }
 
 bool CapabilitiesU3V::IsEIRMAvailable() const
 {
-    return HasBit( mU3VCPCapability, EIRM );
+    return HasBit( mValues.mU3VCPCapability, EIRM );
 }
 
 bool CapabilitiesU3V::IsIIDC2Available() const
 {
-    return HasBit( mU3VCPCapability, IIDC2 );
+    return HasBit( mValues.mU3VCPCapability, IIDC2 );
 }
 
 } // namespace HtBaseLib

@@ -1,22 +1,35 @@
 // What the capability records of both kinds of device have in common.
 #pragma once
 
-#include <PublishedFlag.h>
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/Result.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace HtBaseLib
 {
 
+// A record's initialised flag publishes the fields that were written before it: whoever sees it set
+// by IsPublished sees them too. It is safe beside a Publish; two of those may not run at once.
+inline void Publish( std::atomic<bool>& aInitialized, bool aValue )
+{
+    aInitialized.store( aValue, std::memory_order_release );
+}
+
+inline bool IsPublished( const std::atomic<bool>& aInitialized )
+{
+    return aInitialized.load( std::memory_order_acquire );
+}
+
 // Fills a record by aRead, which returns a Result, and marks it as initialised when that is OK,
 // all under the record's mutex. A record that is marked already is left alone: OK.
 template <typename Read>
-QmUtilsLib::Result FillOnce( PublishedFlag& aInitialized, QmUtilsLib::Mutex& aMutex, Read aRead )
+QmUtilsLib::Result FillOnce( std::atomic<bool>& aInitialized, QmUtilsLib::Mutex& aMutex,
+                             Read aRead )
 {
     QmUtilsLib::LockScope lLock( aMutex );
-    if ( aInitialized.Get() )
+    if ( IsPublished( aInitialized ) )
     {
         return QmUtilsLib::Result::OK;
     }
@@ -25,7 +38,7 @@ QmUtilsLib::Result FillOnce( PublishedFlag& aInitialized, QmUtilsLib::Mutex& aMu
     {
         return lResult;
     }
-    aInitialized.Set();
+    Publish( aInitialized, true );
     return QmUtilsLib::Result::OK;
 }
 

@@ -1,10 +1,9 @@
 // The program's link to a GigE Vision device.
 #pragma once
 
-#include <BaseCommandLinkGEV.h>
-#include <QmUtilsLib/Logger.h>
+#include "Tools/htbase/ToolLink.h"
 
-#include <atomic>
+#include <BaseCommandLinkGEV.h>
 
 namespace HtBaseTool
 {
@@ -16,9 +15,8 @@ struct LinkOptions
     int mAttempts = 3;    // how often a command is sent at most
 };
 
-// ToolLinkGEV is a link whose patience the user chooses. The socket is borrowed. It counts the
-// transfers that succeeded and logs each at 20000.
-class ToolLinkGEV : public HtBaseLib::BaseCommandLinkGEV
+// ToolLinkGEV is a link whose patience the user chooses. The socket is borrowed.
+class ToolLinkGEV : public ToolLink<HtBaseLib::BaseCommandLinkGEV, AddressBits::GEV>
 {
 public:
     ToolLinkGEV( WdUtilsLib::Network::SocketUDP& aSocket, const LinkOptions& aOptions );
@@ -27,13 +25,7 @@ public:
     QmUtilsLib::Result Close() override;
     bool IsConnected() const override;
 
-    // Reads and writes that succeeded.
-    long long GetTransfersCount() const { return mTransfersCount.load(); }
-
 protected:
-    QmUtilsLib::Logger* GetLibLogger() override { return &mLogger; }
-    QmUtilsLib::Logger* GetLinkLogger() override { return &mLogger; }
-
     int GetRetryCount() const override { return mOptions.mAttempts; }
     int GetAnswerTimeout() const override { return mOptions.mTimeoutMs; }
     WdUtilsLib::Network::SocketUDP* GetSocket() override { return &mSocket; }
@@ -42,15 +34,10 @@ protected:
     // from memory: the same port may have been another program's a moment ago.
     unsigned short GetRequestID() override;
 
-    void ReadCallback( const void* aData, long long aAddress, long long aSize ) override;
-    void WriteCallback( const void* aData, long long aAddress, long long aSize ) override;
-
 private:
     WdUtilsLib::Network::SocketUDP& mSocket;
     const LinkOptions mOptions;
-    QmUtilsLib::Logger mLogger;
     unsigned short mRequestID; // the link's mutex is held where it is drawn
-    std::atomic<long long> mTransfersCount{ 0 };
 };
 
 } // namespace HtBaseTool

@@ -6,19 +6,10 @@ namespace HtBaseTool
 {
 
 using HtBaseLib::CapabilitiesU3V;
-using QmUtilsLib::Logger;
 using QmUtilsLib::Result;
-
-namespace
-{
-
-constexpr const char* UNIT = "Tools/htbase/ToolLinkU3V";
-
-} // namespace
 
 ToolLinkU3V::ToolLinkU3V( bool aIsMaster )
     : mIsMaster( aIsMaster )
-    , mLogger( "htbase", 0 )
 {
 }
 
@@ -36,28 +27,6 @@ Result ToolLinkU3V::FitSizes()
 void ToolLinkU3V::Abort()
 {
     (void)GetDCI()->Close(); // what it cannot give back the end of the program does
-}
-
-void ToolLinkU3V::ReadCallback( const void*, long long aAddress, long long aSize )
-{
-    ++mTransfersCount;
-    if ( mLogger.IsPriorityEnabled( Logger::DETAIL ) )
-    {
-        mLogger.Log( Logger::DETAIL, UNIT, __LINE__, "HtBaseTool::ToolLinkU3V::ReadCallback",
-                     "Read %lld bytes at 0x%016llX", aSize,
-                     static_cast<unsigned long long>( aAddress ) );
-    }
-}
-
-void ToolLinkU3V::WriteCallback( const void*, long long aAddress, long long aSize )
-{
-    ++mTransfersCount;
-    if ( mLogger.IsPriorityEnabled( Logger::DETAIL ) )
-    {
-        mLogger.Log( Logger::DETAIL, UNIT, __LINE__, "HtBaseTool::ToolLinkU3V::WriteCallback",
-                     "Wrote %lld bytes at 0x%016llX", aSize,
-                     static_cast<unsigned long long>( aAddress ) );
-    }
 }
 
 } // namespace HtBaseTool

@@ -151,17 +151,21 @@ void Late()
     (void)Kind::Get( DEVICE );
 }
 
-// Copies have the mutex and the logger of their source, so they cost nothing.
+// Copies have the mutex and the logger of their source, so they cost nothing, and what is assigned
+// to gives up its own.
 template <typename Kind>
 void Copies()
 {
     typename Kind::Record lSource = Kind::Make( DEVICE );
+    const long long lWithSource = GetLiveAllocationCount();
     typename Kind::Record lTarget = Kind::Make( OTHER );
+    Expect( GetLiveAllocationCount() > lWithSource, "a record has a mutex and a logger" );
     const unsigned long long lBefore = GetAllocationCount();
     typename Kind::Record lCopy( lSource );
     lTarget = lSource;
     lTarget = lCopy;
     Expect( GetAllocationCount() == lBefore, "a copy makes no mutex and no logger" );
+    Expect( GetLiveAllocationCount() == lWithSource, "an assigned record has none of its own" );
 }
 
 // The records of one kind stay when those of the other are destroyed.

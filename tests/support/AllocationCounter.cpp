@@ -43,6 +43,11 @@ unsigned long long GetAllocationCount()
     return tCount;
 }
 
+unsigned long long GetDeletionCount()
+{
+    return tDeleted;
+}
+
 long long GetLiveAllocationCount()
 {
     return static_cast<long long>( tCount ) - static_cast<long long>( tDeleted );

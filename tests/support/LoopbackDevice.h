@@ -12,6 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
 namespace TestSupport
 {
 
@@ -71,8 +75,16 @@ public:
     explicit LoopbackDevice( const Simulators::ConfigurationGEV& aConfiguration = {},
                              HtBaseTool::DeviceServer::Options aOptions = {} )
         : mDevice( aConfiguration )
-        , mServer( [this]( const Simulators::Endpoint& aFrom, const uint8_t* aData, size_t aSize,
-                           int64_t aNow ) { return mDevice.Receive( aFrom, aData, aSize, aNow ); } )
+        , mServer(
+              [this]( const Simulators::Endpoint& aFrom, const uint8_t* aData, size_t aSize,
+                      int64_t aNow )
+              {
+                  if ( mBefore )
+                  {
+                      mBefore( Simulators::Bytes( aData, aData + aSize ) );
+                  }
+                  return mDevice.Receive( aFrom, aData, aSize, aNow + mLeapMs );
+              } )
     {
         aOptions.mAddress = LOOPBACK;
         EXPECT_TRUE( mServer.Open( aOptions ).IsOK() );
@@ -80,6 +92,12 @@ public:
     }
 
     unsigned short GetPort() const { return mServer.GetPort(); }
+
+    // What happens to the device at a datagram, right before it gets it. Set it through
+    // mServer.Access; it is called on the serving thread while nobody else has the device.
+    std::function<void( const Simulators::Bytes& aDatagram )> mBefore;
+    // How far the device's clock is ahead; it must not be set back. Through mServer.Access as well.
+    int64_t mLeapMs = 0;
 
     Simulators::VirtualDeviceGEV mDevice; // look at it through mServer.Access while it serves
     HtBaseTool::DeviceServer mServer;

@@ -12,26 +12,23 @@ namespace TestSupport
 template <typename ACTUAL, typename EXPECTED>
 constexpr bool IS = std::is_same<ACTUAL, EXPECTED>::value;
 
-// A pointer to a virtual operation holds, under the C++ ABI of Linux on x86-64, one more than the
-// offset of its entry in the table; a pointer to any other operation holds an address, which is
-// even.
-template <typename OPERATION>
-std::uintptr_t GetFirstWord( OPERATION aOperation )
-{
-    static_assert( sizeof( aOperation ) == 2 * sizeof( std::uintptr_t ), "another ABI" );
-    std::uintptr_t lWord = 0;
-    std::memcpy( &lWord, &aOperation, sizeof( lWord ) );
-    return lWord;
-}
-
 constexpr std::size_t NOT_VIRTUAL = SIZE_MAX;
 
-// The entry of the table through which the operation is called, or NOT_VIRTUAL.
+// The entry of the table through which the operation is called, or NOT_VIRTUAL. In the C++ ABI of
+// GCC and clang a pointer to an operation is two words. That it names a virtual one is told by the
+// low bit of the first, or on some machines of the second; the rest of the first is the offset of
+// its entry.
 template <typename OPERATION>
 std::size_t GetEntry( OPERATION aOperation )
 {
-    const std::uintptr_t lWord = GetFirstWord( aOperation );
-    return ( lWord & 1 ) != 0 ? ( lWord - 1 ) / sizeof( void* ) : NOT_VIRTUAL;
+    std::uintptr_t lWords[2];
+    static_assert( sizeof( aOperation ) == sizeof( lWords ), "another ABI" );
+    std::memcpy( lWords, &aOperation, sizeof( lWords ) );
+    if ( ( ( lWords[0] | lWords[1] ) & 1 ) == 0 )
+    {
+        return NOT_VIRTUAL;
+    }
+    return lWords[0] / sizeof( void* );
 }
 
 // Under the same ABI a virtual destructor has two entries: the one that destroys, and the one that

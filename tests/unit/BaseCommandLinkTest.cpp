@@ -1,6 +1,7 @@
 // The abstract link and what the GigE Vision family adds to it: signatures, access, and the places
 // of the virtual operations in their table, on which binaries built against older headers rely.
 
+#include <support/LinkTable.h>
 #include <support/TestLinkGEV.h>
 #include <support/VirtualTable.h>
 
@@ -11,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <new>
 #include <type_traits>
 
 namespace
@@ -112,10 +112,6 @@ static_assert( IS<decltype( &SimpleCommandLinkGEV::WriteMemory ),
 // What only derived links may call: from here its name cannot be taken.
 
 DEFINE_IS_PUBLIC( Close )
-DEFINE_IS_PUBLIC( GetLibLogger )
-DEFINE_IS_PUBLIC( GetLinkLogger )
-DEFINE_IS_PUBLIC( ReadCallback )
-DEFINE_IS_PUBLIC( WriteCallback )
 DEFINE_IS_PUBLIC( GetRetryCount )
 DEFINE_IS_PUBLIC( GetAnswerTimeout )
 DEFINE_IS_PUBLIC( GetSocket )
@@ -124,10 +120,7 @@ DEFINE_IS_PUBLIC( LockMutex )
 DEFINE_IS_PUBLIC( ReleaseMutex )
 
 static_assert( IsPublicClose<BaseCommandLink>::value, "what is public is seen to be" );
-static_assert( !IsPublicGetLibLogger<BaseCommandLink>::value, "" );
-static_assert( !IsPublicGetLinkLogger<BaseCommandLink>::value, "" );
-static_assert( !IsPublicReadCallback<BaseCommandLink>::value, "" );
-static_assert( !IsPublicWriteCallback<BaseCommandLink>::value, "" );
+static_assert( KEEPS_ITS_OWN<BaseCommandLink>, "" );
 static_assert( !IsPublicGetRetryCount<BaseCommandLinkGEV>::value, "" );
 static_assert( !IsPublicGetAnswerTimeout<BaseCommandLinkGEV>::value, "" );
 static_assert( !IsPublicGetSocket<BaseCommandLinkGEV>::value, "" );
@@ -159,16 +152,6 @@ struct WithIsConnected : LINK
     bool IsConnected() const override { return true; }
 };
 template <typename LINK>
-struct WithLibLogger : LINK
-{
-    Logger* GetLibLogger() override { return nullptr; }
-};
-template <typename LINK>
-struct WithLinkLogger : LINK
-{
-    Logger* GetLinkLogger() override { return nullptr; }
-};
-template <typename LINK>
 struct WithRetryCount : LINK
 {
     int GetRetryCount() const override { return 0; }
@@ -189,8 +172,6 @@ struct WithRequestID : LINK
     unsigned short GetRequestID() override { return 1; }
 };
 
-template <typename LINK>
-using WithLoggers = WithLibLogger<WithLinkLogger<LINK>>;
 template <typename LINK>
 using WithMemory = WithReadMemory<WithWriteMemory<LINK>>;
 template <typename LINK>
@@ -228,43 +209,22 @@ static_assert( std::is_abstract<WithPolicy<WithClose<WithLoggers<BaseCommandLink
 static_assert(
     std::is_abstract<WithPolicy<WithIsConnected<WithLoggers<BaseCommandLinkGEV>>>>::value, "" );
 
-// Names the operations that only derived links may name. Overrides nothing, so that the types are
-// those of the declarations, and adds one virtual operation, whose entry is the first behind the
-// family's own.
-class BaseProbe : public BaseCommandLink
+class BaseProbe : public LinkProbe<BaseCommandLink>
 {
 public:
-    virtual void Behind() {}
-
     static_assert( IS<decltype( &BaseProbe::GetLibLogger ), Logger* (BaseCommandLink::*)()>, "" );
     static_assert( IS<decltype( &BaseProbe::GetLinkLogger ), Logger* (BaseCommandLink::*)()>, "" );
-    static_assert( IS<decltype( &BaseProbe::ReadCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
-    static_assert( IS<decltype( &BaseProbe::WriteCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
 
     static void ExpectOrder()
     {
-        std::size_t lEntry = ENTRIES_OF_DESTRUCTOR;
-        EXPECT_EQ( GetEntry( &BaseProbe::ReadMemory ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::WriteMemory ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::Close ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::IsConnected ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::GetLibLogger ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::GetLinkLogger ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::ReadCallback ), lEntry++ );
-        EXPECT_EQ( GetEntry( &BaseProbe::WriteCallback ), lEntry++ );
+        const std::size_t lEntry = ExpectAbstractLinkFirst();
         EXPECT_EQ( GetEntry( &BaseProbe::Behind ), lEntry );
     }
 };
 
-class ProbeGEV : public BaseCommandLinkGEV
+class ProbeGEV : public LinkProbe<BaseCommandLinkGEV>
 {
 public:
-    virtual void Behind() {}
-
     static_assert( IS<decltype( &ProbeGEV::GetRetryCount ), int ( BaseCommandLinkGEV::* )() const>,
                    "" );
     static_assert(
@@ -274,25 +234,10 @@ public:
         IS<decltype( &ProbeGEV::GetRequestID ), unsigned short ( BaseCommandLinkGEV::* )()>, "" );
     static_assert( IS<decltype( &ProbeGEV::LockMutex ), void ( BaseCommandLinkGEV::* )()>, "" );
     static_assert( IS<decltype( &ProbeGEV::ReleaseMutex ), void ( BaseCommandLinkGEV::* )()>, "" );
-    // The family keeps the callbacks of the abstract link.
-    static_assert( IS<decltype( &ProbeGEV::ReadCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
-    static_assert( IS<decltype( &ProbeGEV::WriteCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
 
     static void ExpectOrder()
     {
-        std::size_t lEntry = ENTRIES_OF_DESTRUCTOR;
-        EXPECT_EQ( GetEntry( &ProbeGEV::ReadMemory ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::WriteMemory ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::Close ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::IsConnected ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::GetLibLogger ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::GetLinkLogger ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::ReadCallback ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeGEV::WriteCallback ), lEntry++ );
+        std::size_t lEntry = ExpectAbstractLinkFirst();
         EXPECT_EQ( GetEntry( &ProbeGEV::GetRetryCount ), lEntry++ );
         EXPECT_EQ( GetEntry( &ProbeGEV::GetAnswerTimeout ), lEntry++ );
         EXPECT_EQ( GetEntry( &ProbeGEV::GetSocket ), lEntry++ );
@@ -318,12 +263,9 @@ public:
     }
 };
 
-class ProbeSimple : public SimpleCommandLinkGEV
+class ProbeSimple : public LinkProbe<SimpleCommandLinkGEV>
 {
 public:
-    using SimpleCommandLinkGEV::SimpleCommandLinkGEV;
-    virtual void Behind() {}
-
     // Which operations the concrete link fills itself.
     static_assert( IS<decltype( &ProbeSimple::Close ), Result ( SimpleCommandLinkGEV::* )()>, "" );
     static_assert(
@@ -342,38 +284,11 @@ public:
     static_assert(
         IS<decltype( &ProbeSimple::GetRequestID ), unsigned short ( SimpleCommandLinkGEV::* )()>,
         "" );
-    static_assert( IS<decltype( &ProbeSimple::ReadCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
-    static_assert( IS<decltype( &ProbeSimple::WriteCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
-};
-
-// A link that counts its destructions.
-class Mortal : public Complete
-{
-public:
-    explicit Mortal( int& aDestructions )
-        : mDestructions( aDestructions )
-    {
-    }
-    Mortal( const Mortal& ) = delete;
-    Mortal& operator=( const Mortal& ) = delete;
-    ~Mortal() override { ++mDestructions; }
-
-private:
-    int& mDestructions;
 };
 
 TEST( BaseCommandLinkTable, StartsWithTheDestructor )
 {
-    int lDestructions = 0;
-    alignas( Mortal ) unsigned char lPlace[sizeof( Mortal )];
-    CallDestructorEntry( new ( lPlace ) Mortal( lDestructions ), 0 );
-    EXPECT_EQ( lDestructions, 1 );
-    CallDestructorEntry( new Mortal( lDestructions ), 1 );
-    EXPECT_EQ( lDestructions, 2 );
+    ExpectDestructorFirst<Complete>();
 }
 
 TEST( BaseCommandLinkTable, KeepsTheOrderOfTheAbstractLink )
@@ -394,10 +309,7 @@ TEST( BaseCommandLinkTable, HoldsNothingElse )
 
 TEST( BaseCommandLink, IsDestroyedThroughItsBase )
 {
-    int lDestructions = 0;
-    BaseCommandLink* lLink = new Mortal( lDestructions );
-    delete lLink;
-    EXPECT_EQ( lDestructions, 1 );
+    ExpectDestructionThroughTheBase<Complete>();
 }
 
 TEST( BaseCommandLink, StartsWithTheConnectionNotLost )

@@ -1,6 +1,7 @@
 // The USB3 Vision link as an object: what a new one is, opening and closing, what copies share, the
 // transaction with its size check, and what becomes of a status.
 
+#include <support/AllocationCounter.h>
 #include <support/ScriptedControlTest.h>
 
 #include <QmUtilsLib/String.h>
@@ -211,6 +212,23 @@ TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceAlsoWhenItCannotBeClosed )
     EXPECT_TRUE( mLink.IsConnected() );
 }
 
+TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceBeforeItClosesTheControlInterface )
+{
+    Open();
+    int lCloses = 0;
+    mControl.DoAtClose(
+        [&]
+        {
+            ++lCloses;
+            EXPECT_TRUE( mLink.GetGUID().IsEmpty() );
+            ExpectLimits( mLink, 0, 0 );
+            EXPECT_EQ( mLink.GetDevicePath(), PATH );
+        } );
+    EXPECT_TRUE( mLink.Close().IsOK() );
+    mControl.DoAtClose( nullptr );
+    EXPECT_EQ( lCloses, 1 );
+}
+
 TEST_F( BaseCommandLinkU3VTest, StaysWithoutLimitsWhenOpenedAfterAClose )
 {
     Open();
@@ -366,6 +384,36 @@ TEST_F( BaseCommandLinkU3VTest, AlwaysClosesAtItsEnd )
     EXPECT_EQ( mControl.GetCloseCount(), 2U );
     EXPECT_EQ( ScriptedControl::GetInterfaceCount(), lInterfaces );
     ExpectLog( {} );
+}
+
+TEST_F( BaseCommandLinkU3VTest, ClosesThenFreesTheInterfaceThenThePath )
+{
+    // Long enough to lie in a block of its own.
+    const std::string lPath( 100, '1' );
+    unsigned int lInterfacesAtClose = 0;
+    unsigned long long lDeletionsAtClose = 0;
+    unsigned long long lDeletionsAtEnd = 0;
+    unsigned long long lDeletions = 0;
+    mControl
+        .DoAtClose(
+            [&]
+            {
+                lInterfacesAtClose = ScriptedControl::GetInterfaceCount();
+                lDeletionsAtClose = GetDeletionCount();
+            } )
+        .DoAtEnd( [&] { lDeletionsAtEnd = GetDeletionCount(); } );
+    const unsigned int lInterfaces = ScriptedControl::GetInterfaceCount();
+    {
+        TestLinkU3V lLink;
+        ASSERT_TRUE( lLink.Open( GUID, lPath ).IsOK() );
+    }
+    lDeletions = GetDeletionCount();
+    EXPECT_EQ( lInterfacesAtClose, lInterfaces + 1 );
+    EXPECT_EQ( ScriptedControl::GetInterfaceCount(), lInterfaces );
+    // Nothing goes between closing and the end of the interface; then its own two blocks go, and
+    // the two of the path.
+    EXPECT_EQ( lDeletionsAtEnd, lDeletionsAtClose );
+    EXPECT_EQ( lDeletions, lDeletionsAtEnd + 4 );
 }
 
 // A link with a Close of its own.
@@ -642,15 +690,23 @@ TEST_F( AtomicCommandsTest, HandsOverNoCommandAtAll )
 
 TEST_F( AtomicCommandsTest, LooksAtNoResultOfASingleCommand )
 {
-    for ( DCI_COMMAND& lRecord : mRecords )
-    {
-        lRecord.mResult = Result( 0x4000 );
-    }
+    const Result lFailure( 0x4000, EIO );
     mControl.ExpectAny()
+        .Reply( WriteMemAck( 1 ), lFailure )
         .Reply( WriteMemAck( 1 ) )
-        .Reply( WriteMemAck( 1 ) )
-        .Reply( WriteMemAck( 1 ) );
+        .Reply( WriteMemAck( 1 ), lFailure );
     EXPECT_TRUE( mLink.SendAtomicCommands( mRecords, COUNT ).IsOK() );
+    EXPECT_EQ( mRecords[2].mResult.GetOSCode(), unsigned{ EIO } );
+
+    uint8_t lData[4] = {};
+    mControl.ExpectAny().Reply( ReadMemAck( Pattern( 4 ) ), lFailure );
+    EXPECT_TRUE( mLink.ReadMemory( lData, 0, 4 ).IsOK() );
+    mControl.ExpectAny().Reply( WriteMemAck( 4 ), lFailure );
+    EXPECT_TRUE( mLink.WriteMemory( lData, 0, 4, false ).IsOK() );
+    mControl.ExpectAny()
+        .Reply( WriteMemAck( 4 ), lFailure )
+        .Reply( ReadMemAck( Pattern( 4 ) ), lFailure );
+    EXPECT_TRUE( mLink.AtomicWriteAndRead( lData, 0, 4, lData, 0, 4 ).IsOK() );
 }
 
 // Statuses.

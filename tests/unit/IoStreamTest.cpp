@@ -1,7 +1,7 @@
 #include "Libraries/HtBase/IoStream.h"
 
 #include "tests/support/TemporaryDirectory.h"
-#include "tests/support/VirtualSlot.h"
+#include "tests/support/VirtualTable.h"
 
 #include <gmock/gmock.h>
 
@@ -20,7 +20,8 @@ using HtBaseLib::IoStream;
 using HtBaseLib::IoStreamFile;
 using HtBaseLib::IoStreamRaw;
 using testing::Each;
-using TestSupport::GetVirtualSlot;
+using TestSupport::ENTRIES_OF_DESTRUCTOR;
+using TestSupport::GetEntry;
 using TestSupport::ReadWholeFile;
 using TestSupport::TemporaryDirectory;
 using TestSupport::WriteWholeFile;
@@ -98,15 +99,15 @@ public:
 
 TEST( IoStream, KeepsTheOrderOfItsVirtualOperations )
 {
-    // The destructor takes the first two places.
-    EXPECT_EQ( GetVirtualSlot( &IoStream::Close ), 2 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::PutByte ), 3 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::Write ), 4 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::GetByte ), 5 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::Read ), 6 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::Rewind ), 7 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::Skip ), 8 );
-    EXPECT_EQ( GetVirtualSlot( &IoStream::GetBytesWritten ), 9 );
+    std::size_t lEntry = ENTRIES_OF_DESTRUCTOR;
+    EXPECT_EQ( GetEntry( &IoStream::Close ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::PutByte ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::Write ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::GetByte ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::Read ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::Rewind ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::Skip ), lEntry++ );
+    EXPECT_EQ( GetEntry( &IoStream::GetBytesWritten ), lEntry++ );
 }
 
 TEST( IoStream, IsAbstractAndNotCopied )

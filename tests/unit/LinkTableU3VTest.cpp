@@ -1,6 +1,7 @@
 // What the USB3 Vision family adds to the abstract link: signatures, access, layout, and the places
 // of the virtual operations in their table, on which binaries built against older headers rely.
 
+#include <support/LinkTable.h>
 #include <support/TestLinkU3V.h>
 #include <support/VirtualTable.h>
 
@@ -12,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <new>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -163,10 +163,6 @@ DEFINE_IS_PUBLIC( SendAtomicCommands )
 DEFINE_IS_PUBLIC( ResultFromStatus )
 DEFINE_IS_PUBLIC( UpdateMaxSizes )
 DEFINE_IS_PUBLIC( IsMaster )
-DEFINE_IS_PUBLIC( GetLibLogger )
-DEFINE_IS_PUBLIC( GetLinkLogger )
-DEFINE_IS_PUBLIC( ReadCallback )
-DEFINE_IS_PUBLIC( WriteCallback )
 DEFINE_IS_PUBLIC( UpdateABRM )
 DEFINE_IS_PUBLIC( UpdateSBRM )
 
@@ -177,25 +173,12 @@ static_assert( !IsPublicSendAtomicCommands<SimpleCommandLinkU3V>::value, "" );
 static_assert( !IsPublicResultFromStatus<SimpleCommandLinkU3V>::value, "" );
 static_assert( !IsPublicUpdateMaxSizes<SimpleCommandLinkU3V>::value, "" );
 static_assert( !IsPublicIsMaster<SimpleCommandLinkU3V>::value, "" );
-static_assert( !IsPublicGetLibLogger<SimpleCommandLinkU3V>::value, "" );
-static_assert( !IsPublicGetLinkLogger<SimpleCommandLinkU3V>::value, "" );
-static_assert( !IsPublicReadCallback<SimpleCommandLinkU3V>::value, "" );
-static_assert( !IsPublicWriteCallback<SimpleCommandLinkU3V>::value, "" );
+static_assert( KEEPS_ITS_OWN<SimpleCommandLinkU3V>, "" );
 static_assert( !IsPublicUpdateABRM<CapabilitiesU3V>::value, "" );
 static_assert( !IsPublicUpdateSBRM<CapabilitiesU3V>::value, "" );
 
 // Which operations are abstract: each layer fills one, and none can be left out.
 
-template <typename LINK>
-struct WithLibLogger : LINK
-{
-    Logger* GetLibLogger() override { return nullptr; }
-};
-template <typename LINK>
-struct WithLinkLogger : LINK
-{
-    Logger* GetLinkLogger() override { return nullptr; }
-};
 template <typename LINK>
 struct WithMaster : LINK
 {
@@ -208,13 +191,9 @@ static_assert( std::is_abstract<WithLibLogger<WithLinkLogger<BaseCommandLinkU3V>
 static_assert( std::is_abstract<WithMaster<WithLinkLogger<BaseCommandLinkU3V>>>::value, "" );
 static_assert( std::is_abstract<WithMaster<WithLibLogger<BaseCommandLinkU3V>>>::value, "" );
 
-// Names the operations that only derived links may name, and adds one virtual operation, whose
-// entry is the first behind the family's own.
-class ProbeU3V : public BaseCommandLinkU3V
+class ProbeU3V : public LinkProbe<BaseCommandLinkU3V>
 {
 public:
-    virtual void Behind() {}
-
     static_assert( IS<decltype( &ProbeU3V::IsMaster ), bool ( BaseCommandLinkU3V::* )() const>,
                    "" );
     static_assert(
@@ -232,27 +211,13 @@ public:
                    "" );
     static_assert( IS<decltype( &ProbeU3V::UpdateMaxSizes ), void ( BaseCommandLinkU3V::* )()>,
                    "" );
-    // The family keeps the callbacks and the loggers of the abstract link.
-    static_assert( IS<decltype( &ProbeU3V::ReadCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
-    static_assert( IS<decltype( &ProbeU3V::WriteCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
-                   "" );
+    // The family keeps the loggers of the abstract link.
     static_assert( IS<decltype( &ProbeU3V::GetLibLogger ), Logger* (BaseCommandLink::*)()>, "" );
     static_assert( IS<decltype( &ProbeU3V::GetLinkLogger ), Logger* (BaseCommandLink::*)()>, "" );
 
     static void ExpectOrder()
     {
-        std::size_t lEntry = ENTRIES_OF_DESTRUCTOR;
-        EXPECT_EQ( GetEntry( &ProbeU3V::ReadMemory ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::WriteMemory ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::Close ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::IsConnected ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::GetLibLogger ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::GetLinkLogger ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::ReadCallback ), lEntry++ );
-        EXPECT_EQ( GetEntry( &ProbeU3V::WriteCallback ), lEntry++ );
+        std::size_t lEntry = ExpectAbstractLinkFirst();
         EXPECT_EQ( GetEntry( &ProbeU3V::Open ), lEntry++ );
         EXPECT_EQ( GetEntry( &ProbeU3V::Read ), lEntry++ );
         EXPECT_EQ( GetEntry( &ProbeU3V::Write ), lEntry++ );
@@ -275,20 +240,15 @@ public:
     }
 };
 
-class ProbeSimple : public SimpleCommandLinkU3V
+class ProbeSimple : public LinkProbe<SimpleCommandLinkU3V>
 {
 public:
-    virtual void Behind() {}
-
     // Which operations the concrete link fills itself.
     static_assert( IS<decltype( &ProbeSimple::GetLibLogger ), Logger* (SimpleCommandLinkU3V::*)()>,
                    "" );
     static_assert( IS<decltype( &ProbeSimple::GetLinkLogger ), Logger* (SimpleCommandLinkU3V::*)()>,
                    "" );
     static_assert( IS<decltype( &ProbeSimple::IsMaster ), bool ( SimpleCommandLinkU3V::* )() const>,
-                   "" );
-    static_assert( IS<decltype( &ProbeSimple::ReadCallback ),
-                      void ( BaseCommandLink::* )( const void*, long long, long long )>,
                    "" );
 };
 
@@ -307,34 +267,9 @@ public:
     }
 };
 
-// A thing that counts its destructions.
-template <typename THING>
-class Mortal : public THING
-{
-public:
-    template <typename... ARGUMENTS>
-    explicit Mortal( int& aDestructions, ARGUMENTS... aArguments )
-        : THING( aArguments... )
-        , mDestructions( aDestructions )
-    {
-    }
-    Mortal( const Mortal& ) = delete;
-    Mortal& operator=( const Mortal& ) = delete;
-    ~Mortal() override { ++mDestructions; }
-
-private:
-    int& mDestructions;
-};
-
 TEST( CommandLinkTableU3V, StartsWithTheDestructor )
 {
-    using MortalLink = Mortal<SimpleCommandLinkU3V>;
-    int lDestructions = 0;
-    alignas( MortalLink ) unsigned char lPlace[sizeof( MortalLink )];
-    CallDestructorEntry( new ( lPlace ) MortalLink( lDestructions ), 0 );
-    EXPECT_EQ( lDestructions, 1 );
-    CallDestructorEntry( new MortalLink( lDestructions ), 1 );
-    EXPECT_EQ( lDestructions, 2 );
+    ExpectDestructorFirst<SimpleCommandLinkU3V>();
 }
 
 TEST( CommandLinkTableU3V, HasTheAdditionsOfUSB3VisionBehindTheAbstractLink )
@@ -362,10 +297,7 @@ TEST( CommandLinkTableU3V, IsReachedThroughTheBase )
 
 TEST( CommandLinkTableU3V, DestroysThroughTheBase )
 {
-    int lDestructions = 0;
-    BaseCommandLink* const lLink = new Mortal<SimpleCommandLinkU3V>( lDestructions );
-    delete lLink;
-    EXPECT_EQ( lDestructions, 1 );
+    ExpectDestructionThroughTheBase<SimpleCommandLinkU3V>();
 }
 
 TEST( CapabilitiesTableU3V, HoldsTheDestructorOnly )

@@ -129,7 +129,66 @@ TEST_F( MemoryAccessU3VTest, AsksTheDerivedLinkWhetherItIsConnected )
     EXPECT_EQ( GetCallCount(), 3U );
 }
 
+// Leaves bytes that are not 0 where the next call has its buffers.
+[[gnu::noinline]] void SoilTheStack()
+{
+    volatile uint8_t lBytes[6 * 1024];
+    for ( volatile uint8_t& lByte : lBytes )
+    {
+        lByte = 0xEE;
+    }
+}
+
+TEST_F( MemoryAccessU3VTest, BeginsWithBuffersOfZeros )
+{
+    OpenSized( 1024, 1024 );
+    const Bytes lData = Pattern( 4 );
+    GuardedBuffer lBuffer( 1012 );
+    mControl.Expect( ReadMem( 0, 1012 ) ).Reply( HeaderOnlyAck( 0x0801, 0 ) );
+    mControl.Expect( WriteMem( 0, lData ) ).Reply( WriteMemAck( 4 ) );
+    mControl.ExpectTogether( { WriteMem( 0, lData ), ReadMem( 0, 1012 ) } )
+        .Reply( WriteMemAck( 4 ) )
+        .Reply( HeaderOnlyAck( 0x0801, 0 ) );
+    const std::size_t lFirst = mControl.GetCalls().size();
+    SoilTheStack();
+    EXPECT_TRUE( mLink.ReadMemory( lBuffer.GetData(), 0, 1012 ).IsOK() );
+    SoilTheStack();
+    EXPECT_TRUE( mLink.WriteMemory( lData.data(), 0, 4, false ).IsOK() );
+    SoilTheStack();
+    EXPECT_TRUE(
+        mLink.AtomicWriteAndRead( lData.data(), 0, 4, lBuffer.GetData(), 0, 1012 ).IsOK() );
+    const auto& lCalls = mControl.GetCalls();
+    ASSERT_EQ( lCalls.size(), lFirst + 3 );
+    EXPECT_EQ( lCalls[lFirst][0].mRoom, Bytes( 1024 ) );
+    EXPECT_EQ( lCalls[lFirst + 1][0].mRoom, Bytes( 16 ) );
+    EXPECT_EQ( lCalls[lFirst + 2][0].mRoom, Bytes( 16 ) );
+    EXPECT_EQ( lCalls[lFirst + 2][1].mRoom, Bytes( 1024 ) );
+    lBuffer.ExpectUntouched();
+}
+
 // Reading.
+
+TEST_F( MemoryAccessU3VTest, CallsBackWhenTheDataIsThere )
+{
+    class LookingLink : public TestLinkU3V
+    {
+    public:
+        std::vector<Bytes> mSeen;
+
+    protected:
+        void ReadCallback( const void* aData, long long, long long aSize ) override
+        {
+            const auto* const lBytes = static_cast<const uint8_t*>( aData );
+            mSeen.emplace_back( lBytes, lBytes + aSize );
+        }
+    };
+    LookingLink lLink;
+    Open( lLink );
+    mControl.Expect( ReadMem( 0, 4 ) ).Reply( ReadMemAck( { 1, 2, 3, 4 } ) );
+    GuardedBuffer lBuffer( 4 );
+    EXPECT_TRUE( lLink.ReadMemory( lBuffer.GetData(), 0, 4 ).IsOK() );
+    EXPECT_EQ( lLink.mSeen, std::vector<Bytes>{ Bytes( { 1, 2, 3, 4 } ) } );
+}
 
 TEST_F( MemoryAccessU3VTest, ReadsByOneCommand )
 {

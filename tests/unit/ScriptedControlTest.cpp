@@ -87,6 +87,7 @@ TEST_F( ScriptedControlTest, AnswersTheCallsThatItExpects )
         ASSERT_EQ( 2U, lControl.GetCalls()[1].size() );
         EXPECT_EQ( OTHER, lControl.GetCalls()[1][1].mBytes );
         EXPECT_EQ( 4U, lControl.GetCalls()[1][1].mCapacity );
+        EXPECT_EQ( Bytes( 4, 0xEE ), lControl.GetCalls()[1][1].mRoom );
     }
     EXPECT_TRUE( mComplaints.empty() );
 }
@@ -133,6 +134,11 @@ TEST_F( ScriptedControlTest, FailsAsToldAtTheFirstCommandWithoutAReply )
     EXPECT_EQ( 0x0605U, mRecords[2].mResult.GetCode() );
     EXPECT_EQ( 4U, mRecords[2].mAckLength );
 
+    lControl.Expect( COMMAND ).Reply( { 7 }, Result( Result::GENERIC_ERROR, 5 ) );
+    EXPECT_TRUE( Send( { COMMAND } ).IsOK() );
+    EXPECT_EQ( 5U, mRecords[0].mResult.GetOSCode() );
+    EXPECT_EQ( 1U, mRecords[0].mAckLength );
+
     lControl.Expect( COMMAND ); // no reply and nothing said: nobody answers
     EXPECT_EQ( 0x001EU, Send( { COMMAND } ).GetCode() );
     EXPECT_TRUE( mComplaints.empty() );
@@ -162,6 +168,31 @@ TEST_F( ScriptedControlTest, RecordsOpeningsClosingsAndConfigurations )
     EXPECT_EQ( 3U, lControl.GetConfigurations()[0].mMaxAckTransferLength );
     EXPECT_EQ( 1U, lControl.GetCloseCount() );
     EXPECT_EQ( 1U, ScriptedControl::GetInterfaceCount() );
+}
+
+TEST_F( ScriptedControlTest, DoesWhatItIsToldAtEveryCloseAndEnd )
+{
+    std::string lDone;
+    DeviceControlInterface lOther;
+    {
+        ScriptedControl lControl;
+        lControl.DoAtClose( [&] { lDone += mInterface.IsOpened() ? "open;" : "closed;"; } )
+            .DoAtEnd(
+                [&]
+                { lDone += std::to_string( ScriptedControl::GetInterfaceCount() ) + " left;"; } );
+        EXPECT_TRUE( Open().IsOK() );
+        EXPECT_TRUE( mInterface.Close().IsOK() );
+        EXPECT_TRUE( lOther.Close().IsOK() );
+        EXPECT_EQ( "open;closed;", lDone );
+        EXPECT_EQ( 2U, lControl.GetCloseCount() );
+        lDone.clear();
+        {
+            const DeviceControlInterface lThird;
+        }
+        EXPECT_EQ( "3 left;", lDone );
+    }
+    EXPECT_TRUE( mInterface.Close().IsOK() ); // the script has gone
+    EXPECT_EQ( "3 left;", lDone );
 }
 
 TEST_F( ScriptedControlTest, IsNotConnectedWhereNothingIsExpectedOrThere )

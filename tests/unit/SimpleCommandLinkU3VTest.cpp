@@ -1,5 +1,6 @@
 // The plain USB3 Vision link: its logger, its role, and what it shares with its copies.
 
+#include <support/AllocationCounter.h>
 #include <support/ScriptedControlTest.h>
 
 #include <SimpleCommandLinkU3V.h>
@@ -135,6 +136,23 @@ TEST_F( SimpleCommandLinkU3VTest, ClosesAtItsEnd )
     }
     EXPECT_EQ( mControl.GetCloseCount(), 1U );
     ExpectLog( {} );
+}
+
+TEST_F( SimpleCommandLinkU3VTest, FreesItsLoggerBeforeItCloses )
+{
+    for ( const bool lIsShared : { false, true } )
+    {
+        unsigned long long lDeletionsAtClose = 0; // at the first
+        mControl.DoAtClose(
+            [&] {
+                lDeletionsAtClose = lDeletionsAtClose == 0 ? GetDeletionCount() : lDeletionsAtClose;
+            } );
+        auto lLink = std::make_unique<SimpleCommandLinkU3V>();
+        const auto lCopy = lIsShared ? std::make_unique<SimpleCommandLinkU3V>( *lLink ) : nullptr;
+        const unsigned long long lDeletions = GetDeletionCount();
+        lLink.reset();
+        EXPECT_EQ( lDeletionsAtClose - lDeletions, lIsShared ? 0U : 1U );
+    }
 }
 
 } // namespace

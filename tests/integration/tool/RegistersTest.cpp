@@ -208,20 +208,18 @@ TEST_F( Registers, ControlThatMayHaveBeenGivenIsGivenBack )
 // The device falls silent once the register is written.
 TEST_F( Registers, ControlThatCannotBeGivenBackIsNoSuccess )
 {
-    Simulators::ConfigurationGEV lConfiguration;
-    lConfiguration.mPending = { 60000, 1000, 1, false, { Command::WRITEREG } };
-    Serve( lConfiguration );
-    ChildProcess lChild(
-        MakeGevCommand( "write", { "0xA000=5", "--timeout", "1000", "--retries", "1" } ) );
-    WaitForCommand( Command::WRITEREG, 0xA000 );
-    SetSilent( PRIVILEGE );
-    const Ending lEnding = lChild.Wait();
-    EXPECT_EQ( lEnding.mStatus, 1 );
+    // Control can be taken, and is refused to be given back.
+    OnCommand( Command::WRITEREG, 0xA000,
+               []( LoopbackDevice& aDevice )
+               { aDevice.mDevice.RefuseAddress( PRIVILEGE, 0x8006 ); } );
+    const Outcome lOutcome = RunGev( "write", { "0xA000=5" } );
+    EXPECT_EQ( lOutcome.mStatus, 1 );
     EXPECT_EQ( ReadWord( 0xA000 ), 5U );
-    ExpectOneSentence( lChild.GetError() );
-    EXPECT_THAT( lChild.GetError(),
+    EXPECT_EQ( GetCommands().back(), WriteOf( PRIVILEGE, 0 ) );
+    ExpectOneSentence( lOutcome.mError );
+    EXPECT_THAT( lOutcome.mError,
                  AllOf( HasSubstr( "the registers were written, but cannot give back control" ),
-                        HasSubstr( "TIMEOUT" ), HasSubstr( "heartbeat" ) ) );
+                        HasSubstr( "Access denied" ), HasSubstr( "heartbeat" ) ) );
 }
 
 TEST_F( Registers, RetriesAndTimeOutAreTheUsers )

@@ -254,6 +254,27 @@ std::vector<SeenCommand> ToolTest::GetCommands( uint16_t aCommand )
     return lSeen;
 }
 
+void ToolTest::OnCommand( uint16_t aCommand, uint32_t aAddress,
+                          const std::function<void( LoopbackDevice& )>& aAction )
+{
+    LoopbackDevice& lDevice = GetDevice();
+    const auto lBefore = [&lDevice, aCommand, aAddress, aAction,
+                          lIsDone = false]( const Simulators::Bytes& aDatagram ) mutable
+    {
+        if ( lIsDone || aDatagram.size() < 12 )
+        {
+            return;
+        }
+        const SeenCommand lSeen = TakeApart( { {}, 0, aDatagram } );
+        if ( lSeen.mCommand == aCommand && lSeen.mAddress == aAddress )
+        {
+            lIsDone = true;
+            aAction( lDevice );
+        }
+    };
+    lDevice.mServer.Access( [&] { lDevice.mBefore = lBefore; } );
+}
+
 void ToolTest::WaitForCommand( uint16_t aCommand, uint32_t aAddress )
 {
     for ( int lTry = 0; lTry < 1000; ++lTry )

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,11 @@ protected:
     void SetSilent( uint32_t aAddress, bool aIsSilent = true );
     std::vector<SeenCommand> GetCommands();
     std::vector<SeenCommand> GetCommands( uint16_t aCommand );
+
+    // Runs aAction when the device gets the first command from now on with that code and address,
+    // right before it does, on a thread of the device's. The one before it is forgotten.
+    void OnCommand( uint16_t aCommand, uint32_t aAddress,
+                    const std::function<void( LoopbackDevice& )>& aAction );
 
     // Waits until the device has got a command with that code and address. Fails the test when it
     // does not in ten seconds.

@@ -278,6 +278,64 @@ TEST_F( U3v, TransfersKeepToASmallDevicesLimits )
     EXPECT_EQ( GetLargest( 0x81 ), 20U );
 }
 
+TEST_F( U3v, ADeviceThatReportsNoLimitsGetsWhatTheLinksBuffersHold )
+{
+    ConfigurationU3V lSilent;
+    lSilent.mMaxCommandTransferLength = 0;
+    lSilent.mMaxAckTransferLength = 0;
+    Plug( lSilent );
+    const std::string lBytes = MakeBytes( 3001 );
+    WriteFile( mFolder.GetPath( "image" ), lBytes );
+    const Outcome lLoad = Run( { "load", "1-1", "0x100002", mFolder.GetPath( "image" ) } );
+    EXPECT_EQ( lLoad.mStatus, 0 ) << lLoad.mError;
+    EXPECT_EQ( GetMemory( MEMORY + 2, 3001 ), lBytes );
+    EXPECT_EQ( GetLargest( 0x01 ), 1024U );
+    EXPECT_THAT( lLoad.mError, HasSubstr( "commands of at most any size, acknowledges of at most "
+                                          "any size" ) );
+    EXPECT_THAT( lLoad.mError, Not( HasSubstr( "stay small" ) ) );
+
+    const std::string lFile = mFolder.GetPath( "dump" );
+    const Outcome lDump = Run( { "dump", "1-1", "0x100002", "3001", "-o", lFile, "--json" } );
+    EXPECT_EQ( ReadFile( lFile ), lBytes );
+    EXPECT_EQ( GetLargest( 0x81 ), 1024U );
+    EXPECT_EQ( ParseReport( lDump )["statistics"]["maxCommandSize"], 0 );
+    EXPECT_EQ( ParseReport( lDump )["statistics"]["maxAckSize"], 0 );
+    EXPECT_EQ( ParseReport( Run( { "info", "1-1", "--json" } ) )["maxAckTransferLength"], 0 );
+}
+
+TEST_F( U3v, ADeviceThatRefusesItsRecordIsReachedInSmallPieces )
+{
+    constexpr uint64_t MAX_ACK_TRANSFER_LENGTH = 0x00010018;
+    GetDevice().Use( []( VirtualDeviceU3V& aSimulated )
+                     { aSimulated.RefuseAddress( MAX_ACK_TRANSFER_LENGTH, 0x8006 ); } );
+    const Outcome lInfo = Run( { "info", "1-1" } );
+    EXPECT_EQ( lInfo.mStatus, 1 );
+    EXPECT_THAT( lInfo.mOutput, IsEmpty() );
+    ExpectOneSentence( lInfo.mError );
+    EXPECT_THAT( lInfo.mError,
+                 AllOf( HasSubstr( "cannot read the capabilities of " ),
+                        HasSubstr( "GENCP_ACCESS_DENIED" ), HasSubstr( "status 0x00008006" ) ) );
+
+    const std::string lBytes = MakeBytes( 301 );
+    WriteFile( mFolder.GetPath( "image" ), lBytes );
+    const Outcome lLoad = Run( { "load", "1-1", "0x100000", mFolder.GetPath( "image" ) } );
+    EXPECT_EQ( lLoad.mStatus, 0 ) << lLoad.mError;
+    EXPECT_EQ( GetMemory( MEMORY, 301 ), lBytes );
+    EXPECT_EQ( GetLargest( 0x01 ), 64U );
+    const std::string lFile = mFolder.GetPath( "dump" );
+    const Outcome lDump = Run( { "dump", GUID, "0x100000", "301", "-o", lFile } );
+    EXPECT_EQ( lDump.mStatus, 0 ) << lDump.mError;
+    EXPECT_EQ( ReadFile( lFile ), lBytes );
+    EXPECT_EQ( GetLargest( 0x81 ), 64U );
+    for ( const Outcome* const lOutcome : { &lLoad, &lDump } )
+    {
+        EXPECT_THAT( lOutcome->mError,
+                     AllOf( HasSubstr( std::string( "transfers to " ) + NAME + " stay small" ),
+                            HasSubstr( "GENCP_ACCESS_DENIED" ) ) );
+    }
+    EXPECT_EQ( Run( { "read", "1-1", "0x100000" } ).mStatus, 0 );
+}
+
 TEST_F( U3v, ADeviceWithoutRoomForAWordCannotBeDumped )
 {
     ConfigurationU3V lTiny;

@@ -45,12 +45,12 @@ std::vector<Bytes> GetBytes( const std::vector<ScriptedControl::Command>& aComma
     return lBytes;
 }
 
-void Answer( DCI_COMMAND* aCommand, const Bytes& aReply )
+void Answer( DCI_COMMAND* aCommand, const ControlState::ExpectedReply& aReply )
 {
-    const auto lSize = std::min<std::size_t>( aReply.size(), aCommand->mAckLength );
-    std::copy_n( aReply.begin(), lSize, aCommand->mAck );
+    const auto lSize = std::min<std::size_t>( aReply.mBytes.size(), aCommand->mAckLength );
+    std::copy_n( aReply.mBytes.begin(), lSize, aCommand->mAck );
     aCommand->mAckLength = static_cast<uint32_t>( lSize ); // no more than it was
-    aCommand->mResult = Result::OK;
+    aCommand->mResult = aReply.mOutcome;
 }
 
 Result LeaveUnanswered( DCI_COMMAND* aCommand, const Result& aResult )
@@ -89,7 +89,8 @@ void ControlState::Record( const DCI_COMMAND* aCommands, unsigned int aCount )
     {
         const DCI_COMMAND& lCommand = aCommands[lIndex];
         lCall.push_back( { Bytes( lCommand.mCommand, lCommand.mCommand + lCommand.mCommandLength ),
-                           lCommand.mAckLength } );
+                           lCommand.mAckLength,
+                           Bytes( lCommand.mAck, lCommand.mAck + lCommand.mAckLength ) } );
     }
     mCalls.push_back( std::move( lCall ) );
 }
@@ -115,8 +116,10 @@ Result ControlState::SendCommands( bool aIsOpened, DCI_COMMAND* aCommands, unsig
     }
     else if ( mDevice )
     {
-        std::transform( lCommands.begin(), lCommands.end(),
-                        std::back_inserter( lExpected.mReplies ), mDevice );
+        for ( const Bytes& lCommand : lCommands )
+        {
+            lExpected.mReplies.push_back( { mDevice( lCommand ) } );
+        }
     }
     else
     {
@@ -128,7 +131,7 @@ Result ControlState::SendCommands( bool aIsOpened, DCI_COMMAND* aCommands, unsig
     }
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
     {
-        if ( lIndex >= lExpected.mReplies.size() || lExpected.mReplies[lIndex].empty() )
+        if ( lIndex >= lExpected.mReplies.size() || lExpected.mReplies[lIndex].mBytes.empty() )
         {
             return LeaveUnanswered( aCommands + lIndex,
                                     lExpected.mFailure.value_or( Result( Result::TIMEOUT ) ) );
@@ -182,9 +185,9 @@ ScriptedControl& ScriptedControl::ExpectAny()
     return *this;
 }
 
-ScriptedControl& ScriptedControl::Reply( const Bytes& aAcknowledge )
+ScriptedControl& ScriptedControl::Reply( const Bytes& aAcknowledge, const Result& aOutcome )
 {
-    mState->GetLastCall().mReplies.push_back( aAcknowledge );
+    mState->GetLastCall().mReplies.push_back( { aAcknowledge, aOutcome } );
     return *this;
 }
 
@@ -209,6 +212,18 @@ ScriptedControl& ScriptedControl::ResultOfOpen( const Result& aResult )
 ScriptedControl& ScriptedControl::ResultOfClose( const Result& aResult )
 {
     mState->mResultOfClose = aResult;
+    return *this;
+}
+
+ScriptedControl& ScriptedControl::DoAtClose( std::function<void()> aAction )
+{
+    mState->mAtClose = std::move( aAction );
+    return *this;
+}
+
+ScriptedControl& ScriptedControl::DoAtEnd( std::function<void()> aAction )
+{
+    mState->mAtEnd = std::move( aAction );
     return *this;
 }
 

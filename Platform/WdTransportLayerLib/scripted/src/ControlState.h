@@ -14,10 +14,15 @@ namespace Scripted
 class ControlState
 {
 public:
+    struct ExpectedReply
+    {
+        Bytes mBytes; // none: there is no reply
+        QmUtilsLib::Result mOutcome = QmUtilsLib::Result::OK;
+    };
     struct ExpectedCall
     {
         std::optional<std::vector<Bytes>> mCommands; // empty: any
-        std::vector<Bytes> mReplies;
+        std::vector<ExpectedReply> mReplies;
         std::optional<QmUtilsLib::Result> mFailure;
         std::vector<std::function<void()>> mActions;
     };
@@ -38,6 +43,8 @@ public:
     std::deque<ExpectedCall> mExpected;
     std::deque<QmUtilsLib::Result> mResultsOfOpen;
     QmUtilsLib::Result mResultOfClose = QmUtilsLib::Result::OK;
+    std::function<void()> mAtClose;
+    std::function<void()> mAtEnd;
     ScriptedControl::Device mDevice;
     std::vector<std::vector<ScriptedControl::Command>> mCalls;
     std::vector<ScriptedControl::Opening> mOpenings;

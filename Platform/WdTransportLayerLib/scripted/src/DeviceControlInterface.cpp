@@ -27,6 +27,11 @@ DeviceControlInterface::DeviceControlInterface()
 
 DeviceControlInterface::~DeviceControlInterface()
 {
+    const std::shared_ptr<ControlState> lState = ControlState::GetCurrent();
+    if ( lState != nullptr && lState->mAtEnd )
+    {
+        lState->mAtEnd();
+    }
     ControlState::Leave();
 }
 
@@ -54,8 +59,12 @@ Result DeviceControlInterface::Open( QmUtilsLib::String& aDevicePath,
 
 Result DeviceControlInterface::Close()
 {
-    *mThis = Implementation();
     const std::shared_ptr<ControlState> lState = ControlState::GetCurrent();
+    if ( lState != nullptr && lState->mAtClose )
+    {
+        lState->mAtClose();
+    }
+    *mThis = Implementation();
     if ( lState == nullptr )
     {
         return Result::OK;

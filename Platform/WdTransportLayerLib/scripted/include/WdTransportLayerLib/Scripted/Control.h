@@ -45,8 +45,10 @@ public:
     ScriptedControl& ExpectTogether( const std::vector<Bytes>& aCommands );
     ScriptedControl& ExpectAny();
 
-    // Answers the first command of the last expected call that has no answer yet.
-    ScriptedControl& Reply( const Bytes& aAcknowledge );
+    // Answers the first command of the last expected call that has no answer yet. aOutcome becomes
+    // mResult of that command, and decides nothing of the call.
+    ScriptedControl& Reply( const Bytes& aAcknowledge,
+                            const QmUtilsLib::Result& aOutcome = QmUtilsLib::Result::OK );
 
     // The last expected call returns that result once its replies are stored; so does, in mResult,
     // the first command without a reply, whose length becomes 0.
@@ -60,6 +62,11 @@ public:
     ScriptedControl& ResultOfOpen( const QmUtilsLib::Result& aResult );
     ScriptedControl& ResultOfClose( const QmUtilsLib::Result& aResult );
 
+    // Something happens at the beginning of every Close, or of the end of every interface, from now
+    // on, on the calling thread.
+    ScriptedControl& DoAtClose( std::function<void()> aAction );
+    ScriptedControl& DoAtEnd( std::function<void()> aAction );
+
     // Attach puts a device in place of a script: it gets every command that no script expects, and
     // returns its acknowledge; an empty one is a TIMEOUT.
     using Device = std::function<Bytes( const Bytes& aCommand )>;
@@ -70,6 +77,7 @@ public:
     {
         Bytes mBytes;
         unsigned int mCapacity = 0;
+        Bytes mRoom; // what lay in the room for the acknowledge before
     };
     struct Opening
     {
