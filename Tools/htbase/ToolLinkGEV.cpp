@@ -15,6 +15,8 @@ namespace
 
 constexpr const char* UNIT = "Tools/htbase/ToolLinkGEV";
 
+constexpr unsigned long long MICROSECONDS = 1000; // in a millisecond
+
 } // namespace
 
 ToolLinkGEV::ToolLinkGEV( SocketUDP& aSocket, const LinkOptions& aOptions )
@@ -42,9 +44,17 @@ unsigned short ToolLinkGEV::GetRequestID()
     return mRequestID;
 }
 
-void ToolLinkGEV::ReadCallback( const void*, long long aAddress, long long aSize )
+void ToolLinkGEV::Count( long long aSize )
 {
     ++mTransfersCount;
+    // The clock does not run backwards, and a transfer is at most 536 bytes.
+    mMeter.Report( static_cast<unsigned long long>( Thread::GetTickCount() ) * MICROSECONDS,
+                   static_cast<unsigned int>( aSize ), false );
+}
+
+void ToolLinkGEV::ReadCallback( const void*, long long aAddress, long long aSize )
+{
+    Count( aSize );
     if ( mLogger.IsPriorityEnabled( Logger::DETAIL ) )
     {
         mLogger.Log( Logger::DETAIL, UNIT, __LINE__, "HtBaseTool::ToolLinkGEV::ReadCallback",
@@ -55,7 +65,7 @@ void ToolLinkGEV::ReadCallback( const void*, long long aAddress, long long aSize
 
 void ToolLinkGEV::WriteCallback( const void*, long long aAddress, long long aSize )
 {
-    ++mTransfersCount;
+    Count( aSize );
     if ( mLogger.IsPriorityEnabled( Logger::DETAIL ) )
     {
         mLogger.Log( Logger::DETAIL, UNIT, __LINE__, "HtBaseTool::ToolLinkGEV::WriteCallback",

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <BaseCommandLinkGEV.h>
+#include <InstantStats.h>
 #include <QmUtilsLib/Logger.h>
 
 #include <atomic>
@@ -16,8 +17,8 @@ struct LinkOptions
     int mAttempts = 3;    // how often a command is sent at most
 };
 
-// ToolLinkGEV is a link whose patience the user chooses. The socket is borrowed. It counts the
-// transfers that succeeded and logs each at 20000.
+// ToolLinkGEV is a link whose patience the user chooses. The socket is borrowed. It counts and
+// measures the transfers that succeeded, and logs each at 20000.
 class ToolLinkGEV : public HtBaseLib::BaseCommandLinkGEV
 {
 public:
@@ -29,6 +30,9 @@ public:
 
     // Reads and writes that succeeded.
     long long GetTransfersCount() const { return mTransfersCount.load(); }
+
+    // How often they come, and what they carry. From any thread.
+    const HtBaseLib::InstantStats& GetMeter() const { return mMeter; }
 
 protected:
     QmUtilsLib::Logger* GetLibLogger() override { return &mLogger; }
@@ -46,11 +50,14 @@ protected:
     void WriteCallback( const void* aData, long long aAddress, long long aSize ) override;
 
 private:
+    void Count( long long aSize );
+
     WdUtilsLib::Network::SocketUDP& mSocket;
     const LinkOptions mOptions;
     QmUtilsLib::Logger mLogger;
     unsigned short mRequestID; // the link's mutex is held where it is drawn
     std::atomic<long long> mTransfersCount{ 0 };
+    HtBaseLib::InstantStats mMeter;
 };
 
 } // namespace HtBaseTool
