@@ -15,7 +15,7 @@ namespace
 using HtBaseLib::InstantStats;
 
 constexpr unsigned int REPORTERS = 4;
-constexpr unsigned int REPORTS = 5000;
+constexpr unsigned int REPORTS = 50000;
 constexpr unsigned long long SECOND = 1000000; // us
 
 // Runs aReporter on REPORTERS threads that start together, and aReader on two more until they are

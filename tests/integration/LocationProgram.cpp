@@ -10,7 +10,7 @@ struct Early
     Early() { PrintLocation(); }
 };
 
-const Early EARLY;
+[[gnu::init_priority( 102 )]] const Early EARLY; // before all that has no priority
 
 } // namespace
 
