@@ -17,6 +17,14 @@ namespace HtBaseTool
 namespace
 {
 
+using Json = nlohmann::ordered_json;
+
+// aIndent below 0: on one line.
+void PrintJson( const Json& aValue, int aIndent )
+{
+    Print( aValue.dump( aIndent, ' ', false, Json::error_handler_t::replace ) + '\n' );
+}
+
 [[noreturn]] void ThrowUnwritable( int aError )
 {
     throw Failure( "cannot write to standard output: " + GetSystemErrorText( aError ),
@@ -49,8 +57,12 @@ void Print( const std::string& aText )
 
 void PrintJson( const nlohmann::ordered_json& aValue )
 {
-    using Json = nlohmann::ordered_json;
-    Print( aValue.dump( 2, ' ', false, Json::error_handler_t::replace ) + '\n' );
+    PrintJson( aValue, 2 );
+}
+
+void PrintJsonLine( const nlohmann::ordered_json& aValue )
+{
+    PrintJson( aValue, -1 );
 }
 
 void PrintNote( const std::string& aText )

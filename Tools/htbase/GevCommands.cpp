@@ -50,6 +50,7 @@ void AddGevCommands( CLI::App& aApp, Program& aProgram )
     AddGevDiscover( *lGroup, aProgram );
     AddGevInfo( *lGroup, aProgram );
     AddGevRead( *lGroup, aProgram );
+    AddGevMonitor( *lGroup, aProgram );
     AddGevWrite( *lGroup, aProgram );
     AddGevDump( *lGroup, aProgram );
     AddGevLoad( *lGroup, aProgram );

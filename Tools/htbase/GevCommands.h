@@ -28,6 +28,7 @@ void AddTarget( CLI::App& aCommand, GevTarget& aTarget );
 void AddGevDiscover( CLI::App& aGroup, Program& aProgram );
 void AddGevInfo( CLI::App& aGroup, Program& aProgram );
 void AddGevRead( CLI::App& aGroup, Program& aProgram );
+void AddGevMonitor( CLI::App& aGroup, Program& aProgram );
 void AddGevWrite( CLI::App& aGroup, Program& aProgram );
 void AddGevDump( CLI::App& aGroup, Program& aProgram );
 void AddGevLoad( CLI::App& aGroup, Program& aProgram );

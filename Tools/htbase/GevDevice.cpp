@@ -166,7 +166,6 @@ Result GevDevice::ReleaseControl()
     return mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE, lControl == Control::UNCERTAIN );
 }
 
-// Of the thread that watches for signals.
 void GevDevice::Abort()
 {
     LockScope lLock( mMutex );

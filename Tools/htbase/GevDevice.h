@@ -49,6 +49,13 @@ public:
     QmUtilsLib::Result ReadPiece( void* aData, uint64_t aAddress, uint32_t aSize ) override;
     QmUtilsLib::Result WritePiece( const void* aData, uint64_t aAddress, uint32_t aSize ) override;
 
+    // Ends a running transfer at once, and every one after it, with NOT_CONNECTED; control is given
+    // back all the same. From any thread.
+    void Abort();
+
+    // What the link counts. From any thread.
+    const ToolLinkGEV& GetLink() const { return mLink; }
+
     nlohmann::ordered_json GetStatistics() const override;
     std::string GetStatisticsText() const override;
 
@@ -72,7 +79,6 @@ private:
     QmUtilsLib::Result ReleaseControl();
     QmUtilsLib::Result OpenSocket( const WdUtilsLib::Network::IpAddress* aAddress,
                                    unsigned short aPort );
-    void Abort();
     QmUtilsLib::Result EnterCleanUp();
 
     const HostPort mHost;

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <utility>
 
 namespace HtBaseTool
@@ -53,6 +54,12 @@ Interruption::~Interruption()
     mThread.join();
 }
 
+bool Interruption::WaitFor( long long aMilliseconds ) const
+{
+    return mHasRequest.wait_for( std::chrono::milliseconds( aMilliseconds ) ) ==
+           std::future_status::ready;
+}
+
 void Interruption::SetAction( std::function<void()> aAction )
 {
     LockScope lLock( mMutex );
@@ -76,6 +83,7 @@ void Interruption::Watch()
         {
             EndProgram();
         }
+        mRequest.set_value();
         LockScope lLock( mMutex );
         if ( !mAction )
         {

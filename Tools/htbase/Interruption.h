@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <functional>
+#include <future>
 #include <thread>
 
 namespace HtBaseTool
@@ -30,6 +31,9 @@ public:
     // Whether a signal has come.
     bool IsRequested() const { return mIsRequested.load(); }
 
+    // Waits until a signal has come, for that many milliseconds at most. Returns whether it has.
+    bool WaitFor( long long aMilliseconds ) const;
+
     // Sets what the first signal does; an empty function: there is nothing to clean up. When the
     // signal has come already the action is run at once. After the return the one before is not
     // running any more.
@@ -41,6 +45,8 @@ private:
     sigset_t mSignals{};
     std::atomic<bool> mIsRequested{ false };
     std::atomic<bool> mIsEnding{ false };
+    std::promise<void> mRequest;
+    const std::shared_future<void> mHasRequest = mRequest.get_future().share();
     QmUtilsLib::Mutex mMutex;
     std::function<void()> mAction QMUTILSLIB_GUARDED_BY( mMutex );
     std::thread mThread;

@@ -20,12 +20,14 @@ namespace HtBaseTool
 //
 // A command throws a Failure when it cannot go on. With --json it prints nothing but fills mReport,
 // as far as it came; the program prints the report, with the failure in it, once the command has
-// ended.
+// ended. One that tells something all along prints lines of JSON instead, and its report is the
+// last of them.
 struct Program
 {
     bool mIsJson = false;
     Interruption mInterruption;
     std::function<void( Program& )> mCommand; // the one chosen
+    bool mIsReportLine = false;               // the report is one line
     nlohmann::ordered_json mReport = nlohmann::ordered_json::object();
 };
 

@@ -1,6 +1,7 @@
 #include "Tools/htbase/Progress.h"
 
 #include "Tools/htbase/Console.h"
+#include "Tools/htbase/Text.h"
 
 #include <QmUtilsLib/Thread.h>
 
@@ -17,7 +18,6 @@ using QmUtilsLib::Thread;
 namespace
 {
 
-constexpr size_t COLUMNS = 79;   // the eightieth would move the cursor to the next line
 constexpr size_t WIDTH = 24;     // of the bar
 constexpr size_t WIDTH_MIN = 10; // beside two numbers of ten digits
 constexpr long long REDRAW_MS = 250;
@@ -34,16 +34,6 @@ std::string Format( const char* aFormat, Values... aValues )
     std::array<char, 32> lText{};
     (void)std::snprintf( lText.data(), lText.size(), aFormat, aValues... ); // cut when longer
     return lText.data();
-}
-
-std::string FormatRate( double aBytesPerSecond )
-{
-    if ( aBytesPerSecond < 999.5 )
-    {
-        return Format( "%.0f B/s", aBytesPerSecond );
-    }
-    return aBytesPerSecond < 999950 ? Format( "%.1f kB/s", aBytesPerSecond / 1e3 )
-                                    : Format( "%.1f MB/s", aBytesPerSecond / 1e6 );
 }
 
 std::string FormatLeft( uint64_t aSeconds )
@@ -69,7 +59,7 @@ std::string FormatSpeed( uint64_t aDone, uint64_t aTotal, long long aElapsedMs )
     const double lSeconds = static_cast<double>( aTotal - aDone ) / lRate;
     const auto lLeft =
         static_cast<uint64_t>( std::min( lSeconds, static_cast<double>( LONGEST_LEFT ) ) );
-    return "  " + FormatRate( lRate ) + "  " + FormatLeft( lLeft );
+    return "  " + FormatScaled( lRate, "B/s" ) + "  " + FormatLeft( lLeft );
 }
 
 } // namespace
@@ -85,7 +75,7 @@ std::string FormatProgress( uint64_t aDone, uint64_t aTotal, long long aElapsedM
     std::string lLine = "[" + std::string( lFilled, '#' ) + std::string( lWidth - lFilled, '.' ) +
                         Format( "] %3d %%  ", lPercent ) + std::to_string( aDone ) + " of " +
                         lTotal + " bytes" + FormatSpeed( aDone, aTotal, aElapsedMs );
-    lLine.resize( COLUMNS, ' ' ); // over what was there
+    lLine.resize( LINE_COLUMNS, ' ' ); // over what was there
     return lLine;
 }
 
@@ -133,7 +123,7 @@ void Progress::Wipe()
 {
     if ( mIsShown )
     {
-        const std::string lLine = '\r' + std::string( COLUMNS, ' ' ) + '\r';
+        const std::string lLine = '\r' + std::string( LINE_COLUMNS, ' ' ) + '\r';
         (void)std::fputs( lLine.c_str(), stderr );
         mPercent = -1;
     }

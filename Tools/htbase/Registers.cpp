@@ -16,15 +16,13 @@ using QmUtilsLib::Result;
 namespace
 {
 
-uint64_t ParseRegisterAddress( const std::string& aText, AddressBits aBits )
+// For one address, or for several.
+template <typename Target>
+void AddAddressOption( CLI::App& aCommand, Target& aTarget )
 {
-    const uint64_t lAddress = ParseAddress( aText, aBits );
-    if ( lAddress % 4 != 0 )
-    {
-        throw MakeUsageFailure( "address '" + aText +
-                                "' is no multiple of 4, as the address of a register is" );
-    }
-    return lAddress;
+    aCommand.add_option( "ADDRESS", aTarget, "Decimal or 0x, a multiple of 4" )
+        ->type_name( "" )
+        ->required();
 }
 
 RegisterValue ParsePair( const std::string& aText, AddressBits aBits )
@@ -60,11 +58,14 @@ std::string GetHowMany( size_t aDone, size_t aCount, const char* aWhat )
 
 } // namespace
 
+void AddRegisterAddress( CLI::App& aCommand, std::string& aText )
+{
+    AddAddressOption( aCommand, aText );
+}
+
 void AddRegisterAddresses( CLI::App& aCommand, std::vector<std::string>& aTexts )
 {
-    aCommand.add_option( "ADDRESS", aTexts, "Decimal or 0x, a multiple of 4" )
-        ->type_name( "" )
-        ->required();
+    AddAddressOption( aCommand, aTexts );
 }
 
 void AddRegisterPairs( CLI::App& aCommand, std::vector<std::string>& aTexts )
@@ -74,6 +75,17 @@ void AddRegisterPairs( CLI::App& aCommand, std::vector<std::string>& aTexts )
                      "Decimal or 0x, a value of 32 bits each, in this order" )
         ->type_name( "" )
         ->required();
+}
+
+uint64_t ParseRegisterAddress( const std::string& aText, AddressBits aBits )
+{
+    const uint64_t lAddress = ParseAddress( aText, aBits );
+    if ( lAddress % 4 != 0 )
+    {
+        throw MakeUsageFailure( "address '" + aText +
+                                "' is no multiple of 4, as the address of a register is" );
+    }
+    return lAddress;
 }
 
 std::vector<uint64_t> ParseRegisterAddresses( const std::vector<std::string>& aTexts,

@@ -18,11 +18,13 @@ struct RegisterValue
     uint32_t mValue;
 };
 
-// Add ADDRESS..., or ADDRESS=VALUE...
+// Add ADDRESS, ADDRESS..., or ADDRESS=VALUE...
+void AddRegisterAddress( CLI::App& aCommand, std::string& aText );
 void AddRegisterAddresses( CLI::App& aCommand, std::vector<std::string>& aTexts );
 void AddRegisterPairs( CLI::App& aCommand, std::vector<std::string>& aTexts );
 
 // Throw a usage failure.
+uint64_t ParseRegisterAddress( const std::string& aText, AddressBits aBits );
 std::vector<uint64_t> ParseRegisterAddresses( const std::vector<std::string>& aTexts,
                                               AddressBits aBits );
 std::vector<RegisterValue> ParseRegisterPairs( const std::vector<std::string>& aTexts,

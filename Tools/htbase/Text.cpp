@@ -155,6 +155,24 @@ std::string FormatCount( uint64_t aCount, const std::string& aWord )
     return std::to_string( aCount ) + " " + aWord + ( aCount == 1 ? "" : "s" );
 }
 
+std::string FormatScaled( double aValue, const std::string& aUnit )
+{
+    char lNumber[340]; // the largest number has 309 digits
+    if ( aValue < 999.5 )
+    {
+        std::snprintf( lNumber, sizeof( lNumber ), "%.0f ", aValue );
+    }
+    else if ( aValue < 999950 )
+    {
+        std::snprintf( lNumber, sizeof( lNumber ), "%.1f k", aValue / 1e3 );
+    }
+    else
+    {
+        std::snprintf( lNumber, sizeof( lNumber ), "%.1f M", aValue / 1e6 );
+    }
+    return lNumber + aUnit;
+}
+
 std::string Escape( const std::string& aText )
 {
     std::string lEscaped;

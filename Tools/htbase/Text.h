@@ -32,6 +32,9 @@ std::string FormatAddress( uint64_t aAddress, AddressBits aBits );
 // "1 byte", "2 bytes", for words that take an s.
 std::string FormatCount( uint64_t aCount, const std::string& aWord );
 
+// "999 B/s", "1.0 kB/s", "12.5 MB/s". The value is not negative.
+std::string FormatScaled( double aValue, const std::string& aUnit );
+
 // A text from elsewhere, fit for a terminal: valid UTF-8 without control characters. What is not
 // becomes \xNN for each byte, a backslash becomes two.
 std::string Escape( const std::string& aText );

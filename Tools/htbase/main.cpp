@@ -76,6 +76,16 @@ void RecordAssertion( const char* aExpression, const char* aFile, int aLine )
     }
 }
 
+void PrintReport( const Program& aProgram )
+{
+    if ( aProgram.mIsReportLine )
+    {
+        PrintJsonLine( aProgram.mReport );
+        return;
+    }
+    PrintJson( aProgram.mReport );
+}
+
 // Runs the command and prints its report.
 void RunCommand( Program& aProgram )
 {
@@ -92,13 +102,13 @@ void RunCommand( Program& aProgram )
             {
                 aProgram.mReport["error"] = MakeError( lFailure );
             }
-            PrintJson( aProgram.mReport );
+            PrintReport( aProgram );
         }
         throw;
     }
     if ( aProgram.mIsJson )
     {
-        PrintJson( aProgram.mReport );
+        PrintReport( aProgram );
     }
 }
 
@@ -150,7 +160,7 @@ void SetUp( CLI::App& aApp, Program& aProgram )
         "Log what the library recovered from to standard error; -vv: log everything" );
     aApp.footer( "--json, -v, -vv and --version may stand anywhere.\n"
                  "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage, "
-                 "3 done, but possibly incomplete (tftp get)." );
+                 "3 done, but possibly incomplete (tftp get), or not every time (gev monitor)." );
     AddGevCommands( aApp, aProgram );
     AddU3vCommands( aApp, aProgram );
     AddTftpCommands( aApp, aProgram );
@@ -163,8 +173,9 @@ ExitStatus Run( int aCount, char** aArguments )
     try
     {
         Program lProgram;
-        CLI::App lApp( "Reads and writes the registers, memory and files of cameras, builds firmware "
-                       "payloads for them, and plays cameras." );
+        CLI::App lApp(
+            "Reads and writes the registers, memory and files of cameras, builds firmware "
+            "payloads for them, and plays cameras." );
         SetUp( lApp, lProgram );
         if ( Parse( lApp, aCount, aArguments ) )
         {

@@ -48,6 +48,17 @@ TEST( Numbers, ThatAreNoneFailAsWrongUsage )
     EXPECT_THROW( (void)ParseNumber( std::string( 1000, '9' ), "n" ), Failure );
 }
 
+TEST( Numbers, AreScaledToThreeDigitsBeforeThePoint )
+{
+    EXPECT_EQ( FormatScaled( 0, "B/s" ), "0 B/s" );
+    EXPECT_EQ( FormatScaled( 999.4, "B/s" ), "999 B/s" );
+    EXPECT_EQ( FormatScaled( 999.6, "bit/s" ), "1.0 kbit/s" );
+    EXPECT_EQ( FormatScaled( 12345, "bit/s" ), "12.3 kbit/s" );
+    EXPECT_EQ( FormatScaled( 999949, "B/s" ), "999.9 kB/s" );
+    EXPECT_EQ( FormatScaled( 999950, "B/s" ), "1.0 MB/s" );
+    EXPECT_EQ( FormatScaled( 1e308, "B/s" ).size(), 303U + 7 ); // no such stream, but no harm
+}
+
 TEST( Texts, OfPrintableCharactersStayAsTheyAre )
 {
     for ( const char* lText : { "", "plain text", "~", "\xC3\xA4", "\xE2\x82\xAC", "\xEF\xBF\xBD",
