@@ -5,12 +5,13 @@
 // the reader of the library from the same file into a payload in memory. The ratios of their speeds
 // are printed at the end: how many times as fast as the decoder the reader is.
 
+#include "Ratios.h"
+
 #include "Libraries/HtBase/DfwPayload.h"
 #include "support/TemporaryDirectory.h"
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -178,57 +179,23 @@ BENCHMARK( Table )->Arg( 16 )->Arg( 32 )->Arg( 64 )->Arg( 250 );
 BENCHMARK( TableFromFile )->Arg( 16 )->Arg( 32 )->Arg( 64 )->Arg( 250 );
 BENCHMARK( Reader )->Arg( 16 )->Arg( 32 )->Arg( 64 )->Arg( 250 );
 
-// Prints as always, and keeps the shortest time of each benchmark.
-class RatioReporter : public benchmark::ConsoleReporter
+std::vector<Benchmarks::Ratio> MakeRatios()
 {
-public:
-    void ReportRuns( const std::vector<Run>& aRuns ) override
+    std::vector<Benchmarks::Ratio> lRatios;
+    for ( const std::string lSize : { "16", "32", "64", "250" } )
     {
-        ConsoleReporter::ReportRuns( aRuns );
-        for ( const Run& lRun : aRuns )
+        for ( const std::string lDecoder : { "Table/", "TableFromFile/" } )
         {
-            if ( lRun.run_type == Run::RT_Iteration && !lRun.error_occurred )
-            {
-                const double lTime = lRun.GetAdjustedCPUTime();
-                const auto lPlace =
-                    mTimes.emplace( lRun.run_name.function_name + "/" + lRun.run_name.args, lTime );
-                lPlace.first->second = std::min( lPlace.first->second, lTime );
-            }
+            lRatios.push_back(
+                { "records of " + lSize + " bytes", "Reader/" + lSize, lDecoder + lSize } );
         }
     }
-
-    void PrintRatios() const
-    {
-        for ( const char* const lSize : { "16", "32", "64", "250" } )
-        {
-            for ( const char* const lDecoder : { "Table", "TableFromFile" } )
-            {
-                const auto lDecoderTime = mTimes.find( lDecoder + std::string( "/" ) + lSize );
-                const auto lReaderTime = mTimes.find( std::string( "Reader/" ) + lSize );
-                if ( lDecoderTime != mTimes.end() && lReaderTime != mTimes.end() )
-                {
-                    std::printf( "records of %s bytes: Reader runs at %.2f of %s\n", lSize,
-                                 lDecoderTime->second / lReaderTime->second, lDecoder );
-                }
-            }
-        }
-    }
-
-private:
-    std::map<std::string, double> mTimes;
-};
+    return lRatios;
+}
 
 } // namespace
 
 int main( int aCount, char** aArguments )
 {
-    benchmark::Initialize( &aCount, aArguments );
-    if ( benchmark::ReportUnrecognizedArguments( aCount, aArguments ) )
-    {
-        return 1;
-    }
-    RatioReporter lReporter;
-    benchmark::RunSpecifiedBenchmarks( &lReporter );
-    lReporter.PrintRatios();
-    return 0;
+    return Benchmarks::RunAndCompare( aCount, aArguments, Benchmarks::Clock::CPU, MakeRatios() );
 }

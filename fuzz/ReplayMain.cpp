@@ -28,7 +28,8 @@ int main( int aCount, char** aArguments )
     {
         std::fprintf( stderr, "%s\n", lPath.c_str() );
         std::ifstream lFile( lPath, std::ios::binary );
-        const std::vector<char> lBytes( std::istreambuf_iterator<char>( lFile ), {} );
+        std::vector<char> lBytes( std::istreambuf_iterator<char>( lFile ), {} );
+        lBytes.shrink_to_fit(); // a sanitizer is to see a look beyond
         LLVMFuzzerTestOneInput( reinterpret_cast<const std::uint8_t*>( lBytes.data() ),
                                 lBytes.size() );
     }

@@ -31,9 +31,9 @@ class TftpClient;
 //
 // What goes wrong while a local file is opened, read or written is not reported. An application
 // that must know reads the file itself and uses SendData, and fetches by GetData and writes the
-// file itself. It also looks at these before a send: a file has a regular size below 4 GiB, and a
-// device's name for it at most 1015 bytes; a longer one is never sent, which looks like a device
-// that does not answer.
+// file itself. It also sees to it that what it sends is a regular file of less than 4 GiB, and that
+// the device's name for it has at most 1015 bytes: a longer one is asserted in a debug build and
+// never sent, which looks like a device that does not answer.
 //
 // What a device does with two senders is its business; run one transfer to a device at a time. Not
 // copyable.

@@ -354,11 +354,11 @@ void AddCapabilityOptions( CLI::App& aCommand, SimOptions& aOptions )
 
 void AddTftpOptions( CLI::App& aCommand, SimOptions& aOptions )
 {
-    CLI::Option* const lTftp =
-        aCommand
-            .add_option( "--tftp", aOptions.mTftpDirectory,
-                         "Serve TFTP too: files of this folder, and uploads into it" )
-            ->type_name( "DIR" );
+    CLI::Option* const lTftp = aCommand
+                                   .add_option( "--tftp", aOptions.mTftpDirectory,
+                                                "Serve TFTP too: files of this folder, and uploads "
+                                                "into it, each of at most 64 MiB" )
+                                   ->type_name( "DIR" );
     aCommand.add_option( "--tftp-port", aOptions.mTftpPort, "UDP port for TFTP, 0 for a free one" )
         ->type_name( "PORT" )
         ->check( CLI::Range( 0, 65535 ) )
@@ -389,9 +389,10 @@ void AddSimTftp( CLI::App& aGroup, Program& aProgram )
         ->check( CLI::Range( 0, 65535 ) )
         ->capture_default_str();
     lCommand
-        ->add_option( "--dir", lOptions->mDirectory,
-                      "Serve the files that are in this folder now, and put uploads into it; "
-                      "without it uploads are held in memory" )
+        ->add_option(
+            "--dir", lOptions->mDirectory,
+            "Serve the files that are in this folder now, and put uploads into it, each of "
+            "at most 64 MiB; without it uploads are held in memory" )
         ->type_name( "DIR" );
     AddFaultOptions( *lCommand, lOptions->mFaults );
 }

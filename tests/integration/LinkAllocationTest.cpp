@@ -1,8 +1,10 @@
-// A command that succeeds takes nothing from the heap, nor does a message that nobody wants to see.
+// A command that succeeds takes nothing from the heap, nor does a message that nobody wants to see,
+// and it is one send, one poll and one receive.
 // Over a real socket on loopback: the scripted one allocates.
 
 #include <support/AllocationCounter.h>
 #include <support/CannedResponder.h>
+#include <support/SystemCallTrace.h>
 
 #include <QmUtilsLib/Logger.h>
 #include <QmUtilsLib/String.h>
@@ -12,8 +14,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+
 #include <cstddef>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace
 {
@@ -137,6 +143,41 @@ TEST_F( LinkAllocationTest, NeedsNoHeapForACommandThatSucceeds )
     EXPECT_EQ( lSucceeded, 50 );
     EXPECT_EQ( lValue, 0x01020304U );
     EXPECT_EQ( lData[535], 0x77 );
+}
+
+TEST_F( LinkAllocationTest, ATransactionIsOneSendOnePollAndOneReceive )
+{
+    constexpr int ROUNDS = 20;
+    Serve( []( const Bytes& aRequest )
+           { return std::vector<Bytes>{ MakeAcknowledge( aRequest ) }; } );
+    SimpleCommandLinkGEV lLink( &mSocket );
+    const auto lRead = [&lLink]
+    {
+        int lSucceeded = 0;
+        for ( int lRound = 0; lRound < ROUNDS; ++lRound )
+        {
+            unsigned int lValue = 0;
+            lSucceeded += lLink.ReadRegister( &lValue, 0x0934 ).IsOK() ? 1 : 0;
+        }
+        return lSucceeded == ROUNDS;
+    };
+    // On a busy machine the wait for an answer may run out.
+    SystemCallTrace lTrace;
+    for ( int lTry = 0; lTry < 10 && lTrace.Count( SYS_sendto ) != ROUNDS; ++lTry )
+    {
+        lTrace = TraceSystemCalls( lRead );
+        if ( !lTrace.mReason.empty() )
+        {
+            GTEST_SKIP() << lTrace.mReason;
+        }
+    }
+    EXPECT_TRUE( lTrace.mIsDone );
+    std::vector<std::string> lWanted;
+    for ( int lRound = 0; lRound < ROUNDS; ++lRound )
+    {
+        lWanted.insert( lWanted.end(), { "sendto", "poll", "recvfrom" } );
+    }
+    EXPECT_EQ( lTrace.GetNames(), lWanted );
 }
 
 // The first of two requests is lost; the second is answered with a stray and a pending

@@ -10,35 +10,12 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
-
-namespace
-{
-
-// How often this thread has told the system a receive time-out.
-thread_local unsigned int sToldTimeouts = 0;
-
-} // namespace
-
-// Stands before the system's own for the library too, counts and passes on.
-extern "C" __attribute__( ( visibility( "default" ) ) ) int
-setsockopt( int aSocket, int aLevel, int aName, const void* aValue, socklen_t aSize ) noexcept
-{
-    if ( aLevel == SOL_SOCKET && aName == SO_RCVTIMEO )
-    {
-        ++sToldTimeouts;
-    }
-    return static_cast<int>( syscall( SYS_setsockopt, aSocket, aLevel, aName, aValue, aSize ) );
-}
 
 namespace
 {
@@ -201,32 +178,6 @@ TEST_F( TftpLoopback, UploadsArrive )
         EXPECT_EQ( Send( lContent ).GetCode(), OK );
         EXPECT_EQ( lServer.GetFile( "a.bin" ), lContent );
     }
-}
-
-// The client sets the time-out before every receive; the system hears of it once a transfer.
-TEST_F( TftpLoopback, TimeoutIsToldOnceHoweverManyBlocks )
-{
-    LoopbackTftpServer lServer;
-    ASSERT_TRUE( lServer.GetOpened().IsOK() );
-    const auto lCountRequests = [&]
-    {
-        return lServer.Access( []( const VirtualTftpServer& aServer )
-                               { return aServer.GetCounters().mReceived; } );
-    };
-    bool lIsSmooth = false;
-    for ( int lTry = 0; lTry < 10 && !lIsSmooth; ++lTry )
-    {
-        const uint64_t lRequests = lCountRequests();
-        const unsigned int lTold = sToldTimeouts;
-        ASSERT_EQ( Send( Pattern( 100 * 512 ) ).GetCode(), OK );
-        // On a busy machine a wait may run out; the rest of it is another time-out.
-        lIsSmooth = lCountRequests() - lRequests == 1 + 100 + 1;
-        if ( lIsSmooth )
-        {
-            EXPECT_EQ( sToldTimeouts - lTold, 1U );
-        }
-    }
-    EXPECT_TRUE( lIsSmooth ) << "every upload had a repetition";
 }
 
 TEST_F( TftpLoopback, FirstBlockIsFetched )

@@ -1211,6 +1211,25 @@ TEST_F( TftpTalk, AbortEndsARead )
     EXPECT_EQ( mClient.Abort().GetCode(), OK );
 }
 
+// While the request leaves: the flag is looked at before anything is waited for.
+TEST_F( TftpTalk, AbortBeforeTheWaitOfAReadCostsNoTime )
+{
+    mNet.Observe(
+        [&]( const std::string& aCall )
+        {
+            if ( aCall.rfind( "SendTo(", 0 ) == 0 )
+            {
+                EXPECT_EQ( mClient.Abort().GetCode(), OK );
+            }
+        } );
+    mNet.Expect( ReadRequest( "a.bin" ) );
+    unsigned int lSize = 0;
+    EXPECT_EQ( mClient.GetData( nullptr, lSize ).GetCode(), ABORTED );
+    EXPECT_EQ( VirtualClock::Now(), mStart );
+    EXPECT_EQ( CountCalls( "ReceiveFrom(" ), 0U );
+    EXPECT_EQ( mNet.GetCalls().back(), "Close()" );
+}
+
 TEST_F( TftpTalk, ReadLeavesTheCountersOfTheLastSend )
 {
     const Bytes lBytes = Pattern( 700 );
