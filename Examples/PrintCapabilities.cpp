@@ -67,11 +67,12 @@ void Print( const CapabilitiesGEV& aRecord )
     lPrintBit( "IEEE 1588", aRecord.IsIEEE1588Supported() );
 }
 
-// The system's reason, or the device's or the library's.
+// What the device or the library says, or the system's reason.
 const char* Explain( const Result& aResult )
 {
-    return aResult.GetOSCode() != 0 ? std::strerror( static_cast<int>( aResult.GetOSCode() ) )
-                                    : aResult.GetDescription().GetAscii();
+    const bool lIsSystems = aResult.GetDescription().GetLength() == 0 && aResult.GetOSCode() != 0;
+    return lIsSystems ? std::strerror( static_cast<int>( aResult.GetOSCode() ) )
+                      : aResult.GetDescription().GetAscii();
 }
 
 } // namespace

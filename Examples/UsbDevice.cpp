@@ -5,11 +5,13 @@
 //
 // Exit status: 0 done, 1 there is no such device or it could not be read, 2 wrong usage.
 
+#include <QmUtilsLib/String.h>
 #include <SimpleCommandLinkU3V.h>
 #include <WdTransportLayerLib/U3V/DeviceEnumerator.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -69,6 +71,14 @@ Result PrintTexts( SizedLink& aLink )
     return lResult;
 }
 
+// What the device or the library says, or the system's reason.
+const char* Explain( const Result& aResult )
+{
+    const bool lIsSystems = aResult.GetDescription().GetLength() == 0 && aResult.GetOSCode() != 0;
+    return lIsSystems ? std::strerror( static_cast<int>( aResult.GetOSCode() ) )
+                      : aResult.GetDescription().GetAscii();
+}
+
 } // namespace
 
 int main( int aCount, char** aArguments )
@@ -93,8 +103,7 @@ int main( int aCount, char** aArguments )
     }
     if ( !lResult.IsOK() )
     {
-        std::fprintf( stderr, "UsbDevice: %s: %s (%u)\n", lResult.GetCodeString(),
-                      lResult.GetDescription().GetAscii(), lResult.GetOSCode() );
+        std::fprintf( stderr, "UsbDevice: %s: %s\n", lResult.GetCodeString(), Explain( lResult ) );
         return 1;
     }
     return 0;
