@@ -13,21 +13,16 @@ class PublishedFlag
 {
 public:
     PublishedFlag() = default;
-
-    // Takes the value of the moment.
     PublishedFlag( const PublishedFlag& aOther )
         : mValue( aOther.Get() )
     {
     }
-
-    // Takes the value of the moment.
     PublishedFlag& operator=( const PublishedFlag& aOther )
     {
         mValue.store( aOther.Get(), std::memory_order_release );
         return *this;
     }
 
-    // Set publishes; Get tells whether it has.
     void Set() { mValue.store( true, std::memory_order_release ); }
     bool Get() const { return mValue.load( std::memory_order_acquire ); }
 
