@@ -1,6 +1,7 @@
 // HtBase: what the library shows to others.
 #pragma once
 
+// HTBASE_API marks what is exported.
 #if defined( _WIN32 )
 #define HTBASE_API
 #else

@@ -11,7 +11,7 @@ USB_PACKAGES="libumockdev-dev umockdev libgtest-dev libgmock-dev"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
 TEST_PACKAGES="$USB_PACKAGES aravis-tools aravis-tools-cli tshark iproute2 util-linux
-    libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils"
+    libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils doxygen"
 # TFTP servers that judge our client. Their packages would start services and conflict with one
 # another, so they are unpacked, not installed; the libraries that they need are named above.
 PEER_PACKAGES="tftpd-hpa atftpd dnsmasq-base"

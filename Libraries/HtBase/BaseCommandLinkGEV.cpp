@@ -69,6 +69,8 @@ constexpr StatusText STATUS_TEXTS[] = {
 };
 static_assert( std::size( STATUS_TEXTS ) == 8, "eight statuses have a text of their own" );
 
+// KEEP: neither logged nor an OS code, where the twin of USB3 Vision is both. The last text has no
+// full stop.
 Result TranslateStatus( unsigned short aStatus )
 {
     if ( aStatus == 0 )
@@ -180,6 +182,7 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
     return lResult;
 }
 
+// KEEP: a write that nobody acknowledges is told to WriteCallback too, as soon as it has left.
 Result BaseCommandLinkGEV::WriteRegister( const unsigned int* aValue, long long aAddress,
                                           bool aNoAck )
 {
@@ -296,7 +299,7 @@ void BaseCommandLinkGEV::ReleaseMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
                                         long long aAckBufferSize, bool aNoAck )
 {
-    Result lResult;
+    Result lResult; // KEEP: NOT_INITIALIZED where there is no attempt
     for ( int lAttempt = 0; lAttempt < GetRetryCount(); ++lAttempt )
     {
         if ( lAttempt > 0 )
@@ -317,6 +320,7 @@ Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
                                                        static_cast<std::size_t>( aAckBufferSize ) );
             return TranslateStatus( lAcknowledge.GetStatus() );
         }
+        // KEEP: any other failure of a receive ends it all, without a message.
         if ( lResult != Result::TIMEOUT )
         {
             return lResult;
@@ -349,6 +353,7 @@ bool BaseCommandLinkGEV::SendAttempt( const Command& aCommand )
 }
 
 // Waits for the acknowledge of aCommand. OK: it lies in the buffer.
+// KEEP: a wait is never shorter than 1 ms, also after the deadline.
 Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuffer,
                                           long long aAckBufferSize )
 {
@@ -378,8 +383,8 @@ Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuf
         }
         if ( IsPending( lAnswer, lSize, aCommand ) )
         {
-            // The device's own estimate replaces what is left of the wait, also if it is shorter,
-            // as often as the device gives one.
+            // KEEP: the device's own estimate replaces what is left of the wait, also if it is
+            // shorter, as often as the device gives one.
             lStart = Thread::GetTickCount();
             lTimeout = lAnswer.GetTimeToCompletion();
             lStraysAfterDeadline = 0;

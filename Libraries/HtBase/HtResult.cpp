@@ -95,8 +95,8 @@ HtResult::HtResult( const HtResult& aOther )
     CopyDescription( aOther );
 }
 
-// The code is written through a volatile lvalue, since a store to an object that is about to go may
-// otherwise be dropped.
+// KEEP: the code of a result that has gone is one that no living result has. It is written through
+// a volatile lvalue, since a store to an object that is about to go may otherwise be dropped.
 HtResult::~HtResult()
 {
     *const_cast<volatile unsigned int*>( &mCode ) = DESTROYED;
@@ -206,6 +206,7 @@ bool HtResult::operator!=( const HtResult& aB ) const
     return Result( mCode ) != Result( aB.mCode );
 }
 
+// KEEP: the number is not converted, so a value that SetCode converts equals no result.
 bool HtResult::operator==( unsigned int aB ) const
 {
     return Result( mCode ) == Result( aB );

@@ -24,6 +24,7 @@ HtStringList::~HtStringList()
     delete mThis;
 }
 
+// KEEP: parks the cursor, so reading starts again with GetFirst.
 void HtStringList::Add( const HtString& aValue )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );

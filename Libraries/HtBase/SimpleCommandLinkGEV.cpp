@@ -30,6 +30,8 @@ SimpleCommandLinkGEV::SimpleCommandLinkGEV( SocketUDP* aSocket )
 
 SimpleCommandLinkGEV::~SimpleCommandLinkGEV() = default;
 
+// KEEP: the socket is the caller's to close, and whether it leads to a device only a transaction
+// tells.
 Result SimpleCommandLinkGEV::Close()
 {
     return Result::NOT_SUPPORTED;

@@ -1,6 +1,7 @@
 // QmUtilsLib: what the library shows to others.
 #pragma once
 
+// QMUTILSLIB_API marks what is exported.
 #if defined( _WIN32 )
 #define QMUTILSLIB_API
 #else

@@ -7,6 +7,8 @@
 #include <functional>
 #include <string>
 
+// QMUTILSLIB_PRINTF lets the compiler check a format, which argument aFormat of a function is,
+// against its arguments from aFirst on.
 #if defined( __GNUC__ )
 #define QMUTILSLIB_PRINTF( aFormat, aFirst ) __attribute__( ( format( printf, aFormat, aFirst ) ) )
 #else

@@ -33,6 +33,7 @@ private:
 class QMUTILSLIB_API QMUTILSLIB_SCOPED_CAPABILITY LockScope
 {
 public:
+    // Waits for the mutex.
     explicit LockScope( Mutex& aMutex ) QMUTILSLIB_ACQUIRE( aMutex );
     ~LockScope() QMUTILSLIB_RELEASE();
 

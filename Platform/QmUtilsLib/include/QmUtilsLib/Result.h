@@ -44,6 +44,7 @@ public:
     // From all three. The text is copied, never taken as a format.
     Result( unsigned int aCode, unsigned int aOSCode, const String& aDescription );
 
+    // The code, and the operating system's error number.
     unsigned int GetCode() const { return mCode; }
     unsigned int GetOSCode() const { return mOSCode; }
 

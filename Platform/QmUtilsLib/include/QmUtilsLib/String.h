@@ -27,6 +27,7 @@ public:
     // Appends the 8-bit form of aOther, which may be this text itself.
     const String& operator+=( const String& aOther );
 
+    // Compare the 8-bit forms.
     bool operator==( const String& aOther ) const { return mAscii == aOther.mAscii; }
     bool operator!=( const String& aOther ) const { return mAscii != aOther.mAscii; }
 

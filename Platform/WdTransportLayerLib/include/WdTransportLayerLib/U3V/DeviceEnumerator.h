@@ -18,6 +18,7 @@ namespace U3V
 // and empty where the device has none, or where they could not be read.
 struct DeviceInfo
 {
+    // How fast a connection is, by the names of USB.
     enum class Speed
     {
         UNKNOWN,
@@ -30,11 +31,13 @@ struct DeviceInfo
 
     std::string mPath;              // for DeviceControlInterface::Open
     WdUtilsLib::U3V::U3VGUID mGUID; // likewise; empty where it could not be read
-    uint16_t mVendorID = 0;         // USB vendor and product
-    uint16_t mProductID = 0;
-    Speed mSpeed = Speed::UNKNOWN; // of the connection
-    uint32_t mGenCPVersion = 0;    // major in the upper 16 bits, minor in the lower
-    uint32_t mU3VVersion = 0;      // likewise
+    uint16_t mVendorID = 0;         // USB vendor
+    uint16_t mProductID = 0;        // USB product
+    Speed mSpeed = Speed::UNKNOWN;  // of the connection
+    uint32_t mGenCPVersion = 0;     // major in the upper 16 bits, minor in the lower
+    uint32_t mU3VVersion = 0;       // likewise
+
+    // The texts of its device information.
     std::string mVendorName;
     std::string mModelName;
     std::string mFamilyName;

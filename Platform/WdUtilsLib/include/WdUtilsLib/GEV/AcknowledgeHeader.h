@@ -26,8 +26,9 @@ namespace GEV
 class WDUTILSLIB_API AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t HEADER_SIZE = 8;
+    static constexpr std::size_t HEADER_SIZE = 8; // bytes in front of the payload
 
+    // A view of the aSize bytes at aBuffer.
     AcknowledgeHeader( const void* aBuffer, std::size_t aSize );
 
     // IsValid tells whether the aReceived bytes in the buffer are the complete acknowledge of
@@ -36,6 +37,7 @@ public:
     // answer; nor does the payload's size, which the operation that reads it must judge.
     bool IsValid( unsigned int aReceived, const CommandHeader& aCommand ) const;
 
+    // The fields of the header.
     unsigned short GetStatus() const;
     unsigned short GetAcknowledge() const;
     unsigned short GetLength() const;
@@ -66,9 +68,10 @@ private:
 class WDUTILSLIB_API PendingAcknowledgeHeader : public AcknowledgeHeader
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = 0x0089;
-    static constexpr std::size_t SIZE = 12;
+    static constexpr unsigned short ACKNOWLEDGE = 0x0089; // its acknowledge code
+    static constexpr std::size_t SIZE = 12;               // bytes of the whole datagram
 
+    // A view of the aSize bytes at aBuffer.
     PendingAcknowledgeHeader( const void* aBuffer, std::size_t aSize );
 
     // Milliseconds the device still needs, counted from the arrival of this datagram.

@@ -34,8 +34,8 @@ public:
     static constexpr std::size_t MAX_SIZE = 548;
     static constexpr std::size_t MAX_PAYLOAD_SIZE = MAX_SIZE - HEADER_SIZE;
 
-    static constexpr uint8_t KEY = 0x42;
-    static constexpr uint8_t FLAG_ACKNOWLEDGE = 0x01;
+    static constexpr uint8_t KEY = 0x42;              // the first byte of every command
+    static constexpr uint8_t FLAG_ACKNOWLEDGE = 0x01; // acknowledge required
 
     // A command without payload, acknowledge required, request identifier 0.
     explicit CommandHeader( unsigned short aCommand );
@@ -46,6 +46,7 @@ public:
     // Sets or clears the acknowledge-required flag.
     void InitFlagAcknowledge( bool aRequired );
 
+    // The fields of the header.
     unsigned short GetRequestId() const;
     unsigned short GetCommand() const;
     bool GetFlagAcknowledge() const;

@@ -17,7 +17,7 @@ namespace GEV
 class WDUTILSLIB_API DiscoveryCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0002;
+    static constexpr unsigned short COMMAND = 0x0002; // the command code
 
     DiscoveryCommand();
 
@@ -31,8 +31,9 @@ public:
 class WDUTILSLIB_API DiscoveryAcknowledge : public AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t PAYLOAD_SIZE = 248;
+    static constexpr std::size_t PAYLOAD_SIZE = 248; // bytes behind the header
 
+    // A view of the aSize bytes at aBuffer.
     DiscoveryAcknowledge( const void* aBuffer, std::size_t aSize );
 
     // True when the payload is whole. Everything below reads as zero, or empty, otherwise.

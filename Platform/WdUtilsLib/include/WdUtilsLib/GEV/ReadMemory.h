@@ -18,13 +18,14 @@ namespace GEV
 class WDUTILSLIB_API ReadMemoryCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0084;
+    static constexpr unsigned short COMMAND = 0x0084; // the command code
 
     ReadMemoryCommand();
 
     // Sets the count; the field has 16 bits and takes the low ones.
     void InitCount( unsigned int aCount );
 
+    // Sets the address.
     void InitAddress( unsigned int aAddress );
 };
 
@@ -36,6 +37,7 @@ public:
 class WDUTILSLIB_API ReadMemoryAcknowledge : public AcknowledgeHeader
 {
 public:
+    // A view of the aSize bytes at aBuffer.
     ReadMemoryAcknowledge( const void* aBuffer, std::size_t aSize );
 
     // CopyData copies the first aSize bytes of the data. False, and nothing copied, when the packet

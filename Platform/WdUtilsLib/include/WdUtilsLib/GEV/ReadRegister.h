@@ -16,8 +16,8 @@ namespace GEV
 class WDUTILSLIB_API ReadRegisterCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0080;
-    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 4;
+    static constexpr unsigned short COMMAND = 0x0080;                  // the command code
+    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 4; // registers in a packet
 
     ReadRegisterCommand();
 
@@ -36,6 +36,7 @@ public:
 class WDUTILSLIB_API ReadRegisterAcknowledge : public AcknowledgeHeader
 {
 public:
+    // A view of the aSize bytes at aBuffer.
     ReadRegisterAcknowledge( const void* aBuffer, std::size_t aSize );
 
     // The value of register aIndex, in host order, or with its bytes as they lie in the packet.

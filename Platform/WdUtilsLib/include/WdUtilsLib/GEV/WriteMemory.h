@@ -17,13 +17,14 @@ namespace GEV
 class WDUTILSLIB_API WriteMemoryCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0086;
+    static constexpr unsigned short COMMAND = 0x0086; // the command code
 
     // The most data that one packet carries: 536 bytes.
     static constexpr std::size_t MAX_DATA_SIZE = MAX_PAYLOAD_SIZE - 4;
 
     WriteMemoryCommand();
 
+    // Sets the address.
     void InitAddress( unsigned int aAddress );
 
     // SetData copies aSize bytes into the packet. False, and nothing changed, when aSize is
@@ -39,10 +40,12 @@ public:
 class WDUTILSLIB_API WriteMemoryAcknowledge : public AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;
+    static constexpr std::size_t SIZE = 12; // bytes of the whole datagram
 
+    // A view of the aSize bytes at aBuffer.
     WriteMemoryAcknowledge( const void* aBuffer, std::size_t aSize );
 
+    // Bytes that the device has written.
     unsigned short GetIndex() const;
 };
 

@@ -17,8 +17,8 @@ namespace GEV
 class WDUTILSLIB_API WriteRegisterCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0082;
-    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 8;
+    static constexpr unsigned short COMMAND = 0x0082;                  // the command code
+    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 8; // registers in a packet
 
     WriteRegisterCommand();
 
@@ -39,10 +39,12 @@ public:
 class WDUTILSLIB_API WriteRegisterAcknowledge : public AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;
+    static constexpr std::size_t SIZE = 12; // bytes of the whole datagram
 
+    // A view of the aSize bytes at aBuffer.
     WriteRegisterAcknowledge( const void* aBuffer, std::size_t aSize );
 
+    // Registers that the device has written.
     unsigned short GetIndex() const;
 };
 

@@ -24,6 +24,7 @@ class WDUTILSLIB_API DeviceIdentity
 public:
     DeviceIdentity() = delete;
 
+    // What a device is to the kit.
     enum class Product
     {
         DEVICE,     // one of the maker's device engines
@@ -46,6 +47,7 @@ public:
     // Clear makes the table know nobody again. Records made before keep what they were told.
     static void Clear();
 
+    // Whether the table knows the address as a device engine, as a transmitter.
     static bool IsCorvaneDevice( const EthernetAddress& aAddress );
     static bool IsCorvaneTransmitter( const EthernetAddress& aAddress );
 };

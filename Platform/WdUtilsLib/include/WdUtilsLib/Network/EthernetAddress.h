@@ -18,6 +18,7 @@ namespace Network
 class WDUTILSLIB_API EthernetAddress
 {
 public:
+    // An address's bytes, and how many.
     static constexpr std::size_t SIZE = 6;
     using Bytes = std::array<uint8_t, SIZE>;
 
@@ -44,8 +45,10 @@ public:
     void GetString( char* aBuffer, std::size_t aSize ) const;
     std::string GetString() const;
 
+    // The bytes in the order in which they are written and sent.
     const Bytes& GetBytes() const { return mBytes; }
 
+    // Compare, and order, by the bytes.
     bool operator==( const EthernetAddress& aOther ) const { return mBytes == aOther.mBytes; }
     bool operator!=( const EthernetAddress& aOther ) const { return mBytes != aOther.mBytes; }
     bool operator<( const EthernetAddress& aOther ) const { return mBytes < aOther.mBytes; }

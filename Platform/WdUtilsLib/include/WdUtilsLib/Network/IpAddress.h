@@ -35,6 +35,7 @@ public:
     // The address in host order.
     uint32_t GetValue() const { return mValue; }
 
+    // Compare the addresses.
     bool operator==( const IpAddress& aOther ) const { return mValue == aOther.mValue; }
     bool operator!=( const IpAddress& aOther ) const { return mValue != aOther.mValue; }
 

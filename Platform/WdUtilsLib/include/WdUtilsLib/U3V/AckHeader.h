@@ -27,8 +27,8 @@ namespace U3V
 class WDUTILSLIB_API AckHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;
-    static constexpr uint32_t PREFIX = CommandHeader::PREFIX;
+    static constexpr std::size_t SIZE = 12;                   // bytes of the header
+    static constexpr uint32_t PREFIX = CommandHeader::PREFIX; // "U3VC" on the wire
 
     AckHeader() = default;
 
@@ -43,6 +43,7 @@ public:
     // matched.
     bool IsValid( unsigned short aAcknowledge ) const;
 
+    // The fields of the header.
     uint32_t GetPrefix() const;
     unsigned short GetStatus() const;
     unsigned short GetAcknowledge() const;
@@ -69,8 +70,8 @@ private:
 class WDUTILSLIB_API PendingAck
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = 0x0805;
-    static constexpr unsigned int SIZE = 16;
+    static constexpr unsigned short ACKNOWLEDGE = 0x0805; // its acknowledge code
+    static constexpr unsigned int SIZE = 16;              // bytes of the whole acknowledge
 
     // Attach binds the view to what was received. INVALID_PACKET for less than a header.
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
@@ -78,6 +79,7 @@ public:
     // IsValid tells whether this is a PENDING acknowledge with its time-out.
     bool IsValid() const;
 
+    // The view belongs to this object and is valid as long as it is.
     AckHeader* GetAckHeader() { return &mHeader; }
 
     // Milliseconds, from the arrival of this acknowledge, within which the next one will come.

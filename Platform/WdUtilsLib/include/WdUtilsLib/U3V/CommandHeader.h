@@ -30,9 +30,9 @@ constexpr unsigned int INVALID_PACKET = 0x4001;
 class WDUTILSLIB_API CommandHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;
-    static constexpr uint32_t PREFIX = 0x43563355;
-    static constexpr uint16_t FLAG_REQUEST_ACK = 0x4000;
+    static constexpr std::size_t SIZE = 12;              // bytes of the header
+    static constexpr uint32_t PREFIX = 0x43563355;       // "U3VC" on the wire
+    static constexpr uint16_t FLAG_REQUEST_ACK = 0x4000; // an acknowledge is requested
 
     CommandHeader() = default;
 
@@ -50,8 +50,10 @@ public:
     // does this when it sends.
     void SetRequestID( unsigned short aRequestID );
 
+    // SetLength sets the bytes of data behind the header.
     void SetLength( unsigned short aLength );
 
+    // The fields of the header.
     uint32_t GetPrefix() const;
     bool GetRequestAck() const;
     unsigned short GetCommand() const;

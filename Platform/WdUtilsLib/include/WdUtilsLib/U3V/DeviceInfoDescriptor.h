@@ -33,9 +33,9 @@ constexpr uint8_t CONTROL_PROTOCOL = 0x00;
 class WDUTILSLIB_API DeviceInfoDescriptor
 {
 public:
-    static constexpr std::size_t SIZE = 20;
+    static constexpr std::size_t SIZE = 20; // bytes of the descriptor
 
-    // In the order of the descriptor.
+    // The texts, in the order of the descriptor.
     enum class Text : uint8_t
     {
         GUID,
@@ -53,6 +53,7 @@ public:
     // or it does not lie there whole.
     QmUtilsLib::Result Attach( const unsigned char* aDescriptors, std::size_t aSize );
 
+    // The fields of the descriptor.
     uint32_t GetGenCPVersion() const;
     uint32_t GetU3VVersion() const;
     uint8_t GetTextIndex( Text aText ) const;

@@ -20,16 +20,16 @@ namespace U3V
 class WDUTILSLIB_API ReadMemCmdHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;
+    static constexpr std::size_t SIZE = 12; // bytes of the fields
 
     ReadMemCmdHeader() = default;
 
     // Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
     explicit ReadMemCmdHeader( unsigned char* aBytes );
 
+    // The fields.
     void SetRegisterAddress( unsigned long long aAddress );
     void SetReadLength( unsigned short aLength );
-
     unsigned long long GetRegisterAddress() const;
     unsigned short GetReadLength() const;
 
@@ -44,7 +44,7 @@ private:
 class WDUTILSLIB_API ReadMemCmd
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0800;
+    static constexpr unsigned short COMMAND = 0x0800; // the command code
 
     ReadMemCmd() = default;
 
@@ -75,7 +75,7 @@ private:
 class WDUTILSLIB_API ReadMemAck
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = ReadMemCmd::COMMAND + 1;
+    static constexpr unsigned short ACKNOWLEDGE = ReadMemCmd::COMMAND + 1; // its code
 
     ReadMemAck() = default;
 

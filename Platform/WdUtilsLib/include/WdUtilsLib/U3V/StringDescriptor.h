@@ -24,7 +24,7 @@ namespace U3V
 class WDUTILSLIB_API StringDescriptor
 {
 public:
-    static constexpr std::size_t MAX_SIZE = 255;
+    static constexpr std::size_t MAX_SIZE = 255; // bytes of the longest descriptor
 
     // Attach binds the view to what was received, bounded by the length that the descriptor tells.
     // INVALID_PACKET, and nothing is attached, where that is no string descriptor.

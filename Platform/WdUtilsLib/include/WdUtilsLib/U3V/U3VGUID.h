@@ -20,7 +20,7 @@ namespace U3V
 class WDUTILSLIB_API U3VGUID
 {
 public:
-    static constexpr std::size_t LENGTH = 12;
+    static constexpr std::size_t LENGTH = 12; // characters of an identity
 
     // The empty identity.
     U3VGUID() = default;
@@ -35,6 +35,7 @@ public:
     // Clear makes the identity empty.
     void Clear();
 
+    // IsEmpty tells whether this is no device's identity.
     bool IsEmpty() const { return mText[0] == '\0'; }
 
     // Get gives the text, "" when empty; never null, and valid until this object is changed or
@@ -44,6 +45,7 @@ public:
     // GetVendorID gives the USB-IF vendor id in the first four digits; 0 when empty.
     unsigned short GetVendorID() const;
 
+    // Compare, and order, the texts.
     bool operator==( const U3VGUID& aOther ) const;
     bool operator!=( const U3VGUID& aOther ) const { return !( *this == aOther ); }
     bool operator<( const U3VGUID& aOther ) const;

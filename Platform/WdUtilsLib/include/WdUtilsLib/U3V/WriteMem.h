@@ -18,13 +18,14 @@ namespace U3V
 class WDUTILSLIB_API WriteMemCmdHeader
 {
 public:
-    static constexpr std::size_t SIZE = 8;
+    static constexpr std::size_t SIZE = 8; // bytes of the field
 
     WriteMemCmdHeader() = default;
 
     // Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
     explicit WriteMemCmdHeader( unsigned char* aBytes );
 
+    // The field.
     void SetRegisterAddress( unsigned long long aAddress );
     unsigned long long GetRegisterAddress() const;
 
@@ -39,7 +40,7 @@ private:
 class WDUTILSLIB_API WriteMemCmd
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0802;
+    static constexpr unsigned short COMMAND = 0x0802; // the command code
 
     WriteMemCmd() = default;
 
@@ -84,7 +85,7 @@ private:
 class WDUTILSLIB_API WriteMemAck
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = WriteMemCmd::COMMAND + 1;
+    static constexpr unsigned short ACKNOWLEDGE = WriteMemCmd::COMMAND + 1; // its code
 
     WriteMemAck() = default;
 

@@ -1,0 +1,11 @@
+# The platform libraries are somebody else's, see docs/platform-libraries.md.
+foreach(lTarget QmUtilsLib WdUtilsLib WdTransportLayerLib)
+  if(NOT TARGET ${lTarget})
+    message(FATAL_ERROR "HTBASE_EXTERNAL_PLATFORM needs the target ${lTarget}. Define QmUtilsLib, "
+      "WdUtilsLib and WdTransportLayerLib before HtBase is added, or name a file that does so: "
+      "-DCMAKE_PROJECT_HtBase_INCLUDE=FILE")
+  endif()
+endforeach()
+if(HTBASE_BUILD_TOOLS OR HTBASE_BUILD_TESTS)
+  message(FATAL_ERROR "HTBASE_BUILD_TOOLS and HTBASE_BUILD_TESTS need our own platform libraries")
+endif()

@@ -1,0 +1,425 @@
+// The pages say what is so: links, figures, command lines and names are those of the project.
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using testing::Contains;
+using testing::HasSubstr;
+
+namespace TestSupport
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const fs::path SOURCE = HTBASE_SOURCE;
+
+std::string Read( const fs::path& aPath )
+{
+    const std::string lText = ReadWholeFile( ( SOURCE / aPath ).string() );
+    EXPECT_FALSE( lText.empty() ) << aPath;
+    return lText;
+}
+
+std::vector<std::string> GetLines( const std::string& aText )
+{
+    std::vector<std::string> lLines;
+    std::istringstream lStream( aText );
+    for ( std::string lLine; std::getline( lStream, lLine ); )
+    {
+        lLines.push_back( lLine );
+    }
+    return lLines;
+}
+
+// The project's pages, as paths from its folder.
+std::vector<fs::path> GetPages()
+{
+    std::vector<fs::path> lPages = { "README.md", "CONTRIBUTING.md", "CHANGELOG.md" };
+    for ( const auto& lEntry : fs::recursive_directory_iterator( SOURCE / "docs" ) )
+    {
+        if ( lEntry.path().extension() == ".md" )
+        {
+            lPages.push_back( fs::relative( lEntry.path(), SOURCE ) );
+        }
+    }
+    EXPECT_GT( lPages.size(), 15U );
+    return lPages;
+}
+
+// Calls aUse with each match in a page.
+template <typename Use>
+void ForEachMatch( const std::string& aText, const std::string& aExpression, Use aUse )
+{
+    const std::regex lExpression( aExpression );
+    for ( std::sregex_iterator lMatch( aText.begin(), aText.end(), lExpression );
+          lMatch != std::sregex_iterator(); ++lMatch )
+    {
+        aUse( *lMatch );
+    }
+}
+
+// The name that a heading has in a link: lower case, hyphens for blanks, nothing else.
+std::set<std::string> GetAnchors( const std::string& aText )
+{
+    std::set<std::string> lAnchors;
+    for ( const std::string& lLine : GetLines( aText ) )
+    {
+        if ( lLine.rfind( "#", 0 ) != 0 )
+        {
+            continue;
+        }
+        std::string lAnchor;
+        for ( const char lCharacter : lLine.substr( lLine.find( ' ' ) + 1 ) )
+        {
+            if ( std::isalnum( static_cast<unsigned char>( lCharacter ) ) != 0 )
+            {
+                lAnchor += static_cast<char>( std::tolower( lCharacter ) );
+            }
+            else if ( lCharacter == ' ' || lCharacter == '-' )
+            {
+                lAnchor += '-';
+            }
+        }
+        lAnchors.insert( lAnchor );
+    }
+    return lAnchors;
+}
+
+// The links of a page that lead to files of the project: path from its folder, and anchor.
+std::vector<std::pair<fs::path, std::string>> GetLinks( const fs::path& aPage )
+{
+    std::vector<std::pair<fs::path, std::string>> lLinks;
+    ForEachMatch( Read( aPage ), R"(\]\(([^)#]*)(#([^)]*))?\))",
+                  [&]( const std::smatch& aMatch )
+                  {
+                      if ( aMatch.str( 1 ).find( "://" ) == std::string::npos )
+                      {
+                          const fs::path lPath = aMatch.length( 1 ) == 0
+                                                     ? aPage
+                                                     : aPage.parent_path() / aMatch.str( 1 );
+                          lLinks.emplace_back( lPath.lexically_normal(), aMatch.str( 3 ) );
+                      }
+                  } );
+    return lLinks;
+}
+
+// A line of a page that shows how the program is called, without what is said about it.
+std::vector<std::vector<std::string>> GetCalls()
+{
+    std::vector<std::vector<std::string>> lCalls;
+    for ( const fs::path& lPage : GetPages() )
+    {
+        ForEachMatch( Read( lPage ) + "\n",
+                      R"(\n    (?:sudo )?(?:build/release/Tools/htbase/)?htbase ((?:[^ \n]+ ?)+))",
+                      [&]( const std::smatch& aMatch )
+                      {
+                          std::vector<std::string> lWords;
+                          std::istringstream lStream( aMatch.str( 1 ) );
+                          for ( std::string lWord; lStream >> lWord; )
+                          {
+                              lWords.push_back( lWord );
+                          }
+                          lCalls.push_back( lWords );
+                      } );
+    }
+    return lCalls;
+}
+
+} // namespace
+
+TEST( Documentation, LinksLeadSomewhere )
+{
+    size_t lCount = 0;
+    for ( const fs::path& lPage : GetPages() )
+    {
+        for ( const auto& [lPath, lAnchor] : GetLinks( lPage ) )
+        {
+            ++lCount;
+            EXPECT_TRUE( fs::exists( SOURCE / lPath ) ) << lPage << " leads to " << lPath;
+            if ( !lAnchor.empty() )
+            {
+                EXPECT_THAT( GetAnchors( Read( lPath ) ), Contains( lAnchor ) ) << lPage;
+            }
+        }
+    }
+    EXPECT_GT( lCount, 15U );
+}
+
+TEST( Documentation, FilesThatAreNamedAreThere )
+{
+    size_t lCount = 0;
+    for ( const fs::path& lPage : GetPages() )
+    {
+        ForEachMatch( Read( lPage ),
+                      "`((?:Examples|Libraries|Platform|Simulators|Tools|cmake|docs|fuzz|include|"
+                      "scripts|tests)"
+                      "/[A-Za-z0-9_./-]*)`",
+                      [&]( const std::smatch& aMatch )
+                      {
+                          ++lCount;
+                          EXPECT_TRUE( fs::exists( SOURCE / aMatch.str( 1 ) ) )
+                              << lPage << " names " << aMatch.str( 1 );
+                      } );
+    }
+    EXPECT_GT( lCount, 15U );
+}
+
+TEST( Documentation, TheReadmeNamesEveryExample )
+{
+    const std::string lReadme = Read( "README.md" );
+    size_t lCount = 0;
+    for ( const auto& lEntry : fs::directory_iterator( SOURCE / "Examples" ) )
+    {
+        if ( lEntry.path().extension() == ".cpp" )
+        {
+            ++lCount;
+            EXPECT_THAT( lReadme, HasSubstr( "| `" + lEntry.path().stem().string() + "` |" ) );
+        }
+    }
+    EXPECT_GE( lCount, 8U );
+}
+
+TEST( Documentation, EveryPageCanBeReached )
+{
+    std::set<fs::path> lReached = { "README.md" };
+    std::vector<fs::path> lToRead( lReached.begin(), lReached.end() );
+    while ( !lToRead.empty() )
+    {
+        const fs::path lPage = lToRead.back();
+        lToRead.pop_back();
+        for ( const auto& [lPath, lAnchor] : GetLinks( lPage ) )
+        {
+            if ( lPath.extension() == ".md" && lReached.insert( lPath ).second )
+            {
+                lToRead.push_back( lPath );
+            }
+        }
+    }
+    for ( const fs::path& lPage : GetPages() )
+    {
+        if ( lPage.parent_path() != "docs/decisions" ) // a folder that the README names
+        {
+            EXPECT_THAT( lReached, Contains( lPage ) );
+        }
+    }
+}
+
+TEST( Documentation, FiguresAreThoseOfTheCode )
+{
+    std::map<std::string, size_t> lRows;
+    for ( const fs::path& lPage : GetPages() )
+    {
+        ForEachMatch(
+            Read( lPage ), R"(\n\| (\w+) \| `(\w+)` \| (\w+/[^ |]+) \|)",
+            [&]( const std::smatch& aMatch )
+            {
+                ++lRows[lPage.filename().string()];
+                const std::string lFigure = "\\b" + aMatch.str( 2 ) + " = " + aMatch.str( 1 ) + ";";
+                EXPECT_TRUE( std::regex_search( Read( aMatch.str( 3 ) ), std::regex( lFigure ) ) )
+                    << lPage << ": " << aMatch.str( 2 ) << " of " << aMatch.str( 3 ) << " is not "
+                    << aMatch.str( 1 );
+            } );
+    }
+    for ( const char* const lPage : { "gvcp.md", "gencp.md", "tftp.md", "firmware.md" } )
+    {
+        EXPECT_GE( lRows[lPage], 8U ) << lPage;
+    }
+}
+
+// Literals that stand beside each other are one.
+TEST( Documentation, TextsOfStatusesAreThoseOfTheCode )
+{
+    const std::string lCode = std::regex_replace( Read( "Libraries/HtBase/BaseCommandLinkGEV.cpp" ),
+                                                  std::regex( "\"\\s+\"" ), "" );
+    size_t lCount = 0;
+    ForEachMatch( Read( "docs/gvcp.md" ), R"(\n\| (0x8\w+) \| ([^|]+) \|)",
+                  [&]( const std::smatch& aMatch )
+                  {
+                      ++lCount;
+                      EXPECT_THAT( lCode, HasSubstr( "{ " + aMatch.str( 1 ) + ", \"" +
+                                                     aMatch.str( 2 ) + "\" }" ) );
+                  } );
+    EXPECT_EQ( lCount, 8U );
+}
+
+TEST( Documentation, TheMainPageNamesThePackagesThatABuildNeeds )
+{
+    std::smatch lMatch;
+    const std::string lScript = Read( "scripts/packages.sh" );
+    ASSERT_TRUE(
+        std::regex_search( lScript, lMatch, std::regex( "BUILD_PACKAGES=\"([^\"]+)\"" ) ) );
+    EXPECT_THAT( Read( "docs/mainpage.md" ), HasSubstr( "apt-get install " + lMatch.str( 1 ) ) );
+}
+
+TEST( Documentation, TheMainPageShowsTheHeartOfItsExample )
+{
+    const std::string lExample = Read( "Examples/ReadRegister.cpp" );
+    const std::string lPage = Read( "docs/mainpage.md" );
+    const size_t lStart = lPage.find( "Its heart:\n\n" );
+    ASSERT_NE( lStart, std::string::npos );
+    size_t lCount = 0;
+    for ( const std::string& lLine : GetLines( lPage.substr( lStart + 12 ) ) )
+    {
+        if ( lLine.rfind( "    ", 0 ) != 0 )
+        {
+            break;
+        }
+        ++lCount;
+        EXPECT_THAT( lExample, HasSubstr( lLine.substr( 4 ) ) );
+    }
+    EXPECT_EQ( lCount, 5U );
+}
+
+#if defined( HTBASE_PROGRAM )
+TEST( Documentation, CallsOfTheProgramAreOnesThatItKnows )
+{
+    const auto lCalls = GetCalls();
+    EXPECT_GT( lCalls.size(), 25U );
+    std::map<std::string, std::string> lHelp;
+    for ( const std::vector<std::string>& lCall : lCalls )
+    {
+        ASSERT_GE( lCall.size(), 2U );
+        const std::string lCommand = lCall[0] + " " + lCall[1];
+        if ( lHelp.count( lCommand ) == 0 )
+        {
+            const Outcome lOutcome = RunProgram( { HTBASE_PROGRAM, lCall[0], lCall[1], "--help" } );
+            EXPECT_EQ( lOutcome.mStatus, 0 ) << lCommand << ": " << lOutcome.mError;
+            lHelp[lCommand] = lOutcome.mOutput;
+        }
+        for ( const std::string& lWord : lCall )
+        {
+            if ( lWord[0] == '-' )
+            {
+                EXPECT_TRUE(
+                    std::regex_search( lHelp[lCommand], std::regex( "[ ,]" + lWord + "[ ,:=]" ) ) )
+                    << "htbase " << lCommand << " has no " << lWord;
+            }
+        }
+    }
+}
+#endif
+
+#if defined( HTBASE_LIBRARY )
+// Class by class, what the page says the library calls.
+std::map<std::string, std::set<std::string>> ReadPlatformPage()
+{
+    std::map<std::string, std::set<std::string>> lOperations;
+    ForEachMatch( Read( "docs/platform-libraries.md" ),
+                  R"(\n\| `((?:QmUtilsLib|Wd\w+Lib)[\w:]*)` \| ((?:\\\||[^|])*) \|)",
+                  [&]( const std::smatch& aMatch )
+                  {
+                      ForEachMatch( aMatch.str( 2 ), "`([^`]+)`",
+                                    [&]( const std::smatch& aOperation )
+                                    {
+                                        lOperations[aMatch.str( 1 )].insert( std::regex_replace(
+                                            aOperation.str( 1 ), std::regex( "\\\\" ), "" ) );
+                                    } );
+                  } );
+    return lOperations;
+}
+
+TEST( Documentation, ThePlatformPageNamesWhatTheLibraryCalls )
+{
+    const Outcome lOutcome =
+        RunProgram( { HTBASE_NM, "--dynamic", "--demangle", "--undefined-only", HTBASE_LIBRARY } );
+    ASSERT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
+    std::map<std::string, std::set<std::string>> lCalled;
+    ForEachMatch(
+        lOutcome.mOutput, R"(\n *U ((?:QmUtilsLib|Wd\w+Lib)[\w:]*)::([\w~]+[^(\[]*)[(\[])",
+        [&]( const std::smatch& aMatch ) { lCalled[aMatch.str( 1 )].insert( aMatch.str( 2 ) ); } );
+#if defined( NDEBUG )
+    lCalled["QmUtilsLib"].insert( "AssertionFailed" );
+#endif
+    EXPECT_EQ( ReadPlatformPage(), lCalled );
+}
+#endif
+
+#if defined( HTBASE_AWK )
+TEST( DoxygenFilter, MakesDocumentationOfPlainComments )
+{
+    const TemporaryDirectory lFolder;
+    WriteWholeFile( lFolder.GetPath( "Header.h" ),
+                    "// Library: texts & more.\n"
+                    "#pragma once\n"
+                    "\n"
+                    "// Thing is a <tag>, #1 of *all*; `a|b` is code.\n"
+                    "//\n"
+                    "// Layout:\n"
+                    "//   0  2  field\n"
+                    "//\n"
+                    "//   2  *  data\n"
+                    "// Behind it.\n"
+                    "class API Thing\n"
+                    "{\n"
+                    "public:\n"
+                    "    // Alone.\n"
+                    "    explicit Thing( int aValue );\n"
+                    "    Thing( const Thing& aOther );\n"
+                    "    ~Thing(); // closes\n"
+                    "\n"
+                    "    // Two of\n"
+                    "    // a kind.\n"
+                    "    int First() const { return mFirst; }\n"
+                    "    int Second( int aA,\n"
+                    "                int aB );\n"
+                    "\n"
+                    "    // Ways.\n"
+                    "    enum Way\n"
+                    "    {\n"
+                    "        UP = 1, // above\n"
+                    "        DOWN    // below\n"
+                    "    };\n"
+                    "};\n" );
+    const Outcome lOutcome =
+        RunProgram( { HTBASE_AWK, "-f", ( SOURCE / "docs/doxygen-filter.awk" ).string(),
+                      lFolder.GetPath( "Header.h" ) } );
+    EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
+    EXPECT_EQ( lOutcome.mOutput, "/// @file\n"
+                                 "/// Library: texts \\& more.\n"
+                                 "\n"
+                                 "/** Thing is a \\<tag\\>, \\#1 of \\*all\\*; `a|b` is code.\n"
+                                 "\n"
+                                 "Layout: @verbatim\n"
+                                 "  0  2  field\n"
+                                 "\n"
+                                 "  2  *  data @endverbatim\n"
+                                 "Behind it. */\n"
+                                 "class API Thing\n"
+                                 "{\n"
+                                 "public:\n"
+                                 "/** Alone. */\n"
+                                 "    explicit Thing( int aValue );\n"
+                                 "    Thing( const Thing& aOther ); ///< See the class.\n"
+                                 "    ~Thing(); ///< closes\n"
+                                 "\n"
+                                 "/**@{*/ /** Two of\n"
+                                 "a kind. */\n"
+                                 "    int First() const { return mFirst; }\n"
+                                 "    int Second( int aA,\n"
+                                 "                int aB );\n"
+                                 "/**@}*/ \n"
+                                 "/** Ways. */\n"
+                                 "    enum Way\n"
+                                 "    {\n"
+                                 "        UP = 1, ///< above\n"
+                                 "        DOWN    ///< below\n"
+                                 "    };\n"
+                                 "};\n" );
+}
+#endif
+
+} // namespace TestSupport
