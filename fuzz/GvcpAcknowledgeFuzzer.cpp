@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -23,12 +24,12 @@ namespace GEV = WdUtilsLib::GEV;
 class Datagram
 {
 public:
-    Datagram( const std::uint8_t* aData, std::size_t aSize )
-        : mBytes( reinterpret_cast<const char*>( aData ), aSize )
+    explicit Datagram( std::string aBytes )
+        : mBytes( std::move( aBytes ) )
     {
         // A field that is not there is zero. What lies behind the length told is nothing.
         mLength = IsWhole() ? GetNumber( 4, 2 ) : 0;
-        mPayload = mBytes.substr( std::min<std::size_t>( 8, aSize ), mLength );
+        mPayload = mBytes.substr( std::min<std::size_t>( 8, mBytes.size() ), mLength );
     }
 
     bool IsWhole() const { return mBytes.size() >= 8; }
@@ -141,7 +142,7 @@ void TryDiscovery( const GEV::DiscoveryAcknowledge& aView, const Datagram& aPlai
     const bool lIsComplete = aPlain.GetPayload().size() >= 248;
     Fuzz::Require( aView.IsComplete() == lIsComplete, "a discovery has 248 bytes" );
     // Of an incomplete one nothing is told.
-    const Datagram lNothing( nullptr, 0 );
+    const Datagram lNothing{ std::string() };
     const Datagram& lPlain = lIsComplete ? aPlain : lNothing;
     const auto lText = [&]( std::size_t aOffset, std::size_t aSize )
     {
@@ -172,7 +173,7 @@ void TryDiscovery( const GEV::DiscoveryAcknowledge& aView, const Datagram& aPlai
 // An input is a datagram; it is looked at as each of the acknowledges.
 int LLVMFuzzerTestOneInput( const std::uint8_t* aData, std::size_t aSize )
 {
-    const Datagram lPlain( aData, aSize );
+    const Datagram lPlain( std::string( reinterpret_cast<const char*>( aData ), aSize ) );
     const GEV::AcknowledgeHeader lHeader( aData, aSize );
     TryHeader( lHeader, lPlain );
     TryValidity( lHeader, lPlain );
