@@ -143,10 +143,10 @@ TEST_F( Monitor, PrintsALineOfJsonPerSecond )
     WriteWord( REGISTER, 0xCAFE0001 );
     const auto lChild = Start( Quickly( { "--json" } ) );
     const long long lStart = Thread::GetTickCount();
-    const Json lFirst = ReadReport( *lChild );
-    const Json lSecond = ReadReport( *lChild );
+    Json lFirst = ReadReport( *lChild );
+    Json lSecond = ReadReport( *lChild );
     EXPECT_GE( Thread::GetTickCount() - lStart, 1000 );
-    for ( const Json& lReport : { lFirst, lSecond } )
+    for ( Json lReport : { lFirst, lSecond } )
     {
         EXPECT_EQ( lReport["device"], GetTarget() );
         EXPECT_EQ( lReport["address"], REGISTER );
@@ -166,10 +166,10 @@ TEST_F( Monitor, PrintsALineOfJsonPerSecond )
     EXPECT_GE( lSecond["elapsedMs"], 2000 );
     EXPECT_GT( lSecond["reads"], lFirst["reads"] );
 
-    const Json lLast = Finish( *lChild, 0 );
+    Json lLast = Finish( *lChild, 0 );
     EXPECT_EQ( lLast["device"], GetTarget() );
     EXPECT_EQ( lLast["address"], REGISTER );
-    const Json& lSummary = lLast["summary"];
+    Json& lSummary = lLast["summary"];
     EXPECT_GE( lSummary["reads"], lSecond["reads"] );
     EXPECT_GE( lSummary["elapsedMs"], lSecond["elapsedMs"] );
     EXPECT_EQ( lSummary["failedReads"], 0 );
@@ -246,7 +246,7 @@ TEST_F( Monitor, ReadsNoOftenerThanTold )
     const auto lChild = Start( { ADDRESS, "--interval", "200", "--json" } );
     (void)ReadUntil( *lChild, // only waited for
                      []( const Json& aReport ) { return aReport["reads"] > 4; } );
-    const Json lLast = Finish( *lChild, 0 );
+    Json lLast = Finish( *lChild, 0 );
     const long long lElapsed = Thread::GetTickCount() - lStart;
     EXPECT_LE( lLast["summary"]["reads"], lElapsed / 200 + 1 );
 }
@@ -273,7 +273,7 @@ TEST_F( Monitor, ShowsCommandsThatWereRepeated )
     const auto lChild = Start( Quickly( { "--json", "--timeout", "30", "--retries", "50" } ) );
     (void)ReadUntil( *lChild,
                      []( const Json& aReport ) { return GetCount( aReport, "retries" ) > 3; } );
-    const Json lSummary = Finish( *lChild, 0 )["summary"];
+    Json lSummary = Finish( *lChild, 0 )["summary"];
     EXPECT_EQ( lSummary["failedReads"], 0 );
     EXPECT_EQ( lSummary["lastValue"], 5 );
     EXPECT_TRUE( WaitForRepeated( GetCount( lSummary, "retries" ) ) );
@@ -284,10 +284,10 @@ TEST_F( Monitor, ShowsAPendingAcknowledgeWhileTheReadStillRuns )
 {
     ServeSlowly( 60000, 1 );
     const auto lChild = Start( Quickly( { "--json" } ) );
-    const Json lFirst = ReadUntil( *lChild, []( const Json& aReport )
-                                   { return GetCount( aReport, "pendingAcknowledges" ) > 0; } );
-    const Json lSecond = ReadReport( *lChild );
-    for ( const Json& lReport : { lFirst, lSecond } )
+    Json lFirst = ReadUntil( *lChild, []( const Json& aReport )
+                             { return GetCount( aReport, "pendingAcknowledges" ) > 0; } );
+    Json lSecond = ReadReport( *lChild );
+    for ( Json lReport : { lFirst, lSecond } )
     {
         EXPECT_EQ( lReport["reads"], 0 );
         EXPECT_EQ( lReport["value"], nullptr );
@@ -297,7 +297,7 @@ TEST_F( Monitor, ShowsAPendingAcknowledgeWhileTheReadStillRuns )
     }
     // And Ctrl-C ends the read.
     const long long lStart = Thread::GetTickCount();
-    const Json lLast = Finish( *lChild, 1 );
+    Json lLast = Finish( *lChild, 1 );
     EXPECT_LT( Thread::GetTickCount() - lStart, 10000 );
     EXPECT_EQ( lLast["summary"]["reads"], 0 );
     EXPECT_EQ( lLast["summary"]["failedReads"], 0 );
@@ -312,8 +312,7 @@ TEST_F( Monitor, LeavesOutTheReadsThatASlowOneHasDelayed )
 {
     ServeSlowly( 300, 1 );
     const auto lChild = Start( Quickly( { "--json" } ) );
-    const Json lReport =
-        ReadUntil( *lChild, []( const Json& aReport ) { return aReport["reads"] > 1; } );
+    Json lReport = ReadUntil( *lChild, []( const Json& aReport ) { return aReport["reads"] > 1; } );
     EXPECT_LE( lReport["reads"], lReport["elapsedMs"].get<long long>() / 300 );
     EXPECT_GE( GetCount( lReport, "pendingAcknowledges" ), lReport["reads"] );
     (void)Finish( *lChild, 0 ); // looked at elsewhere
@@ -326,7 +325,7 @@ TEST_F( Monitor, CountsReadsThatFailAndGoesOn )
         Start( { ADDRESS, "--interval", "20", "--json", "--timeout", "100", "--retries", "1" } );
     (void)ReadUntil( *lChild, []( const Json& aReport ) { return aReport["value"] == 9; } );
     SetSilent( REGISTER );
-    const Json lSilent =
+    Json lSilent =
         ReadUntil( *lChild, []( const Json& aReport ) { return aReport["value"].is_null(); } );
     EXPECT_GT( lSilent["failedReads"], 0 );
     EXPECT_EQ( lSilent["error"]["code"], "TIMEOUT" );
@@ -340,7 +339,7 @@ TEST_F( Monitor, CountsReadsThatFailAndGoesOn )
                                   { return aReport["value"] == 9 && aReport["rate"] > 0.0; } );
     EXPECT_FALSE( lBack.contains( "error" ) );
 
-    const Json lLast = Finish( *lChild, 3 );
+    Json lLast = Finish( *lChild, 3 );
     EXPECT_GT( lLast["summary"]["failedReads"], 0 );
     EXPECT_LT( lLast["summary"]["failedReads"], lLast["summary"]["reads"] );
     EXPECT_EQ( lLast["summary"]["lastValue"], 9 );
@@ -351,6 +350,17 @@ TEST_F( Monitor, CountsReadsThatFailAndGoesOn )
                                        "0x0000A000 of 127.0.0.1:[0-9]+ failed, the last by "
                                        "TIMEOUT" ),
                         HasSubstr( "firewall" ) ) );
+}
+
+// Between reads that are far apart there is no silence.
+TEST_F( Monitor, ShowsTheRateOfASlowStreamAlsoBetweenItsReads )
+{
+    const auto lChild = Start( { ADDRESS, "--interval", "4000", "--json" } );
+    Json lReport =
+        ReadUntil( *lChild, []( const Json& aReport ) { return aReport["elapsedMs"] >= 7000; } );
+    EXPECT_GE( lReport["reads"], 2 ); // the latest was 3 s ago
+    EXPECT_GT( lReport["rate"], 0.0 );
+    (void)Finish( *lChild, 0 ); // looked at elsewhere
 }
 
 TEST_F( Monitor, ShowsWhyAReadFailed )
@@ -380,11 +390,11 @@ TEST_F( Monitor, ShowsAFailureOnATerminalByItsCode )
 TEST_F( Monitor, TellsInJsonThatNoReadSucceeded )
 {
     const auto lChild = Start( { "0x0020", "--interval", "20", "--json" } );
-    const Json lReport =
+    Json lReport =
         ReadUntil( *lChild, []( const Json& aReport ) { return aReport["failedReads"] > 0; } );
     EXPECT_EQ( lReport["value"], nullptr );
     EXPECT_EQ( lReport["failedReads"], lReport["reads"] );
-    const Json lLast = Finish( *lChild, 1 );
+    Json lLast = Finish( *lChild, 1 );
     EXPECT_EQ( lLast["error"]["code"], "GENERIC_ERROR" );
     EXPECT_EQ( lLast["summary"]["averageRate"], 0.0 );
 }
@@ -397,7 +407,7 @@ TEST_F( Monitor, SurvivesAPortWhereNobodyListensYet )
     ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // to somebody else
     ChildProcess lChild(
         MakeToolCommand( { "gev", "monitor", lTarget, ADDRESS, "--interval", "100", "--json" } ) );
-    const Json lReport =
+    Json lReport =
         ReadUntil( lChild, []( const Json& aReport ) { return aReport["failedReads"] > 1; } );
     EXPECT_EQ( lReport["error"]["systemError"], ECONNREFUSED );
     (void)Finish( lChild, 1 ); // looked at elsewhere
