@@ -6,7 +6,6 @@ set(CPACK_PACKAGE_VENDOR "HtBase developers")
 set(CPACK_PACKAGE_CONTACT "HtBase developers <htbase@example.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_PACKAGING_INSTALL_PREFIX "/usr")
-set(CPACK_OUTPUT_FILE_PREFIX "packages")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_COMPONENTS_ALL libraries common tool development)
@@ -23,6 +22,7 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
   "${PROJECT_BINARY_DIR}/Platform/WdTransportLayerLib"
   "${PROJECT_BINARY_DIR}/Platform/WdUtilsLib")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME "${lLibraries}")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libs)
@@ -30,9 +30,14 @@ set(CPACK_DEBIAN_LIBRARIES_PACKAGE_RECOMMENDS libhtbase-common)
 set(CPACK_COMPONENT_LIBRARIES_DESCRIPTION
   "Control links to GigE Vision and USB3 Vision devices, capability records, TFTP and firmware
 payloads: the shared libraries HtBase, WdTransportLayerLib, WdUtilsLib and QmUtilsLib.")
-# The loader's cache is renewed by the trigger of libc-bin; there is no script to run.
+# The loader's cache is renewed by libc-bin, on its trigger. cpack would add scripts that do it once
+# more and that want a whole system around them; it leaves out those that it is told of, although
+# there are none.
 file(WRITE "${PROJECT_BINARY_DIR}/debian/triggers" "activate-noawait ldconfig\n")
-set(CPACK_DEBIAN_LIBRARIES_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/debian/triggers")
+set(CPACK_DEBIAN_LIBRARIES_PACKAGE_CONTROL_EXTRA
+  "${PROJECT_BINARY_DIR}/debian/triggers"
+  "${PROJECT_BINARY_DIR}/debian/no/postinst"
+  "${PROJECT_BINARY_DIR}/debian/no/postrm")
 
 set(CPACK_DEBIAN_COMMON_PACKAGE_NAME libhtbase-common)
 set(CPACK_DEBIAN_COMMON_PACKAGE_ARCHITECTURE all)
