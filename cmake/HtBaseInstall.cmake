@@ -24,6 +24,9 @@ set(HTBASE_PC_LIBS "")
 set(HTBASE_PC_REQUIRES "")
 if(NOT BUILD_SHARED_LIBS)
   set(HTBASE_PC_LIBS " -pthread")
+  foreach(lLibrary ${CMAKE_DL_LIBS})
+    string(APPEND HTBASE_PC_LIBS " -l${lLibrary}")
+  endforeach()
   if(HTBASE_HAS_LIBUSB)
     set(HTBASE_PC_REQUIRES "Requires: libusb-1.0 >= 1.0.16")
   endif()
@@ -33,10 +36,8 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/htbase.pc"
   DESTINATION "${HTBASE_INSTALL_PKGCONFIGDIR}" COMPONENT development)
 
 # Programs to copy.
-if(EXISTS "${PROJECT_SOURCE_DIR}/Examples")
-  install(DIRECTORY Examples/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples"
-    COMPONENT development)
-endif()
+install(DIRECTORY Examples/ DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples"
+  COMPONENT development)
 
 if(PROJECT_IS_TOP_LEVEL AND BUILD_SHARED_LIBS AND HTBASE_BUILD_TOOLS)
   include(HtBasePackages)

@@ -2,7 +2,8 @@
 
 # Debian's folder for libraries, under every prefix: so an installed tree and the packages look alike,
 # and Debian's compilers, pkg-config and CMake look there.
-if(NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS "/etc/debian_version")
+if(PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_INSTALL_LIBDIR AND CMAKE_LIBRARY_ARCHITECTURE
+    AND EXISTS "/etc/debian_version")
   set(CMAKE_INSTALL_LIBDIR "lib/${CMAKE_LIBRARY_ARCHITECTURE}"
     CACHE PATH "Libraries, relative to the prefix")
 endif()

@@ -26,8 +26,12 @@ read -ra FLAGS <<<"$(pkg-config --cflags --libs htbase)"
 
 start_device "$TOOL"
 for lProgram in Consumer PkgConfigConsumer; do
-    [ ! -e "$LIBRARY_FOLDER/libHtBase.so" ] ||
+    LOCATION=$BUILD # of the code: of the program where the libraries are static
+    if [ -e "$LIBRARY_FOLDER/libHtBase.so" ]; then
+        LOCATION=$LIBRARY_FOLDER
         expect_own_libraries "$BUILD/$lProgram" "$LIBRARY_FOLDER"
-    expect_same "what $lProgram prints" "GigE Vision 2.0" "$("$BUILD/$lProgram" "${DEVICE##*:}")"
+    fi
+    expect_same "what $lProgram prints" "$(realpath "$LOCATION")"$'\n'"GigE Vision 2.0" \
+        "$("$BUILD/$lProgram" "${DEVICE##*:}")"
 done
 "$BUILD/SocketUser"

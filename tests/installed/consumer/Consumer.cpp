@@ -1,4 +1,5 @@
-// Reads the version of the device at 127.0.0.1:PORT, with every header of the libraries included.
+// Prints where HtBase lies and the version of the device at 127.0.0.1:PORT, with every header of the
+// libraries included.
 //
 //     Consumer PORT
 
@@ -9,6 +10,13 @@
 
 int main( int aCount, char** aArguments )
 {
+    HtString lLocation;
+    if ( !HtBinariesLocation( lLocation ).IsOK() )
+    {
+        return 2;
+    }
+    std::printf( "%s\n", lLocation.GetAscii() );
+
     WdUtilsLib::Network::IpAddress lDevice;
     WdUtilsLib::Network::SocketUDP lSocket;
     const int lPort = aCount == 2 ? std::atoi( aArguments[1] ) : 0;
