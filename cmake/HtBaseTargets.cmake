@@ -10,6 +10,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 find_package(Threads REQUIRED)
 include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
 
 add_library(htbase_options INTERFACE)
 target_compile_options(htbase_options INTERFACE
@@ -43,10 +44,43 @@ if(HTBASE_COVERAGE)
   target_link_options(htbase_options INTERFACE --coverage)
 endif()
 
-# htbase_library_version(TARGET): the SONAME of one of the project's libraries.
-function(htbase_library_version aTarget)
+# While the version is 0.x, every minor version may break what is compiled against the one before.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(HTBASE_SOVERSION "0.${PROJECT_VERSION_MINOR}")
+else()
+  set(HTBASE_SOVERSION "${PROJECT_VERSION_MAJOR}")
+endif()
+
+check_linker_flag(CXX
+  "LINKER:--version-script=${PROJECT_SOURCE_DIR}/Libraries/HtBase/HtBase.map"
+  HTBASE_HAS_VERSION_SCRIPT)
+
+# htbase_public_library(TARGET HEADERS folder): one of the project's libraries, as others get it: its
+# SONAME, its headers, the symbols that TARGET.map beside the caller's CMakeLists.txt lets out, and
+# its installation.
+function(htbase_public_library aTarget)
+  cmake_parse_arguments(lArg "" "HEADERS" "" ${ARGN})
+  add_library(HtBase::${aTarget} ALIAS ${aTarget})
+  # Wherever the libraries are moved to, they find one another beside themselves.
   set_target_properties(${aTarget} PROPERTIES
     VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
-  add_library(HtBase::${aTarget} ALIAS ${aTarget})
+    SOVERSION ${HTBASE_SOVERSION}
+    INSTALL_RPATH "$ORIGIN")
+  target_include_directories(${aTarget} PUBLIC
+    "$<BUILD_INTERFACE:${lArg_HEADERS}>"
+    "$<INSTALL_INTERFACE:${HTBASE_INSTALL_INCLUDEDIR}>")
+  if(BUILD_SHARED_LIBS AND HTBASE_HAS_VERSION_SCRIPT)
+    set(lMap "${CMAKE_CURRENT_SOURCE_DIR}/${aTarget}.map")
+    target_link_options(${aTarget} PRIVATE "LINKER:--version-script=${lMap}")
+    set_property(TARGET ${aTarget} APPEND PROPERTY LINK_DEPENDS "${lMap}")
+  endif()
+  if(HTBASE_INSTALL)
+    install(TARGETS ${aTarget} EXPORT HtBaseTargets
+      RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT libraries
+      LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libraries
+      NAMELINK_COMPONENT development
+      ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
+    install(DIRECTORY "${lArg_HEADERS}/" DESTINATION "${HTBASE_INSTALL_INCLUDEDIR}"
+      COMPONENT development FILES_MATCHING PATTERN "*.h")
+  endif()
 endfunction()
