@@ -59,14 +59,15 @@ expect_same "the triggers" "activate-noawait ldconfig" \
 expect_same "the shlibs" "libHtBase $6 $LIBRARIES (>= $VERSION)" \
     "$(dpkg-deb --info "$(package_file "$LIBRARIES")" shlibs | grep HtBase)"
 
-# in_root ARGUMENT...: dpkg on a system of its own that has no packages.
+# in_root ARGUMENT...: dpkg on a system of its own that has no packages. It installs every file, also
+# where this machine is set up to go without man pages and the like.
 ROOT=$WORK/root
 mkdir -p "$ROOT"/var/lib/dpkg/{info,triggers,updates}
 touch "$ROOT/var/lib/dpkg/status"
 in_root()
 {
     PATH=$PATH:/usr/sbin:/sbin dpkg --root="$ROOT" --log="$WORK/packages/dpkg.log" \
-        --force-not-root --force-depends "$@" >"$WORK/packages/log" 2>&1 ||
+        --path-include='/*' --force-not-root --force-depends "$@" >"$WORK/packages/log" 2>&1 ||
         fail "$(cat "$WORK/packages/log")"
 }
 
