@@ -9,7 +9,7 @@ need pkg-config "$COMPILER"
 rm -rf "$WORK/first" "$WORK/moved"
 mkdir -p "$WORK"
 "$CMAKE" -S . -B "$WORK/build" -G Ninja -DCMAKE_CXX_COMPILER="$COMPILER" -DBUILD_SHARED_LIBS=OFF \
-    -DCMAKE_CXX_COMPILER_LAUNCHER="${8-}" -DCMAKE_BUILD_TYPE=None -DHTBASE_BUILD_EXAMPLES=OFF \
+    -DCMAKE_CXX_COMPILER_LAUNCHER="${8-}" -DCMAKE_INSTALL_LIBDIR="$4" -DCMAKE_BUILD_TYPE=None -DHTBASE_BUILD_EXAMPLES=OFF \
     -DHTBASE_BUILD_TESTS=OFF -DHTBASE_BUILD_TOOLS=OFF >"$WORK/log" 2>&1 ||
     fail "$(cat "$WORK/log")"
 "$CMAKE" --build "$WORK/build" >"$WORK/log" 2>&1 || fail "$(cat "$WORK/log")"
