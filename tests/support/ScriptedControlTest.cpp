@@ -31,6 +31,8 @@ void GuardedBuffer::ExpectContents( const Bytes& aContents ) const
 
 ScriptedControlTest::~ScriptedControlTest()
 {
+    // The link ends after this, when what a test's actions refer to has gone.
+    mControl.DoAtClose( nullptr ).DoAtEnd( nullptr );
     HtBaseLib::CapabilitiesU3V::Destroy();
 }
 

@@ -225,7 +225,6 @@ TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceBeforeItClosesTheControlInterfac
             EXPECT_EQ( mLink.GetDevicePath(), PATH );
         } );
     EXPECT_TRUE( mLink.Close().IsOK() );
-    mControl.DoAtClose( nullptr );
     EXPECT_EQ( lCloses, 1 );
 }
 
