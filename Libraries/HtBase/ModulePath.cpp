@@ -24,6 +24,8 @@ const void* GetModule()
     return gModule;
 }
 
+// KEEP: where the separator is a backslash, a forward slash is none, and a root directory has none
+// left.
 bool CutFileName( std::string& aPath, char aSeparator )
 {
     const std::string::size_type lPlace = aPath.find_last_of( aSeparator );
