@@ -157,10 +157,10 @@ private:
     QmUtilsLib::Result RefuseSize( unsigned int aSize, unsigned int aLimit );
     QmUtilsLib::Result FitBuffers( Record* aRecords, unsigned int aCount ) const;
     template <typename Ack>
-    QmUtilsLib::Result Transact( Record& aRecord, Ack& aAck );
+    HTBASE_INTERNAL QmUtilsLib::Result Transact( Record& aRecord, Ack& aAck );
     QmUtilsLib::Result ExamineBoth( const Record* aRecords, void* aReadData, long long aReadSize );
     template <typename Ack>
-    QmUtilsLib::Result Examine( const Record& aRecord, Ack& aAck );
+    HTBASE_INTERNAL QmUtilsLib::Result Examine( const Record& aRecord, Ack& aAck );
 
     std::shared_ptr<WdTransportLayerLib::U3V::DeviceControlInterface> mDCI;
     WdUtilsLib::U3V::U3VGUID mGUID;
