@@ -132,9 +132,10 @@ unsigned int IoStreamRaw::Write( const void* aData, unsigned int aSize, unsigned
         return 0;
     }
     const unsigned int lCopied = GetCopyCount( aSize, aCount );
-    std::copy_n( static_cast<const unsigned char*>( aData ), lCopied, mTarget + mPosition );
+    unsigned char* const lTo = mTarget + mPosition;
     mPosition += lCopied;
     mBytesWritten += lCopied;
+    std::copy_n( static_cast<const unsigned char*>( aData ), lCopied, lTo );
     return lCopied;
 }
 

@@ -1,7 +1,5 @@
 #include "SRecordReader.h"
 
-#include "DfwPayload.h"
-
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -15,14 +13,13 @@ namespace
 // What a byte count counts besides the data: the address and the checksum.
 constexpr unsigned int NOT_DATA = 5;
 
-constexpr unsigned int UNROLLED = 4; // bytes that are decoded between two looks at the count
+constexpr int UNROLLED = 8; // bytes that are decoded between two looks at the count
 
 constexpr std::size_t ADDRESS_SIZE = 4;
 constexpr std::size_t COUNT_AT = 2;
 constexpr std::size_t ADDRESS_AT = 4;
 constexpr std::size_t DATA_AT = 12;
 constexpr std::size_t SHORTEST_USUAL = 14; // a record without data
-constexpr std::size_t LONGEST_END = 2;     // CR LF
 
 // Marks the value of two digits, so that zero is none and values combined with "and" show whether
 // all were.
@@ -71,32 +68,58 @@ unsigned int DecodeInto( const unsigned char* aText, unsigned char* aByte )
     return lValue;
 }
 
-// Decodes aCount bytes; false when not all of the text is digits.
-bool DecodeAll( const unsigned char* aText, unsigned int aCount, unsigned char* aBytes )
+// Decodes the digits up to aEnd; false when not all of the text is digits.
+bool DecodeAll( const unsigned char* aText, const unsigned char* aEnd, unsigned char* aBytes )
 {
     unsigned int lAll = IS_PAIR;
-    for ( ; aCount >= UNROLLED; aCount -= UNROLLED, aText += 2 * UNROLLED, aBytes += UNROLLED )
+    for ( ; aEnd - aText >= 2 * UNROLLED; aText += 2 * UNROLLED, aBytes += UNROLLED )
     {
-        for ( unsigned int lStep = 0; lStep < UNROLLED; ++lStep )
+        for ( int lStep = 0; lStep < UNROLLED; ++lStep )
         {
-            lAll &= DecodeInto( aText + std::size_t{ 2 } * lStep, aBytes + lStep );
+            lAll &= DecodeInto( aText + 2 * lStep, aBytes + lStep );
         }
     }
-    for ( ; aCount > 0; --aCount, aText += 2, ++aBytes )
+    for ( ; aText < aEnd; aText += 2, ++aBytes )
     {
         lAll &= DecodeInto( aText, aBytes );
     }
     return lAll != 0;
 }
 
-std::uint32_t GetAddress( const unsigned char* aBytes )
+// Decodes an address; false when not all of the text is digits.
+bool DecodeAddress( const unsigned char* aText, std::uint32_t& aAddress )
 {
+    unsigned int lAll = IS_PAIR;
     std::uint32_t lAddress = 0;
     for ( std::size_t lIndex = 0; lIndex < ADDRESS_SIZE; ++lIndex )
     {
-        lAddress = lAddress << 8 | aBytes[lIndex];
+        const unsigned int lValue = Decode( aText + 2 * lIndex );
+        lAll &= lValue;
+        lAddress = lAddress << 8 | ( lValue & 0xFF );
     }
-    return lAddress;
+    aAddress = lAddress;
+    return lAll != 0;
+}
+
+// The length of the line at aText, without the line feed, when it begins with "S3" and ends where
+// its byte count says, give or take a CR; otherwise 0.
+std::size_t GetUsualLength( const unsigned char* aText, std::size_t aAvailable )
+{
+    if ( aAvailable <= SHORTEST_USUAL || aText[0] != 'S' || aText[1] != '3' )
+    {
+        return 0;
+    }
+    const unsigned int lByteCount = Decode( aText + COUNT_AT );
+    if ( lByteCount < ( IS_PAIR | NOT_DATA ) )
+    {
+        return 0;
+    }
+    std::size_t lLength = ADDRESS_AT + std::size_t{ 2 } * ( lByteCount & 0xFF );
+    if ( lLength + 1 < aAvailable && aText[lLength] == '\r' )
+    {
+        ++lLength;
+    }
+    return lLength < aAvailable && aText[lLength] == '\n' ? lLength : 0;
 }
 
 } // namespace
@@ -105,7 +128,7 @@ SRecordReader::SRecordReader( std::FILE* aFile, const char* aName, DfwPayloadWri
     : mFile( aFile )
     , mName( aName )
     , mWriter( aWriter )
-    , mBlock( new unsigned char[BLOCK_SIZE] )
+    , mBlock( new unsigned char[MARGIN + BLOCK_SIZE] )
     , mHasFailed( std::ferror( aFile ) != 0 )
 {
 }
@@ -116,8 +139,9 @@ bool SRecordReader::Convert()
 {
     for ( ;; )
     {
-        while ( ConvertUsualLine() )
+        if ( !mHasFailed )
         {
+            ConvertUsualLines();
         }
         const int lEnd = ReadLine();
         // KEEP: a zero byte ends the reading, and the line before it is dropped.
@@ -140,19 +164,33 @@ bool SRecordReader::Convert()
     }
 }
 
-// Takes the next line if it is an S3 record with all its digits and nothing behind them. Otherwise
-// takes nothing and returns false.
-bool SRecordReader::ConvertUsualLine()
+// Takes lines as long as they are S3 records with all their digits and nothing behind them.
+void SRecordReader::ConvertUsualLines()
 {
-    if ( mEnd - mNext <= MAX_LINE + LONGEST_END )
+    do
     {
-        ReadAhead();
-    }
+        if ( mEnd - mNext <= MARGIN )
+        {
+            ReadAhead();
+        }
+    } while ( ConvertUsualLine() );
+}
+
+// Takes nothing and returns false when the next line is another.
+inline bool SRecordReader::ConvertUsualLine()
+{
     const unsigned char* const lText = mBlock.get() + mNext;
-    const std::size_t lLength = GetUsualLength();
-    const auto lByteCount = static_cast<unsigned int>( ( lLength - ADDRESS_AT ) / 2 );
+    const std::size_t lLength = GetUsualLength( lText, mEnd - mNext );
+    if ( lLength == 0 )
+    {
+        return false;
+    }
     // The checksum is decoded as well: a line feed in its place would end the line there.
-    if ( lLength == 0 || !DecodeAll( lText + ADDRESS_AT, lByteCount, mBytes ) )
+    const std::size_t lCount = ( lLength - DATA_AT ) / 2;
+    const unsigned char* const lData = lText + DATA_AT;
+    std::uint32_t lAddress = 0;
+    if ( !DecodeAll( lData, lData + 2 * lCount, mRecord + DfwPayloadWriter::HEADER_SIZE ) ||
+         !DecodeAddress( lText + ADDRESS_AT, lAddress ) )
     {
         return false;
     }
@@ -163,31 +201,8 @@ bool SRecordReader::ConvertUsualLine()
     mUsualLine = lText;
     mUsualLength = lLength;
     mNext += lLength + 1;
-    WriteData( GetAddress( mBytes ), static_cast<int>( lByteCount - NOT_DATA ) );
+    WriteData( lAddress, static_cast<int>( lCount - 1 ) );
     return true;
-}
-
-// The length of the next line, without the line feed, when it begins with "S3" and ends where its
-// byte count says, give or take a CR; otherwise 0.
-std::size_t SRecordReader::GetUsualLength() const
-{
-    const unsigned char* const lText = mBlock.get() + mNext;
-    const std::size_t lAvailable = mEnd - mNext;
-    if ( mHasFailed || lAvailable <= SHORTEST_USUAL || lText[0] != 'S' || lText[1] != '3' )
-    {
-        return 0;
-    }
-    const unsigned int lByteCount = Decode( lText + COUNT_AT );
-    if ( lByteCount < ( IS_PAIR | NOT_DATA ) )
-    {
-        return 0;
-    }
-    std::size_t lLength = ADDRESS_AT + std::size_t{ 2 } * ( lByteCount & 0xFF );
-    if ( lLength + 1 < lAvailable && lText[lLength] == '\r' )
-    {
-        ++lLength;
-    }
-    return lLength < lAvailable && lText[lLength] == '\n' ? lLength : 0;
 }
 
 bool SRecordReader::ConvertLine()
@@ -236,7 +251,8 @@ bool SRecordReader::ConvertDataLine()
             std::printf( "failed reading data byte %d", lIndex );
             return false;
         }
-        mBytes[ADDRESS_SIZE + lPlace] = static_cast<unsigned char>( lByte & 0xFF );
+        mRecord[DfwPayloadWriter::HEADER_SIZE + lPlace] =
+            static_cast<unsigned char>( lByte & 0xFF );
     }
     WriteData( lAddress, lCount );
     return true;
@@ -250,9 +266,7 @@ void SRecordReader::WriteData( std::uint32_t aAddress, int aCount )
     {
         mWriter.WriteAddressRecord( aAddress );
     }
-    // The address has been read out of its bytes; the header goes there.
-    mWriter.WriteDataInPlace( mBytes + ADDRESS_SIZE - DfwPayloadWriter::HEADER_SIZE,
-                              static_cast<unsigned int>( std::max( aCount, 0 ) ) );
+    mWriter.WriteDataInPlace( mRecord, static_cast<unsigned int>( std::max( aCount, 0 ) ) );
     mExpected = aAddress + static_cast<std::uint32_t>( aCount );
 }
 
@@ -292,7 +306,8 @@ int SRecordReader::ReadCharacter()
     return mBlock[mNext++];
 }
 
-// Fills the block up behind what is left in it.
+// Reads a block, and moves what is left of the one before it to its front. Whole blocks go where
+// they belong by one call of the system; any other number would take another way in part.
 void SRecordReader::ReadAhead()
 {
     if ( mHasEnded )
@@ -300,14 +315,13 @@ void SRecordReader::ReadAhead()
         return;
     }
     KeepUsualLine();
-    unsigned char* const lBlock = mBlock.get();
-    std::memmove( lBlock, lBlock + mNext, mEnd - mNext );
-    mEnd -= mNext;
-    mNext = 0;
-    const std::size_t lWanted = BLOCK_SIZE - mEnd;
-    const std::size_t lRead = std::fread( lBlock + mEnd, 1, lWanted, mFile );
-    mEnd += lRead;
-    mHasEnded = lRead < lWanted;
+    const std::size_t lLeft = mEnd - mNext;
+    unsigned char* const lBlock = mBlock.get() + MARGIN;
+    std::memmove( lBlock - lLeft, mBlock.get() + mNext, lLeft );
+    mNext = MARGIN - lLeft;
+    const std::size_t lRead = std::fread( lBlock, 1, BLOCK_SIZE, mFile );
+    mEnd = MARGIN + lRead;
+    mHasEnded = lRead < BLOCK_SIZE;
 }
 
 // Puts the latest usual line where a shorter line after it will look for its tail.

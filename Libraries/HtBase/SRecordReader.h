@@ -1,6 +1,8 @@
 // Reads an S-record file into a firmware payload.
 #pragma once
 
+#include "DfwPayload.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -8,8 +10,6 @@
 
 namespace HtBaseLib
 {
-
-class DfwPayloadWriter;
 
 // SRecordReader converts one S-record file, once.
 //
@@ -30,11 +30,12 @@ public:
 private:
     // S, type, byte count and 255 bytes of two digits each.
     static constexpr std::size_t MAX_LINE = 514;
-    static constexpr std::size_t MAX_BYTES = 255; // address, data and checksum
+    static constexpr std::size_t MAX_BYTES = 251; // data and checksum
     static constexpr std::size_t BLOCK_SIZE = 65536;
+    static constexpr std::size_t MARGIN = MAX_LINE + 2; // the most that a usual line takes, CR LF
 
+    void ConvertUsualLines();
     bool ConvertUsualLine();
-    std::size_t GetUsualLength() const;
     bool ConvertLine();
     bool ConvertDataLine();
     void WriteData( std::uint32_t aAddress, int aCount );
@@ -49,14 +50,18 @@ private:
     DfwPayloadWriter& mWriter;
 
     std::uint32_t mExpected = 0xFFFFFFFF; // the address that needs no address record
-    unsigned char mBytes[MAX_BYTES] = {}; // of the line that is being converted
-    char mLine[MAX_LINE + 1] = {};        // the line buffer, always terminated
+
+    // The data record of the line that is being converted; its header is left to the writer.
+    unsigned char mRecord[DfwPayloadWriter::HEADER_SIZE + MAX_BYTES] = {};
+
+    char mLine[MAX_LINE + 1] = {}; // the line buffer, always terminated
 
     // A usual line that belongs into the line buffer but was not copied yet; it lies in the block.
     const unsigned char* mUsualLine = nullptr;
     std::size_t mUsualLength = 0;
 
-    // The file read ahead. An error is only seen when all before it has been consumed.
+    // The file read ahead: a block, and in front of it what was left of the one before. An error is
+    // only seen when all before it has been consumed.
     std::unique_ptr<unsigned char[]> mBlock;
     std::size_t mNext = 0;
     std::size_t mEnd = 0;

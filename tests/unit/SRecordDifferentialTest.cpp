@@ -230,6 +230,24 @@ TEST( SRecordDifferential, LinesAcrossTheBlocksThatAreReadAtATime )
     }
 }
 
+TEST( SRecordDifferential, LongestLinesAcrossTheBlocksThatAreReadAtATime )
+{
+    // 516 characters each. The shifts leave from a few characters to a whole line at the end of a
+    // block.
+    std::string lText;
+    for ( unsigned int lAddress = 0; lText.size() < 140000; lAddress += 250 )
+    {
+        char lHead[24];
+        std::snprintf( lHead, sizeof( lHead ), "S3FF%08X", lAddress );
+        lText += lHead + std::string( 500, lAddress % 4 == 0 ? '5' : 'A' ) + "12\r\n";
+    }
+    ASSERT_TRUE( ConvertByBoth( lText ).first.mAnswer ) << "the file is not read to its end";
+    for ( std::size_t lShift = 0; lShift < 12; ++lShift )
+    {
+        ExpectSame( "S0" + std::string( lShift, '0' ) + "\n" + lText );
+    }
+}
+
 TEST( SRecordDifferential, LongLinesWithOddTails )
 {
     for ( const std::size_t lLength : { 500U, 513U, 514U, 515U, 516U, 600U, 70000U, 100000U } )
