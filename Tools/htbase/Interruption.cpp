@@ -83,13 +83,14 @@ void Interruption::Watch()
         {
             EndProgram();
         }
-        mRequest.set_value();
         LockScope lLock( mMutex );
         if ( !mAction )
         {
             EndProgram();
         }
         mAction();
+        // Last, since whoever wakes up takes the action away and finds it gone otherwise.
+        mRequest.set_value();
     }
 }
 

@@ -193,7 +193,7 @@ TEST_F( Monitor, PrintsPlainLinesWhereThereIsNoTerminal )
                            "reads, 0 transmit failures" ) ) )
         << lLine;
     lChild->Signal( SIGINT );
-    EXPECT_EQ( lChild->Wait().mStatus, 0 );
+    EXPECT_EQ( lChild->Wait().mStatus, 0 ) << lChild->GetError();
     EXPECT_THAT(
         lChild->GetOutput(),
         ContainsRegex( "\n[0-9]+ reads in [0-9]+\\.[0-9] s, 0 failed, [0-9]+\\.[0-9] values/s "
@@ -211,7 +211,7 @@ TEST_F( Monitor, DrawsOneLineOverAndOverOnATerminal )
     WriteWord( REGISTER, 0x22222222 );
     EXPECT_TRUE( lChild->WaitForOutput( "\r0x22222222  " ) );
     lChild->Signal( SIGINT );
-    EXPECT_EQ( lChild->Wait().mStatus, 0 );
+    EXPECT_EQ( lChild->Wait().mStatus, 0 ) << lChild->GetError();
     const std::string& lOutput = lChild->GetOutput();
     EXPECT_THAT( lOutput,
                  StartsWith( "register 0x0000A000 of " + GetTarget() + ", Ctrl-C ends\n\r" ) );
@@ -236,7 +236,7 @@ TEST_F( Monitor, PrintsLinesOnATerminalThatShowsTheLogToo )
     const auto lChild = Start( Quickly( { "-v" } ), OnATerminal() );
     EXPECT_TRUE( lChild->WaitForOutput( "transmit failures\n" ) );
     lChild->Signal( SIGINT );
-    EXPECT_EQ( lChild->Wait().mStatus, 0 );
+    EXPECT_EQ( lChild->Wait().mStatus, 0 ) << lChild->GetError();
     EXPECT_THAT( lChild->GetOutput(), Not( HasSubstr( "\r" ) ) );
 }
 
