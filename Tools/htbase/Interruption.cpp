@@ -83,13 +83,13 @@ void Interruption::Watch()
         {
             EndProgram();
         }
-        mRequest.set_value();
         LockScope lLock( mMutex );
         if ( !mAction )
         {
             EndProgram();
         }
         mAction();
+        mRequest.set_value(); // at last: whoever waits for it may take the action away
     }
 }
 

@@ -31,7 +31,8 @@ public:
     // Whether a signal has come.
     bool IsRequested() const { return mIsRequested.load(); }
 
-    // Waits until a signal has come, for that many milliseconds at most. Returns whether it has.
+    // Waits until a signal has come and the action has run, for that many milliseconds at most.
+    // Returns whether it has.
     bool WaitFor( long long aMilliseconds ) const;
 
     // Sets what the first signal does; an empty function: there is nothing to clean up. When the
