@@ -12,8 +12,8 @@
 namespace HtBaseTool
 {
 
-// TransferLog counts and measures the transfers of a link that succeeded and logs each at 20000. Safe from any
-// thread.
+// TransferLog counts and measures the transfers of a link that succeeded and logs each at 20000.
+// Safe from any thread.
 class TransferLog
 {
 public:

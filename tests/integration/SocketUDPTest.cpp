@@ -780,6 +780,43 @@ TEST( SocketUDP, CloseMayRunBesideEveryOperation )
     }
 }
 
+// Whoever counts what could not be sent must not count what was only followed by a close.
+TEST( SocketUDP, ASendThatHasLeftIsOkAlsoWhenACloseFollowsAtOnce )
+{
+    constexpr int ROUNDS = 1000;
+    constexpr int SENDS_MAX = 50; // so that the peer has room for all of a round
+    SocketUDP lPeer;
+    ASSERT_TRUE( lPeer.Open( &LOOPBACK ).IsOK() );
+    for ( int lRound = 0; lRound < ROUNDS; ++lRound )
+    {
+        SocketUDP lSocket;
+        ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+        ASSERT_TRUE( lSocket.Connect( LOOPBACK, lPeer.GetLocalPort() ).IsOK() );
+        std::atomic<bool> lIsSending{ false };
+        int lSent = 0;
+        std::thread lSender(
+            [&]
+            {
+                for ( bool lHasLeft = true; lHasLeft && lSent < SENDS_MAX; lIsSending = true )
+                {
+                    lHasLeft = SendText( lSocket, "x" ).IsOK();
+                    lSent += lHasLeft ? 1 : 0;
+                }
+            } );
+        while ( !lIsSending )
+        {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE( lSocket.Close().IsOK() );
+        lSender.join();
+        for ( int lArrived = 0; lArrived < lSent; ++lArrived )
+        {
+            ASSERT_EQ( ReceiveText( lPeer ), "x" );
+        }
+        ASSERT_TRUE( IsSilent( lPeer ) ) << "round " << lRound << ": more has left than was told";
+    }
+}
+
 // A number that is given back may be the next socket's. Who still waits must not hear that one.
 TEST( SocketUDP, NobodyUsesANumberThatHasANewOwner )
 {

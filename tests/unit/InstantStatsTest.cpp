@@ -3,6 +3,7 @@
 #include <InstantStats.h>
 
 #include "support/AllocationCounter.h"
+#include "support/LockCounter.h"
 
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 
@@ -89,6 +90,19 @@ TEST_F( Stats, LogNothingAndAllocateOnlyWhenMade )
     mStats.Reset();
     EXPECT_EQ( TestSupport::GetAllocationCount(), lBefore );
     EXPECT_THAT( lLog.GetEntries(), testing::IsEmpty() );
+}
+
+TEST_F( Stats, LockForReportsAndResetsAndNotForReadings )
+{
+    const unsigned long long lBefore = TestSupport::GetLockCount();
+    Report( 0 );
+    EXPECT_EQ( TestSupport::GetLockCount(), lBefore + 1 );
+    Report( SECOND );
+    EXPECT_EQ( TestSupport::GetLockCount(), lBefore + 2 );
+    Expect( 1.0, 8000.0 ); // asks for both
+    EXPECT_EQ( TestSupport::GetLockCount(), lBefore + 2 );
+    mStats.Reset();
+    EXPECT_EQ( TestSupport::GetLockCount(), lBefore + 3 );
 }
 
 // The figures of a small example, one report after the other.

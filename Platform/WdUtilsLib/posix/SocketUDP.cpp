@@ -154,13 +154,14 @@ Result SendDatagram( const Descriptor& aDescriptor, const void* aData, std::size
             sendto( aDescriptor.GetNumber(), aData, aLength, MSG_NOSIGNAL,
                     reinterpret_cast<const sockaddr*>( aTo ), aTo != nullptr ? sizeof( *aTo ) : 0 );
     } while ( lSent < 0 && errno == EINTR );
-    const int lError = errno;
-    if ( aDescriptor.IsClosed() )
+    if ( lSent >= 0 )
     {
-        return Result::NOT_CONNECTED;
+        return Result::OK; // it has left, whoever closes the socket meanwhile
     }
-    return lSent >= 0 ? Result( Result::OK )
-                      : Result( Result::GENERIC_ERROR, static_cast<unsigned int>( lError ) );
+    const int lError = errno;
+    return aDescriptor.IsClosed()
+               ? Result( Result::NOT_CONNECTED )
+               : Result( Result::GENERIC_ERROR, static_cast<unsigned int>( lError ) );
 }
 
 // Polls until something is there or the time is up, through signals. True: something is there.

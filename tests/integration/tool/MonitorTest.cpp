@@ -318,6 +318,20 @@ TEST_F( Monitor, LeavesOutTheReadsThatASlowOneHasDelayed )
     (void)Finish( *lChild, 0 ); // looked at elsewhere
 }
 
+// Each read takes 200 ms of the 400 until the next. Were the interval that from the end of a read
+// on, there would never be more than one in 600 ms.
+TEST_F( Monitor, CountsTheIntervalFromTheBeginningOfARead )
+{
+    ServeSlowly( 200, 1 );
+    const auto lChild = Start( { ADDRESS, "--interval", "400", "--json" } );
+    (void)ReadUntil( *lChild, // only waited for
+                     []( const Json& aReport ) {
+                         return aReport["reads"].get<long long>() * 600 >
+                                aReport["elapsedMs"].get<long long>() + 600;
+                     } );
+    (void)Finish( *lChild, 0 ); // looked at elsewhere
+}
+
 TEST_F( Monitor, CountsReadsThatFailAndGoesOn )
 {
     WriteWord( REGISTER, 9 );

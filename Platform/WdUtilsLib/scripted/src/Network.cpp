@@ -234,7 +234,7 @@ ScriptedNetwork::~ScriptedNetwork()
     for ( const NetworkState::ExpectedSend& lStep : mState->mSteps )
     {
         ReportFailure( "expected send never came: " +
-                                     Describe( lStep.mBytes.value_or( Bytes() ) ) );
+                       Describe( lStep.mBytes.value_or( Bytes() ) ) );
     }
 }
 

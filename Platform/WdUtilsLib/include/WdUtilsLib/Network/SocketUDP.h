@@ -51,6 +51,7 @@ public:
 
     // Send sends one datagram of aLength bytes (0 is allowed) to the connected peer. When the
     // system refuses it only because an earlier datagram found no receiver, it is sent once more.
+    // OK when it has left, also if the socket was closed meanwhile.
     QmUtilsLib::Result Send( const void* aData, int aLength );
 
     // SendTo sends one datagram to the given address and port.

@@ -1,0 +1,40 @@
+// A signal on its way through the program.
+
+#include "Tools/htbase/Interruption.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+namespace
+{
+
+using HtBaseTool::Interruption;
+
+// Whoever has waited goes on and takes the action away. Without one a signal ends the program at
+// once, so the action must be through by then.
+TEST( Interruption, HasRunItsActionWhenSomebodyHasWaitedForIt )
+{
+    Interruption lInterruption;
+    std::atomic<bool> lHasRun{ false };
+    lInterruption.SetAction(
+        [&lHasRun]
+        {
+            std::this_thread::sleep_for( std::chrono::milliseconds( 50 ) ); // some take their time
+            lHasRun = true;
+        } );
+    EXPECT_FALSE( lInterruption.WaitFor( 0 ) );
+    EXPECT_FALSE( lInterruption.IsRequested() );
+    ASSERT_EQ( kill( getpid(), SIGINT ), 0 );
+    ASSERT_TRUE( lInterruption.WaitFor( 20000 ) );
+    EXPECT_TRUE( lHasRun );
+    EXPECT_TRUE( lInterruption.IsRequested() );
+    lInterruption.SetAction( nullptr );
+}
+
+} // namespace
