@@ -233,7 +233,7 @@ TEST_F( LinkSizingU3VTest, KeepsItsInvariants )
     ExpectLimits( 1024, 1024 );
 }
 
-#if !defined( NDEBUG ) && !defined( __OPTIMIZE__ )
+#if !defined( NDEBUG ) && !defined( HTBASE_LIBRARY_IS_OPTIMISED )
 // No device can make the assertions fire, so the program itself shows that they are there, unless
 // the compiler has seen that as well.
 TEST( LinkSizingU3VAssertions, AreCompiledIn )
