@@ -138,19 +138,17 @@ CapabilitiesGEV::CapabilitiesGEV( EthernetAddress aAddress )
     mValues.mAddress = aAddress;
 }
 
-// KEEP: the mutex and the logger are shared with the source.
 CapabilitiesGEV::CapabilitiesGEV( const CapabilitiesGEV& aOther )
-    : mValues( aOther.mValues )
-    , mInitialized( IsPublished( aOther.mInitialized ) )
-    , mMutex( aOther.mMutex )
-    , mLogger( aOther.mLogger )
 {
+    *this = aOther;
 }
 
+// KEEP: the mutex and the logger are shared with the source.
 CapabilitiesGEV& CapabilitiesGEV::operator=( const CapabilitiesGEV& aOther )
 {
+    const bool lIsInitialized = IsPublished( aOther.mInitialized ); // before what it publishes
     mValues = aOther.mValues;
-    Publish( mInitialized, IsPublished( aOther.mInitialized ) );
+    Publish( mInitialized, lIsInitialized );
     mMutex = aOther.mMutex;
     mLogger = aOther.mLogger;
     return *this;

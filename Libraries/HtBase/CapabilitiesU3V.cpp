@@ -114,19 +114,17 @@ CapabilitiesU3V::CapabilitiesU3V( const U3VGUID& aGUID, unsigned char* /*aUnused
     mValues.mGUID = aGUID;
 }
 
-// KEEP: the mutex and the logger are shared with the source.
 CapabilitiesU3V::CapabilitiesU3V( const CapabilitiesU3V& aOther )
-    : mValues( aOther.mValues )
-    , mInitialized( IsPublished( aOther.mInitialized ) )
-    , mMutex( aOther.mMutex )
-    , mLogger( aOther.mLogger )
 {
+    *this = aOther;
 }
 
+// KEEP: the mutex and the logger are shared with the source.
 CapabilitiesU3V& CapabilitiesU3V::operator=( const CapabilitiesU3V& aOther )
 {
+    const bool lIsInitialized = IsPublished( aOther.mInitialized ); // before what it publishes
     mValues = aOther.mValues;
-    Publish( mInitialized, IsPublished( aOther.mInitialized ) );
+    Publish( mInitialized, lIsInitialized );
     mMutex = aOther.mMutex;
     mLogger = aOther.mLogger;
     return *this;
