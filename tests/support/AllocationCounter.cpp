@@ -9,6 +9,11 @@ namespace
 
 thread_local unsigned long long tCount = 0;
 thread_local unsigned long long tDeleted = 0;
+thread_local unsigned long long tFailed = 0;
+
+// What is to fail: the allocation of that number, and how many of them from there on.
+thread_local unsigned long long tFirstToFail = 0;
+thread_local unsigned long long tLeftToFail = 0;
 
 } // namespace
 
@@ -16,6 +21,12 @@ thread_local unsigned long long tDeleted = 0;
 void* operator new( std::size_t aSize )
 {
     ++tCount;
+    if ( tLeftToFail != 0 && tCount >= tFirstToFail )
+    {
+        --tLeftToFail;
+        ++tFailed;
+        throw std::bad_alloc();
+    }
     void* const lMemory = std::malloc( aSize != 0 ? aSize : 1 );
     if ( lMemory == nullptr )
     {
@@ -50,7 +61,24 @@ unsigned long long GetDeletionCount()
 
 long long GetLiveAllocationCount()
 {
-    return static_cast<long long>( tCount ) - static_cast<long long>( tDeleted );
+    return static_cast<long long>( tCount - tFailed ) - static_cast<long long>( tDeleted );
+}
+
+AllocationFailure::AllocationFailure( unsigned long long aNumber, unsigned long long aCount )
+    : mFailedBefore( tFailed )
+{
+    tFirstToFail = tCount + aNumber;
+    tLeftToFail = aCount;
+}
+
+AllocationFailure::~AllocationFailure()
+{
+    tLeftToFail = 0;
+}
+
+bool AllocationFailure::HasHappened() const
+{
+    return tFailed != mFailedBefore;
 }
 
 } // namespace TestSupport
