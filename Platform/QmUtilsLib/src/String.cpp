@@ -136,6 +136,24 @@ void AppendWide( std::wstring& aText, char32_t aCharacter )
     aText.push_back( static_cast<wchar_t>( aCharacter ) );
 }
 
+// Where a character begins that the end of the text cuts off, or the size of the text. Such a
+// beginning is one replacement at the end of the wide form.
+std::size_t FindCutOff( const std::string& aText )
+{
+    for ( std::size_t lLength = 1; lLength <= 3 && lLength <= aText.size(); ++lLength )
+    {
+        const std::size_t lStart = aText.size() - lLength;
+        const LeadByte lLead = ClassifyLeadByte( static_cast<unsigned char>( aText[lStart] ) );
+        if ( lLead.mFollowing >= static_cast<int>( lLength ) )
+        {
+            std::size_t lPosition = lStart;
+            (void)DecodeUtf8( aText, lPosition );
+            return lPosition == aText.size() ? lStart : aText.size();
+        }
+    }
+    return aText.size();
+}
+
 std::wstring ToWide( const std::string& aText )
 {
     std::wstring lWide;
@@ -172,10 +190,38 @@ String::String( const wchar_t* aText )
     mAscii = ToUtf8( mUnicode );
 }
 
+// Each form is appended to its like, so that what was given stays. Only a character that this text
+// begins is looked at again: each byte that it takes from aOther is one replacement in aOther's
+// wide form. aOther may be this text itself, so nothing is overwritten before it was appended.
 const String& String::operator+=( const String& aOther )
 {
-    mAscii += aOther.mAscii;
-    mUnicode = ToWide( mAscii );
+    const std::size_t lCutOff = FindCutOff( mAscii );
+    const std::size_t lBegun = mAscii.size() - lCutOff;
+    std::wstring lCharacter;
+    std::size_t lSkipped = 0;
+    if ( lBegun != 0 )
+    {
+        const std::string lJoint = mAscii.substr( lCutOff ) + aOther.mAscii.substr( 0, 3 );
+        std::size_t lPosition = 0;
+        AppendWide( lCharacter, DecodeUtf8( lJoint, lPosition ) );
+        // It replaces its beginning; a pair of surrogates also one of those of aOther.
+        lSkipped = lPosition - lBegun + 1 - lCharacter.size();
+    }
+    const std::size_t lSize = mUnicode.size();
+    mUnicode.append( aOther.mUnicode, lSkipped, std::wstring::npos );
+    try
+    {
+        mAscii += aOther.mAscii;
+    }
+    catch ( ... )
+    {
+        mUnicode.resize( lSize );
+        throw;
+    }
+    if ( lBegun != 0 )
+    {
+        mUnicode.replace( lSize - 1, lCharacter.size(), lCharacter ); // in place
+    }
     return *this;
 }
 

@@ -1,3 +1,5 @@
+#include "support/AllocationCounter.h"
+
 #include <QmUtilsLib/String.h>
 
 #include <gtest/gtest.h>
@@ -323,6 +325,119 @@ TEST( PlatformString, AppendsTheBytes )
     EXPECT_STREQ( lString.GetAscii(), "\xC3\xA9t" );
     EXPECT_STREQ( lString.GetUnicode(), L"\u00E9t" ); // the two halves are one character now
     EXPECT_EQ( lString.GetLength(), 2U );
+}
+
+TEST( PlatformString, AppendingNothingChangesNothing )
+{
+    const wchar_t lWide[] = { L'a', 0xD800, 0x110000, 0 };
+    const String lNothing[] = { String(), String( "" ), String( L"" ), String( lWide + 3 ) };
+    for ( const String& lEmpty : lNothing )
+    {
+        String lFromWide( lWide );
+        String lFromNarrow( "a\xE2\x82" );
+        lFromWide += lEmpty;
+        lFromNarrow += lEmpty;
+        EXPECT_STREQ( lFromWide.GetAscii(), "a\xEF\xBF\xBD\xEF\xBF\xBD" );
+        EXPECT_STREQ( lFromWide.GetUnicode(), lWide );
+        EXPECT_STREQ( lFromNarrow.GetAscii(), "a\xE2\x82" );
+        EXPECT_STREQ( lFromNarrow.GetUnicode(), L"a\xFFFD" );
+    }
+}
+
+// Two wide file names, one narrow and one wide: whatever was given is there byte for byte.
+TEST( PlatformString, AppendingKeepsTheGivenForms )
+{
+    const wchar_t lFirst[] = { L'a', 0xD800, 0 };
+    const wchar_t lSecond[] = { 0xDC00, L'b', 0 };
+    String lWide( lFirst );
+    lWide += String( lSecond );
+    EXPECT_EQ( lWide.GetUnicode(), std::wstring( lFirst ) + lSecond );
+    EXPECT_STREQ( lWide.GetAscii(), "a\xEF\xBF\xBD\xEF\xBF\xBD\x62" );
+
+    String lMixed( "\xE9\xE2" );
+    lMixed += String( lSecond );
+    lMixed += String( "\xFF" );
+    EXPECT_EQ( lMixed.GetUnicode(), std::wstring( { BAD, BAD } ) + lSecond + BAD );
+    EXPECT_STREQ( lMixed.GetAscii(), "\xE9\xE2\xEF\xBF\xBD\x62\xFF" );
+
+    String lEmpty;
+    lEmpty += String( lSecond );
+    EXPECT_STREQ( lEmpty.GetUnicode(), lSecond );
+}
+
+// Both forms of a text that was put together are those of the same text in one piece.
+void CheckPieces( const std::vector<std::string>& aPieces )
+{
+    std::string lWhole;
+    String lString;
+    for ( const std::string& lPiece : aPieces )
+    {
+        lString += String( lPiece.c_str() );
+        lWhole += lPiece;
+        ASSERT_EQ( lString.GetAscii(), lWhole );
+        ASSERT_EQ( lString.GetUnicode(), GetExpectedWide( lWhole ) );
+    }
+}
+
+TEST( PlatformString, ACharacterInPiecesIsWholeInTheEnd )
+{
+    for ( const unsigned int lCharacter : { 0xE9U, 0x20ACU, 0xFFFDU, 0x1F4F7U, 0x10FFFFU } )
+    {
+        const std::string lBytes = Encode( lCharacter );
+        for ( std::size_t lCut = 1; lCut < lBytes.size(); ++lCut )
+        {
+            const std::string lRest = lBytes.substr( lCut );
+            ASSERT_NO_FATAL_FAILURE( CheckPieces( { "a" + lBytes.substr( 0, lCut ), lRest } ) );
+            ASSERT_NO_FATAL_FAILURE( CheckPieces( { lBytes.substr( 0, lCut ), lRest + lBytes } ) );
+        }
+        std::vector<std::string> lSingle = { "a" };
+        for ( const char lByte : lBytes + lBytes )
+        {
+            lSingle.emplace_back( 1, lByte );
+        }
+        ASSERT_NO_FATAL_FAILURE( CheckPieces( lSingle ) ) << lCharacter;
+    }
+}
+
+// Every text of up to four bytes from the edges of the list above, cut at every place.
+TEST( PlatformString, MalformedTextInPieces )
+{
+    const std::string lEdges = "\x41\x80\x90\xA0\xC2\xE0\xED\xF0\xF4\xFF";
+    std::vector<std::string> lTexts = { "" };
+    for ( std::size_t lNext = 0; lNext < lTexts.size() && lTexts[lNext].size() < 4; ++lNext )
+    {
+        for ( const char lByte : lEdges )
+        {
+            lTexts.push_back( lTexts[lNext] + lByte );
+        }
+    }
+    for ( const std::string& lText : lTexts )
+    {
+        for ( std::size_t lCut = 1; lCut < lText.size(); ++lCut )
+        {
+            ASSERT_NO_FATAL_FAILURE(
+                CheckPieces( { lText.substr( 0, lCut ), lText.substr( lCut ) } ) );
+        }
+        String lTwice( lText.c_str() );
+        lTwice += lTwice;
+        ASSERT_EQ( lTwice.GetAscii(), lText + lText );
+        ASSERT_EQ( lTwice.GetUnicode(), GetExpectedWide( lText + lText ) );
+    }
+}
+
+// What lies there already is not converted again: memory is taken only as the text doubles.
+TEST( PlatformString, AppendingTouchesWhatIsAppendedOnly )
+{
+    const String lPiece( "\xE2\x82\xAC" );
+    String lString;
+    const unsigned long long lBefore = TestSupport::GetAllocationCount();
+    for ( int lCount = 0; lCount < 10000; ++lCount )
+    {
+        lString += lPiece;
+    }
+    EXPECT_LE( TestSupport::GetAllocationCount() - lBefore, 60U );
+    EXPECT_EQ( lString.GetLength(), 10000U );
+    EXPECT_EQ( lString.GetUnicode(), std::wstring( 10000, 0x20AC ) );
 }
 
 TEST( PlatformString, AppendsItself )

@@ -13,7 +13,9 @@ namespace QmUtilsLib
 // The form that a text was given in is kept byte for byte, since it may be a file name; the other
 // form is converted from it at once, so that const calls are safe from several threads. What is
 // malformed in the given form becomes U+FFFD in the other; a conversion never fails. A text ends at
-// its first zero character. Comparing and appending use the 8-bit form, exact and case-sensitive.
+// its first zero character. Comparing uses the 8-bit form, exact and case-sensitive.
+//
+// Making and changing a text may throw std::bad_alloc; the text is then as it was before.
 class QMUTILSLIB_API String
 {
 public:
@@ -24,7 +26,20 @@ public:
     String( const char* aText );
     String( const wchar_t* aText );
 
-    // Appends the 8-bit form of aOther, which may be this text itself.
+    String( const String& aOther ) = default;
+    String( String&& aOther ) = default;
+
+    // Replaces both forms.
+    String& operator=( String aOther ) noexcept
+    {
+        mAscii.swap( aOther.mAscii );
+        mUnicode.swap( aOther.mUnicode );
+        return *this;
+    }
+
+    // Appends each form of aOther, which may be this text itself, to its like. A UTF-8 character
+    // that this text begins and aOther ends is one character of the wide form afterwards. Takes
+    // time for what is appended, not for what is there.
     const String& operator+=( const String& aOther );
 
     // Compare the 8-bit forms.
