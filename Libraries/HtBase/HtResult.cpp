@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <new>
+#include <utility>
 
 using HtBaseLib::IsPresent;
 using QmUtilsLib::Result;
@@ -166,12 +168,20 @@ void HtResult::SetCode( unsigned int aCode )
 
 void HtResult::SetDescription( const HtString& aDescription )
 {
-    if ( mDescription == nullptr )
+    try
     {
-        mDescription = new HtString( aDescription );
-        return;
+        if ( mDescription == nullptr )
+        {
+            mDescription = new HtString( aDescription );
+            return;
+        }
+        *mDescription = aDescription;
     }
-    *mDescription = aDescription;
+    catch ( const std::bad_alloc& )
+    {
+        // No text is better than that of another failure.
+        delete std::exchange( mDescription, nullptr );
+    }
 }
 
 bool HtResult::IsOK() const
@@ -240,6 +250,5 @@ void HtResult::CopyDescription( const HtResult& aOther )
         SetDescription( *aOther.mDescription );
         return;
     }
-    delete mDescription;
-    mDescription = nullptr;
+    delete std::exchange( mDescription, nullptr );
 }

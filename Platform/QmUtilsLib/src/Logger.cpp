@@ -1,5 +1,7 @@
 #include <QmUtilsLib/Logger.h>
 
+#include "Immortal.h"
+
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/String.h>
 
@@ -7,6 +9,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace QmUtilsLib
@@ -17,40 +20,55 @@ namespace
 
 std::atomic<int> gThreshold{ Logger::QUIET };
 
-// Never destroyed, because exit handlers of others may still log.
 struct SinkHolder
 {
     Mutex mMutex;
     std::shared_ptr<const LogSink> mSink QMUTILSLIB_GUARDED_BY( mMutex );
 };
 
-SinkHolder& GetSinkHolder()
-{
-    static SinkHolder& sHolder = *new SinkHolder;
-    return sHolder;
-}
-
 std::shared_ptr<const LogSink> GetSink()
 {
-    SinkHolder& lHolder = GetSinkHolder();
+    SinkHolder& lHolder = GetImmortal<SinkHolder>();
     LockScope lLock( lHolder.mMutex );
     return lHolder.mSink;
 }
 
-std::string Format( const char* aFormat, va_list aArguments )
+// A message with its arguments put in. A short one needs no heap; a long one for which there is no
+// memory is cut to what a short one may hold.
+class Message
 {
-    va_list lCopy;
-    va_copy( lCopy, aArguments );
-    const int lLength = std::vsnprintf( nullptr, 0, aFormat, lCopy );
-    va_end( lCopy );
-    if ( lLength <= 0 )
+public:
+    Message( const char* aFormat, va_list aArguments )
     {
-        return std::string();
+        va_list lCopy;
+        va_copy( lCopy, aArguments );
+        const int lLength = std::vsnprintf( mShort, sizeof( mShort ), aFormat, lCopy );
+        va_end( lCopy );
+        if ( lLength < 0 )
+        {
+            mShort[0] = '\0';
+        }
+        if ( lLength < static_cast<int>( sizeof( mShort ) ) )
+        {
+            return;
+        }
+        try
+        {
+            mLong.resize( static_cast<std::size_t>( lLength ) );
+            (void)std::vsnprintf( &mLong[0], mLong.size() + 1, aFormat, aArguments );
+        }
+        catch ( const std::bad_alloc& )
+        {
+            // mLong is still empty.
+        }
     }
-    std::string lText( static_cast<std::size_t>( lLength ), '\0' );
-    (void)std::vsnprintf( &lText[0], lText.size() + 1, aFormat, aArguments );
-    return lText;
-}
+
+    const char* GetText() const { return mLong.empty() ? mShort : mLong.c_str(); }
+
+private:
+    char mShort[256];
+    std::string mLong;
+};
 
 } // namespace
 
@@ -74,9 +92,10 @@ void Logger::Log( int aPriority, const char* aUnit, int aLine, const char* aFunc
     }
     va_list lArguments;
     va_start( lArguments, aFormat );
-    const std::string lText = Format( aFormat, lArguments );
+    const Message lMessage( aFormat, lArguments );
     va_end( lArguments );
-    ( *lSink )( { mName.c_str(), aPriority, aUnit, aLine, aFunction, aFormat, lText.c_str() } );
+    ( *lSink )(
+        { mName.c_str(), aPriority, aUnit, aLine, aFunction, aFormat, lMessage.GetText() } );
 }
 
 Result Logger::LogResult( unsigned int aCode, const char* aUnit, int aLine, const char* aFunction,
@@ -84,17 +103,24 @@ Result Logger::LogResult( unsigned int aCode, const char* aUnit, int aLine, cons
 {
     va_list lArguments;
     va_start( lArguments, aFormat );
-    const std::string lText = Format( aFormat, lArguments );
+    const Message lMessage( aFormat, lArguments );
     va_end( lArguments );
     if ( IsPriorityEnabled( FAILURE ) )
     {
         if ( const std::shared_ptr<const LogSink> lSink = GetSink() )
         {
             ( *lSink )(
-                { mName.c_str(), FAILURE, aUnit, aLine, aFunction, aFormat, lText.c_str() } );
+                { mName.c_str(), FAILURE, aUnit, aLine, aFunction, aFormat, lMessage.GetText() } );
         }
     }
-    return Result( aCode, 0, String( lText.c_str() ) );
+    try
+    {
+        return Result( aCode, 0, String( lMessage.GetText() ) );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return Result( aCode );
+    }
 }
 
 void Logger::SetThreshold( int aPriority )
@@ -109,7 +135,7 @@ void Logger::SetSink( LogSink aSink )
     {
         lSink = std::make_shared<const LogSink>( std::move( aSink ) );
     }
-    SinkHolder& lHolder = GetSinkHolder();
+    SinkHolder& lHolder = GetImmortal<SinkHolder>();
     LockScope lLock( lHolder.mMutex );
     lHolder.mSink.swap( lSink );
     // The lock is released before lSink, declared above it, lets the old sink go.

@@ -1,10 +1,13 @@
 #include <QmUtilsLib/Result.h>
 
+#include "Immortal.h"
+
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/String.h>
 
 #include <cstdio>
 #include <map>
+#include <new>
 #include <string>
 
 namespace QmUtilsLib
@@ -32,22 +35,40 @@ constexpr CodeName CODE_NAMES[] = {
     { Result::PENDING, "PENDING" },
 };
 
-// The names of codes without a role. They must outlive every result, so the map is never destroyed
-// and its entries never move or go.
+// The names of codes without a role. They must outlive every result, so none moves or goes.
+struct NumericNames
+{
+    Mutex mMutex;
+    std::map<unsigned int, std::string> mNames QMUTILSLIB_GUARDED_BY( mMutex );
+};
+
+// So many of them are kept, since a program may meet any number of codes.
+constexpr std::size_t MAX_NUMERIC_NAMES = 4096;
+constexpr const char* UNNAMED = "UNNAMED";
+
 const char* GetNumericName( unsigned int aCode )
 {
-    static Mutex& sMutex = *new Mutex;
-    static auto& sNames = *new std::map<unsigned int, std::string>;
-
-    LockScope lLock( sMutex );
-    std::string& lName = sNames[aCode];
-    if ( lName.empty() )
+    NumericNames& lKept = GetImmortal<NumericNames>();
+    LockScope lLock( lKept.mMutex );
+    const auto lFound = lKept.mNames.find( aCode );
+    if ( lFound != lKept.mNames.end() )
     {
-        char lText[16];
-        std::snprintf( lText, sizeof( lText ), "0x%04X", aCode );
-        lName = lText;
+        return lFound->second.c_str();
     }
-    return lName.c_str();
+    if ( lKept.mNames.size() >= MAX_NUMERIC_NAMES )
+    {
+        return UNNAMED;
+    }
+    char lText[16];
+    std::snprintf( lText, sizeof( lText ), "0x%04X", aCode );
+    try
+    {
+        return lKept.mNames.emplace( aCode, lText ).first->second.c_str();
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return UNNAMED;
+    }
 }
 
 } // namespace
@@ -72,16 +93,23 @@ Result::Result( unsigned int aCode, unsigned int aOSCode, const String& aDescrip
     : mCode( aCode )
     , mOSCode( aOSCode )
 {
-    if ( aDescription.GetLength() != 0 )
+    if ( aDescription.GetLength() == 0 )
+    {
+        return;
+    }
+    try
     {
         mDescription = std::make_shared<const String>( aDescription );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        // The code counts more than its text.
     }
 }
 
 const String& Result::GetDescription() const
 {
-    static const String& sEmpty = *new String;
-    return mDescription != nullptr ? *mDescription : sEmpty;
+    return mDescription != nullptr ? *mDescription : GetImmortal<const String>();
 }
 
 const char* Result::GetCodeString() const

@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -189,6 +191,30 @@ TEST( PlatformResult, NamesOutliveTheirResults )
         EXPECT_EQ( Result( lEntry.first ).GetCodeString(), lEntry.second );
         EXPECT_STRNE( lEntry.second, "" );
     }
+}
+
+// A program may ask for the names of all codes that there are.
+TEST( PlatformResult, NamesNoMoreThan4096CodesByTheirNumber )
+{
+    constexpr unsigned int FIRST = 0x20000;
+    std::vector<std::string> lNames;
+    while ( lNames.size() < 6000 )
+    {
+        const auto lCode = FIRST + static_cast<unsigned int>( lNames.size() );
+        lNames.emplace_back( Result( lCode ).GetCodeString() );
+    }
+    const auto lUnnamed = std::find( lNames.begin(), lNames.end(), "UNNAMED" );
+    const auto lCount = static_cast<unsigned int>( lUnnamed - lNames.begin() );
+    EXPECT_LE( lCount, 4096U );
+    EXPECT_GE( lCount, 4096U - 2100U ); // other tests of the process may have asked for some
+    EXPECT_EQ( lNames[1], "0x20001" );
+    EXPECT_EQ( std::set<std::string>( lNames.begin(), lUnnamed ).size(), lCount );
+    EXPECT_EQ( std::set<std::string>( lUnnamed, lNames.end() ).size(), 1U );
+    for ( unsigned int lIndex = 0; lIndex < lNames.size(); ++lIndex )
+    {
+        ASSERT_EQ( Result( FIRST + lIndex ).GetCodeString(), lNames[lIndex] );
+    }
+    EXPECT_STREQ( Result( 0x001E ).GetCodeString(), "TIMEOUT" );
 }
 
 TEST( PlatformResult, CopiesShareTheDescriptionAndOutliveEachOther )

@@ -50,20 +50,22 @@ public:
         QUIET = 0x7FFFFFFF // a threshold above every message
     };
 
-    // A logger of that name (copied). The configuration is kept for loggers of the kit that have
-    // several; here every configuration is the same.
+    // A logger of that name (copied; may throw std::bad_alloc). The configuration is kept for
+    // loggers of the kit that have several; here every configuration is the same.
     Logger( const char* aName, int aConfiguration );
 
     // IsPriorityEnabled tells whether a message of that priority would be wanted: one relaxed
     // atomic load. Ask it before Log, so that nothing is formatted in vain.
     bool IsPriorityEnabled( int aPriority ) const;
 
-    // Log formats the message and hands it to the sink, whatever its priority.
+    // Log formats the message and hands it to the sink, whatever its priority. A message that does
+    // not fit the memory is cut, to 255 characters.
     void Log( int aPriority, const char* aUnit, int aLine, const char* aFunction,
               const char* aFormat, ... ) const QMUTILSLIB_PRINTF( 6, 7 );
 
     // LogResult logs at 40000, if that is enabled, and returns a result with the given code, OS
-    // code 0 and the formatted text as its description.
+    // code 0 and the formatted text as its description; without one where there is no memory for
+    // it.
     Result LogResult( unsigned int aCode, const char* aUnit, int aLine, const char* aFunction,
                       const char* aFormat, ... ) const QMUTILSLIB_PRINTF( 6, 7 );
 
@@ -72,6 +74,7 @@ public:
 
     // SetSink replaces the sink of the process; an empty one silences it. A thread that is already
     // logging may still call the old sink after the return; the old sink object lives until then.
+    // May throw std::bad_alloc; the old sink then stays.
     static void SetSink( LogSink aSink );
 
 private:

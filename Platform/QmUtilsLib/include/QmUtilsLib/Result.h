@@ -41,7 +41,8 @@ public:
     Result( unsigned int aCode );
     Result( unsigned int aCode, unsigned int aOSCode );
 
-    // From all three. The text is copied, never taken as a format.
+    // From all three. The text is copied, never taken as a format. Where there is no memory for it
+    // the result goes without.
     Result( unsigned int aCode, unsigned int aOSCode, const String& aDescription );
 
     // The code, and the operating system's error number.
@@ -53,7 +54,9 @@ public:
     const String& GetDescription() const;
 
     // GetCodeString names the code ("TIMEOUT"); a code whose role nothing tells is named by its
-    // number ("0x0904"). Never null; the text lives as long as the process.
+    // number ("0x0904"). Never null; the text lives as long as the process. So the process keeps
+    // the numbers of the first 4096 such codes; further ones, and those for which there is no
+    // memory, are "UNNAMED".
     const char* GetCodeString() const;
 
     // Code 0. IsOK and IsSuccess are the same.
