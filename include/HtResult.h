@@ -9,6 +9,9 @@
 //
 // Classification, comparison, combination and code names are those of QmUtilsLib::Result. Const
 // operations may run at the same moment on several threads; anything else needs the caller's lock.
+//
+// A result for whose description there is no memory goes without one; its codes hold. Only the
+// operations that return a text may throw std::bad_alloc.
 class [[nodiscard]] HTBASE_API HtResult
 {
 public:
@@ -82,6 +85,19 @@ public:
     bool operator!=( const HtResult& aB ) const;
     bool operator==( unsigned int aB ) const;
     bool operator!=( unsigned int aB ) const;
+
+    // The conversion to text would otherwise make these compile and compare addresses. Put a number
+    // on the right, as in `result == 0`; compare names as texts.
+    friend bool operator==( unsigned int aA, const HtResult& aB ) = delete;
+    friend bool operator!=( unsigned int aA, const HtResult& aB ) = delete;
+    template <class T>
+    friend bool operator==( const T* aA, const HtResult& aB ) = delete;
+    template <class T>
+    friend bool operator!=( const T* aA, const HtResult& aB ) = delete;
+    template <class T>
+    friend bool operator==( const HtResult& aA, const T* aB ) = delete;
+    template <class T>
+    friend bool operator!=( const HtResult& aA, const T* aB ) = delete;
 
     // Accumulates outcomes: a failure keeps its code, anything else takes the other's code unless
     // that is OK. Only the code changes; internal code, OS code and description stay.

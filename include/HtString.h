@@ -14,6 +14,9 @@ class String;
 // into one another and compared (exact, case-sensitive) is told there. Texts that are returned
 // belong to the string and stay valid until it is changed or destroyed. Const operations may run at
 // the same moment on several threads; anything else needs the caller's lock.
+//
+// Making, changing and comparing with a text given as pointer may throw std::bad_alloc; the string
+// is then as it was before.
 class HTBASE_API HtString
 {
 public:
@@ -43,6 +46,13 @@ public:
     bool operator!=( const HtString& aValue ) const;
     bool operator!=( const char* aValue ) const;
     bool operator!=( const wchar_t* aValue ) const;
+
+    // The conversions to pointers would otherwise make these compile and compare addresses. Put a
+    // text given as pointer on the right, as in `text == "abc"`.
+    friend bool operator==( const char* aLeft, const HtString& aRight ) = delete;
+    friend bool operator==( const wchar_t* aLeft, const HtString& aRight ) = delete;
+    friend bool operator!=( const char* aLeft, const HtString& aRight ) = delete;
+    friend bool operator!=( const wchar_t* aLeft, const HtString& aRight ) = delete;
 
     // The 8-bit form, null-terminated, never null.
     operator const char*() const;

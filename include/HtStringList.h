@@ -9,7 +9,8 @@
 //
 // Returned pointers point at the items themselves and stay valid until Clear or destruction; adding
 // further items moves none. Add and Clear park the cursor at the end, so reading starts again with
-// GetFirst after a change. Not copyable. Operations on one list need the caller's lock.
+// GetFirst after a change. Not copyable. Operations on one list need the caller's lock. Making a
+// list and Add may throw std::bad_alloc; the list and its cursor are then as they were before.
 class HTBASE_API HtStringList
 {
 public:
