@@ -45,6 +45,7 @@ using WdTransportLayerLib::U3V::DeviceControlInterface;
 using WdTransportLayerLib::U3V::DeviceEnumerator;
 using WdTransportLayerLib::U3V::DeviceInfo;
 using WdUtilsLib::U3V::U3VGUID;
+using Identity = VirtualUsbDevice::Identity;
 using Kind = FaultU3V::Kind;
 
 constexpr uint64_t MEMORY = 0x00100100;
@@ -211,6 +212,95 @@ TEST_F( OpeningTest, OfADeviceThatWasPluggedInAgainFindsTheNewOne )
     ASSERT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
     EXPECT_EQ( 1U, lAgain->GetClaims() );
     EXPECT_TRUE( Answers( mInterface ) );
+}
+
+// Also where only now the device tells the identity that is asked for.
+TEST_F( OpeningTest, OfTheOpenDeviceAsksForAnIdentityThatCouldNotBeReadBefore )
+{
+    mDevice->SetIdentity( Identity::STALLED );
+    ASSERT_TRUE( Open( mInterface, "1-1", "" ).IsOK() );
+    SetResponseTime( mInterface, 77 );
+    mDevice->SetIdentity( Identity::TOLD );
+    EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
+    EXPECT_TRUE( Open( mInterface, "", GUID ).IsOK() );
+    EXPECT_EQ( static_cast<unsigned int>( ENODEV ),
+               Open( mInterface, "1-1", OTHER_GUID ).GetOSCode() );
+    EXPECT_EQ( 77U, mInterface.GetDCIConfiguration().mMaxDeviceResponseTime );
+    EXPECT_EQ( 1U, mDevice->GetClaims() );
+    EXPECT_TRUE( Answers( mInterface ) );
+}
+
+// What a device that does not tell its identity answers, and what Open makes of it.
+struct Untold
+{
+    Identity mIdentity;
+    unsigned int mCode;
+    int mErrno;
+};
+constexpr Untold UNTOLD[] = { { Identity::STALLED, 0x4000, EPIPE },
+                              { Identity::SILENT, 0x001E, 0 },
+                              { Identity::MALFORMED, 0x4000, EPROTO } };
+
+TEST_F( OpeningTest, TellsWhyAnIdentityCannotBeRead )
+{
+    for ( const Untold& lUntold : UNTOLD )
+    {
+        mDevice->SetIdentity( lUntold.mIdentity );
+        for ( const char* const lPath : { "1-1", "" } )
+        {
+            const Result lResult = Open( mInterface, lPath, GUID );
+            EXPECT_EQ( lUntold.mCode, lResult.GetCode() );
+            EXPECT_EQ( static_cast<unsigned int>( lUntold.mErrno ), lResult.GetOSCode() );
+        }
+        EXPECT_EQ( static_cast<unsigned int>( ENODEV ),
+                   Open( mInterface, "1-2", GUID ).GetOSCode() );
+        EXPECT_EQ( 0U, mDevice->GetClaims() );
+        EXPECT_TRUE( Open( mInterface, "1-1", "" ).IsOK() ); // which does not need it
+        EXPECT_TRUE( mInterface.Close().IsOK() );
+    }
+}
+
+TEST_F( OpeningTest, FindsTheDeviceMeantBehindOneThatDoesNotTellItsIdentity )
+{
+    const auto lSecond = mBus.Plug( MakeConfiguration( OTHER_GUID ), 2 );
+    mDevice->SetIdentity( Identity::STALLED );
+    EXPECT_TRUE( Open( mInterface, "", OTHER_GUID ).IsOK() );
+    EXPECT_EQ( 1U, lSecond->GetClaims() );
+}
+
+TEST_F( OpeningTest, TellsTheFirstFailureOfSeveral )
+{
+    const auto lSecond = mBus.Plug( MakeConfiguration( OTHER_GUID ), 2 );
+    const auto lThird = mBus.Plug( MakeConfiguration( "1AB200000003" ), 3 );
+    lSecond->SetIdentity( Identity::STALLED );
+    lThird->SetIdentity( Identity::SILENT );
+    EXPECT_EQ( static_cast<unsigned int>( EPIPE ),
+               Open( mInterface, "", "1AB200000004" ).GetOSCode() );
+    lSecond->SetIdentity( Identity::SILENT );
+    lThird->SetIdentity( Identity::STALLED );
+    EXPECT_EQ( 0x001EU, Open( mInterface, "", "1AB200000004" ).GetCode() );
+}
+
+TEST_F( OpeningTest, TakesBothEndpointsFromOneInterface )
+{
+    // clang-format off
+    Bytes lHalf = {
+        9, 4, 2, 0, 1, 0xEF, 0x05, 0x00, 0, // a control interface with one endpoint
+        7, 5, 0x03, 2, 0x00, 0x02, 0,       // of 512 bytes
+        6, 48, 0, 0, 0, 0,                  // companion
+    };
+    // clang-format on
+    unsigned int lPort = 2;
+    for ( const uint8_t lEndpoint : { uint8_t{ 0x03 }, uint8_t{ 0x83 } } )
+    {
+        lHalf[11] = lEndpoint;
+        const auto lDevice = mBus.Plug( MakeConfiguration( OTHER_GUID ), lPort, lHalf );
+        ASSERT_TRUE( Open( mInterface, lDevice->GetPath().c_str(), OTHER_GUID ).IsOK() );
+        EXPECT_EQ( 1U, lDevice->GetClaims() );
+        EXPECT_TRUE( Answers( mInterface ) );
+        EXPECT_EQ( 1024U, lDevice->GetTransfers().back().mRoom );
+        ++lPort;
+    }
 }
 
 TEST_F( OpeningTest, IsRefusedWhileAnotherHasTheDevice )
@@ -807,6 +897,34 @@ TEST_F( ClosingTest, FromAnotherThreadEndsATalkAtOnce )
     EXPECT_EQ( 0x0017U, lResult.GetCode() );
     EXPECT_LT( Thread::GetTickCount() - lStart, LONG_MS / 2 );
     OpenDevice();
+    EXPECT_TRUE( Answers( mInterface ) );
+}
+
+TEST_F( ClosingTest, IsWaitedForByAnOpeningOfTheSameDevice )
+{
+    OpenDevice();
+    mDevice->HoldReleases();
+    std::thread lCloser( [this] { EXPECT_TRUE( mInterface.Close().IsOK() ); } );
+    EXPECT_TRUE( mDevice->WaitForRelease() );
+    std::atomic<bool> lIsOpened{ false };
+    std::thread lOpener(
+        [this, &lIsOpened]
+        {
+            EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
+            lIsOpened = true;
+        } );
+    // The time in which one that does not wait meets the claim.
+    const long long lStart = Thread::GetTickCount();
+    while ( !lIsOpened && Thread::GetTickCount() - lStart < 200 )
+    {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE( lIsOpened );
+    mDevice->LetReleasesGo();
+    lCloser.join();
+    lOpener.join();
+    EXPECT_TRUE( mInterface.IsOpened() );
+    EXPECT_EQ( 1U, mDevice->GetClaims() );
     EXPECT_TRUE( Answers( mInterface ) );
 }
 

@@ -40,6 +40,8 @@ namespace
 constexpr uint8_t CONTROL_INTERFACE = 0;
 constexpr uint8_t DESCRIPTOR_DEVICE = 1;
 constexpr uint8_t DESCRIPTOR_CONFIGURATION = 2;
+constexpr uint8_t DESCRIPTOR_STRING = 3;
+constexpr uint8_t IDENTITY_TEXT = 4; // index of its string descriptor
 
 int64_t GetNowMs()
 {
@@ -122,7 +124,23 @@ struct Host
 {
     std::list<Urb> mUrbs; // in order of submission; completed ones in that of reaping
     std::set<unsigned int> mClaimed;
+    bool mIsGone = false; // what it has opened is there no more
 };
+
+bool WaitFor( const std::function<bool()>& aCondition )
+{
+    constexpr int64_t LIMIT_MS = 10000;
+    const int64_t lEnd = GetNowMs() + LIMIT_MS;
+    while ( !aCondition() )
+    {
+        if ( GetNowMs() > lEnd )
+        {
+            return false;
+        }
+        std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+    }
+    return true;
+}
 
 } // namespace
 
@@ -152,8 +170,15 @@ public:
     bool mIsDriverBound = false;
     unsigned int mClears = 0;
     std::vector<Transfer> mTransfers;
+    Identity mIdentity = Identity::TOLD;
+    int mRefusal = 0; // of the next bulk transfer, 0: none
+    bool mIsHoldingReleases = false;
+    std::vector<UMockdevIoctlClient*> mReleasing; // owned
+
+    void LetReleasesGo();
 
 private:
+    bool Hold( UMockdevIoctlClient* aClient );
     Answer Handle( UMockdevIoctlClient* aClient );
     void Forget( UMockdevIoctlClient* aClient );
     Answer Dispatch( Host& aHost, unsigned long aRequest, UMockdevIoctlData* aArgument );
@@ -176,6 +201,36 @@ Answer VirtualUsbDevice::Implementation::Handle( UMockdevIoctlClient* aClient )
     const std::lock_guard<std::mutex> lLock( mMutex );
     return Dispatch( mHosts[aClient], umockdev_ioctl_client_get_request( aClient ),
                      umockdev_ioctl_client_get_arg( aClient ) );
+}
+
+// Whether the answer has to wait.
+bool VirtualUsbDevice::Implementation::Hold( UMockdevIoctlClient* aClient )
+{
+    const std::lock_guard<std::mutex> lLock( mMutex );
+    if ( !mIsHoldingReleases ||
+         umockdev_ioctl_client_get_request( aClient ) != USBDEVFS_RELEASEINTERFACE )
+    {
+        return false;
+    }
+    g_object_ref( aClient );
+    mReleasing.push_back( aClient );
+    return true;
+}
+
+void VirtualUsbDevice::Implementation::LetReleasesGo()
+{
+    std::vector<UMockdevIoctlClient*> lReleasing;
+    {
+        const std::lock_guard<std::mutex> lLock( mMutex );
+        mIsHoldingReleases = false;
+        lReleasing.swap( mReleasing );
+    }
+    for ( UMockdevIoctlClient* const lClient : lReleasing )
+    {
+        const Answer lAnswer = Handle( lClient );
+        umockdev_ioctl_client_complete( lClient, lAnswer.mResult, lAnswer.mErrno );
+        g_object_unref( lClient );
+    }
 }
 
 void VirtualUsbDevice::Implementation::Forget( UMockdevIoctlClient* aClient )
@@ -209,7 +264,7 @@ Answer VirtualUsbDevice::Implementation::Dispatch( Host& aHost, unsigned long aR
                   sizeof( CAPABILITIES ) );
         return {};
     }
-    if ( mDevice.IsGone() )
+    if ( mDevice.IsGone() || aHost.mIsGone )
     {
         return Fail( ENODEV );
     }
@@ -317,6 +372,10 @@ Answer VirtualUsbDevice::Implementation::Submit( Host& aHost, UMockdevIoctlData*
     {
         Control( lUrb );
     }
+    else if ( mRefusal != 0 )
+    {
+        return Fail( std::exchange( mRefusal, 0 ) );
+    }
     else if ( lUrb.mType != USBDEVFS_URB_TYPE_BULK ||
               aHost.mClaimed.count(
                   lUrb.mEndpoint == Simulators::EndpointU3V::STREAM_IN ? 1 : 0 ) == 0 )
@@ -346,11 +405,21 @@ void VirtualUsbDevice::Implementation::Control( Urb& aUrb )
     {
         return;
     }
-    const auto lDescriptor =
+    auto lDescriptor =
         Simulators::GetDescriptor( mDevice.GetConfiguration(), lSetup[3], lSetup[2] );
-    if ( !lDescriptor.has_value() )
+    const bool lIsIdentity = lSetup[3] == DESCRIPTOR_STRING && lSetup[2] == IDENTITY_TEXT;
+    if ( lIsIdentity && mIdentity == Identity::SILENT )
+    {
+        aUrb.mIsCompleted = false;
+        return;
+    }
+    if ( !lDescriptor.has_value() || ( lIsIdentity && mIdentity == Identity::STALLED ) )
     {
         return;
+    }
+    if ( lIsIdentity && mIdentity == Identity::MALFORMED )
+    {
+        lDescriptor->at( 1 ) = DESCRIPTOR_DEVICE;
     }
     const size_t lSize = std::min( lDescriptor->size(), aUrb.mRoom - SETUP_SIZE );
     PutBytes( aUrb.mBuffer.get(), SETUP_SIZE, lDescriptor->data(), lSize );
@@ -401,7 +470,7 @@ void VirtualUsbDevice::Implementation::Progress( Host& aHost )
         {
             continue;
         }
-        if ( mDevice.IsGone() )
+        if ( mDevice.IsGone() || aHost.mIsGone )
         {
             lUrb.mIsCompleted = true;
             lUrb.mStatus = -ESHUTDOWN;
@@ -420,7 +489,7 @@ Answer VirtualUsbDevice::Implementation::Reap( Host& aHost, UMockdevIoctlData* a
                                     []( const Urb& aUrb ) { return aUrb.mIsCompleted; } );
     if ( lUrb == aHost.mUrbs.end() )
     {
-        return Fail( mDevice.IsGone() ? ENODEV : EAGAIN );
+        return Fail( mDevice.IsGone() || aHost.mIsGone ? ENODEV : EAGAIN );
     }
     PutBytes( lUrb->mData.get(), offsetof( usbdevfs_urb, status ), &lUrb->mStatus,
               sizeof( lUrb->mStatus ) );
@@ -450,6 +519,10 @@ Answer VirtualUsbDevice::Implementation::Discard( Host& aHost, UMockdevIoctlData
 gboolean VirtualUsbDevice::Implementation::OnIoctl( UMockdevIoctlBase* /*aBase*/,
                                                     UMockdevIoctlClient* aClient, gpointer aDevice )
 {
+    if ( static_cast<Implementation*>( aDevice )->Hold( aClient ) )
+    {
+        return TRUE;
+    }
     const Answer lAnswer = static_cast<Implementation*>( aDevice )->Handle( aClient );
     if ( lAnswer.mErrno == EAGAIN )
     {
@@ -493,6 +566,50 @@ void VirtualUsbDevice::Use( const std::function<void( VirtualDeviceU3V& )>& aUse
 void VirtualUsbDevice::Inject( const FaultU3V& aFault )
 {
     Use( [&aFault]( VirtualDeviceU3V& aDevice ) { aDevice.Inject( aFault ); } );
+}
+
+void VirtualUsbDevice::SetIdentity( Identity aIdentity )
+{
+    const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+    mThis->mIdentity = aIdentity;
+}
+
+void VirtualUsbDevice::RefuseTransfer( int aErrno )
+{
+    const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+    mThis->mRefusal = aErrno;
+}
+
+void VirtualUsbDevice::Replug()
+{
+    const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+    mThis->mDevice = VirtualDeviceU3V( mThis->mDevice.GetConfiguration() );
+    for ( auto& lHost : mThis->mHosts )
+    {
+        lHost.second.mIsGone = true;
+        lHost.second.mClaimed.clear();
+    }
+}
+
+void VirtualUsbDevice::HoldReleases()
+{
+    const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+    mThis->mIsHoldingReleases = true;
+}
+
+void VirtualUsbDevice::LetReleasesGo()
+{
+    mThis->LetReleasesGo();
+}
+
+bool VirtualUsbDevice::WaitForRelease() const
+{
+    return WaitFor(
+        [this]
+        {
+            const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+            return !mThis->mReleasing.empty();
+        } );
 }
 
 void VirtualUsbDevice::BindDriver()
@@ -539,17 +656,7 @@ unsigned int VirtualUsbDevice::GetReaders() const
 
 bool VirtualUsbDevice::WaitForReader() const
 {
-    constexpr int64_t LIMIT_MS = 10000;
-    const int64_t lEnd = GetNowMs() + LIMIT_MS;
-    while ( GetReaders() == 0 )
-    {
-        if ( GetNowMs() > lEnd )
-        {
-            return false;
-        }
-        std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
-    }
-    return true;
+    return WaitFor( [this] { return GetReaders() != 0; } );
 }
 
 std::vector<VirtualUsbDevice::Transfer> VirtualUsbDevice::GetTransfers() const
@@ -564,7 +671,8 @@ public:
     std::string AddToSystem( const std::string& aName, const std::string& aParent,
                              const Bytes& aDescriptors );
     std::shared_ptr<VirtualUsbDevice> Plug( const ConfigurationU3V& aConfiguration,
-                                            const std::string& aPath, const std::string& aParent );
+                                            const std::string& aPath, const std::string& aParent,
+                                            const Bytes& aInterface = {} );
     void Detach( const std::shared_ptr<VirtualUsbDevice>& aDevice );
 
     UMockdevTestbed* mTestbed = nullptr;
@@ -583,6 +691,18 @@ Bytes MakeHubDescriptors()
              9,  2, 25,   0,    1, 1, 0, 0xE0, 0,                                  // configuration
              9,  4, 0,    0,    1, 9, 0, 0,    0,                                  // interface
              7,  5, 0x81, 3,    4, 0, 12 };                                        // endpoint
+}
+
+// The configuration with one interface more, in front of the others.
+Bytes PutInFront( const Bytes& aInterface, Bytes aConfiguration )
+{
+    constexpr std::ptrdiff_t HEADER_SIZE = 9;
+    aConfiguration.insert( aConfiguration.begin() + HEADER_SIZE, aInterface.begin(),
+                           aInterface.end() );
+    aConfiguration[2] = static_cast<uint8_t>( aConfiguration.size() & 0xFF );
+    aConfiguration[3] = static_cast<uint8_t>( aConfiguration.size() >> 8 );
+    aConfiguration[4] = static_cast<uint8_t>( aConfiguration[4] + ( aInterface.empty() ? 0 : 1 ) );
+    return aConfiguration;
 }
 
 std::string FormatHex( const Bytes& aBytes )
@@ -634,11 +754,13 @@ std::string VirtualUsbBus::Implementation::AddToSystem( const std::string& aName
 
 std::shared_ptr<VirtualUsbDevice>
 VirtualUsbBus::Implementation::Plug( const ConfigurationU3V& aConfiguration,
-                                     const std::string& aPath, const std::string& aParent )
+                                     const std::string& aPath, const std::string& aParent,
+                                     const Bytes& aInterface )
 {
     auto lState = std::make_unique<VirtualUsbDevice::Implementation>( aConfiguration, aPath );
     Bytes lDescriptors = *Simulators::GetDescriptor( aConfiguration, DESCRIPTOR_DEVICE, 0 );
-    const Bytes lMore = *Simulators::GetDescriptor( aConfiguration, DESCRIPTOR_CONFIGURATION, 0 );
+    const Bytes lMore = PutInFront(
+        aInterface, *Simulators::GetDescriptor( aConfiguration, DESCRIPTOR_CONFIGURATION, 0 ) );
     lDescriptors.insert( lDescriptors.end(), lMore.begin(), lMore.end() );
     lState->mHandler = umockdev_ioctl_base_new();
     g_signal_connect( lState->mHandler, "handle-ioctl",
@@ -691,9 +813,10 @@ VirtualUsbBus::~VirtualUsbBus()
 }
 
 std::shared_ptr<VirtualUsbDevice> VirtualUsbBus::Plug( const ConfigurationU3V& aConfiguration,
-                                                       unsigned int aPort )
+                                                       unsigned int aPort, const Bytes& aInterface )
 {
-    return mThis->Plug( aConfiguration, "1-" + std::to_string( aPort ), mThis->mRootHub );
+    return mThis->Plug( aConfiguration, "1-" + std::to_string( aPort ), mThis->mRootHub,
+                        aInterface );
 }
 
 std::shared_ptr<VirtualUsbDevice>

@@ -31,9 +31,11 @@ public:
     VirtualUsbBus( const VirtualUsbBus& ) = delete;
     VirtualUsbBus& operator=( const VirtualUsbBus& ) = delete;
 
-    // Plugs a device in at a port of the root hub. It gets the next address.
+    // Plugs a device in at a port of the root hub. It gets the next address. aInterface holds the
+    // descriptors of an interface that it has in front of its own, or nothing.
     std::shared_ptr<VirtualUsbDevice> Plug( const Simulators::ConfigurationU3V& aConfiguration,
-                                            unsigned int aPort );
+                                            unsigned int aPort,
+                                            const Simulators::Bytes& aInterface = {} );
 
     // Plugs a device in at a port of a hub at a port of the root hub.
     std::shared_ptr<VirtualUsbDevice>
@@ -61,6 +63,15 @@ public:
         unsigned int mRoom = 0; // of an IN transfer, as the host asked for it
     };
 
+    // How the device answers when it is asked for the text of its identity.
+    enum class Identity
+    {
+        TOLD,
+        STALLED,
+        SILENT,
+        MALFORMED // no string descriptor
+    };
+
     ~VirtualUsbDevice();
 
     VirtualUsbDevice( const VirtualUsbDevice& ) = delete;
@@ -75,6 +86,23 @@ public:
     // Runs aUse on the simulated device while nobody else does.
     void Use( const std::function<void( Simulators::VirtualDeviceU3V& )>& aUse );
     void Inject( const Simulators::FaultU3V& aFault );
+
+    // From now on; TOLD at first.
+    void SetIdentity( Identity aIdentity );
+
+    // The system does not take the next bulk transfer of a host: that errno value.
+    void RefuseTransfer( int aErrno );
+
+    // The device was unplugged and plugged in again, and has the same address: hosts that have
+    // opened it find it gone, and others find a new one.
+    void Replug();
+
+    // From now on a host that gives the control interface back waits, until LetReleasesGo.
+    void HoldReleases();
+    void LetReleasesGo();
+
+    // Waits until a host waits for that; false after 10 s.
+    bool WaitForRelease() const;
 
     // A kernel driver holds the control interface, or not.
     void BindDriver();

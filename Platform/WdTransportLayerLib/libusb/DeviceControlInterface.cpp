@@ -49,19 +49,30 @@ Result MakeNotFound( const Wanted& aWanted )
     return Result( Result::GENERIC_ERROR, ENODEV, String( lDescription.c_str() ) );
 }
 
-// Claims the device if it is what is wanted. Null with OK: it is another one.
-EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted, Result& aResult )
+// Claims the device if it is what is wanted; gives aCurrent back where that has it. Null and why,
+// and null with OK where it is another one.
+EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted,
+                     const EndpointPointer& aCurrent, Result& aResult )
 {
+    const bool lIsCurrent = aCurrent != nullptr && aCurrent->IsAlive( aDevice );
+    if ( lIsCurrent && aWanted.Fits( aCurrent->GetGUID() ) )
+    {
+        return aCurrent;
+    }
     HandlePointer lHandle = OpenHandle( aDevice, aResult );
     if ( lHandle == nullptr )
     {
         return nullptr;
     }
-    TextReader lReader( lHandle );
-    const U3VGUID lGUID = ReadGUID( aDevice, lReader );
-    return aWanted.Fits( lGUID )
-               ? ControlEndpoint::Claim( aDevice, std::move( lHandle ), lGUID, aResult )
-               : nullptr;
+    U3VGUID lGUID;
+    aResult = TextReader( aDevice, lHandle ).ReadGUID( lGUID );
+    if ( !aWanted.Fits( lGUID ) )
+    {
+        return nullptr;
+    }
+    // The current one may have been opened when its identity could not be read.
+    return lIsCurrent ? aCurrent
+                      : ControlEndpoint::Claim( aDevice, std::move( lHandle ), lGUID, aResult );
 }
 
 // Opens what is wanted of those; gives aCurrent back where that is it. Null and why.
@@ -76,12 +87,7 @@ EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted&
         {
             continue;
         }
-        if ( aCurrent != nullptr && aCurrent->IsAlive( lDevice ) &&
-             aWanted.Fits( aCurrent->GetGUID() ) )
-        {
-            return aCurrent;
-        }
-        if ( const EndpointPointer lEndpoint = Try( lDevice, aWanted, aResult ) )
+        if ( const EndpointPointer lEndpoint = Try( lDevice, aWanted, aCurrent, aResult ) )
         {
             return lEndpoint;
         }
@@ -119,6 +125,13 @@ public:
         return mEndpoint;
     }
 
+    // The open one. Waits until one that is being closed has been given back.
+    EndpointPointer AwaitEndpoint() const
+    {
+        LockScope lLock( mClosing );
+        return GetEndpoint();
+    }
+
     // Gives back the one that it replaces; what was configured belonged to that.
     EndpointPointer Exchange( EndpointPointer aEndpoint )
     {
@@ -143,7 +156,8 @@ public:
         return mConfiguration;
     }
 
-    Mutex mOpening; // one Open at a time
+    Mutex mOpening;         // one Open at a time
+    mutable Mutex mClosing; // until what Close takes away has been given back
 
 private:
     mutable Mutex mMutex;
@@ -169,7 +183,7 @@ Result DeviceControlInterface::Open( String& aDevicePath, const U3VGUID& aGUID, 
         return Result( Result::GENERIC_ERROR, EINVAL );
     }
     LockScope lLock( mThis->mOpening );
-    const EndpointPointer lCurrent = mThis->GetEndpoint();
+    const EndpointPointer lCurrent = mThis->AwaitEndpoint();
     Result lResult;
     const EndpointPointer lEndpoint = OpenEndpoint( lWanted, lCurrent, lResult );
     if ( lEndpoint == nullptr )
@@ -189,6 +203,7 @@ Result DeviceControlInterface::Open( String& aDevicePath, const U3VGUID& aGUID, 
 
 Result DeviceControlInterface::Close()
 {
+    LockScope lLock( mThis->mClosing );
     if ( const EndpointPointer lEndpoint = mThis->Exchange( nullptr ) )
     {
         lEndpoint->Shut();

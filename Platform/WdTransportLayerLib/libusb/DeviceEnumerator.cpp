@@ -48,11 +48,12 @@ void ReadTexts( const UsbDevice& aDevice, const HandlePointer& aHandle, DeviceIn
         { Text::SERIAL_NUMBER, &DeviceInfo::mSerialNumber },
         { Text::USER_DEFINED_NAME, &DeviceInfo::mUserDefinedName },
     };
-    TextReader lReader( aHandle );
-    aInfo.mGUID = ReadGUID( aDevice, lReader );
+    TextReader lReader( aDevice, aHandle );
+    // What cannot be read is left empty.
+    (void)lReader.ReadGUID( aInfo.mGUID );
     for ( const Place& lPlace : PLACES )
     {
-        aInfo.*lPlace.mMember = lReader.Read( aDevice.GetTextIndex( lPlace.mText ) );
+        (void)lReader.Read( lPlace.mText, aInfo.*lPlace.mMember );
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <tuple>
 #include <utility>
 
@@ -62,6 +63,8 @@ bool IsBulk( const libusb_endpoint_descriptor& aEndpoint )
 // False where a bulk endpoint is missing.
 bool TakeEndpoints( const libusb_interface_descriptor& aInterface, UsbDevice& aDevice )
 {
+    aDevice.mEndpointIn = 0;
+    aDevice.mEndpointOut = 0;
     for ( uint8_t lIndex = 0; lIndex < aInterface.bNumEndpoints; ++lIndex )
     {
         const libusb_endpoint_descriptor& lEndpoint = aInterface.endpoint[lIndex];
@@ -190,53 +193,60 @@ HandlePointer OpenHandle( const UsbDevice& aDevice, Result& aResult )
                           : nullptr;
 }
 
-TextReader::TextReader( HandlePointer aHandle )
-    : mHandle( std::move( aHandle ) )
+TextReader::TextReader( const UsbDevice& aDevice, HandlePointer aHandle )
+    : mDevice( aDevice )
+    , mHandle( std::move( aHandle ) )
 {
 }
 
-std::optional<std::vector<unsigned char>> TextReader::ReadDescriptor( uint8_t aIndex,
-                                                                      uint16_t aLanguage )
+Result TextReader::ReadDescriptor( uint8_t aIndex, uint16_t aLanguage,
+                                   std::vector<unsigned char>& aBytes )
 {
-    std::vector<unsigned char> lBytes( StringDescriptor::MAX_SIZE );
+    aBytes.resize( StringDescriptor::MAX_SIZE );
     const int lCount = libusb_control_transfer(
         mHandle.get(), LIBUSB_ENDPOINT_IN, LIBUSB_REQUEST_GET_DESCRIPTOR,
-        static_cast<uint16_t>( ( LIBUSB_DT_STRING << 8 ) | aIndex ), aLanguage, lBytes.data(),
-        static_cast<uint16_t>( lBytes.size() ), TEXT_TIMEOUT );
-    if ( lCount < 0 )
-    {
-        return std::nullopt;
-    }
-    lBytes.resize( static_cast<std::size_t>( lCount ) );
-    return lBytes;
+        static_cast<uint16_t>( ( LIBUSB_DT_STRING << 8 ) | aIndex ), aLanguage, aBytes.data(),
+        static_cast<uint16_t>( aBytes.size() ), TEXT_TIMEOUT );
+    aBytes.resize( static_cast<std::size_t>( std::max( lCount, 0 ) ) );
+    return MakeUsbResult( lCount, mDevice.mPath );
 }
 
-std::string TextReader::Read( uint8_t aIndex )
+Result TextReader::Read( UsbDevice::Text aText, std::string& aValue )
 {
-    if ( aIndex == 0 )
+    aValue.clear();
+    const uint8_t lIndex = mDevice.GetTextIndex( aText );
+    if ( lIndex == 0 )
     {
-        return std::string();
+        return Result::OK;
     }
+    std::vector<unsigned char> lBytes;
     StringDescriptor lDescriptor;
     if ( !mLanguage.has_value() )
     {
-        const auto lLanguages = ReadDescriptor( 0, 0 );
         // A device that tells no language is asked in language 0.
-        (void)lDescriptor.Attach( lLanguages ? lLanguages->data() : nullptr,
-                                  lLanguages ? lLanguages->size() : 0 );
+        (void)ReadDescriptor( 0, 0, lBytes );
+        (void)lDescriptor.Attach( lBytes.data(), lBytes.size() );
         mLanguage = lDescriptor.GetLanguage();
     }
-    const auto lBytes = ReadDescriptor( aIndex, *mLanguage );
-    if ( !lBytes.has_value() || !lDescriptor.Attach( lBytes->data(), lBytes->size() ).IsOK() )
+    const Result lResult = ReadDescriptor( lIndex, *mLanguage, lBytes );
+    if ( !lResult.IsOK() )
     {
-        return std::string();
+        return lResult;
     }
-    return lDescriptor.GetText().GetAscii();
+    if ( !lDescriptor.Attach( lBytes.data(), lBytes.size() ).IsOK() )
+    {
+        return MakeFailure( EPROTO, mDevice.mPath );
+    }
+    aValue = lDescriptor.GetText().GetAscii();
+    return Result::OK;
 }
 
-U3VGUID ReadGUID( const UsbDevice& aDevice, TextReader& aReader )
+Result TextReader::ReadGUID( U3VGUID& aGUID )
 {
-    return U3VGUID( aReader.Read( aDevice.GetTextIndex( UsbDevice::Text::GUID ) ).c_str() );
+    std::string lText;
+    const Result lResult = Read( UsbDevice::Text::GUID, lText );
+    aGUID = U3VGUID( lText.c_str() );
+    return lResult;
 }
 
 } // namespace U3V

@@ -62,20 +62,23 @@ HandlePointer OpenHandle( const UsbDevice& aDevice, QmUtilsLib::Result& aResult 
 class TextReader
 {
 public:
-    explicit TextReader( HandlePointer aHandle );
+    // aDevice is borrowed.
+    TextReader( const UsbDevice& aDevice, HandlePointer aHandle );
 
-    // The text, UTF-8; empty for index 0 and where it cannot be read.
-    std::string Read( uint8_t aIndex );
+    // Gives the text, UTF-8; an empty one where the device has none, and where it cannot be read.
+    QmUtilsLib::Result Read( UsbDevice::Text aText, std::string& aValue );
+
+    // Gives the identity; an empty one as above, and where the text is none.
+    QmUtilsLib::Result ReadGUID( WdUtilsLib::U3V::U3VGUID& aGUID );
 
 private:
-    std::optional<std::vector<unsigned char>> ReadDescriptor( uint8_t aIndex, uint16_t aLanguage );
+    QmUtilsLib::Result ReadDescriptor( uint8_t aIndex, uint16_t aLanguage,
+                                       std::vector<unsigned char>& aBytes );
 
-    HandlePointer mHandle;
+    const UsbDevice& mDevice;
+    const HandlePointer mHandle;
     std::optional<uint16_t> mLanguage; // asked for once
 };
-
-// The identity of the device that the reader reads; empty where it has none.
-WdUtilsLib::U3V::U3VGUID ReadGUID( const UsbDevice& aDevice, TextReader& aReader );
 
 } // namespace U3V
 } // namespace WdTransportLayerLib

@@ -64,12 +64,17 @@ public:
     // with one record for all devices; a GUID alone makes Open ask every device of the machine for
     // its own, and leaves callers that ask for the path with none. aDevicePath is not changed.
     //
+    // Where no device has that GUID and one would not tell its own, the result is why it would not:
+    // TIMEOUT, EPIPE for a request that it stalls, EPROTO for a text that is malformed. With a path
+    // alone it is not needed.
+    //
     // aMaster tells whether the caller means to be the device's master; it changes nothing on the
     // wire, since the claimed interface is exclusive anyway.
     //
     // Opening the device that is open already succeeds and changes nothing. Another device replaces
     // it only once that is open; on failure the old one stays open. Beside the time that the system
-    // takes it waits at most half a second for each text that it must ask a device for.
+    // takes it waits at most half a second for each text that it must ask a device for, and for a
+    // Close and another Open that run at the same moment.
     QmUtilsLib::Result Open( QmUtilsLib::String& aDevicePath, const WdUtilsLib::U3V::U3VGUID& aGUID,
                              bool aMaster );
 
