@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <utility>
 
 namespace WdTransportLayerLib
@@ -73,25 +74,22 @@ ControlEndpoint::ControlEndpoint( const UsbDevice& aDevice, HandlePointer aHandl
 }
 
 std::shared_ptr<ControlEndpoint> ControlEndpoint::Claim( const UsbDevice& aDevice,
-                                                         HandlePointer aHandle,
+                                                         const HandlePointer& aHandle,
                                                          const U3VGUID& aGUID, Result& aResult )
 {
     // Only some systems have kernel drivers to detach; elsewhere there is nothing to do.
     (void)libusb_set_auto_detach_kernel_driver( aHandle.get(), 1 );
-    aResult =
-        MakeUsbResult( libusb_claim_interface( aHandle.get(), aDevice.mInterface ), aDevice.mPath );
-    if ( !aResult.IsOK() )
-    {
-        return nullptr;
-    }
+    // All memory comes first: what is claimed is to be given back.
     const std::shared_ptr<ControlEndpoint> lEndpoint(
-        new ControlEndpoint( aDevice, std::move( aHandle ), aGUID ) );
+        new ControlEndpoint( aDevice, aHandle, aGUID ) );
     if ( lEndpoint->mTransfer == nullptr )
     {
         aResult = MakeFailure( ENOMEM, aDevice.mPath );
         return nullptr;
     }
-    return lEndpoint;
+    aResult =
+        MakeUsbResult( libusb_claim_interface( aHandle.get(), aDevice.mInterface ), aDevice.mPath );
+    return aResult.IsOK() ? lEndpoint : nullptr;
 }
 
 ControlEndpoint::~ControlEndpoint()
@@ -118,7 +116,7 @@ void ControlEndpoint::Shut()
     LockScope lLock( mTurn );
     if ( mHandle != nullptr )
     {
-        // Fails where the device is gone; then there is nothing to give back.
+        // Fails where the device is gone or was not claimed; then there is nothing to give back.
         (void)libusb_release_interface( mHandle.get(), mDevice.mInterface );
         mHandle.reset();
     }
@@ -155,9 +153,13 @@ Result ControlEndpoint::SendCommands( DCI_COMMAND* aCommands, unsigned int aCoun
 }
 
 Result ControlEndpoint::Talk( DCI_COMMAND& aCommand, unsigned int aResponseTime )
+try
 {
+    // All memory comes first: what is sent is to be answered.
+    mIn.resize( RoundUp( aCommand.mAckLength, mDevice.mPacketSize ) );
+    mOut.assign( aCommand.mCommand, aCommand.mCommand + aCommand.mCommandLength );
     const uint16_t lRequestID = ++mRequestID;
-    const Result lResult = Send( aCommand, lRequestID, aResponseTime );
+    const Result lResult = Send( lRequestID, aResponseTime );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -170,12 +172,15 @@ Result ControlEndpoint::Talk( DCI_COMMAND& aCommand, unsigned int aResponseTime 
     }
     return Receive( aCommand, lRequestID, aResponseTime );
 }
-
-Result ControlEndpoint::Send( const DCI_COMMAND& aCommand, uint16_t aRequestID,
-                              unsigned int aTimeout )
+catch ( const std::bad_alloc& )
 {
-    mOut.assign( aCommand.mCommand, aCommand.mCommand + aCommand.mCommandLength );
-    CommandHeader( mOut.data(), aCommand.mCommandLength ).SetRequestID( aRequestID );
+    return Result( Result::GENERIC_ERROR, ENOMEM );
+}
+
+Result ControlEndpoint::Send( uint16_t aRequestID, unsigned int aTimeout )
+{
+    CommandHeader( mOut.data(), static_cast<unsigned int>( mOut.size() ) )
+        .SetRequestID( aRequestID );
     unsigned int lMoved = 0;
     const Result lResult = Transfer( mDevice.mEndpointOut, mOut, aTimeout, lMoved );
     if ( lResult.IsOK() && lMoved != mOut.size() )
@@ -188,7 +193,6 @@ Result ControlEndpoint::Send( const DCI_COMMAND& aCommand, uint16_t aRequestID,
 Result ControlEndpoint::Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
                                  unsigned int aResponseTime )
 {
-    mIn.resize( RoundUp( aCommand.mAckLength, mDevice.mPacketSize ) );
     long long lWait = aResponseTime;
     long long lDeadline = Thread::GetTickCount() + lWait;
     while ( lWait > 0 )

@@ -23,7 +23,8 @@ class ControlEndpoint
 {
 public:
     // Claims the control interface of the opened device, from a kernel driver too. Null and why.
-    static std::shared_ptr<ControlEndpoint> Claim( const UsbDevice& aDevice, HandlePointer aHandle,
+    static std::shared_ptr<ControlEndpoint> Claim( const UsbDevice& aDevice,
+                                                   const HandlePointer& aHandle,
                                                    const WdUtilsLib::U3V::U3VGUID& aGUID,
                                                    QmUtilsLib::Result& aResult );
     ~ControlEndpoint(); // shuts
@@ -61,8 +62,8 @@ private:
 
     QmUtilsLib::Result Talk( DCI_COMMAND& aCommand, unsigned int aResponseTime )
         QMUTILSLIB_REQUIRES( mTurn );
-    QmUtilsLib::Result Send( const DCI_COMMAND& aCommand, uint16_t aRequestID,
-                             unsigned int aTimeout ) QMUTILSLIB_REQUIRES( mTurn );
+    QmUtilsLib::Result Send( uint16_t aRequestID, unsigned int aTimeout )
+        QMUTILSLIB_REQUIRES( mTurn );
     QmUtilsLib::Result Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
                                 unsigned int aResponseTime ) QMUTILSLIB_REQUIRES( mTurn );
     static Kind Classify( const Ack& aAck, uint16_t aRequestID );

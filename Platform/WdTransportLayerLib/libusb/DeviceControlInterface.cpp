@@ -7,7 +7,8 @@
 #include <QmUtilsLib/Mutex.h>
 
 #include <cerrno>
-#include <utility>
+#include <new>
+#include <optional>
 
 namespace WdTransportLayerLib
 {
@@ -35,19 +36,11 @@ struct Wanted
 
     bool Fits( const UsbDevice& aDevice ) const { return mPath.empty() || mPath == aDevice.mPath; }
     bool Fits( const U3VGUID& aGUID ) const { return mGUID.IsEmpty() || mGUID == aGUID; }
-};
-
-Result MakeNotFound( const Wanted& aWanted )
-{
-    if ( aWanted.mGUID.IsEmpty() )
+    Result MakeNotFound() const
     {
-        return MakeFailure( ENODEV, aWanted.mPath );
+        return mGUID.IsEmpty() ? MakeFailure( ENODEV, mPath ) : U3V::MakeNotFound( mGUID, mPath );
     }
-    const std::string lDescription =
-        std::string( "No USB3 Vision device " ) + aWanted.mGUID.Get() +
-        ( aWanted.mPath.empty() ? " is there." : " is at " + aWanted.mPath + "." );
-    return Result( Result::GENERIC_ERROR, ENODEV, String( lDescription.c_str() ) );
-}
+};
 
 // Claims the device if it is what is wanted; gives aCurrent back where that has it. Null and why,
 // and null with OK where it is another one.
@@ -59,7 +52,7 @@ EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted,
     {
         return aCurrent;
     }
-    HandlePointer lHandle = OpenHandle( aDevice, aResult );
+    const HandlePointer lHandle = OpenHandle( aDevice, aResult );
     if ( lHandle == nullptr )
     {
         return nullptr;
@@ -71,16 +64,14 @@ EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted,
         return nullptr;
     }
     // The current one may have been opened when its identity could not be read.
-    return lIsCurrent ? aCurrent
-                      : ControlEndpoint::Claim( aDevice, std::move( lHandle ), lGUID, aResult );
+    return lIsCurrent ? aCurrent : ControlEndpoint::Claim( aDevice, lHandle, lGUID, aResult );
 }
 
 // Opens what is wanted of those; gives aCurrent back where that is it. Null and why.
 EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted& aWanted,
                            const EndpointPointer& aCurrent, Result& aResult )
 {
-    Result lFailure = MakeNotFound( aWanted );
-    bool lIsFirstFailure = true;
+    std::optional<Result> lFailure;
     for ( const UsbDevice& lDevice : aDevices )
     {
         if ( !aWanted.Fits( lDevice ) )
@@ -92,13 +83,12 @@ EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted&
             return lEndpoint;
         }
         // The one that could not be asked may be the one that is wanted.
-        if ( !aResult.IsOK() && lIsFirstFailure )
+        if ( !aResult.IsOK() && !lFailure.has_value() )
         {
             lFailure = aResult;
-            lIsFirstFailure = false;
         }
     }
-    aResult = lFailure;
+    aResult = lFailure.has_value() ? *lFailure : aWanted.MakeNotFound();
     return nullptr;
 }
 
@@ -176,6 +166,7 @@ DeviceControlInterface::~DeviceControlInterface()
 }
 
 Result DeviceControlInterface::Open( String& aDevicePath, const U3VGUID& aGUID, bool /*aMaster*/ )
+try
 {
     const Wanted lWanted{ aDevicePath.GetAscii(), aGUID };
     if ( lWanted.mPath.empty() && lWanted.mGUID.IsEmpty() )
@@ -199,6 +190,10 @@ Result DeviceControlInterface::Open( String& aDevicePath, const U3VGUID& aGUID, 
         lOld->Shut();
     }
     return Result::OK;
+}
+catch ( const std::bad_alloc& )
+{
+    return Result( Result::GENERIC_ERROR, ENOMEM );
 }
 
 Result DeviceControlInterface::Close()

@@ -2,6 +2,9 @@
 
 #include "UsbBus.h"
 
+#include <cerrno>
+#include <new>
+
 namespace WdTransportLayerLib
 {
 namespace U3V
@@ -78,6 +81,7 @@ DeviceInfo Describe( const UsbDevice& aDevice )
 } // namespace
 
 Result DeviceEnumerator::GetDevices( std::vector<DeviceInfo>& aDevices )
+try
 {
     aDevices.clear();
     Result lResult;
@@ -93,6 +97,11 @@ Result DeviceEnumerator::GetDevices( std::vector<DeviceInfo>& aDevices )
         aDevices.push_back( Describe( lDevice ) );
     }
     return lResult;
+}
+catch ( const std::bad_alloc& )
+{
+    aDevices.clear();
+    return Result( Result::GENERIC_ERROR, ENOMEM );
 }
 
 } // namespace U3V

@@ -5,6 +5,7 @@
 #include <libusb.h>
 
 #include <cerrno>
+#include <new>
 
 namespace WdTransportLayerLib
 {
@@ -13,6 +14,7 @@ namespace U3V
 
 using QmUtilsLib::Result;
 using QmUtilsLib::String;
+using WdUtilsLib::U3V::U3VGUID;
 
 namespace
 {
@@ -66,15 +68,36 @@ std::string Describe( int aErrno, const std::string& aPath )
     }
 }
 
+// aDescribe gives the text.
+template <typename DESCRIBE>
+Result MakeDescribed( int aErrno, DESCRIBE aDescribe )
+{
+    const auto lOSCode = static_cast<unsigned int>( aErrno );
+    try
+    {
+        return Result( Result::GENERIC_ERROR, lOSCode, String( aDescribe().c_str() ) );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return Result( Result::GENERIC_ERROR, lOSCode );
+    }
+}
+
 } // namespace
 
 Result MakeFailure( int aErrno, const std::string& aPath )
 {
-    const std::string lDescription = Describe( aErrno, aPath );
-    const auto lOSCode = static_cast<unsigned int>( aErrno );
-    return lDescription.empty()
-               ? Result( Result::GENERIC_ERROR, lOSCode )
-               : Result( Result::GENERIC_ERROR, lOSCode, String( lDescription.c_str() ) );
+    return MakeDescribed( aErrno, [&] { return Describe( aErrno, aPath ); } );
+}
+
+Result MakeNotFound( const U3VGUID& aGUID, const std::string& aPath )
+{
+    return MakeDescribed( ENODEV,
+                          [&]
+                          {
+                              return std::string( "No USB3 Vision device " ) + aGUID.Get() +
+                                     ( aPath.empty() ? " is there." : " is at " + aPath + "." );
+                          } );
 }
 
 Result MakeUsbResult( int aUsbError, const std::string& aPath )

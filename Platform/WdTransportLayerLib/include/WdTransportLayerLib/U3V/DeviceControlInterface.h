@@ -38,8 +38,9 @@ struct DCIConfiguration
 //
 // Results: not open is NOT_CONNECTED, no answer in time is TIMEOUT, everything else that fails is
 // GENERIC_ERROR with an errno value as OS code (ENODEV: the device is gone; EACCES: the system does
-// not allow this user to open it, and the description says what to do about it). Where the library
-// was built without USB, Open is NOT_SUPPORTED.
+// not allow this user to open it, and the description says what to do about it; ENOMEM: there was
+// no memory, and the call can be repeated). Where the library was built without USB, Open is
+// NOT_SUPPORTED.
 //
 // All operations may run at the same moment from several threads. Calls of SendCommands take their
 // turn; Close ends a running one, which then returns NOT_CONNECTED. The destructor must not run
@@ -47,7 +48,7 @@ struct DCIConfiguration
 class WDTRANSPORTLAYERLIB_API DeviceControlInterface
 {
 public:
-    // A closed interface.
+    // A closed interface. Throws std::bad_alloc where there is no memory for it.
     DeviceControlInterface();
     ~DeviceControlInterface(); // closes
 
@@ -104,7 +105,8 @@ public:
     // that is not answered ends the call, and the records behind it are not touched. Of each record
     // sent mResult tells its outcome, and mAckLength the bytes stored at mAck, never more than the
     // room given there; a longer acknowledge is cut and counts as answered. A record that was not
-    // answered has a length of 0 and nothing stored.
+    // answered has a length of 0 and nothing stored. Where there is no memory for a command and its
+    // acknowledge, that command is not sent.
     //
     // A halted endpoint is cleared, so that the next call works, and reported as GENERIC_ERROR with
     // EPIPE. A command without the request-acknowledge flag is answered by nobody: it is sent, its
