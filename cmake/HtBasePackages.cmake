@@ -27,6 +27,10 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_NAME "${lLibraries}")
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIBRARIES_PACKAGE_RECOMMENDS libhtbase-common)
+# dpkg-shlibdeps knows what the libraries call, not what they rely on. Debian's versions begin with 2:.
+if(HTBASE_HAS_LIBUSB)
+  set(CPACK_DEBIAN_LIBRARIES_PACKAGE_DEPENDS "libusb-1.0-0 (>= 2:${HTBASE_LIBUSB_MINIMUM})")
+endif()
 set(CPACK_COMPONENT_LIBRARIES_DESCRIPTION
   "Control links to GigE Vision and USB3 Vision devices, capability records, TFTP and firmware
 payloads: the shared libraries HtBase, WdTransportLayerLib, WdUtilsLib and QmUtilsLib.")

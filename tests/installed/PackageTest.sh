@@ -53,7 +53,7 @@ expect_field htbase Depends "*$LIBRARIES (= $VERSION)*libc6 (>= *"
 expect_field libhtbase-dev Section libdevel
 expect_field libhtbase-dev Depends "$LIBRARIES (= $VERSION)"
 ! readelf -d "$LIBRARY_FOLDER/libWdTransportLayerLib.so" | grep -q libusb-1.0 ||
-    expect_field "$LIBRARIES" Depends "*libusb-1.0-0 (>= *"
+    expect_field "$LIBRARIES" Depends "*libusb-1.0-0 (>= 2:1.0.22)*"
 expect_same "the triggers" "activate-noawait ldconfig" \
     "$(dpkg-deb --info "$(package_file "$LIBRARIES")" triggers)"
 expect_same "the shlibs" "libHtBase $6 $LIBRARIES (>= $VERSION)" \

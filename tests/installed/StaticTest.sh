@@ -16,4 +16,34 @@ mkdir -p "$WORK"
 "$CMAKE" --install "$WORK/build" --prefix "$WORK/first" >"$WORK/log"
 mv "$WORK/first" "$WORK/moved"
 [ ! -e "$WORK/moved/$4/libHtBase.so" ] || fail "a shared library among the static ones"
+
+# takers VERSION OPTION...: who takes a libusb of that version, which has nothing but its name. The
+# options are those that the consumer is told.
+takers()
+{
+    local lFolder=$WORK/libusb
+    rm -rf "$lFolder"
+    mkdir -p "$lFolder"
+    printf '%s\n' "Name: libusb-1.0" "Description: none" "Version: $1" >"$lFolder/libusb-1.0.pc"
+    local -x PKG_CONFIG_PATH=$lFolder:$PKG_CONFIG_PATH
+    shift
+    ! pkg-config --exists htbase || echo pkg-config
+    ! "$CMAKE" -S tests/installed/consumer -B "$lFolder/consumer" -G Ninja \
+        -DCMAKE_CXX_COMPILER="$COMPILER" -DCMAKE_PREFIX_PATH="$PREFIX" "$@" >"$lFolder/log" 2>&1 ||
+        echo find_package
+    "$CMAKE" -S . -B "$lFolder/build" -G Ninja -DCMAKE_CXX_COMPILER="$COMPILER" \
+        -DHTBASE_BUILD_TESTS=OFF -DHTBASE_BUILD_TOOLS=OFF >"$lFolder/log" 2>&1 ||
+        fail "$(cat "$lFolder/log")"
+    grep -q "built without access to USB3 Vision devices" "$lFolder/log" || echo build
+}
+
+use_prefix "$WORK" "$4"
+if pkg-config --exists libusb-1.0; then
+    VERSIONS=(-DEXPECTED_VERSION="$5" -DOTHER_VERSION="$6")
+    expect_same "what pkg-config requires" "libusb-1.0 >= 1.0.22" \
+        "$(pkg-config --print-requires htbase)"
+    expect_same "who takes libusb 1.0.21" "" "$(takers 1.0.21 "${VERSIONS[@]}")"
+    expect_same "who takes libusb 1.0.22" $'pkg-config\nfind_package\nbuild' \
+        "$(takers 1.0.22 "${VERSIONS[@]}")"
+fi
 exec tests/installed/ConsumerTest.sh "$@"
