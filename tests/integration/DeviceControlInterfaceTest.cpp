@@ -192,6 +192,42 @@ TEST_F( OpeningTest, OfAnotherDeviceReplacesTheFirst )
     EXPECT_EQ( 1U, GetCounters( *lSecond ).mReceived );
 }
 
+TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingBehindAFailureOfTheSystem )
+{
+    OpenDevice();
+    SetResponseTime( mInterface, 77 );
+    mDevice->RefuseTransfer( ENOMEM );
+    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    EXPECT_EQ( static_cast<unsigned int>( ENOMEM ), lTalk.Send( mInterface ).GetOSCode() );
+    EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
+    EXPECT_EQ( 77U, mInterface.GetDCIConfiguration().mMaxDeviceResponseTime );
+    EXPECT_EQ( 1U, mDevice->GetClaims() );
+    EXPECT_TRUE( Answers( mInterface ) );
+}
+
+// Also where it has the address of the old one, and the system told something else afterwards.
+TEST_F( OpeningTest, OfADeviceThatWasGoneFindsTheNewOne )
+{
+    OpenDevice();
+    for ( const int lError : { ENODEV, ENOMEM } )
+    {
+        mDevice->RefuseTransfer( lError );
+        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        EXPECT_EQ( static_cast<unsigned int>( lError ), lTalk.Send( mInterface ).GetOSCode() );
+    }
+    mDevice->Replug();
+    EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
+    EXPECT_EQ( 1U, mDevice->GetClaims() );
+    EXPECT_TRUE( Answers( mInterface ) );
+}
+
+TEST_F( OpeningTest, KeepsTheConfigurationThatCameBefore )
+{
+    SetResponseTime( mInterface, 77 );
+    OpenDevice();
+    EXPECT_EQ( 77U, mInterface.GetDCIConfiguration().mMaxDeviceResponseTime );
+}
+
 TEST_F( OpeningTest, ThatFailsLeavesTheOpenDeviceOpen )
 {
     OpenDevice();
@@ -582,6 +618,35 @@ TEST_F( TalkTest, StoresNoMoreThanTheRoomAndAsksForWholePackets )
     }
 }
 
+TEST_F( TalkTest, AsksForAsManyPacketsAsTheRoomNeeds )
+{
+    OpenDevice();
+    // Room, and the packets of 1024 bytes that hold it; 65547 bytes are the longest acknowledge.
+    constexpr unsigned int CASES[][2] = {
+        { 0, 1 },    { 1, 1 },    { 1023, 1 },   { 1024, 1 },   { 1025, 2 },   { 2047, 2 },
+        { 2048, 2 }, { 2049, 3 }, { 65536, 64 }, { 65537, 65 }, { 66561, 65 }, { 0x7FFFF, 65 } };
+    for ( const auto& lCase : CASES )
+    {
+        UsbTalk lTalk( MakeReadMem( 0, 4 ), lCase[0] );
+        ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() );
+        EXPECT_EQ( lCase[1] * 1024, mDevice->GetTransfers().back().mRoom ) << lCase[0];
+    }
+}
+
+TEST_F( TalkTest, TakesACommandWithoutAPlaceForItsAcknowledge )
+{
+    OpenDevice();
+    UsbTalk lTalk( MakeWriteMem( MEMORY, { 9 } ), 0 );
+    DCI_COMMAND lRecord = lTalk.MakeRecord();
+    lRecord.mAck = nullptr;
+    EXPECT_TRUE( mInterface.SendCommands( &lRecord, 1 ).IsOK() );
+    EXPECT_TRUE( lRecord.mResult.IsOK() );
+    EXPECT_EQ( 0U, lRecord.mAckLength );
+    UsbTalk lRead( MakeReadMem( MEMORY, 1 ), 16 );
+    EXPECT_TRUE( lRead.Send( mInterface ).IsOK() );
+    EXPECT_EQ( Bytes{ 9 }, lRead.GetData() );
+}
+
 TEST_F( TalkTest, KeepsTheCommandsOfOneCallTogetherAmongThreads )
 {
     OpenDevice();
@@ -870,6 +935,13 @@ TEST_F( ClosingTest, IsAlwaysPossible )
     EXPECT_TRUE( mInterface.Close().IsOK() );
     EXPECT_TRUE( mInterface.Close().IsOK() );
     EXPECT_FALSE( mInterface.IsOpened() );
+}
+
+TEST_F( ClosingTest, ForgetsTheConfigurationAlsoWhereNothingIsOpen )
+{
+    SetResponseTime( mInterface, 77 );
+    EXPECT_TRUE( mInterface.Close().IsOK() );
+    EXPECT_EQ( 0U, mInterface.GetDCIConfiguration().mMaxDeviceResponseTime );
 }
 
 TEST_F( ClosingTest, IsDoneByTheDestructor )

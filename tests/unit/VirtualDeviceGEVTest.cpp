@@ -1216,6 +1216,24 @@ TEST_F( VirtualDeviceGEVTest, RefusesOneCommandOnlyAsTold )
     EXPECT_EQ( 0x8006u, AskStatus( 0x0002, {} ) );
 }
 
+TEST_F( VirtualDeviceGEVTest, RefusesAsTheFirstOfTwoWordsIsTold )
+{
+    VirtualDeviceGEV::Configuration lConfiguration;
+    lConfiguration.mStrict = false;
+    Make( lConfiguration );
+    TakeControl();
+    Device().RefuseAddress( MEMORY, 0x8008 );
+    Device().RefuseAddress( MEMORY + 4, 0x8007 );
+    EXPECT_EQ( 0x8008u, ReadMemStatus( MEMORY + 2, 4 ) );
+    EXPECT_EQ( 0x8008u, WriteMemStatus( MEMORY + 2, { 1, 2, 3, 4 } ) );
+    EXPECT_EQ( 0x8008u, ReadStatus( MEMORY + 1 ) );
+    Device().RefuseAddress( MEMORY, 0 );
+    EXPECT_EQ( 0x8007u, ReadMemStatus( MEMORY + 2, 4 ) );
+    EXPECT_EQ( 0x8007u, WriteMemStatus( MEMORY + 2, { 1, 2, 3, 4 } ) );
+    EXPECT_EQ( 0x8007u, ReadStatus( MEMORY + 1 ) );
+    EXPECT_EQ( 0x0000u, ReadMemStatus( MEMORY + 2, 2 ) );
+}
+
 TEST_F( VirtualDeviceGEVTest, IsSilentAboutAnAddressAsTold )
 {
     TakeControl();
