@@ -6,6 +6,8 @@
 #include <QmUtilsLib/Thread.h>
 #include <SimpleCommandLinkGEV.h>
 
+#include <sys/resource.h>
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -361,4 +363,28 @@ TEST( LinkOverLoopback, SilenceOfTheHolderFreesADevice )
     EXPECT_FALSE( lOther.WriteRegister( &lControl, CONTROL, false ).IsOK() );
     std::this_thread::sleep_for( std::chrono::milliseconds( 1600 ) );
     EXPECT_TRUE( lOther.WriteRegister( &lControl, CONTROL, false ).IsOK() );
+}
+
+// Under a limit of no open files poll refuses every socket; those that are open can still be used.
+TEST( LinkOverLoopback, AWaitThatTheSystemRefusesEndsTheCommandWithItsError )
+{
+    const WdUtilsLib::Network::IpAddress lLoopback( 0x7F000001 );
+    WdUtilsLib::Network::SocketUDP lSilent;
+    WdUtilsLib::Network::SocketUDP lSocket;
+    ASSERT_TRUE( lSilent.Open( &lLoopback ).IsOK() );
+    ASSERT_TRUE( lSocket.Open( &lLoopback ).IsOK() );
+    ASSERT_TRUE( lSocket.Connect( lLoopback, lSilent.GetLocalPort() ).IsOK() );
+    SimpleCommandLinkGEV lLink( &lSocket );
+    unsigned int lValue = 77;
+    rlimit lLimit{};
+    ASSERT_EQ( getrlimit( RLIMIT_NOFILE, &lLimit ), 0 );
+    const rlimit lNothing{ 0, lLimit.rlim_max };
+
+    ASSERT_EQ( setrlimit( RLIMIT_NOFILE, &lNothing ), 0 );
+    const Result lResult = lLink.ReadRegister( &lValue, CONTROL );
+    ASSERT_EQ( setrlimit( RLIMIT_NOFILE, &lLimit ), 0 );
+    EXPECT_EQ( lResult.GetCode(), Result::GENERIC_ERROR );
+    EXPECT_EQ( lResult.GetOSCode(), static_cast<unsigned int>( EINVAL ) );
+    EXPECT_EQ( lLink.GetRetriesCount(), 0 );
+    EXPECT_EQ( lValue, 77U );
 }

@@ -5,6 +5,7 @@
 #include <WdUtilsLib/Network/IpAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
 
+#include "support/AllocationCounter.h"
 #include "support/NetworkNamespace.h"
 
 #include <gtest/gtest.h>
@@ -14,11 +15,14 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <set>
@@ -31,6 +35,7 @@ namespace
 
 using QmUtilsLib::Result;
 using QmUtilsLib::Thread;
+using TestSupport::AllocationFailure;
 using WdUtilsLib::Network::IpAddress;
 using WdUtilsLib::Network::SocketUDP;
 
@@ -96,6 +101,20 @@ std::size_t CountDescriptors()
         (void)closedir( lDirectory );
     }
     return lCount;
+}
+
+// The time-out that the system knows for the only socket of this process, in milliseconds.
+long long GetTimeoutOfTheSystem()
+{
+    timeval lTime{};
+    socklen_t lSize = sizeof( lTime );
+    int lNumber = 0;
+    while ( lNumber < 1024 && getsockopt( lNumber, SOL_SOCKET, SO_RCVTIMEO, &lTime, &lSize ) != 0 )
+    {
+        ++lNumber;
+    }
+    EXPECT_LT( lNumber, 1024 );
+    return lTime.tv_sec * 1000LL + lTime.tv_usec / 1000;
 }
 
 // How long something takes, in milliseconds.
@@ -187,6 +206,16 @@ void ExpectReceiveLeavesAll( SocketUDP& aSocket, const Result& aExpected )
         EXPECT_EQ( lAddress.GetValue(), 0x01020304U );
         EXPECT_EQ( lPort, 4711 );
     }
+}
+
+// The next receive tells the error, the one after it that nothing is there.
+void ExpectReceiveFailsOnce( SocketUDP& aSocket, int aError )
+{
+    char lByte = 'x';
+    int lReceived = -77;
+    ExpectSystemError( aSocket.Receive( &lByte, 1, lReceived ), aError );
+    EXPECT_EQ( aSocket.Receive( &lByte, 1, lReceived ).GetCode(), Result::TIMEOUT );
+    EXPECT_EQ( lReceived, -77 );
 }
 
 void ExpectEverythingNotConnected( SocketUDP& aSocket )
@@ -296,6 +325,34 @@ TEST( SocketUDP, AFailedReopenLeavesTheSocketClosed )
     EXPECT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
 }
 
+TEST( SocketUDP, OpenWithoutMemoryLeavesNoDescriptorBehind )
+{
+    SocketUDP lSocket;
+    const std::size_t lDescriptors = CountDescriptors();
+    int lFailures = 0;
+    for ( unsigned long long lNumber = 1;; ++lNumber )
+    {
+        Result lResult;
+        bool lHasFailed = false;
+        {
+            const AllocationFailure lFailure( lNumber );
+            lResult = lSocket.Open( &LOOPBACK );
+            lHasFailed = lFailure.HasHappened();
+        }
+        if ( !lHasFailed )
+        {
+            EXPECT_TRUE( lResult.IsOK() );
+            break;
+        }
+        ++lFailures;
+        ExpectSystemError( lResult, ENOMEM );
+        ExpectEverythingNotConnected( lSocket );
+        EXPECT_EQ( CountDescriptors(), lDescriptors );
+    }
+    EXPECT_GT( lFailures, 0 );
+    EXPECT_EQ( CountDescriptors(), lDescriptors + 1 );
+}
+
 TEST( SocketUDP, AddressesAreSharedWhereAllAgree )
 {
     SocketUDP lFirst;
@@ -403,6 +460,41 @@ TEST_F( SocketPair, AConnectedSocketHearsItsPeerOnly )
     EXPECT_TRUE( IsSilent( mHost ) );
 }
 
+TEST_F( SocketPair, ConnectDropsWhatHadArrivedBefore )
+{
+    SocketUDP lSocket;
+    SocketUDP lStranger;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lStranger.Open( &LOOPBACK ).IsOK() );
+    for ( const std::string lText : { "first", "", "third" } )
+    {
+        ASSERT_TRUE( lStranger
+                         .SendTo( lText.data(), static_cast<int>( lText.size() ), LOOPBACK,
+                                  lSocket.GetLocalPort() )
+                         .IsOK() );
+    }
+    ASSERT_TRUE( WaitReadable( lSocket ) );
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, mDevice.GetLocalPort() ).IsOK() );
+    EXPECT_TRUE( IsSilent( lSocket ) );
+    ASSERT_TRUE( mDevice.SendTo( "peer", 4, LOOPBACK, lSocket.GetLocalPort() ).IsOK() );
+    EXPECT_EQ( ReceiveText( lSocket ), "peer" );
+    EXPECT_TRUE( IsSilent( lSocket ) );
+}
+
+TEST_F( SocketPair, ConnectDropsWhatAnEarlierPeerHasLeft )
+{
+    SocketUDP lSocket;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, mHost.GetLocalPort() ).IsOK() );
+    ASSERT_TRUE( mHost.SendTo( "late", 4, LOOPBACK, lSocket.GetLocalPort() ).IsOK() );
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDeadPort() ).IsOK() );
+    EXPECT_TRUE( IsSilent( lSocket ) );
+    ASSERT_TRUE( lSocket.Send( "x", 1 ).IsOK() );
+    ASSERT_TRUE( WaitReadable( lSocket ) ); // the report that nobody listens there
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, mDevice.GetLocalPort() ).IsOK() );
+    EXPECT_TRUE( IsSilent( lSocket ) );
+}
+
 TEST( SocketUDP, SendNeedsAPeer )
 {
     SocketUDP lSocket;
@@ -501,6 +593,39 @@ TEST_F( SocketPair, SignalsShortenNoSelect )
     EXPECT_LT( lElapsed, LONG_MS );
     EXPECT_GT( gSignals, 10 );
     EXPECT_EQ( lIndex, 77U );
+}
+
+// Another thread that receives on the socket waits as long as it was told.
+TEST( SocketUDP, SignalsChangeNoTimeOutOfTheSocket )
+{
+    constexpr unsigned int TIMEOUT = 100;
+    SocketUDP lSocket;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.SetTimeoutRx( TIMEOUT ).IsOK() );
+    const SignalStorm lStorm;
+    ExpectReceiveLeavesAll( lSocket, Result( Result::TIMEOUT ) );
+    EXPECT_GT( gSignals, 10 );
+    EXPECT_EQ( GetTimeoutOfTheSystem(), TIMEOUT );
+}
+
+TEST_F( SocketPair, AReceiveThatASignalHasCutTakesWhatComes )
+{
+    std::thread lSender(
+        [this]
+        {
+            while ( gSignals < 20 )
+            {
+                std::this_thread::sleep_for( std::chrono::milliseconds( 1 ) );
+            }
+            EXPECT_TRUE( SendText( mDevice, "at last" ).IsOK() );
+        } );
+    {
+        gSignals = 0;
+        const SignalStorm lStorm;
+        EXPECT_LT( Measure( [&] { EXPECT_EQ( ReceiveText( mHost ), "at last" ); } ), LONG_MS );
+        EXPECT_GE( gSignals, 20 );
+    }
+    lSender.join();
 }
 
 TEST_F( SocketPair, DatagramsPassThroughSignals )
@@ -617,6 +742,104 @@ TEST( SocketUDP, SelectFindsTheFirstOfMany )
                        lSockets[lNumber] );
         }
     }
+}
+
+// What a process that may open nothing more can still do with its sockets: poll refuses.
+TEST_F( SocketPair, AFailedPollIsToldByTheFirstSocketsNextReceive )
+{
+    const auto lSelectInVain = [this]
+    {
+        const rlimit lNothing{};
+        int lReceived = -77;
+        char lByte = 'x';
+        unsigned int lIndex = 77;
+        SocketUDP* lSockets[] = { &mHost, &mDevice };
+        if ( setrlimit( RLIMIT_NOFILE, &lNothing ) != 0 )
+        {
+            return "the limit";
+        }
+        if ( SocketUDP::SelectOnRx( lSockets, 2, LONG_MS, &lIndex ) != &mHost || lIndex != 0 )
+        {
+            return "the socket";
+        }
+        if ( mDevice.Receive( &lByte, 1, lReceived ).GetCode() != Result::TIMEOUT )
+        {
+            return "the other socket";
+        }
+        const Result lResult = mHost.Receive( &lByte, 1, lReceived );
+        if ( lResult.GetCode() != Result::GENERIC_ERROR || lResult.GetOSCode() != EINVAL ||
+             lReceived != -77 || lByte != 'x' )
+        {
+            return "the error";
+        }
+        if ( mHost.Receive( &lByte, 1, lReceived ).GetCode() != Result::TIMEOUT )
+        {
+            return "the receive after it";
+        }
+        return "nothing";
+    };
+    EXPECT_EXIT(
+        {
+            const std::string lWrong = lSelectInVain();
+            (void)std::fprintf( stderr, "wrong: %s\n", lWrong.c_str() ); // the test sees it
+            _exit( lWrong == "nothing" ? 0 : 1 );
+        },
+        testing::ExitedWithCode( 0 ), "wrong: nothing" );
+}
+
+TEST_F( SocketPair, ASocketOpenedAnewHasForgottenAFailedPoll )
+{
+    const auto lReopen = [this]
+    {
+        rlimit lLimit{};
+        (void)getrlimit( RLIMIT_NOFILE, &lLimit ); // cannot fail
+        const rlimit lNothing{ 0, lLimit.rlim_max };
+        SocketUDP* lSockets[] = { &mHost };
+        if ( setrlimit( RLIMIT_NOFILE, &lNothing ) != 0 ||
+             SocketUDP::SelectOnRx( lSockets, 1, LONG_MS, nullptr ) != &mHost ||
+             setrlimit( RLIMIT_NOFILE, &lLimit ) != 0 || !mHost.Open( &LOOPBACK ).IsOK() )
+        {
+            return false;
+        }
+        int lReceived = -77;
+        char lByte = 'x';
+        return mHost.Receive( &lByte, 1, lReceived ).GetCode() == Result::TIMEOUT;
+    };
+    EXPECT_EXIT( _exit( lReopen() ? 0 : 1 ), testing::ExitedWithCode( 0 ), "" );
+}
+
+TEST( SocketUDP, ASelectWithoutMemoryIsToldByTheFirstSocketsNextReceive )
+{
+    constexpr unsigned int MANY = 40;
+    std::vector<SocketUDP> lOwned( MANY );
+    std::vector<SocketUDP*> lSockets;
+    for ( SocketUDP& lSocket : lOwned )
+    {
+        ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+        lSockets.push_back( &lSocket );
+    }
+    int lFailures = 0;
+    for ( unsigned long long lNumber = 1;; ++lNumber )
+    {
+        SocketUDP* lChosen = nullptr;
+        bool lHasFailed = false;
+        unsigned int lIndex = 77;
+        {
+            const AllocationFailure lFailure( lNumber );
+            lChosen = SocketUDP::SelectOnRx( lSockets.data(), MANY, 0, &lIndex );
+            lHasFailed = lFailure.HasHappened();
+        }
+        if ( !lHasFailed )
+        {
+            EXPECT_EQ( lChosen, nullptr );
+            break;
+        }
+        ++lFailures;
+        EXPECT_EQ( lChosen, &lOwned[0] );
+        EXPECT_EQ( lIndex, 0U );
+        ExpectReceiveFailsOnce( lOwned[0], ENOMEM );
+    }
+    EXPECT_GT( lFailures, 0 );
 }
 
 TEST( SocketUDP, DescriptorNumbersAbove1023Work )

@@ -14,7 +14,8 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <vector>
+#include <memory>
+#include <new>
 
 namespace WdUtilsLib
 {
@@ -29,9 +30,9 @@ using QmUtilsLib::Thread;
 namespace
 {
 
-Result MakeSystemError()
+Result MakeError( int aError )
 {
-    return Result( Result::GENERIC_ERROR, static_cast<unsigned int>( errno ) );
+    return Result( Result::GENERIC_ERROR, static_cast<unsigned int>( aError ) );
 }
 
 sockaddr_in MakeSocketAddress( const IpAddress& aAddress, unsigned short aPort )
@@ -41,6 +42,32 @@ sockaddr_in MakeSocketAddress( const IpAddress& aAddress, unsigned short aPort )
     lAddress.sin_addr.s_addr = htonl( aAddress.GetValue() );
     lAddress.sin_port = htons( aPort );
     return lAddress;
+}
+
+// Polls until something is there or the time is up, through signals. Above 0: something is there;
+// 0: nothing; below 0: the error, negative.
+int Poll( pollfd* aEntries, unsigned int aCount, long long aTimeout )
+{
+    const long long lDeadline = Thread::GetTickCount() + aTimeout;
+    long long lLeft = aTimeout;
+    for ( ;; )
+    {
+        const int lWait = static_cast<int>( std::min<long long>( lLeft, INT_MAX ) );
+        const int lReady = poll( aEntries, aCount, lWait );
+        if ( lReady > 0 )
+        {
+            return lReady;
+        }
+        if ( lReady < 0 && errno != EINTR )
+        {
+            return -errno;
+        }
+        if ( lReady == 0 && lLeft <= INT_MAX )
+        {
+            return 0;
+        }
+        lLeft = std::max<long long>( lDeadline - Thread::GetTickCount(), 0 );
+    }
 }
 
 // One open descriptor. Every operation holds a share of it while it runs, so the number is given
@@ -72,22 +99,30 @@ public:
 
     void SetTimeout( unsigned int aTimeout ) { mTimeout.store( aTimeout ); }
 
+    // The next receive fails with that error.
+    void SetError( int aError ) { mError.store( aError ); }
+
     // Waits in the receive itself. The socket's own time-out is told to the system only when it
-    // differs from the one it knows.
+    // differs from the one it knows. It is every receiver's, so what a signal leaves of a wait is
+    // polled.
     Result Receive( void* aBuffer, std::size_t aSize, sockaddr_in* aFrom, int& aReceived )
     {
-        unsigned int lWait = mTimeout.load();
-        const long long lDeadline = Thread::GetTickCount() + lWait;
-        for ( ;; )
+        const int lEarlier = mError.exchange( 0 );
+        if ( lEarlier != 0 )
         {
-            if ( lWait != 0 && !TellTimeout( lWait ) )
-            {
-                return MakeSystemError();
-            }
+            return MakeError( lEarlier );
+        }
+        const unsigned int lTimeout = mTimeout.load();
+        const long long lDeadline = Thread::GetTickCount() + lTimeout;
+        if ( lTimeout != 0 && !TellTimeout( lTimeout ) )
+        {
+            return MakeError( errno );
+        }
+        for ( int lFlags = lTimeout == 0 ? MSG_DONTWAIT : 0;; lFlags = MSG_DONTWAIT )
+        {
             socklen_t lFromSize = sizeof( *aFrom );
-            const ssize_t lReceived =
-                recvfrom( mNumber, aBuffer, aSize, lWait == 0 ? MSG_DONTWAIT : 0,
-                          reinterpret_cast<sockaddr*>( aFrom ), &lFromSize );
+            const ssize_t lReceived = recvfrom( mNumber, aBuffer, aSize, lFlags,
+                                                reinterpret_cast<sockaddr*>( aFrom ), &lFromSize );
             const int lError = errno;
             // What arrived is delivered; nothing may be a datagram or the end.
             if ( lReceived <= 0 && IsClosed() )
@@ -102,7 +137,7 @@ public:
             const bool lTimeUp = lError == EAGAIN || lError == EWOULDBLOCK;
             if ( !lTimeUp && lError != EINTR )
             {
-                return Result( Result::GENERIC_ERROR, static_cast<unsigned int>( lError ) );
+                return MakeError( lError );
             }
             // The system counts in ticks: a signal within the last one makes it say that the time
             // is up before it is.
@@ -111,7 +146,26 @@ public:
             {
                 return Result::TIMEOUT;
             }
-            lWait = lLeft > 0 ? static_cast<unsigned int>( lLeft ) : 0; // no more than it was
+            pollfd lEntry = { mNumber, POLLIN, 0 };
+            const int lReady = Poll( &lEntry, 1, std::max( lLeft, 0LL ) );
+            if ( lReady < 0 )
+            {
+                return MakeError( -lReady );
+            }
+        }
+    }
+
+    // Drops what has arrived, and the report of what found no receiver. A sender that does not stop
+    // ends it too.
+    void Drain()
+    {
+        constexpr int DRAIN_MAX = 65536;
+        char lByte = 0;
+        bool lIsEmpty = false;
+        for ( int lCount = 0; lCount < DRAIN_MAX && !lIsEmpty && !IsClosed(); ++lCount )
+        {
+            lIsEmpty = recv( mNumber, &lByte, sizeof( lByte ), MSG_DONTWAIT ) < 0 &&
+                       ( errno == EAGAIN || errno == EWOULDBLOCK );
         }
     }
 
@@ -137,6 +191,7 @@ private:
     const int mNumber;
     std::atomic<bool> mClosed{ false };
     std::atomic<unsigned int> mTimeout{ 0 };
+    std::atomic<int> mError{ 0 }; // 0: none
     Mutex mMutex;
     unsigned int mToldTimeout QMUTILSLIB_GUARDED_BY( mMutex ) = 0;
 };
@@ -159,34 +214,7 @@ Result SendDatagram( const Descriptor& aDescriptor, const void* aData, std::size
         return Result::OK; // it has left, whoever closes the socket meanwhile
     }
     const int lError = errno;
-    return aDescriptor.IsClosed()
-               ? Result( Result::NOT_CONNECTED )
-               : Result( Result::GENERIC_ERROR, static_cast<unsigned int>( lError ) );
-}
-
-// Polls until something is there or the time is up, through signals. True: something is there.
-bool Poll( pollfd* aEntries, unsigned int aCount, unsigned int aTimeout )
-{
-    const long long lDeadline = Thread::GetTickCount() + aTimeout;
-    long long lLeft = aTimeout;
-    for ( ;; )
-    {
-        const int lWait = static_cast<int>( std::min<long long>( lLeft, INT_MAX ) );
-        const int lReady = poll( aEntries, aCount, lWait );
-        if ( lReady > 0 )
-        {
-            return true;
-        }
-        if ( lReady < 0 && errno != EINTR )
-        {
-            return false;
-        }
-        if ( lReady == 0 && lLeft <= INT_MAX )
-        {
-            return false;
-        }
-        lLeft = std::max<long long>( lDeadline - Thread::GetTickCount(), 0 );
-    }
+    return aDescriptor.IsClosed() ? Result( Result::NOT_CONNECTED ) : MakeError( lError );
 }
 
 } // namespace
@@ -240,20 +268,29 @@ Result SocketUDP::Open( const IpAddress* aLocalAddress, unsigned short aLocalPor
     const int lNumber = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
     if ( lNumber < 0 )
     {
-        return MakeSystemError();
+        return MakeError( errno );
     }
-    const DescriptorPointer lDescriptor = std::make_shared<Descriptor>( lNumber );
+    DescriptorPointer lDescriptor;
+    try
+    {
+        lDescriptor = std::make_shared<Descriptor>( lNumber );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        (void)close( lNumber ); // a datagram socket has nothing left to fail
+        return MakeError( ENOMEM );
+    }
     const int lOn = 1;
     if ( aShareAddress &&
          setsockopt( lNumber, SOL_SOCKET, SO_REUSEADDR, &lOn, sizeof( lOn ) ) != 0 )
     {
-        return MakeSystemError();
+        return MakeError( errno );
     }
     const sockaddr_in lLocal =
         MakeSocketAddress( aLocalAddress != nullptr ? *aLocalAddress : IpAddress(), aLocalPort );
     if ( bind( lNumber, reinterpret_cast<const sockaddr*>( &lLocal ), sizeof( lLocal ) ) != 0 )
     {
-        return MakeSystemError();
+        return MakeError( errno );
     }
     mThis->SetDescriptor( lDescriptor );
     return Result::OK;
@@ -270,8 +307,9 @@ Result SocketUDP::Connect( const IpAddress& aPeer, unsigned short aPort )
     if ( connect( lDescriptor->GetNumber(), reinterpret_cast<const sockaddr*>( &lPeer ),
                   sizeof( lPeer ) ) != 0 )
     {
-        return MakeSystemError();
+        return MakeError( errno );
     }
+    lDescriptor->Drain(); // what came before the system knew the peer
     return Result::OK;
 }
 
@@ -286,7 +324,7 @@ Result SocketUDP::SetBroadcast( bool aEnable )
     if ( setsockopt( lDescriptor->GetNumber(), SOL_SOCKET, SO_BROADCAST, &lOn, sizeof( lOn ) ) !=
          0 )
     {
-        return MakeSystemError();
+        return MakeError( errno );
     }
     return Result::OK;
 }
@@ -305,7 +343,7 @@ Result SocketUDP::Send( const void* aData, int aLength )
     }
     if ( aLength < 0 )
     {
-        return Result( Result::GENERIC_ERROR, EINVAL );
+        return MakeError( EINVAL );
     }
     const auto lLength = static_cast<std::size_t>( aLength );
     const Result lResult = SendDatagram( *lDescriptor, aData, lLength, nullptr );
@@ -327,7 +365,7 @@ Result SocketUDP::SendTo( const void* aData, int aLength, const IpAddress& aAddr
     }
     if ( aLength < 0 )
     {
-        return Result( Result::GENERIC_ERROR, EINVAL );
+        return MakeError( EINVAL );
     }
     const sockaddr_in lTo = MakeSocketAddress( aAddress, aPort );
     return SendDatagram( *lDescriptor, aData, static_cast<std::size_t>( aLength ), &lTo );
@@ -350,7 +388,7 @@ Result SocketUDP::ReceiveFrom( void* aBuffer, int aSize, int& aReceived, IpAddre
     }
     if ( aSize < 0 )
     {
-        return Result( Result::GENERIC_ERROR, EINVAL );
+        return MakeError( EINVAL );
     }
     sockaddr_in lFrom{};
     Result lResult =
@@ -380,11 +418,13 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
     constexpr unsigned int FEW = 8;
     pollfd lFewEntries[FEW] = {};
     DescriptorPointer lFewDescriptors[FEW];
-    std::vector<pollfd> lManyEntries( aCount > FEW ? aCount : 0 );
-    std::vector<DescriptorPointer> lManyDescriptors( aCount > FEW ? aCount : 0 );
-    pollfd* const lEntries = aCount > FEW ? lManyEntries.data() : lFewEntries;
-    DescriptorPointer* const lDescriptors =
-        aCount > FEW ? lManyDescriptors.data() : lFewDescriptors;
+    const bool lAreMany = aCount > FEW;
+    const std::unique_ptr<pollfd[]> lManyEntries( lAreMany ? new ( std::nothrow ) pollfd[aCount]
+                                                           : nullptr );
+    const std::unique_ptr<DescriptorPointer[]> lManyDescriptors(
+        lAreMany ? new ( std::nothrow ) DescriptorPointer[aCount] : nullptr );
+    pollfd* const lEntries = lAreMany ? lManyEntries.get() : lFewEntries;
+    DescriptorPointer* const lDescriptors = lAreMany ? lManyDescriptors.get() : lFewDescriptors;
 
     const auto lChoose = [aSockets, aIndex]( unsigned int aChosen )
     {
@@ -394,6 +434,18 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
         }
         return aSockets[aChosen];
     };
+    const auto lFail = [aSockets, &lChoose]( int aError )
+    {
+        if ( const DescriptorPointer lFirst = aSockets[0]->mThis->GetDescriptor() )
+        {
+            lFirst->SetError( aError );
+        }
+        return lChoose( 0 );
+    };
+    if ( lEntries == nullptr || lDescriptors == nullptr )
+    {
+        return lFail( ENOMEM );
+    }
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
     {
         lDescriptors[lIndex] = aSockets[lIndex]->mThis->GetDescriptor();
@@ -403,9 +455,10 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
         }
         lEntries[lIndex] = { lDescriptors[lIndex]->GetNumber(), POLLIN, 0 };
     }
-    if ( !Poll( lEntries, aCount, aTimeout ) )
+    const int lReady = Poll( lEntries, aCount, aTimeout );
+    if ( lReady <= 0 )
     {
-        return nullptr;
+        return lReady < 0 && aCount > 0 ? lFail( -lReady ) : nullptr;
     }
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
     {

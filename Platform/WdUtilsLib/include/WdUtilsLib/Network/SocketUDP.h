@@ -25,7 +25,7 @@ namespace Network
 class WDUTILSLIB_API SocketUDP
 {
 public:
-    // A closed socket.
+    // A closed socket. May throw std::bad_alloc.
     SocketUDP();
     ~SocketUDP(); // closes
 
@@ -39,8 +39,9 @@ public:
     QmUtilsLib::Result Open( const IpAddress* aLocalAddress = nullptr,
                              unsigned short aLocalPort = 0, bool aShareAddress = false );
 
-    // Connect sets the peer: Send sends to it, and only its datagrams are received. Nothing is
-    // sent.
+    // Connect sets the peer: Send sends to it, and only its datagrams are received. What has
+    // arrived before is dropped, whoever sent it, and so is the report that an earlier peer does
+    // not listen; of a flood 65536 datagrams at most. Nothing is sent.
     QmUtilsLib::Result Connect( const IpAddress& aPeer, unsigned short aPort );
 
     // SetBroadcast allows, or forbids again, sending to broadcast addresses.
@@ -73,9 +74,10 @@ public:
 
     // SelectOnRx waits until one of aCount sockets has something to receive, at most aTimeout
     // milliseconds, and returns the first such socket, or null. An error, a hang-up or a socket
-    // that is closed counts as something to receive, so that the receive can tell. aIndex may be
-    // null; otherwise it is set to the place of the returned socket. The sockets are borrowed for
-    // the call.
+    // that is closed counts as something to receive, so that the receive can tell. Where the wait
+    // itself fails, or memory for more than 8 sockets is missing, the first socket is returned and
+    // its next receive is GENERIC_ERROR with that error's number. aIndex may be null; otherwise it
+    // is set to the place of the returned socket. The sockets are borrowed for the call.
     static SocketUDP* SelectOnRx( SocketUDP** aSockets, unsigned int aCount, unsigned int aTimeout,
                                   unsigned int* aIndex );
 
