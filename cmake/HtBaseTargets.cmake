@@ -15,6 +15,8 @@ include(CheckLinkerFlag)
 add_library(htbase_options INTERFACE)
 target_compile_options(htbase_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+# Files of 2 GiB and more, also where long has 32 bits.
+target_compile_definitions(htbase_options INTERFACE _FILE_OFFSET_BITS=64)
 
 # A library that has unique symbols can never be unloaded again.
 check_cxx_compiler_flag(-fno-gnu-unique HTBASE_HAS_NO_GNU_UNIQUE)

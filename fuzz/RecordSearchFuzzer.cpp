@@ -16,8 +16,8 @@ namespace
 
 DfwPayloadWriter OpenBytes( const unsigned char* aData, std::size_t aSize )
 {
-    return DfwPayloadWriter(
-        std::make_unique<IoStreamRaw>( aData, static_cast<unsigned int>( aSize ) ) );
+    return DfwPayloadWriter( std::make_unique<IoStreamRaw>( IoStreamRaw::READ_ONLY, aData,
+                                                            static_cast<unsigned int>( aSize ) ) );
 }
 
 // Both records of a payload, in this order, as far as they are found.

@@ -1,5 +1,7 @@
 #include "IoStream.h"
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -10,6 +12,8 @@ namespace
 {
 
 constexpr unsigned int SKIP_FAILED = 0xFFFFFFFF;
+
+static_assert( sizeof( off_t ) == 8, "a skip goes up to 4 GiB, where long may end at 2" );
 
 } // namespace
 
@@ -84,7 +88,7 @@ unsigned int IoStreamFile::Skip( unsigned int aOffset )
     {
         return SKIP_FAILED;
     }
-    return static_cast<unsigned int>( std::fseek( mFile, static_cast<long>( aOffset ), SEEK_CUR ) );
+    return static_cast<unsigned int>( fseeko( mFile, static_cast<off_t>( aOffset ), SEEK_CUR ) );
 }
 
 IoStreamRaw::IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity )
@@ -94,10 +98,10 @@ IoStreamRaw::IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity )
 {
 }
 
-IoStreamRaw::IoStreamRaw( const unsigned char* aBuffer, unsigned int aCapacity )
-    : mBuffer( aBuffer )
+IoStreamRaw::IoStreamRaw( ReadOnly, const unsigned char* aBytes, unsigned int aCount )
+    : mBuffer( aBytes )
     , mTarget( nullptr )
-    , mCapacity( aCapacity )
+    , mCapacity( aCount )
 {
 }
 

@@ -91,12 +91,18 @@ private:
 class IoStreamRaw final : public IoStream
 {
 public:
+    // Chooses a stream that never stores anything.
+    struct ReadOnly
+    {
+    };
+    static constexpr ReadOnly READ_ONLY{};
+
     // A stream over aCapacity bytes, from the first one on.
     IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity );
 
-    // The same over bytes that are only lent for reading: nothing is ever stored there, no zero
-    // either, and Write copies nothing and returns 0.
-    IoStreamRaw( const unsigned char* aBuffer, unsigned int aCapacity );
+    // The same over aCount bytes that are only lent for reading: nothing is ever stored there, no
+    // zero either, and Write copies nothing and returns 0.
+    IoStreamRaw( ReadOnly, const unsigned char* aBytes, unsigned int aCount );
 
     ~IoStreamRaw() override; // closes
 

@@ -125,7 +125,7 @@ Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
     }
     Start();
     mTotalSize.store( aSize );
-    mStream = std::make_unique<IoStreamRaw>( aData, aSize );
+    mStream = std::make_unique<IoStreamRaw>( IoStreamRaw::READ_ONLY, aData, aSize );
     return Run( &TftpClient::SendLoop );
 }
 

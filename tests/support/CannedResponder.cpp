@@ -1,6 +1,7 @@
 #include <support/CannedResponder.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -40,7 +41,7 @@ CannedResponder::CannedResponder( Handler aHandler )
     socklen_t lSize = sizeof( lLocal );
     Require( getsockname( mSocket, lAddress, &lSize ) == 0, "getsockname" );
     mPort = ntohs( lLocal.sin_port );
-    Require( pipe( mStopPipe ) == 0, "pipe" );
+    Require( pipe2( mStopPipe, O_CLOEXEC ) == 0, "pipe" );
     mThread = std::thread( [this] { Run(); } );
 }
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <string>
@@ -117,6 +118,8 @@ TEST( IoStream, IsAbstractAndNotCopied )
     static_assert( !std::is_copy_assignable_v<IoStreamFile> );
     static_assert( !std::is_copy_constructible_v<IoStreamRaw> );
     static_assert( !std::is_copy_assignable_v<IoStreamRaw> );
+    // Bytes that may not be stored into are named READ_ONLY.
+    static_assert( !std::is_constructible_v<IoStreamRaw, const unsigned char*, unsigned int> );
     EXPECT_EQ( CallingStream().GetBytesWritten(), 0U );
 }
 
@@ -292,6 +295,25 @@ TEST( IoStreamFile, SkipsFromWhereItIs )
     EXPECT_EQ( lStream.GetByte( &lByte ), 0U );
 }
 
+TEST( IoStreamFile, SkipsTwoGibibytesAndMore )
+{
+    const TemporaryDirectory lDirectory;
+    const std::string lPath = lDirectory.GetPath( "file" );
+    constexpr long long SIZE = 0x80000000LL + 0xFFFFFFFFLL + 1; // takes no room on the disk
+    WriteWholeFile( lPath, "a" );
+    ASSERT_EQ( truncate( lPath.c_str(), SIZE ), 0 );
+    std::ofstream( lPath, std::ios::binary | std::ios::app ) << "z";
+    IoStreamFile lStream;
+    ASSERT_EQ( lStream.Open( lPath.c_str(), "rb" ), 0 );
+    unsigned char lByte = 0;
+    EXPECT_EQ( lStream.Skip( 0x80000000 ), 0U );
+    EXPECT_EQ( lStream.Skip( 0xFFFFFFFF ), 0U );
+    EXPECT_EQ( lStream.GetByte( &lByte ), 1U );
+    EXPECT_EQ( lByte, 0 );
+    EXPECT_EQ( lStream.GetByte( &lByte ), 1U );
+    EXPECT_EQ( lByte, 'z' );
+}
+
 TEST( IoStreamFile, SkipTellsThatThereIsNoPosition )
 {
     int lEnds[2] = { -1, -1 };
@@ -461,7 +483,7 @@ TEST( IoStreamRaw, WorksWithoutAnyBytes )
         EXPECT_EQ( lStream.Close(), 0 );
     }
     EXPECT_EQ( lBuffer[0], UNTOUCHED );
-    IoStreamRaw lNothing( static_cast<unsigned char*>( nullptr ), 0 );
+    IoStreamRaw lNothing( nullptr, 0 );
     EXPECT_EQ( lNothing.PutByte( 1 ), 0U );
 }
 
@@ -470,7 +492,8 @@ TEST( IoStreamRaw, NeverStoresIntoBytesLentForReading )
     GuardedBuffer lBuffer;
     std::memcpy( lBuffer.Get(), "abcdefghij", 10 );
     {
-        IoStreamRaw lStream( lBuffer.GetConstant(), GuardedBuffer::SIZE );
+        // Not even where it could.
+        IoStreamRaw lStream( IoStreamRaw::READ_ONLY, lBuffer.Get(), GuardedBuffer::SIZE );
         char lBytes[5] = {};
         EXPECT_EQ( lStream.Read( lBytes, 1, 4 ), 4U );
         EXPECT_STREQ( lBytes, "abcd" );
