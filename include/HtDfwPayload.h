@@ -5,6 +5,8 @@
 #include <HtResult.h>
 #include <HtString.h>
 
+#include <memory>
+
 namespace HtBaseLib
 {
 class DfwPayloadWriter;
@@ -19,7 +21,8 @@ class DfwPayloadWriter;
 // file takes.
 //
 // What goes wrong with a file is printed on standard output, as
-// "Failed to open input file NAME. error code NUMBER", without an end of line.
+// "Failed to open input file NAME. error code NUMBER", without an end of line. The constructors may
+// throw std::bad_alloc.
 class HTBASE_API HtDfwPayload
 {
 public:
@@ -43,10 +46,11 @@ public:
     // length. aOutSize is the number of bytes built; where the buffer has room, a zero byte follows
     // them that does not count.
     //
-    // Always OK. Whether the payload is whole is for the caller to see: a record that the file
-    // lacks is missing from the payload too, a file that cannot be opened gives neither target nor
-    // version (and is reported on standard output), and what does not fit into aSize bytes is cut
-    // off, aOutSize counting what fitted.
+    // OK, or 0x4000 with ENOMEM as OS code when memory is missing; then aOutSize is unchanged and
+    // the buffer's first byte may be zeroed. Whether the payload is whole is for the caller to see:
+    // a record that the file lacks is missing from the payload too, a file that cannot be opened
+    // gives neither target nor version (and is reported on standard output), and what does not fit
+    // into aSize bytes is cut off, aOutSize counting what fitted.
     static HtResult GetDeviceIdRecord( const HtString& aPayloadFile, const HtString& aDeviceId,
                                        unsigned char* aBuffer, unsigned int aSize,
                                        unsigned int& aOutSize );
@@ -56,5 +60,5 @@ public:
                                     unsigned int aSize, unsigned int& aOutSize );
 
 private:
-    HtBaseLib::DfwPayloadWriter* mWriter; // owned, never null
+    std::unique_ptr<HtBaseLib::DfwPayloadWriter> mWriter; // never null
 };

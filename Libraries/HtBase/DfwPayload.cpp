@@ -10,6 +10,8 @@
 #include <cinttypes>
 #include <cstddef>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <utility>
 
 using HtBaseLib::DfwPayloadWriter;
@@ -184,53 +186,63 @@ void WordHexReader::Flush()
     mPending = 0;
 }
 
-// The records that both small payloads begin with.
+// Builds a small payload: the target and the version of a payload file, and what aAddRecord writes.
 // KEEP: what is missing is left out, and the payload counts as built.
-void CopyHead( const HtString& aPayloadFile, DfwPayloadWriter& aTarget )
+template <typename AddRecord>
+HtResult Build( const HtString& aPayloadFile, unsigned char* aBuffer, unsigned int aSize,
+                unsigned int& aOutSize, const AddRecord& aAddRecord )
 {
-    const std::unique_ptr<DfwPayloadWriter> lSource = OpenPayload( aPayloadFile );
-    (void)aTarget.CopyTargetRecord( *lSource );
-    (void)aTarget.CopyVersionRecord( *lSource );
+    try
+    {
+        const std::unique_ptr<DfwPayloadWriter> lTarget = OpenMemory( aBuffer, aSize );
+        const std::unique_ptr<DfwPayloadWriter> lSource = OpenPayload( aPayloadFile );
+        (void)lTarget->CopyTargetRecord( *lSource );
+        (void)lTarget->CopyVersionRecord( *lSource );
+        aAddRecord( *lTarget );
+        aOutSize = lTarget->GetSize();
+        return HtResult( HtResult::OK );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return HtResult( HtResult::GENERIC_ERROR, ENOMEM );
+    }
 }
 
 } // namespace
 
 HtDfwPayload::HtDfwPayload( const HtString& aFileName )
-    : mWriter( OpenPayload( aFileName ).release() )
+    : mWriter( OpenPayload( aFileName ) )
 {
 }
 
 HtDfwPayload::HtDfwPayload( unsigned char* aBuffer, unsigned int aSize )
-    : mWriter( OpenMemory( aBuffer, aSize ).release() )
+    : mWriter( OpenMemory( aBuffer, aSize ) )
 {
 }
 
-HtDfwPayload::~HtDfwPayload()
-{
-    delete mWriter;
-}
+HtDfwPayload::~HtDfwPayload() = default;
 
 HtResult HtDfwPayload::GetDeviceIdRecord( const HtString& aPayloadFile, const HtString& aDeviceId,
                                           unsigned char* aBuffer, unsigned int aSize,
                                           unsigned int& aOutSize )
 {
-    const std::unique_ptr<DfwPayloadWriter> lTarget = OpenMemory( aBuffer, aSize );
-    CopyHead( aPayloadFile, *lTarget );
-    const char* const lText = aDeviceId.GetAscii();
-    // Refused where it is too long, and then missing like the other records.
-    (void)lTarget->WriteIdRecord( lText, static_cast<unsigned int>( std::strlen( lText ) ) );
-    aOutSize = lTarget->GetSize();
-    return HtResult( HtResult::OK );
+    const auto lAddRecord = [&aDeviceId]( DfwPayloadWriter& aTarget )
+    {
+        const char* const lText = aDeviceId.GetAscii();
+        // Refused where it is too long, and then missing like the other records.
+        (void)aTarget.WriteIdRecord( lText, static_cast<unsigned int>( std::strlen( lText ) ) );
+    };
+    return Build( aPayloadFile, aBuffer, aSize, aOutSize, lAddRecord );
 }
 
 HtResult HtDfwPayload::GetResetRecord( const HtString& aPayloadFile, unsigned char* aBuffer,
                                        unsigned int aSize, unsigned int& aOutSize )
 {
-    const std::unique_ptr<DfwPayloadWriter> lTarget = OpenMemory( aBuffer, aSize );
-    CopyHead( aPayloadFile, *lTarget );
-    (void)lTarget->WriteResetRecord(); // never fails
-    aOutSize = lTarget->GetSize();
-    return HtResult( HtResult::OK );
+    const auto lAddRecord = []( DfwPayloadWriter& aTarget )
+    {
+        (void)aTarget.WriteResetRecord(); // never fails
+    };
+    return Build( aPayloadFile, aBuffer, aSize, aOutSize, lAddRecord );
 }
 
 namespace HtBaseLib
@@ -427,7 +439,14 @@ bool DfwPayloadWriter::AddSRecordFile( const char* aName )
 
 bool DfwPayloadWriter::AddSRecords( std::FILE* aFile, const char* aName )
 {
-    return SRecordReader( aFile, aName, *this ).Convert();
+    try
+    {
+        return SRecordReader( aFile, aName, *this ).Convert();
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return false; // there is no block to read into
+    }
 }
 
 bool DfwPayloadWriter::AddBinaryFile( const char* aName, std::uint32_t aAddress )

@@ -99,7 +99,8 @@ public:
 
     // Converts the S3 records of an S-record file, one data record each, with an address record
     // where the addresses do not follow on. Other records are skipped with a warning, S0 without.
-    // Checksums are not looked at. The file is left open.
+    // Checksums are not looked at. The file is left open. False, and nothing is printed or read,
+    // when memory is missing.
     bool AddSRecordFile( const char* aName );
     bool AddSRecords( std::FILE* aFile, const char* aName );
 

@@ -1,5 +1,6 @@
 #include "Libraries/HtBase/DfwPayload.h"
 
+#include "support/AllocationCounter.h"
 #include "support/ByteFile.h"
 #include "support/StandardOutput.h"
 #include "support/StringStream.h"
@@ -25,6 +26,7 @@ using testing::AllOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
+using TestSupport::AllocationFailure;
 using TestSupport::ByteFile;
 using TestSupport::StandardOutputCapture;
 using TestSupport::StringStream;
@@ -649,6 +651,30 @@ TEST( SRecordReader, OverlongLinesAreCutAndCostNothing )
 }
 
 // Binary files
+
+TEST( SRecordReader, WithoutMemoryNothingIsReadAndTheAnswerIsFalse )
+{
+    const std::string lText = "S30700001000010203";
+    const ByteFile lFile( lText );
+    unsigned char lRecords[64] = {};
+    DfwPayloadWriter lWriter(
+        std::make_unique<HtBaseLib::IoStreamRaw>( lRecords, sizeof( lRecords ) ) );
+    unsigned long long lNumber = 0;
+    for ( bool lHasFailed = true; lHasFailed; )
+    {
+        StandardOutputCapture lCapture;
+        bool lAnswer = false;
+        {
+            const AllocationFailure lFailure( ++lNumber );
+            lAnswer = lWriter.AddSRecords( lFile.Get(), "image.srec" );
+            lHasFailed = lFailure.HasHappened();
+        }
+        EXPECT_EQ( lCapture.Take(), "" );
+        EXPECT_NE( lAnswer, lHasFailed );
+        EXPECT_EQ( lWriter.GetSize(), lAnswer ? 10U : 0U ); // address and data
+    }
+    EXPECT_GT( lNumber, 1U );
+}
 
 TEST( BinaryReader, ABytesFileIsAnAddressAndFullRecords )
 {

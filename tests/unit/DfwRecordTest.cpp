@@ -1,5 +1,6 @@
 #include "Libraries/HtBase/DfwPayload.h"
 
+#include "support/AllocationCounter.h"
 #include "support/StandardOutput.h"
 #include "support/StringStream.h"
 #include "support/TemporaryDirectory.h"
@@ -11,11 +12,13 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -24,6 +27,8 @@
 using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::IoStreamFile;
 using HtBaseLib::IoStreamRaw;
+using TestSupport::AllocationFailure;
+using TestSupport::GetLiveAllocationCount;
 using TestSupport::ReadWholeFile;
 using TestSupport::StandardOutputCapture;
 using TestSupport::StringStream;
@@ -899,6 +904,115 @@ TEST( HtDfwPayload, BuildingLeavesNoFileOpenAndLogsNothing )
     lBuilt.BuildReset();
     EXPECT_EQ( CountDescriptors(), lBefore );
     EXPECT_TRUE( lSink.GetEntries().empty() );
+}
+
+// When memory is missing
+
+namespace
+{
+
+struct Attempt
+{
+    bool mHasFailed = false; // an allocation
+    unsigned int mCode = 0xEEEEEEEE;
+    unsigned int mOSCode = 0xEEEEEEEE;
+    unsigned int mOutSize = 0xEEEEEEEE;
+};
+
+using Builder = HtResult ( * )( const HtString&, GuardedBuffer&, unsigned int& );
+
+Attempt BuildWithoutMemory( unsigned long long aNumber, Builder aBuilder, const HtString& aPath,
+                            GuardedBuffer& aBuffer )
+{
+    Attempt lAttempt;
+    const AllocationFailure lFailure( aNumber );
+    const HtResult lResult = aBuilder( aPath, aBuffer, lAttempt.mOutSize );
+    lAttempt.mHasFailed = lFailure.HasHappened();
+    lAttempt.mCode = lResult.GetCode();
+    lAttempt.mOSCode = lResult.GetOSCode();
+    return lAttempt;
+}
+
+void ExpectBuilderTellsMissingMemory( Builder aBuilder )
+{
+    const TemporaryDirectory lDirectory;
+    const std::string lFile = lDirectory.GetPath( "payload" );
+    WriteWholeFile( lFile, ToText( Join( { TARGET_D, VERSION } ) ) );
+    const HtString lPath( lFile.c_str() );
+    const std::size_t lDescriptors = CountDescriptors();
+    for ( unsigned long long lNumber = 1;; ++lNumber )
+    {
+        GuardedBuffer lBuffer( 64U );
+        const long long lLive = GetLiveAllocationCount();
+        const Attempt lAttempt = BuildWithoutMemory( lNumber, aBuilder, lPath, lBuffer );
+        EXPECT_EQ( GetLiveAllocationCount(), lLive );
+        EXPECT_EQ( CountDescriptors(), lDescriptors );
+        EXPECT_TRUE( lBuffer.AreGuardsWhole() );
+        if ( !lAttempt.mHasFailed )
+        {
+            EXPECT_EQ( lAttempt.mCode, HtResult::OK );
+            EXPECT_GT( lNumber, 1U );
+            return;
+        }
+        EXPECT_EQ( lAttempt.mCode, HtResult::GENERIC_ERROR );
+        EXPECT_EQ( lAttempt.mOSCode, static_cast<unsigned int>( ENOMEM ) );
+        EXPECT_EQ( lAttempt.mOutSize, 0xEEEEEEEE );
+    }
+}
+
+} // namespace
+
+TEST( HtDfwPayload, BuildersTellThatMemoryIsMissing )
+{
+    ExpectBuilderTellsMissingMemory(
+        []( const HtString& aPath, GuardedBuffer& aBuffer, unsigned int& aOutSize ) {
+            return HtDfwPayload::GetResetRecord( aPath, aBuffer.Get(), aBuffer.GetSize(),
+                                                 aOutSize );
+        } );
+    static const HtString ID( "cam1" );
+    ExpectBuilderTellsMissingMemory(
+        []( const HtString& aPath, GuardedBuffer& aBuffer, unsigned int& aOutSize )
+        {
+            return HtDfwPayload::GetDeviceIdRecord( aPath, ID, aBuffer.Get(), aBuffer.GetSize(),
+                                                    aOutSize );
+        } );
+}
+
+TEST( HtDfwPayload, AConstructorWithoutMemoryThrowsAndLeavesNothingBehind )
+{
+    const TemporaryDirectory lDirectory;
+    const std::string lFile = lDirectory.GetPath( "payload" );
+    WriteWholeFile( lFile, ToText( VERSION ) );
+    const HtString lPath( lFile.c_str() );
+    unsigned char lBytes[4] = {};
+    const std::size_t lDescriptors = CountDescriptors();
+    const auto lFails = []( unsigned long long aNumber, const auto& aConstruct )
+    {
+        const AllocationFailure lFailure( aNumber );
+        try
+        {
+            aConstruct();
+        }
+        catch ( const std::bad_alloc& )
+        {
+            return true;
+        }
+        return false;
+    };
+    const auto lExpectThrows = [&]( const auto& aConstruct )
+    {
+        const long long lLive = GetLiveAllocationCount();
+        unsigned long long lNumber = 1;
+        while ( lFails( lNumber, aConstruct ) )
+        {
+            ++lNumber;
+            EXPECT_EQ( GetLiveAllocationCount(), lLive );
+        }
+        EXPECT_GT( lNumber, 1U );
+    };
+    lExpectThrows( [&] { const HtDfwPayload lPayload( lPath ); } );
+    lExpectThrows( [&] { const HtDfwPayload lPayload( lBytes, sizeof( lBytes ) ); } );
+    EXPECT_EQ( CountDescriptors(), lDescriptors );
 }
 
 #ifndef NDEBUG
