@@ -25,30 +25,33 @@ class TftpClient;
 //           come for 21 waits of 1000 ms, or answers, in a row
 //   0x001C  another transfer of this client is running; nothing has changed
 //   0x4000  SendFile: there is no such file. Only the returned object itself tells the internal
-//           code 0x0010.
+//           code 0x0010. Any transfer, with ENOMEM as OS code: memory is missing
 // A device that never answers costs 21 seconds. A device's message may be any bytes: it is a text
 // for people, never a format.
 //
-// What goes wrong while a local file is opened, read or written is not reported. An application
-// that must know reads the file itself and uses SendData, and fetches by GetData and writes the
-// file itself. It also sees to it that what it sends is a regular file of less than 4 GiB, and that
+// What goes wrong while a local file is opened, read or written is not reported: zeros are sent in
+// place of what cannot be read. A FIFO counts as a file that cannot be opened. An application that
+// must know reads the file itself and uses SendData, and fetches by GetData and writes the file
+// itself. It also sees to it that what it sends is a regular file of less than 4 GiB, and that
 // the device's name for it has at most 1015 bytes: a longer one is asserted in a debug build and
 // never sent, which looks like a device that does not answer.
+//
+// A failure for whose description memory is missing has none.
 //
 // What a device does with two senders is its business; run one transfer to a device at a time. Not
 // copyable.
 class HTBASE_API HtTftpClient
 {
 public:
-    HtTftpClient();
+    HtTftpClient();  // may throw std::bad_alloc
     ~HtTftpClient(); // no transfer may be running
 
     HtTftpClient( const HtTftpClient& ) = delete;
     HtTftpClient& operator=( const HtTftpClient& ) = delete;
 
     // Init sets the device's IPv4 address, in dotted decimal, and the name that the file has there.
-    // 0x4001, logged at priority 40000, when the address is none; what an earlier Init has set then
-    // stays.
+    // 0x4001, logged at priority 40000, when the address is none, or 0x4000 with ENOMEM as OS code;
+    // what an earlier Init has set then stays.
     HtResult Init( const HtString& aAddress, const HtString& aRemoteFileName );
 
     // Sends the local file aPath. A path that is not there is found out before anything is sent;
@@ -76,13 +79,15 @@ public:
     // what the last send had. NOT_INITIALIZED before the first transfer; both are then unchanged.
     HtResult GetProgress( long long& aDone, long long& aTotal );
 
-    // The result of the running transfer, 0xFFFF, or of the last one: OK, or 0x0013 with a
-    // description. NOT_INITIALIZED before the first transfer. After an abort, and after a SendFile
-    // without a file, it stays 0xFFFF until the next transfer.
+    // The result of the running transfer, 0xFFFF, or of the last one: OK, 0x0013 with a
+    // description, or 0x4000. NOT_INITIALIZED before the first transfer. After an abort, and after
+    // a SendFile without a file, it stays 0xFFFF until the next transfer.
     HtResult GetTransferResult() const;
 
     // Takes the oldest warning of the running or last transfer: OK, or 0x0015 when there is none;
-    // aText is then empty, whatever it was before. Starting a transfer drops the warnings.
+    // aText is then empty, whatever it was before. 0x4000 with ENOMEM as OS code when there is no
+    // memory for it: aText is unchanged and the warning is lost. Starting a transfer drops the
+    // warnings.
     HtResult GetWarning( HtString& aText );
 
     // Tells the running transfer to end: OK. It ends before its next turn, after 1000 ms at most.

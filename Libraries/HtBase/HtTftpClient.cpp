@@ -7,6 +7,8 @@
 #include <QmUtilsLib/String.h>
 #include <WdUtilsLib/Network/IpAddress.h>
 
+#include <cerrno>
+#include <new>
 #include <string>
 
 using QmUtilsLib::Result;
@@ -18,15 +20,38 @@ constexpr const char* UNIT = "Libraries/HtBase/HtTftpClient";
 constexpr unsigned int INVALID_ARGUMENT = 0x4001;
 
 // Callers return this call itself: a result that is copied on its way out has lost its internal
-// code.
+// code. Without memory for its description the result goes without.
 HtResult Convert( const Result& aResult )
 {
-    const HtString lDescription( aResult.GetDescription().GetAscii() );
-    if ( lDescription.GetLength() == 0 )
+    try
     {
-        return HtResult( aResult.GetCode(), aResult.GetOSCode() );
+        const QmUtilsLib::String& lDescription = aResult.GetDescription();
+        if ( lDescription.GetLength() != 0 )
+        {
+            return HtResult( aResult.GetCode(), aResult.GetOSCode(),
+                             HtString( lDescription.GetAscii() ) );
+        }
     }
-    return HtResult( aResult.GetCode(), aResult.GetOSCode(), lDescription );
+    catch ( const std::bad_alloc& )
+    {
+        // The codes stand.
+    }
+    return HtResult( aResult.GetCode(), aResult.GetOSCode() );
+}
+
+// The refusal is logged; without memory it is its code alone.
+HtResult RefuseAddress()
+{
+    try
+    {
+        const QmUtilsLib::Logger lLogger( HtBaseLib::LOGGER_NAME, HtBaseLib::LOGGER_CONFIGURATION );
+        return Convert( lLogger.LogResult( INVALID_ARGUMENT, UNIT, __LINE__, "HtTftpClient::Init",
+                                           "Invalid IP address provided." ) );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return HtResult( INVALID_ARGUMENT );
+    }
 }
 
 } // namespace
@@ -47,9 +72,7 @@ HtResult HtTftpClient::Init( const HtString& aAddress, const HtString& aRemoteFi
     WdUtilsLib::Network::IpAddress lAddress;
     if ( !lAddress.Set( aAddress.GetAscii() ) )
     {
-        const QmUtilsLib::Logger lLogger( HtBaseLib::LOGGER_NAME, HtBaseLib::LOGGER_CONFIGURATION );
-        return Convert( lLogger.LogResult( INVALID_ARGUMENT, UNIT, __LINE__, "HtTftpClient::Init",
-                                           "Invalid IP address provided." ) );
+        return RefuseAddress();
     }
     return Convert( mThis->Init( lAddress, aRemoteFileName.GetAscii() ) );
 }
@@ -102,14 +125,17 @@ HtResult HtTftpClient::GetTransferResult() const
 HtResult HtTftpClient::GetWarning( HtString& aText )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );
-    aText = HtString(); // KEEP: emptied also when there is no warning
-    std::string lText;
-    const Result lResult = mThis->GetWarning( lText );
-    if ( lResult.IsOK() )
+    try
     {
-        aText = HtString( lText.c_str() );
+        std::string lWarning;
+        const Result lResult = mThis->GetWarning( lWarning );
+        aText = HtString( lWarning.c_str() ); // KEEP: emptied also when there is no warning
+        return Convert( lResult );
     }
-    return Convert( lResult );
+    catch ( const std::bad_alloc& )
+    {
+        return HtResult( HtResult::GENERIC_ERROR, ENOMEM );
+    }
 }
 
 HtResult HtTftpClient::Abort()

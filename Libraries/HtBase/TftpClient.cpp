@@ -7,9 +7,11 @@
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/String.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <new>
+#include <system_error>
 #include <utility>
 
 namespace HtBaseLib
@@ -41,6 +43,27 @@ constexpr const char* RECEIVE_GIVEN_UP =
     "Reached the maximum number of retries. Aborting send operation.";
 constexpr const char* BLOCKS_GIVEN_UP =
     "Maximum number of retries reached attempting to receive a data block";
+
+// Without memory for its text a failure is its code alone.
+Result MakeFailure( const char* aText )
+{
+    try
+    {
+        return Result( TRANSFER_FAILED, 0, String( aText ) );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return TRANSFER_FAILED;
+    }
+}
+
+// Tells whether opening the file may wait for somebody to open its other end. A pipe without a
+// name, as behind /dev/stdout, has both.
+bool IsFifo( const char* aPath )
+{
+    std::error_code lError;
+    return std::filesystem::is_fifo( std::filesystem::canonical( aPath, lError ), lError );
+}
 
 } // namespace
 
@@ -76,13 +99,9 @@ private:
     TftpClient* const mClient;
 };
 
-// The buffers are zeroed: a block that cannot be read is sent all the same.
 TftpClient::TftpClient()
     : mPacket( std::make_unique<unsigned char[]>( BUFFER_SIZE ) )
     , mStaging( std::make_unique<unsigned char[]>( BUFFER_SIZE ) )
-    , mResult( std::make_shared<const Result>() )
-    , mPending( std::make_shared<const Result>( Result::PENDING ) )
-    , mOK( std::make_shared<const Result>( Result::OK ) )
 {
 }
 
@@ -90,8 +109,15 @@ TftpClient::~TftpClient() = default;
 
 Result TftpClient::Init( const IpAddress& aAddress, const char* aRemoteFileName )
 {
+    try
+    {
+        mRemoteFileName = std::string( aRemoteFileName );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return Result( Result::GENERIC_ERROR, ENOMEM );
+    }
     mDeviceAddress = aAddress;
-    mRemoteFileName = aRemoteFileName;
     return Result::OK;
 }
 
@@ -102,18 +128,22 @@ Result TftpClient::SendFile( const char* aPath )
     {
         return Result::BUSY;
     }
-    Start();
-    struct stat lStatus = {};
-    if ( stat( aPath, &lStatus ) != 0 )
-    {
-        // KEEP: the socket stays open and the result PENDING until the next transfer.
-        return FILE_NOT_FOUND;
-    }
-    mTotalSize.store( static_cast<uint32_t>( lStatus.st_size ) ); // the low 32 bits
-    auto lFile = std::make_unique<IoStreamFile>();
-    (void)lFile->Open( ChooseLocalPath( aPath ), "rb" ); // KEEP: sends zeros instead
-    mStream = std::move( lFile );
-    return Run( &TftpClient::SendLoop );
+    return Run(
+        [this, aPath]() -> Result
+        {
+            auto& lFile = Start<IoStreamFile>();
+            std::error_code lError;
+            if ( !std::filesystem::exists( aPath, lError ) )
+            {
+                // KEEP: the socket stays open and the result PENDING until the next transfer.
+                mStream.reset();
+                return FILE_NOT_FOUND;
+            }
+            const auto lSize = std::filesystem::file_size( aPath, lError );
+            mTotalSize.store( lError ? 0 : static_cast<uint32_t>( lSize ) ); // the low 32 bits
+            OpenFile( lFile, aPath, "rb" );
+            return SendLoop();
+        } );
 }
 
 Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
@@ -123,10 +153,13 @@ Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
     {
         return Result::BUSY;
     }
-    Start();
-    mTotalSize.store( aSize );
-    mStream = std::make_unique<IoStreamRaw>( IoStreamRaw::READ_ONLY, aData, aSize );
-    return Run( &TftpClient::SendLoop );
+    return Run(
+        [this, aData, aSize]
+        {
+            Start<IoStreamRaw>( IoStreamRaw::READ_ONLY, aData, aSize );
+            mTotalSize.store( aSize );
+            return SendLoop();
+        } );
 }
 
 Result TftpClient::GetFile( const char* aPath )
@@ -136,11 +169,12 @@ Result TftpClient::GetFile( const char* aPath )
     {
         return Result::BUSY;
     }
-    Start();
-    auto lFile = std::make_unique<IoStreamFile>();
-    (void)lFile->Open( ChooseLocalPath( aPath ), "wb" ); // KEEP: the read runs all the same
-    mStream = std::move( lFile );
-    return Run( &TftpClient::ReceiveLoop );
+    return Run(
+        [this, aPath]
+        {
+            OpenFile( Start<IoStreamFile>(), aPath, "wb" );
+            return ReceiveLoop();
+        } );
 }
 
 Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
@@ -150,10 +184,13 @@ Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
     {
         return Result::BUSY;
     }
-    Start();
-    mStream = std::make_unique<IoStreamRaw>( aBuffer, aSize );
-    Result lResult = Run( &TftpClient::ReceiveLoop );
-    aSize = mStream->GetBytesWritten(); // KEEP: on failure too
+    Result lResult = Run(
+        [this, aBuffer, aSize]
+        {
+            Start<IoStreamRaw>( aBuffer, aSize );
+            return ReceiveLoop();
+        } );
+    aSize = mStream != nullptr ? mStream->GetBytesWritten() : 0; // KEEP: on failure too
     return lResult;
 }
 
@@ -182,7 +219,8 @@ Result TftpClient::GetWarning( std::string& aText )
 
 Result TftpClient::GetTransferResult() const
 {
-    return *std::atomic_load( &mResult );
+    LockScope lLock( mResultMutex );
+    return mResult;
 }
 
 Result TftpClient::GetProgress( long long& aDone, long long& aTotal ) const
@@ -196,8 +234,10 @@ Result TftpClient::GetProgress( long long& aDone, long long& aTotal ) const
     return Result::OK;
 }
 
-// KEEP: the total stays what the last send has set.
-void TftpClient::Start()
+// KEEP: the total stays what the last send has set. The stream is there before the socket is open,
+// so End closes both, whatever fails from now on.
+template <typename Stream, typename... Arguments>
+Stream& TftpClient::Start( Arguments... aArguments )
 {
     mBytesDone.store( 0 );
     mIsLastBlock = false;
@@ -207,12 +247,16 @@ void TftpClient::Start()
     mRetries = 0;
     mData = TftpData();
     mIsAborted.store( false );
-    SetTransferResult( mPending );
+    SetTransferResult( Result::PENDING );
     {
         LockScope lLock( mMutex );
         mWarnings.clear();
     }
+    auto lStream = std::make_unique<Stream>( aArguments... );
+    Stream& lStarted = *lStream;
+    mStream = std::move( lStream );
     (void)mSocket.Open( nullptr, 0, false ); // without a socket every wait fails, and so the whole
+    return lStarted;
 }
 
 void TftpClient::End()
@@ -225,28 +269,48 @@ void TftpClient::End()
     (void)mSocket.Close(); // the transfer is over, whatever this says
 }
 
-const char* TftpClient::ChooseLocalPath( const char* aPath ) const
+// An empty path means the device's name for the file.
+// KEEP: a file that cannot be opened stops nothing: a send goes out with zeros, a read stores
+// nothing.
+void TftpClient::OpenFile( IoStreamFile& aFile, const char* aPath, const char* aMode ) const
 {
-    return *aPath != '\0' ? aPath : mRemoteFileName.c_str();
+    const char* const lPath = *aPath != '\0' ? aPath : mRemoteFileName.c_str();
+    if ( !IsFifo( lPath ) )
+    {
+        (void)aFile.Open( lPath, aMode );
+    }
 }
 
-// Runs a loop to its end; a failure raised in it is the transfer's result.
-Result TftpClient::Run( Result ( TftpClient::*aLoop )() )
+// Runs a transfer to its end, whatever that is, and publishes its result.
+// KEEP: an aborted transfer, and one whose file is missing, stay PENDING for those who look from
+// outside.
+template <typename Transfer>
+Result TftpClient::Run( const Transfer& aTransfer )
 {
+    Result lResult;
     try
     {
-        Result lResult = ( this->*aLoop )();
-        if ( lResult.IsOK() )
+        lResult = aTransfer();
+        if ( !lResult.IsOK() )
         {
-            SetTransferResult( mOK );
+            return lResult;
         }
-        return lResult; // KEEP: an aborted transfer stays PENDING for those who look from outside
     }
     catch ( const Failure& aFailure )
     {
-        SetTransferResult( std::make_shared<const Result>( aFailure.mResult ) );
-        return aFailure.mResult;
+        lResult = aFailure.mResult;
     }
+    catch ( const std::bad_alloc& )
+    {
+        lResult = Result( Result::GENERIC_ERROR, ENOMEM );
+    }
+    catch ( ... )
+    {
+        SetTransferResult( Result::GENERIC_ERROR );
+        throw;
+    }
+    SetTransferResult( lResult );
+    return lResult;
 }
 
 Result TftpClient::SendLoop()
@@ -307,8 +371,10 @@ void TftpClient::ReadBlock()
     mBlockLength = std::min( Tftp::BLOCK_SIZE, mTotalSize.load() - mBytesDone.load() );
     if ( mBlockLength != 0 )
     {
-        // KEEP: whatever was read, the block has the length that was announced at the start.
-        (void)mStream->Read( mStaging.get(), 1, mBlockLength );
+        // KEEP: whatever was read, the block has the length that was announced at the start; what
+        // is missing is zeros.
+        const unsigned int lRead = mStream->Read( mStaging.get(), 1, mBlockLength );
+        std::fill( mStaging.get() + lRead, mStaging.get() + mBlockLength, '\0' );
     }
     mData.SetData( mStaging.get(), mBlockLength );
     if ( mBlockLength < Tftp::BLOCK_SIZE )
@@ -516,7 +582,7 @@ void TftpClient::RaiseError( unsigned int aCount ) const
 
 void TftpClient::Raise( const char* aText )
 {
-    throw Failure{ Result( TRANSFER_FAILED, 0, String( aText ) ) };
+    throw Failure{ MakeFailure( aText ) };
 }
 
 void TftpClient::QueueWarning( std::string aText )
@@ -525,11 +591,13 @@ void TftpClient::QueueWarning( std::string aText )
     mWarnings.push_back( std::move( aText ) );
 }
 
-// The code goes first: who has read a new result finds its code in Abort and GetProgress.
-void TftpClient::SetTransferResult( Snapshot aResult )
+// The code goes first: who has read a new result finds its code in Abort and GetProgress. What the
+// result was goes when the lock is free again.
+void TftpClient::SetTransferResult( Result aResult )
 {
-    mResultCode.store( aResult->GetCode() );
-    std::atomic_store( &mResult, std::move( aResult ) );
+    mResultCode.store( aResult.GetCode() );
+    LockScope lLock( mResultMutex );
+    std::swap( mResult, aResult );
 }
 
 } // namespace HtBaseLib

@@ -22,20 +22,23 @@ namespace HtBaseLib
 //
 // A transfer runs on its caller's thread until it has ended; one that is called meanwhile is BUSY
 // and changes nothing. Abort, GetProgress, GetWarning and GetTransferResult may be called from any
-// thread at any time; nothing is locked but the list of warnings, for a moment. Init and the
-// destructor must not run beside a transfer.
+// thread at any time; nothing is locked but the list of warnings and the copy of the result, for a
+// moment. Init and the destructor must not run beside a transfer.
 //
 // Results of a transfer:
 //   OK       it came to its end
 //   ABORTED  see Abort
 //   0x0010   there is no file to send
 //   0x0013   it failed; the description says why: the device's own message, or that nothing usable
-//            has come for 21 waits in a row
+//            has come for 21 waits in a row. Without memory for the description there is none
+//   0x4000   with ENOMEM as OS code: memory for anything else is missing
 //   BUSY     a transfer is running
 // What goes wrong with sending a datagram, with opening or reading a local file and with writing it
-// is not reported.
+// is not reported. A FIFO counts as a file that cannot be opened, since opening it might wait for
+// ever.
 //
-// Nothing is logged. A failed allocation ends the transfer and is thrown on.
+// Nothing is logged. An exception of somebody else's passes; the transfer's result is then 0x4000.
+// The constructor may throw std::bad_alloc.
 class TftpClient
 {
 public:
@@ -45,12 +48,14 @@ public:
     TftpClient( const TftpClient& ) = delete;
     TftpClient& operator=( const TftpClient& ) = delete;
 
-    // Sets the device and the name of the file there, for the transfers to come. Always OK.
+    // Sets the device and the name of the file there, for the transfers to come. OK, or 0x4000 with
+    // ENOMEM as OS code, and nothing has changed.
     QmUtilsLib::Result Init( const WdUtilsLib::Network::IpAddress& aAddress,
                              const char* aRemoteFileName );
 
-    // Sends a local file; of its size the low 32 bits count. When there is none nothing is sent,
-    // and the transfer stays begun: its result stays PENDING until the next one.
+    // Sends a local file; of its size the low 32 bits count, and what is not a regular file has
+    // none. When there is no file nothing is sent, and the transfer stays begun: its result stays
+    // PENDING until the next one.
     QmUtilsLib::Result SendFile( const char* aPath );
 
     // Sends aSize bytes. Nothing is ever stored in them.
@@ -71,8 +76,8 @@ public:
     // Moves the oldest warning into aText; 0x0015 when there is none, and aText is unchanged.
     QmUtilsLib::Result GetWarning( std::string& aText );
 
-    // The result of the running transfer, PENDING, or of the last one: OK or 0x0013 with a
-    // description. NOT_INITIALIZED before the first. An aborted one stays PENDING.
+    // The result of the running transfer, PENDING, or of the last one: OK, 0x0013 or 0x4000.
+    // NOT_INITIALIZED before the first. An aborted one stays PENDING.
     QmUtilsLib::Result GetTransferResult() const;
 
     // How many bytes of a send the device has acknowledged, the last block not counted, and how
@@ -83,13 +88,14 @@ public:
 private:
     class Hold;
     struct Failure;
-    using Snapshot = std::shared_ptr<const QmUtilsLib::Result>;
 
-    void Start();
+    template <typename Stream, typename... Arguments>
+    Stream& Start( Arguments... aArguments );
     void End();
-    const char* ChooseLocalPath( const char* aPath ) const;
+    void OpenFile( IoStreamFile& aFile, const char* aPath, const char* aMode ) const;
 
-    QmUtilsLib::Result Run( QmUtilsLib::Result ( TftpClient::*aLoop )() );
+    template <typename Transfer>
+    QmUtilsLib::Result Run( const Transfer& aTransfer );
     QmUtilsLib::Result SendLoop();
     void OfferFile();
     QmUtilsLib::Result SendBlocks();
@@ -113,7 +119,7 @@ private:
     [[noreturn]] static void Raise( const char* aText );
 
     void QueueWarning( std::string aText );
-    void SetTransferResult( Snapshot aResult );
+    void SetTransferResult( QmUtilsLib::Result aResult );
 
     WdUtilsLib::Network::SocketUDP mSocket;
     std::unique_ptr<IoStream> mStream; // while a transfer runs
@@ -131,16 +137,16 @@ private:
     const std::unique_ptr<unsigned char[]> mStaging;
     std::atomic<bool> mIsAborted{ false };
 
-    // The result: its code, and all of it as a value that is swapped and never changed.
+    // The result: its code, and all of it. The lock is held only while the result is copied, which
+    // allocates nothing, or swapped.
     std::atomic<unsigned int> mResultCode{ QmUtilsLib::Result::NOT_INITIALIZED };
-    Snapshot mResult; // read and written atomically
+    QmUtilsLib::Result mResult QMUTILSLIB_GUARDED_BY( mResultMutex );
+    mutable QmUtilsLib::Mutex mResultMutex;
 
     std::list<std::string> mWarnings QMUTILSLIB_GUARDED_BY( mMutex ); // oldest first
     QmUtilsLib::Mutex mMutex;
 
     std::atomic<bool> mIsRunning{ false };
-    const Snapshot mPending; // made once, so that a transfer that goes well makes none
-    const Snapshot mOK;
 };
 
 } // namespace HtBaseLib

@@ -13,7 +13,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +62,7 @@ constexpr unsigned int FAILED = 0x0013;
 constexpr unsigned int NO_WARNING = 0x0015;
 constexpr unsigned int BUSY = 0x001C;
 constexpr unsigned int NOT_INITIALIZED = 0x0605;
+constexpr unsigned int GENERIC_ERROR = 0x4000;
 constexpr unsigned int PENDING = 0xFFFF;
 
 constexpr unsigned char UNTOUCHED = 0xEE;
@@ -694,7 +697,7 @@ TEST_F( TftpTalk, EmptyPathIsAMissingFileWhateverTheRemoteName )
     EXPECT_THAT( mNet.GetSends(), IsEmpty() );
 }
 
-TEST_F( TftpTalk, FileThatShrankIsFilledUpWithWhatWasReadBefore )
+TEST_F( TftpTalk, FileThatShrankIsFilledUpWithZeros )
 {
     const TemporaryDirectory lDirectory;
     const std::string lPath = lDirectory.GetPath( "file" );
@@ -708,18 +711,113 @@ TEST_F( TftpTalk, FileThatShrankIsFilledUpWithWhatWasReadBefore )
         .ReplyFrom( TRANSFER, Ack( 0 ) )
         .Expect( Data( 1, lBlock ) )
         .Reply( Ack( 1 ) )
-        .Expect( Data( 2, Slice( lFirst, 0, 88 ) ) )
+        .Expect( Data( 2, Bytes( 88, 0 ) ) )
         .Reply( Ack( 2 ) );
     EXPECT_EQ( mClient.SendFile( lPath.c_str() ).GetCode(), OK );
 }
 
-TEST_F( TftpTalk, DirectoryIsSentAsZeros )
+TEST_F( TftpTalk, WhatCannotBeReadIsZerosWhateverWasTransferredBefore )
 {
     const TemporaryDirectory lDirectory;
-    struct stat lStatus = {};
-    ASSERT_EQ( stat( lDirectory.GetPath().c_str(), &lStatus ), 0 );
-    ScriptUpload( Bytes( static_cast<std::size_t>( lStatus.st_size ), 0 ) );
+    const std::string lPath = lDirectory.GetPath( "file" );
+    const Bytes lSent( 600, 0x5A );
+    ScriptUpload( lSent );
+    ASSERT_EQ( Send( lSent ), OK );
+    mNet.Expect( ReadRequest( "a.bin" ) )
+        .ReplyFrom( TRANSFER, Data( 1, Bytes( 512, 0x77 ) ) )
+        .Expect( Ack( 1 ) );
+    unsigned char lFetched[600] = {};
+    unsigned int lSize = 600;
+    ASSERT_EQ( mClient.GetData( lFetched, lSize ).GetCode(), OK );
+
+    WriteWholeFile( lPath, std::string( 700, 'x' ) );
+    mNet.Expect( WriteRequest( "a.bin" ) )
+        .Do( [&] { ASSERT_EQ( truncate( lPath.c_str(), 0 ), 0 ); } )
+        .ReplyFrom( TRANSFER, Ack( 0 ) )
+        .Expect( Data( 1, Bytes( 512, 0 ) ) )
+        .Reply( Ack( 1 ) )
+        .Expect( Data( 2, Bytes( 188, 0 ) ) )
+        .Reply( Ack( 2 ) );
+    EXPECT_EQ( mClient.SendFile( lPath.c_str() ).GetCode(), OK );
+}
+
+TEST_F( TftpTalk, FileThatCannotBeOpenedIsSentAsZeros )
+{
+    const TemporaryDirectory lDirectory;
+    const std::string lPath = lDirectory.GetPath( "file" );
+    WriteWholeFile( lPath, std::string( 700, 'x' ) );
+    ScriptUpload( Bytes( 700, 0 ) );
+    rlimit lLimit{};
+    ASSERT_EQ( getrlimit( RLIMIT_NOFILE, &lLimit ), 0 );
+    const rlimit lNothing{ 0, lLimit.rlim_max };
+    ASSERT_EQ( setrlimit( RLIMIT_NOFILE, &lNothing ), 0 );
+    const unsigned int lCode = mClient.SendFile( lPath.c_str() ).GetCode();
+    ASSERT_EQ( setrlimit( RLIMIT_NOFILE, &lLimit ), 0 );
+    EXPECT_EQ( lCode, OK );
+}
+
+// Only a regular file has a size.
+TEST_F( TftpTalk, DirectoryIsSentAsNothing )
+{
+    const TemporaryDirectory lDirectory;
+    ScriptUpload( {} );
     EXPECT_EQ( mClient.SendFile( lDirectory.GetPath().c_str() ).GetCode(), OK );
+    EXPECT_EQ( GetProgress(), ( Progress{ OK, 0, 0 } ) );
+}
+
+TEST_F( TftpTalk, DeviceFilesAreSentAsNothingAndTakeWhatIsFetched )
+{
+    for ( const char* const lPath : { "/dev/null", "/dev/full", "/dev/zero" } )
+    {
+        ScriptUpload( {} );
+        EXPECT_EQ( mClient.SendFile( lPath ).GetCode(), OK );
+        mNet.Expect( ReadRequest( "a.bin" ) )
+            .ReplyFrom( TRANSFER, Data( 1, { 1, 2, 3 } ) )
+            .Expect( Ack( 1 ) );
+        EXPECT_EQ( mClient.GetFile( lPath ).GetCode(), OK );
+    }
+}
+
+// Nobody has opened its other end, so opening it would wait for ever.
+TEST_F( TftpTalk, FifoIsAFileThatCannotBeOpened )
+{
+    const TemporaryDirectory lDirectory;
+    const std::string lFifo = lDirectory.GetPath( "fifo" );
+    const std::string lLink = lDirectory.GetPath( "link" );
+    ASSERT_EQ( mkfifo( lFifo.c_str(), 0600 ), 0 );
+    ASSERT_EQ( symlink( "fifo", lLink.c_str() ), 0 );
+    for ( const std::string& lPath : { lFifo, lLink } )
+    {
+        ScriptUpload( {} );
+        EXPECT_EQ( mClient.SendFile( lPath.c_str() ).GetCode(), OK );
+        mNet.Expect( ReadRequest( "a.bin" ) )
+            .ReplyFrom( TRANSFER, Data( 1, { 1, 2, 3 } ) )
+            .Expect( Ack( 1 ) );
+        EXPECT_EQ( mClient.GetFile( lPath.c_str() ).GetCode(), OK );
+    }
+    ASSERT_TRUE( mClient.Init( DEVICE, lFifo.c_str() ).IsOK() );
+    mNet.Expect( ReadRequest( lFifo ) )
+        .ReplyFrom( TRANSFER, Data( 1, { 1, 2, 3 } ) )
+        .Expect( Ack( 1 ) );
+    EXPECT_EQ( mClient.GetFile( "" ).GetCode(), OK ); // the device's name for it
+    EXPECT_EQ( std::filesystem::status( lFifo ).type(), std::filesystem::file_type::fifo );
+}
+
+// As /dev/stdout is where the output goes to another program.
+TEST_F( TftpTalk, PipeWithoutANameTakesWhatIsFetched )
+{
+    int lEnds[2] = { -1, -1 };
+    ASSERT_EQ( pipe2( lEnds, O_CLOEXEC ), 0 );
+    mNet.Expect( ReadRequest( "a.bin" ) )
+        .ReplyFrom( TRANSFER, Data( 1, { 'n', 'e', 'w' } ) )
+        .Expect( Ack( 1 ) );
+    const std::string lPath = "/proc/self/fd/" + std::to_string( lEnds[1] );
+    EXPECT_EQ( mClient.GetFile( lPath.c_str() ).GetCode(), OK );
+    char lBytes[8] = {};
+    EXPECT_EQ( close( lEnds[1] ), 0 );
+    EXPECT_EQ( read( lEnds[0], lBytes, sizeof( lBytes ) ), 3 );
+    EXPECT_STREQ( lBytes, "new" );
+    EXPECT_EQ( close( lEnds[0] ), 0 );
 }
 
 TEST_F( TftpTalk, SizeOfAFileIsCutTo32Bits )
@@ -946,6 +1044,18 @@ TEST_F( TftpTalk, ForeignExceptionFreesTheClient )
     EXPECT_EQ( mNet.GetCalls().back(), "Close()" );
     ScriptUpload( lBytes );
     EXPECT_EQ( Send( lBytes ), OK );
+}
+
+TEST_F( TftpTalk, ForeignExceptionEndsTheTransferForWhoWatchesIt )
+{
+    mNet.Expect( ReadRequest( "a.bin" ) )
+        .Do( [] { throw std::runtime_error( "out of something" ); } );
+    unsigned int lSize = 0;
+    EXPECT_THROW( (void)mClient.GetData( nullptr, lSize ), std::runtime_error );
+    EXPECT_EQ( GetResultCode(), GENERIC_ERROR );
+    EXPECT_EQ( GetResultText(), "" );
+    EXPECT_EQ( mClient.GetTransferResult().GetOSCode(), 0U );
+    EXPECT_EQ( mClient.Abort().GetCode(), BUSY );
 }
 
 // Fetching
