@@ -53,7 +53,8 @@ public:
 
     // ReadMemory reads aSize bytes (READMEM), of which the device gives at most 536 at a time; a
     // larger request is sent as it is and the device decides. The field that carries the size has
-    // 16 bits. An acknowledge that carries fewer bytes is GENERIC_ERROR, and aData is unchanged.
+    // 16 bits. An acknowledge that carries fewer bytes is GENERIC_ERROR, and aData is unchanged. A
+    // read of 0 bytes is OK with any acknowledge.
     QmUtilsLib::Result ReadMemory( void* aData, long long aAddress, long long aSize ) override;
 
     // WriteMemory writes 0 to 536 bytes (WRITEMEM); any other size is 0x4001 and nothing is sent.

@@ -214,7 +214,7 @@ Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long lon
     {
         return lResult;
     }
-    if ( !lAcknowledge.CopyData( aData, aSize ) )
+    if ( aSize != 0 && !lAcknowledge.CopyData( aData, aSize ) )
     {
         return MakeInvalidAnswer();
     }

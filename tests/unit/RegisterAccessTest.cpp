@@ -405,6 +405,28 @@ TEST_F( RegisterAccessTest, ReadsNoMemoryWhenNoneIsAskedFor )
     ExpectTransfer( mLink.mReads, lArea.Get(), 0xD800, {} );
 }
 
+TEST_F( RegisterAccessTest, ReadsNoMemoryAlsoFromAnAcknowledgeWithoutPayload )
+{
+    // Nothing, and parts of an address.
+    for ( std::size_t lSize = 0; lSize < 4; ++lSize )
+    {
+        Rewind();
+        mNet.Expect( ReadMem( 0x00, 0x00 ) )
+            .Reply( Packet( {
+                { 0x00, 0x00 },                          // status: success
+                { 0x00, 0x85 },                          // acknowledge: READMEM
+                { 0x00, static_cast<uint8_t>( lSize ) }, // length
+                { 0xB1, 0x23 },                          // acknowledge identifier
+                Bytes( lSize, 0x00 ),                    // of the address
+            } ) );
+        mLink.mReads.clear();
+        GuardedArea lArea( 4 );
+        EXPECT_TRUE( mLink.ReadMemory( lArea.Get(), 0xD800, 0 ).IsOK() ) << lSize;
+        EXPECT_TRUE( lArea.IsUntouched() );
+        ExpectTransfer( mLink.mReads, lArea.Get(), 0xD800, {} );
+    }
+}
+
 TEST_F( RegisterAccessTest, CopiesNoMoreMemoryThanWasAskedFor )
 {
     const Bytes lData = MakeData( 12 );

@@ -841,6 +841,33 @@ TEST_F( SendCommandTest, AcceptsAPendingAcknowledgeWithMoreBehindIt )
     ExpectCounters( mLink, 0, 0, 1, 0 );
 }
 
+TEST_F( SendCommandTest, TakesTheTimeOfAPendingAcknowledgeWhateverItsLengthFieldSays )
+{
+    for ( const int lLength : { 0, 1, 2, 3, 5, 255 } )
+    {
+        mLog.Clear();
+        mLink.ResetStats();
+        mLink.mRequestID = 0xB123;
+        const std::size_t lBefore = mNet.GetSelectTimeouts().size();
+        const Bytes lPending = Packet( {
+            { 0x00, 0x00 },                            // status: success
+            { 0x00, 0x89 },                            // acknowledge: PENDINGACK
+            { 0x00, static_cast<uint8_t>( lLength ) }, // length: not the 4 bytes that follow
+            { 0xB1, 0x23 },                            // acknowledge identifier
+            { 0x00, 0x00 },                            // reserved
+            { 0x13, 0x88 },                            // time to completion: 5000 ms
+        } );
+        mNet.Expect( COMMAND ).Reply( lPending ).Reply( ANSWER, AFTER_MS( 4999 ) );
+        EXPECT_TRUE( Send().IsOK() ) << lLength;
+        const Waits& lAll = mNet.GetSelectTimeouts();
+        EXPECT_EQ( Waits( lAll.begin() + static_cast<std::ptrdiff_t>( lBefore ), lAll.end() ),
+                   Waits( { 400, 5000 } ) )
+            << lLength;
+        ExpectCounters( mLink, 0, 0, 1, 0 );
+        ExpectLog( {} );
+    }
+}
+
 TEST_F( SendCommandTest, TakesEveryTruncationOfAPendingAcknowledgeForAStray )
 {
     mLink.mRetryCount = 1;

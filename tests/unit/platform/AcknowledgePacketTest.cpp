@@ -393,6 +393,21 @@ TEST( GvcpAcknowledge, PendingTellsTheTime )
     EXPECT_EQ( PendingAcknowledgeHeader( lLongest.data(), 12 ).GetTimeToCompletion(), 65535 );
 }
 
+TEST( GvcpAcknowledge, PendingTellsTheTimeWhateverItsLengthFieldSays )
+{
+    for ( const unsigned int lLength : { 0U, 1U, 2U, 3U, 4U, 5U, 255U } )
+    {
+        Bytes lPacket = PENDING_ACK;
+        lPacket[5] = static_cast<uint8_t>( lLength );
+        for ( std::size_t lSize = 0; lSize <= lPacket.size(); ++lSize )
+        {
+            const ExactBlock lBlock( lPacket, lSize );
+            const PendingAcknowledgeHeader lHeader( lBlock.Get(), lBlock.GetSize() );
+            EXPECT_EQ( lHeader.GetTimeToCompletion(), lSize == 12 ? 5000 : 0 ) << lSize;
+        }
+    }
+}
+
 TEST( GvcpAcknowledge, ReadMemory )
 {
     const ExactBlock lBlock( READMEM_ACK, READMEM_ACK.size() );

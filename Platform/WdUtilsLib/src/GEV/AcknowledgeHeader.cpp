@@ -17,6 +17,7 @@ constexpr std::size_t STATUS_OFFSET = 0;
 constexpr std::size_t ACKNOWLEDGE_OFFSET = 2;
 constexpr std::size_t LENGTH_OFFSET = 4;
 constexpr std::size_t ACKNOWLEDGE_ID_OFFSET = 6;
+constexpr std::size_t TIME_TO_COMPLETION_OFFSET = 10;
 
 } // namespace
 
@@ -92,7 +93,8 @@ bool AcknowledgeHeader::GetBytes( std::size_t aOffset, void* aData, std::size_t 
 
 uint16_t AcknowledgeHeader::GetField( std::size_t aOffset ) const
 {
-    return mSize < HEADER_SIZE ? uint16_t{ 0 } : GetBig16( mBytes + aOffset );
+    const bool lIsThere = mSize >= std::max( HEADER_SIZE, aOffset + sizeof( uint16_t ) );
+    return lIsThere ? GetBig16( mBytes + aOffset ) : uint16_t{ 0 };
 }
 
 PendingAcknowledgeHeader::PendingAcknowledgeHeader( const void* aBuffer, std::size_t aSize )
@@ -102,7 +104,7 @@ PendingAcknowledgeHeader::PendingAcknowledgeHeader( const void* aBuffer, std::si
 
 unsigned short PendingAcknowledgeHeader::GetTimeToCompletion() const
 {
-    return Get16( 2 );
+    return GetField( TIME_TO_COMPLETION_OFFSET );
 }
 
 } // namespace GEV

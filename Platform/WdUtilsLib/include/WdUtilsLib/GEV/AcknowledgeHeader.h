@@ -53,9 +53,11 @@ protected:
     uint32_t Get32( std::size_t aOffset ) const;
     bool GetBytes( std::size_t aOffset, void* aData, std::size_t aSize ) const;
 
-private:
+    // Reads at an offset from the start of the buffer, whatever the length field says. 0 where the
+    // buffer ends before.
     uint16_t GetField( std::size_t aOffset ) const;
 
+private:
     const uint8_t* mBytes;
     std::size_t mSize;
 };
@@ -74,7 +76,8 @@ public:
     // A view of the aSize bytes at aBuffer.
     PendingAcknowledgeHeader( const void* aBuffer, std::size_t aSize );
 
-    // Milliseconds the device still needs, counted from the arrival of this datagram.
+    // Milliseconds the device still needs, counted from the arrival of this datagram. The length
+    // field plays no part.
     unsigned short GetTimeToCompletion() const;
 };
 
