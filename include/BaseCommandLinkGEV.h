@@ -100,14 +100,14 @@ protected:
 private:
     using Command = WdUtilsLib::GEV::CommandHeader;
 
-    QmUtilsLib::Result RunAttempts( Command& aCommand, void* aAckBuffer, long long aAckBufferSize,
-                                    bool aNoAck );
-    void CountRetry( int aAttempt );
-    bool SendAttempt( const Command& aCommand );
-    QmUtilsLib::Result WaitForAnswer( const Command& aCommand, void* aAckBuffer,
-                                      long long aAckBufferSize );
-    QmUtilsLib::Result ReceiveAnswer( void* aAckBuffer, long long aAckBufferSize,
-                                      unsigned int aWait, int& aReceived );
+    HTBASE_INTERNAL QmUtilsLib::Result RunAttempts( Command& aCommand, void* aAckBuffer,
+                                                    long long aAckBufferSize, bool aNoAck );
+    HTBASE_INTERNAL void CountRetry( int aAttempt );
+    HTBASE_INTERNAL bool SendAttempt( const Command& aCommand );
+    HTBASE_INTERNAL QmUtilsLib::Result WaitForAnswer( const Command& aCommand, void* aAckBuffer,
+                                                      long long aAckBufferSize );
+    HTBASE_INTERNAL QmUtilsLib::Result ReceiveAnswer( void* aAckBuffer, long long aAckBufferSize,
+                                                      unsigned int aWait, int& aReceived );
 
     std::atomic<long long> mRetriesCount{ 0 };
     std::atomic<long long> mRetriesMax{ 0 };

@@ -154,11 +154,12 @@ protected:
 private:
     using Record = WdTransportLayerLib::U3V::DCI_COMMAND;
 
-    QmUtilsLib::Result RefuseSize( unsigned int aSize, unsigned int aLimit );
-    QmUtilsLib::Result FitBuffers( Record* aRecords, unsigned int aCount ) const;
+    HTBASE_INTERNAL QmUtilsLib::Result RefuseSize( unsigned int aSize, unsigned int aLimit );
+    HTBASE_INTERNAL QmUtilsLib::Result FitBuffers( Record* aRecords, unsigned int aCount ) const;
     template <typename Ack>
     HTBASE_INTERNAL QmUtilsLib::Result Transact( Record& aRecord, Ack& aAck );
-    QmUtilsLib::Result ExamineBoth( const Record* aRecords, void* aReadData, long long aReadSize );
+    HTBASE_INTERNAL QmUtilsLib::Result ExamineBoth( const Record* aRecords, void* aReadData,
+                                                    long long aReadSize );
     template <typename Ack>
     HTBASE_INTERNAL QmUtilsLib::Result Examine( const Record& aRecord, Ack& aAck );
 

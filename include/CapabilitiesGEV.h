@@ -184,16 +184,16 @@ private:
     static constexpr int DEVICE_VERSION_SIZE = 32;
     static constexpr int MANUFACTURER_INFO_SIZE = 48;
 
-    QmUtilsLib::Result ReadDevice( BaseCommandLinkGEV* aLink );
-    QmUtilsLib::Result ReadVersion( BaseCommandLinkGEV* aLink );
-    QmUtilsLib::Result ReadDeviceClass( BaseCommandLinkGEV* aLink );
-    QmUtilsLib::Result ReadGvcpCapability( BaseCommandLinkGEV* aLink );
-    QmUtilsLib::Result ReadChannelCounts( BaseCommandLinkGEV* aLink );
-    void ReadChannelCapabilities( BaseCommandLinkGEV* aLink );
-    QmUtilsLib::Result ReadMCSP( BaseCommandLinkGEV* aLink );
-    void ReadTickFrequency( BaseCommandLinkGEV* aLink );
-    QmUtilsLib::Result ReadTexts( BaseCommandLinkGEV* aLink );
-    unsigned int GetBoundedChannelCount() const;
+    HTBASE_INTERNAL QmUtilsLib::Result ReadDevice( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadVersion( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadDeviceClass( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadGvcpCapability( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadChannelCounts( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL void ReadChannelCapabilities( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadMCSP( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL void ReadTickFrequency( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadTexts( BaseCommandLinkGEV* aLink );
+    HTBASE_INTERNAL unsigned int GetBoundedChannelCount() const;
 
     // What a copy takes over as a whole.
     struct Values

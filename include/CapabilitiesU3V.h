@@ -141,12 +141,12 @@ protected:
     QmUtilsLib::Result UpdateSBRM( BaseCommandLinkU3V* aLink );
 
 private:
-    QmUtilsLib::Result ReadDeviceCapability( BaseCommandLinkU3V* aLink );
-    QmUtilsLib::Result ReadTimestampIncrement( BaseCommandLinkU3V* aLink );
-    QmUtilsLib::Result ReadTransferLengths( BaseCommandLinkU3V* aLink );
-    QmUtilsLib::Result ReadSIRM( BaseCommandLinkU3V* aLink );
-    QmUtilsLib::Result ReadEIRM( BaseCommandLinkU3V* aLink );
-    QmUtilsLib::Result ReadIIDC2( BaseCommandLinkU3V* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadDeviceCapability( BaseCommandLinkU3V* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadTimestampIncrement( BaseCommandLinkU3V* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadTransferLengths( BaseCommandLinkU3V* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadSIRM( BaseCommandLinkU3V* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadEIRM( BaseCommandLinkU3V* aLink );
+    HTBASE_INTERNAL QmUtilsLib::Result ReadIIDC2( BaseCommandLinkU3V* aLink );
 
     // What a copy takes over as a whole.
     struct Values

@@ -65,10 +65,11 @@ private:
         unsigned long long mFirstBytes; // of the first report in it
     };
 
-    void Place( unsigned long long aTimestamp, unsigned int aBytes ) QMUTILSLIB_REQUIRES( *mMutex );
-    void OpenSlot( unsigned long long aTimestamp, unsigned int aBytes )
+    HTBASE_INTERNAL void Place( unsigned long long aTimestamp, unsigned int aBytes )
         QMUTILSLIB_REQUIRES( *mMutex );
-    void Recompute() QMUTILSLIB_REQUIRES( *mMutex );
+    HTBASE_INTERNAL void OpenSlot( unsigned long long aTimestamp, unsigned int aBytes )
+        QMUTILSLIB_REQUIRES( *mMutex );
+    HTBASE_INTERNAL void Recompute() QMUTILSLIB_REQUIRES( *mMutex );
 
     const std::unique_ptr<QmUtilsLib::Mutex> mMutex;
     unsigned int mNewest QMUTILSLIB_GUARDED_BY( *mMutex ) = 0; // the slot that takes reports now

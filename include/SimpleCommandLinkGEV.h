@@ -44,7 +44,7 @@ protected:
     unsigned short GetRequestID() override;
 
 private:
-    static std::atomic<unsigned short> mRequestID;
+    HTBASE_INTERNAL static std::atomic<unsigned short> mRequestID;
 
     WdUtilsLib::Network::SocketUDP* mSocket;
     std::shared_ptr<QmUtilsLib::Logger> mLogger;
