@@ -74,7 +74,8 @@ public:
     // frequency: what could not be read is 0 then. Every other read must succeed. After a failure
     // the record is not initialised, holds what was read so far, and the next Init starts anew.
     // Blocks as long as its reads do, one transaction of the link each; on an initialised record it
-    // is OK at once, but for the wait for the mutex.
+    // is OK at once, but for the wait for the mutex. 0x001C from within an Init of this record,
+    // where a callback of its reads calls it: that one goes on, and this one changes nothing.
     //
     // Logs "Reading device properties" before it waits for the mutex, each thing found at 20000,
     // and the two channel capabilities that cannot be read at 30000.
@@ -221,6 +222,7 @@ private:
 
     Values mValues;
     std::atomic<bool> mInitialized{ false };
+    bool mIsFilling = false; // under the mutex; not copied
     std::shared_ptr<QmUtilsLib::Mutex> mMutex;
     std::shared_ptr<QmUtilsLib::Logger> mLogger;
 };

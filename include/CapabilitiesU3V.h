@@ -73,7 +73,9 @@ public:
     //
     // Result: OK, or what the link gave for the read that ended it: every read must succeed. After
     // a failure the record is not initialised, holds what was read so far, and the next Init reads
-    // everything again. On an initialised record it is OK at once.
+    // everything again. On an initialised record it is OK at once. 0x001C from within an Init of
+    // this record, where a callback of its reads calls it: that one goes on, and this one changes
+    // nothing.
     //
     // Logs "Reading device properties" before it waits for the mutex, and each thing found, all at
     // 20000.
@@ -172,6 +174,7 @@ private:
 
     Values mValues;
     std::atomic<bool> mInitialized{ false };
+    bool mIsFilling = false; // under the mutex; not copied
     std::shared_ptr<QmUtilsLib::Mutex> mMutex;
     std::shared_ptr<QmUtilsLib::Logger> mLogger;
 };

@@ -185,7 +185,8 @@ Result CapabilitiesGEV::Init( BaseCommandLinkGEV* aLink )
     mValues.mAddress.GetString( lAddress, sizeof( lAddress ) );
     // KEEP: logged ahead of the lock, also when there is nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)", lAddress );
-    return FillOnce( mInitialized, *mMutex, [this, aLink] { return ReadDevice( aLink ); } );
+    return FillOnce( mInitialized, mIsFilling, *mMutex,
+                     [this, aLink] { return ReadDevice( aLink ); } );
 }
 
 Result CapabilitiesGEV::ReadDevice( BaseCommandLinkGEV* aLink )

@@ -154,7 +154,7 @@ Result CapabilitiesU3V::Init( BaseCommandLinkU3V* aLink )
     // KEEP: logged ahead of the lock, also when there is nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)",
                 mValues.mGUID.Get() );
-    return FillOnce( mInitialized, *mMutex,
+    return FillOnce( mInitialized, mIsFilling, *mMutex,
                      [this, aLink]
                      {
                          Result lResult = UpdateABRM( aLink );

@@ -22,17 +22,42 @@ inline bool IsPublished( const std::atomic<bool>& aInitialized )
     return aInitialized.load( std::memory_order_acquire );
 }
 
+// Says that a record is being filled, as long as it lives.
+class FillingScope
+{
+public:
+    explicit FillingScope( bool& aIsFilling )
+        : mIsFilling( aIsFilling )
+    {
+        mIsFilling = true;
+    }
+    ~FillingScope() { mIsFilling = false; }
+
+    FillingScope( const FillingScope& ) = delete;
+    FillingScope& operator=( const FillingScope& ) = delete;
+
+private:
+    bool& mIsFilling;
+};
+
 // Fills a record by aRead, which returns a Result, and marks it as initialised when that is OK,
-// all under the record's mutex. A record that is marked already is left alone: OK.
+// all under the record's mutex. A record that is marked already is left alone: OK. One that is
+// being filled is BUSY: the mutex is re-entrant, so this is a call from within aRead, and nobody
+// may publish fields that are still written.
 template <typename Read>
-QmUtilsLib::Result FillOnce( std::atomic<bool>& aInitialized, QmUtilsLib::Mutex& aMutex,
-                             Read aRead )
+QmUtilsLib::Result FillOnce( std::atomic<bool>& aInitialized, bool& aIsFilling,
+                             QmUtilsLib::Mutex& aMutex, Read aRead )
 {
     QmUtilsLib::LockScope lLock( aMutex );
+    if ( aIsFilling )
+    {
+        return QmUtilsLib::Result::BUSY;
+    }
     if ( IsPublished( aInitialized ) )
     {
         return QmUtilsLib::Result::OK;
     }
+    const FillingScope lFilling( aIsFilling );
     QmUtilsLib::Result lResult = aRead();
     if ( !lResult.IsOK() )
     {

@@ -43,6 +43,7 @@ public:
     bool mIsMaster = false;
     mutable int mMasterQuestions = 0;
     std::function<void()> mOnMaster; // called, when set, before IsMaster answers
+    std::function<void()> mOnRead;   // called, when set, from within ReadCallback
     Transfers mReads;
     Transfers mWrites;
 
@@ -63,6 +64,11 @@ protected:
     void ReadCallback( const void* aData, long long aAddress, long long aSize ) override
     {
         mReads.push_back( { aData, aAddress, aSize } );
+        const std::function<void()> lThen = mOnRead; // which may replace itself
+        if ( lThen )
+        {
+            lThen();
+        }
     }
 
     void WriteCallback( const void* aData, long long aAddress, long long aSize ) override

@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -247,15 +248,14 @@ public:
     std::string mDeviceVersion;
     std::string mManufacturerInfo;
     long long mRefused = -1;
-    std::function<void()> mOnFirstRead;
+    std::function<void()> mOnRead;
 
 protected:
     void ReadCallback( const void*, long long, long long ) override
     {
-        const std::function<void()> lAction = std::exchange( mOnFirstRead, nullptr );
-        if ( lAction )
+        if ( mOnRead )
         {
-            lAction();
+            mOnRead();
         }
     }
 };
@@ -788,17 +788,70 @@ TEST_F( CapabilitiesGEVInit, ClearsTheTextsBeforeItReadsThem )
                                                            "0x00A8/48", "0x0088/32" ) );
 }
 
-TEST_F( CapabilitiesGEVInit, LetsACallbackOfTheLinkUseTheRecord )
+// Whoever has seen the record initialised may ask it, so nobody may write into it any more.
+TEST_F( CapabilitiesGEVInit, AnInitFromACallbackOfItsOwnReadsIsRefused )
 {
     BecomeFirst( mDevice );
     NotingLink lLink( &mDevice.mSocket );
-    Result lInner;
-    lLink.mOnFirstRead = [&]
+    int lCalls = 0;
+    lLink.mOnRead = [&]
     {
-        lInner = mRecord.Init( &mDevice.mSocket );
+        ++lCalls;
+        for ( const Result& lInner : { mRecord.Init( &mDevice.mSocket ), mRecord.Init( &lLink ) } )
+        {
+            EXPECT_EQ( 0x001CU, lInner.GetCode() );
+            EXPECT_EQ( 0U, lInner.GetOSCode() );
+        }
+        EXPECT_FALSE( mRecord.IsInitialized() );
+    };
+    const std::string lLine = "Reading device properties (02:00:5E:10:00:01)";
+    const RecordingLogSink lLog;
+    EXPECT_TRUE( mRecord.Init( &lLink ).IsOK() );
+    EXPECT_EQ( FIRST_READS.size() - 2, mDevice.mTable.GetReads().size() ); // and two of texts
+    EXPECT_EQ( FIRST_READS.size() - 2, static_cast<std::size_t>( lCalls ) );
+    EXPECT_TRUE( mRecord.IsInitialized() );
+    const Texts lTexts = lLog.GetTexts();
+    EXPECT_EQ( 1 + 2 * lCalls, std::count( lTexts.begin(), lTexts.end(), lLine ) );
+
+    // Afterwards it is an Init of an initialised record.
+    lLink.mOnRead = nullptr;
+    EXPECT_TRUE( mRecord.Init( &lLink ).IsOK() );
+}
+
+TEST_F( CapabilitiesGEVInit, CanBeTriedAgainAfterAnInitWithinAnInitThatFailed )
+{
+    BecomeFirst( mDevice );
+    mDevice.mTable.Refuse( 0x0934, 0x8003 );
+    NotingLink lLink( &mDevice.mSocket );
+    lLink.mOnRead = [&]
+    {
+        EXPECT_EQ( 0x001CU, mRecord.Init( &lLink ).GetCode() );
+    };
+    EXPECT_EQ( 0x4000U, mRecord.Init( &lLink ).GetCode() );
+    EXPECT_FALSE( mRecord.IsInitialized() );
+    lLink.mOnRead = []
+    {
+        throw std::runtime_error( "of a callback" );
+    };
+    EXPECT_THROW( (void)mRecord.Init( &lLink ), std::runtime_error );
+    EXPECT_FALSE( mRecord.IsInitialized() );
+    lLink.mOnRead = nullptr;
+    mDevice.mTable.Relent();
+    EXPECT_TRUE( mRecord.Init( &lLink ).IsOK() );
+}
+
+TEST_F( CapabilitiesGEVInit, ACallbackOfItsReadsMayInitialiseACopyOfTheRecord )
+{
+    BecomeFirst( mDevice );
+    Record lCopy( mRecord );
+    NotingLink lLink( &mDevice.mSocket );
+    lLink.mOnRead = [&]
+    {
+        EXPECT_TRUE( lCopy.Init( &mDevice.mSocket ).IsOK() );
+        EXPECT_EQ( 1U, lCopy.GetVersionMajor() );
     };
     EXPECT_TRUE( mRecord.Init( &lLink ).IsOK() );
-    EXPECT_TRUE( lInner.IsOK() );
+    EXPECT_TRUE( lCopy.IsInitialized() );
 }
 
 TEST_F( CapabilitiesGEVInit, CopiesHoldEverything )

@@ -9,10 +9,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -329,6 +331,57 @@ TEST_F( CapabilitiesU3VInit, ReadsThroughTheVirtualReadMemory )
     EXPECT_EQ( GetReads(), ALL_READS );
     EXPECT_EQ( Describe( mRecord ), EVERYTHING );
     EXPECT_EQ( GetCallCount(), 0U );
+}
+
+// Whoever has seen the record initialised may ask it, so nobody may write into it any more.
+TEST_F( CapabilitiesU3VInit, AnInitFromACallbackOfItsOwnReadsIsRefused )
+{
+    SetEverything();
+    CapabilitiesU3V lCopy( mRecord );
+    std::size_t lCalls = 0;
+    mLink.mOnRead = [&]
+    {
+        ++lCalls;
+        ExpectResult( mRecord.Init( &mLink ), 0x001C );
+        EXPECT_FALSE( mRecord.IsInitialized() );
+    };
+    EXPECT_TRUE( mRecord.Init( &mLink ).IsOK() );
+    EXPECT_EQ( lCalls, ALL_READS.size() );
+    EXPECT_EQ( GetReads(), ALL_READS );
+    EXPECT_EQ( Describe( mRecord ), EVERYTHING );
+    const Log lTexts = mLog.GetTexts();
+    EXPECT_EQ(
+        std::count( lTexts.begin(), lTexts.end(), "Reading device properties (1AB200C0FFEE)" ),
+        static_cast<std::ptrdiff_t>( 1 + lCalls ) );
+
+    // A copy is another record.
+    mLink.mOnRead = [&]
+    {
+        mLink.mOnRead = nullptr;
+        EXPECT_TRUE( CapabilitiesU3V( lCopy ).Init( &mLink ).IsOK() );
+    };
+    EXPECT_TRUE( lCopy.Init( &mLink ).IsOK() );
+}
+
+TEST_F( CapabilitiesU3VInit, CanBeTriedAgainAfterAnInitWithinAnInitThatFailed )
+{
+    SetEverything();
+    mDevice.Refuse( 0x01CC, 0x8003 );
+    mLink.mOnRead = [&]
+    {
+        ExpectResult( mRecord.Init( &mLink ), 0x001C );
+    };
+    EXPECT_EQ( mRecord.Init( &mLink ).GetCode(), 0x4000U );
+    mLink.mOnRead = []
+    {
+        throw std::runtime_error( "of a callback" );
+    };
+    EXPECT_THROW( (void)mRecord.Init( &mLink ), std::runtime_error );
+    EXPECT_FALSE( mRecord.IsInitialized() );
+    mLink.mOnRead = nullptr;
+    mDevice.Relent();
+    EXPECT_TRUE( mRecord.Init( &mLink ).IsOK() );
+    EXPECT_EQ( Describe( mRecord ), EVERYTHING );
 }
 
 // Failures.
