@@ -124,8 +124,8 @@ protected:
     WdTransportLayerLib::U3V::DeviceControlInterface* GetDCI() { return mDCI.get(); }
 
     // SendCommand sends one finished command and receives its acknowledge into aAckCapacity bytes
-    // at aAck. aAckLength becomes the bytes received, also on failure; aAckCapacity when nothing
-    // was sent.
+    // at aAck. aAckLength becomes the bytes received as the control interface tells them, also on
+    // failure; aAckCapacity when nothing was sent.
     QmUtilsLib::Result SendCommand( unsigned char* aCommand, unsigned int aCommandLength,
                                     unsigned char* aAck, unsigned int aAckCapacity,
                                     unsigned int& aAckLength );

@@ -148,6 +148,12 @@ private:
     DCI_COMMAND mRecord;
 };
 
+// Whatever a control interface tells, no more has come than there was room for.
+void KeepToRoom( DCI_COMMAND& aRecord, unsigned int aRoom )
+{
+    aRecord.mAckLength = std::min( aRecord.mAckLength, aRoom );
+}
+
 // Stores what the acknowledge carries, which is no more than there was room for. KEEP: it is not
 // held against the size asked for. The sizes below the least room are the exception: there more may
 // come than the caller has a place for.
@@ -372,11 +378,14 @@ Result BaseCommandLinkU3V::AtomicWriteAndRead( const void* aWriteData, long long
     {
         return lResult;
     }
+    const unsigned int lRooms[] = { lRecords[0].mAckLength, lRecords[1].mAckLength };
     lResult = SendAtomicCommands( lRecords, 2 );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
+    KeepToRoom( lRecords[0], lRooms[0] );
+    KeepToRoom( lRecords[1], lRooms[1] );
     return ExamineBoth( lRecords, aReadData, aReadSize );
 }
 
@@ -497,12 +506,14 @@ Result BaseCommandLinkU3V::Transact( DCI_COMMAND& aRecord, Ack& aAck )
     {
         return lResult;
     }
-    lResult = SendCommand( aRecord.mCommand, aRecord.mCommandLength, aRecord.mAck,
-                           aRecord.mAckLength, aRecord.mAckLength );
+    const unsigned int lRoom = aRecord.mAckLength;
+    lResult = SendCommand( aRecord.mCommand, aRecord.mCommandLength, aRecord.mAck, lRoom,
+                           aRecord.mAckLength );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
+    KeepToRoom( aRecord, lRoom );
     return Examine( aRecord, aAck );
 }
 

@@ -27,11 +27,13 @@ class MemoryAccessU3VTest : public ScriptedControlTest
 {
 protected:
     // Opens and closes the link, so that it has no limits.
-    void OpenWithoutLimits()
+    void OpenWithoutLimits() { Open( false ); }
+    void Open( bool aHasLimits )
     {
         Open();
-        EXPECT_TRUE( mLink.Close().IsOK() );
+        EXPECT_TRUE( aHasLimits || mLink.Close().IsOK() );
     }
+    using ScriptedControlTest::Open;
 
     Result Write( const Bytes& aData, long long aAddress, bool aNoAck = false )
     {
@@ -311,6 +313,40 @@ TEST_F( MemoryAccessU3VTest, RefusesAnAnswerLongerThanTheRoomForIt )
         lBuffer.ExpectUntouched();
     }
     ExpectNoCallbacks();
+}
+
+// A control interface of somebody else's that keeps to no room, or tells more than it has stored.
+TEST_F( MemoryAccessU3VTest, BelievesInNoMoreBytesThanItHadRoomFor )
+{
+    for ( const bool lHasLimits : { true, false } )
+    {
+        Open( lHasLimits );
+        mControl.ExpectAny().ReplyWithoutBounds( ReadMemAck( Pattern( 400 ) ), 412 );
+        GuardedBuffer lBuffer( 4096 );
+        ExpectResult( mLink.ReadMemory( lBuffer.GetData(), 0, 8 ), 0x4001 );
+        lBuffer.ExpectUntouched();
+
+        // The header says more than any buffer holds, and so does the length.
+        Bytes lAck = ReadMemAck( Pattern( 8 ) );
+        lAck[8] = 0xB8;
+        lAck[9] = 0x0B; // 3000
+        mControl.ExpectAny().ReplyWithoutBounds( lAck, 3012 );
+        ExpectResult( mLink.ReadMemory( lBuffer.GetData(), 0, 8 ), 0x4001 );
+        lBuffer.ExpectUntouched();
+        ExpectNoCallbacks();
+
+        // An acknowledge that has its place in the room is one, whatever length is told.
+        for ( const unsigned int lLength : { 20U, 21U, 1025U, 0xFFFFFFFFU } )
+        {
+            mControl.ExpectAny().ReplyWithoutBounds( ReadMemAck( Pattern( 8 ) ), lLength );
+            ExpectResult( mLink.ReadMemory( lBuffer.GetData(), 0, 8 ), 0x0000 );
+            mControl.ExpectAny().ReplyWithoutBounds( WriteMemAck( 1 ), lLength );
+            ExpectResult( Write( { 1 }, 0 ), 0x0000 );
+        }
+        lBuffer.ExpectContents( Pattern( 8 ) );
+        mLink.mReads.clear();
+        mLink.mWrites.clear();
+    }
 }
 
 TEST_F( MemoryAccessU3VTest, RefusesWhatIsNoAcknowledgeOfARead )
@@ -739,6 +775,32 @@ TEST_F( AtomicWriteAndReadTest, RefusesWhatIsNoAcknowledge )
     lBuffer.ExpectUntouched();
     ExpectNoCallbacks();
     ExpectLog( {} );
+}
+
+TEST_F( AtomicWriteAndReadTest, BelievesInNoMoreBytesThanItHadRoomFor )
+{
+    for ( const bool lHasLimits : { true, false } )
+    {
+        Open( lHasLimits );
+        GuardedBuffer lBuffer( 4096 );
+        mControl.ExpectAny()
+            .Reply( WriteMemAck( 1 ) )
+            .ReplyWithoutBounds( ReadMemAck( Pattern( 400 ) ), 412 );
+        ExpectResult( Exchange( { 1 }, lBuffer, 8 ), 0x4001 );
+        Bytes lWriteAck = WriteMemAck( 1 );
+        lWriteAck[8] = 5; // a byte more than there is room for
+        mControl.ExpectAny()
+            .ReplyWithoutBounds( lWriteAck, 5000 )
+            .Reply( ReadMemAck( Pattern( 8 ) ) );
+        ExpectResult( Exchange( { 1 }, lBuffer, 8 ), 0x4001 );
+        lBuffer.ExpectUntouched();
+
+        mControl.ExpectAny()
+            .ReplyWithoutBounds( WriteMemAck( 1 ), 5000 )
+            .ReplyWithoutBounds( ReadMemAck( Pattern( 8 ) ), 5000 );
+        ExpectResult( Exchange( { 1 }, lBuffer, 8 ), 0x0000 );
+        lBuffer.ExpectContents( Pattern( 8 ) );
+    }
 }
 
 TEST_F( AtomicWriteAndReadTest, StoresWhatTheAcknowledgeCarries )

@@ -64,6 +64,18 @@ protected:
     std::vector<std::string> mComplaints;
 };
 
+TEST_F( ScriptedControlTest, AnswersWithoutBoundsWhenToldTo )
+{
+    ScriptedControl lControl;
+    lControl.Expect( COMMAND ).Do( [this] { mRecords[0].mAckLength = 1; } );
+    lControl.ReplyWithoutBounds( { 9, 8, 7 }, 99 );
+    EXPECT_TRUE( Open().IsOK() );
+    EXPECT_TRUE( Send( { COMMAND } ).IsOK() );
+    EXPECT_TRUE( mRecords[0].mResult.IsOK() );
+    EXPECT_EQ( 99U, mRecords[0].mAckLength );
+    EXPECT_EQ( ( Bytes{ 9, 8, 7, 0xEE } ), mAcks[0] );
+}
+
 TEST_F( ScriptedControlTest, AnswersTheCallsThatItExpects )
 {
     {

@@ -47,9 +47,11 @@ std::vector<Bytes> GetBytes( const std::vector<ScriptedControl::Command>& aComma
 
 void Answer( DCI_COMMAND* aCommand, const ControlState::ExpectedReply& aReply )
 {
-    const auto lSize = std::min<std::size_t>( aReply.mBytes.size(), aCommand->mAckLength );
+    const auto lSize = aReply.mLength.has_value()
+                           ? aReply.mBytes.size()
+                           : std::min<std::size_t>( aReply.mBytes.size(), aCommand->mAckLength );
     std::copy_n( aReply.mBytes.begin(), lSize, aCommand->mAck );
-    aCommand->mAckLength = static_cast<uint32_t>( lSize ); // no more than it was
+    aCommand->mAckLength = aReply.mLength.value_or( static_cast<uint32_t>( lSize ) );
     aCommand->mResult = aReply.mOutcome;
 }
 
@@ -118,7 +120,7 @@ Result ControlState::SendCommands( bool aIsOpened, DCI_COMMAND* aCommands, unsig
     {
         for ( const Bytes& lCommand : lCommands )
         {
-            lExpected.mReplies.push_back( { mDevice( lCommand ) } );
+            lExpected.mReplies.push_back( { mDevice( lCommand ), Result::OK, {} } );
         }
     }
     else
@@ -187,7 +189,14 @@ ScriptedControl& ScriptedControl::ExpectAny()
 
 ScriptedControl& ScriptedControl::Reply( const Bytes& aAcknowledge, const Result& aOutcome )
 {
-    mState->GetLastCall().mReplies.push_back( { aAcknowledge, aOutcome } );
+    mState->GetLastCall().mReplies.push_back( { aAcknowledge, aOutcome, {} } );
+    return *this;
+}
+
+ScriptedControl& ScriptedControl::ReplyWithoutBounds( const Bytes& aAcknowledge,
+                                                      unsigned int aLength )
+{
+    mState->GetLastCall().mReplies.push_back( { aAcknowledge, Result::OK, aLength } );
     return *this;
 }
 

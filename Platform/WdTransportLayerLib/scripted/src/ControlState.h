@@ -18,6 +18,7 @@ public:
     {
         Bytes mBytes; // none: there is no reply
         QmUtilsLib::Result mOutcome = QmUtilsLib::Result::OK;
+        std::optional<unsigned int> mLength; // there: stored whole, whatever the room, and told
     };
     struct ExpectedCall
     {

@@ -50,6 +50,10 @@ public:
     ScriptedControl& Reply( const Bytes& aAcknowledge,
                             const QmUtilsLib::Result& aOutcome = QmUtilsLib::Result::OK );
 
+    // Answers as an interface of somebody else's may: every byte is stored, whatever room the
+    // record tells, and its length becomes aLength. All of it must be the caller's memory.
+    ScriptedControl& ReplyWithoutBounds( const Bytes& aAcknowledge, unsigned int aLength );
+
     // The last expected call returns that result once its replies are stored; so does, in mResult,
     // the first command without a reply, whose length becomes 0.
     ScriptedControl& Fail( const QmUtilsLib::Result& aResult );
