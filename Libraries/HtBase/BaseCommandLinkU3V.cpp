@@ -1,6 +1,7 @@
 #include <BaseCommandLinkU3V.h>
 
 #include "Diagnostics.h"
+#include "Guarded.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/String.h>
@@ -43,6 +44,9 @@ constexpr long long MIN_READ_ACK_DATA_SIZE = 4;
 // A packet larger than the limits or the buffers, bytes that are no acknowledge, or a limit that
 // leaves no byte for data.
 constexpr unsigned int PACKET_REFUSED = 0x4001;
+
+constexpr const char* BEYOND_THE_BUFFER = "The command does not fit the buffer of the link.";
+constexpr const char* NO_ROOM_FOR_DATA = "The limit of the link leaves no room for data.";
 
 constexpr const char* UNKNOWN_STATUS = "Unknown status received from the device.";
 
@@ -189,7 +193,7 @@ Result TransferPieces( long long aSize, long long aChunk, Transfer aTransfer )
         }
         if ( lPiece == 0 )
         {
-            return PACKET_REFUSED;
+            return MakeResult( PACKET_REFUSED, 0, NO_ROOM_FOR_DATA );
         }
         lOffset += lPiece;
     }
@@ -427,7 +431,7 @@ Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
 {
     const char* const lText = GetStatusText( aStatus );
     HTBASE_LOG( GetLibLogger(), Logger::FAILURE, UNIT, RESULT_FROM_STATUS, "%s", lText );
-    return Result( Result::GENERIC_ERROR, aStatus, QmUtilsLib::String( lText ) );
+    return MakeResult( Result::GENERIC_ERROR, aStatus, lText );
 }
 
 // KEEP: the limits stay within the link's buffers; the control interface is told what the device
@@ -487,7 +491,7 @@ Result BaseCommandLinkU3V::FitBuffers( DCI_COMMAND* aRecords, unsigned int aCoun
         DCI_COMMAND& lRecord = aRecords[lIndex];
         if ( mMaxCommandSize == 0 && lRecord.mCommandLength > CMD_BUFFER_SIZE )
         {
-            return PACKET_REFUSED;
+            return MakeResult( PACKET_REFUSED, 0, BEYOND_THE_BUFFER );
         }
         if ( mMaxAckSize == 0 )
         {

@@ -21,6 +21,8 @@ using namespace TestSupport;
 using QmUtilsLib::Result;
 
 constexpr const char* INVALID_ADDRESS = "Status GENCP_INVALID_ADDRESS received from the device.";
+constexpr const char* BEYOND_THE_BUFFER = "The command does not fit the buffer of the link.";
+constexpr const char* NO_ROOM_FOR_DATA = "The limit of the link leaves no room for data.";
 constexpr const char* BUSY = "Status GENCP_BUSY received from the device.";
 
 class MemoryAccessU3VTest : public ScriptedControlTest
@@ -553,11 +555,11 @@ TEST_F( MemoryAccessU3VTest, SendsNoCommandBeyondItsBuffer )
 {
     OpenWithoutLimits();
     const Bytes lData = Pattern( 65540 );
-    ExpectResult( Write( lData, 0x100 ), 0x4001 );
-    ExpectResult( Write( Pattern( 65536 ), 0x100 ), 0x4001 );
+    ExpectResult( Write( lData, 0x100 ), 0x4001, 0, BEYOND_THE_BUFFER );
+    ExpectResult( Write( Pattern( 65536 ), 0x100 ), 0x4001, 0, BEYOND_THE_BUFFER );
     GuardedBuffer lBuffer( 4 );
     ExpectResult( mLink.AtomicWriteAndRead( lData.data(), 0x100, 65540, lBuffer.GetData(), 0, 4 ),
-                  0x4001 );
+                  0x4001, 0, BEYOND_THE_BUFFER );
     EXPECT_EQ( GetCallCount(), 0U );
     ExpectLog( {} );
 }
@@ -1103,7 +1105,7 @@ TEST_F( LimitsTest, Of24LeaveNoByteToReadAnd4ToWrite )
     // A piece of nothing is asked for once, whatever becomes of it.
     mControl.Expect( ReadMem( 0x5000, 0 ) ).Reply( ReadMemAck( {} ) );
     GuardedBuffer lBuffer( 100 );
-    ExpectResult( mLink.Read( lBuffer.GetData(), 0x5000, 100 ), 0x4001 );
+    ExpectResult( mLink.Read( lBuffer.GetData(), 0x5000, 100 ), 0x4001, 0, NO_ROOM_FOR_DATA );
     EXPECT_TRUE( mControl.IsScriptDone() );
     mControl.Expect( ReadMem( 0x5000, 0 ) ).Reply( HeaderOnlyAck( 0x0801, 0x8007 ) );
     ExpectResult( mLink.Read( lBuffer.GetData(), 0x5000, 100 ), 0x4000, 0x8007, BUSY );
@@ -1132,7 +1134,7 @@ TEST_F( LimitsTest, Of20LeaveNoByteToWrite )
     OpenSized( 20, 64 );
     const Bytes lData = Pattern( 100 );
     mControl.Expect( WriteMem( 0x5000, {} ) ).Reply( WriteMemAck( 0 ) );
-    ExpectResult( mLink.Write( lData.data(), 0x5000, 100, false ), 0x4001 );
+    ExpectResult( mLink.Write( lData.data(), 0x5000, 100, false ), 0x4001, 0, NO_ROOM_FOR_DATA );
     EXPECT_TRUE( mControl.IsScriptDone() );
     mControl.Expect( WriteMem( 0x5000, {} ) ).Reply( WriteMemAck( 0, 0x8007 ) );
     ExpectResult( mLink.Write( lData.data(), 0x5000, 100, false ), 0x4000, 0x8007, BUSY );

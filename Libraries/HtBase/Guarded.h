@@ -1,0 +1,44 @@
+// What becomes of operations and results where there is no memory.
+#pragma once
+
+#include <QmUtilsLib/Result.h>
+#include <QmUtilsLib/String.h>
+
+#include <cerrno>
+#include <new>
+
+namespace HtBaseLib
+{
+
+// Guarded runs an operation that returns a result, of either kind. Where memory is short it is
+// GENERIC_ERROR with ENOMEM as OS code, since std::bad_alloc must not leave the library. Other
+// exceptions, which are those of a caller's own code, pass.
+template <typename Operation>
+auto Guarded( Operation aOperation ) -> decltype( aOperation() )
+{
+    using Outcome = decltype( aOperation() );
+    try
+    {
+        return aOperation();
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return Outcome( Outcome::GENERIC_ERROR, static_cast<unsigned int>( ENOMEM ) );
+    }
+}
+
+// MakeResult makes a result with a text. Its codes stand: where there is no memory for the text it
+// goes without.
+inline QmUtilsLib::Result MakeResult( unsigned int aCode, unsigned int aOSCode, const char* aText )
+{
+    try
+    {
+        return QmUtilsLib::Result( aCode, aOSCode, QmUtilsLib::String( aText ) );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return QmUtilsLib::Result( aCode, aOSCode );
+    }
+}
+
+} // namespace HtBaseLib
