@@ -177,6 +177,31 @@ long long Advance( long long aAddress, long long aOffset )
                                    static_cast<unsigned long long>( aOffset ) );
 }
 
+// Says that the device could do more than the link's buffers. KEEP: both figures go with each
+// message, whose text does not show them.
+void WarnOfSmallBuffers( const Logger& aLogger, const DCIConfiguration& aConfiguration )
+{
+#if defined( __GNUC__ )
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-extra-args"
+#endif
+    if ( aConfiguration.mMaxCommandTransferLength > BaseCommandLinkU3V::CMD_BUFFER_SIZE )
+    {
+        HTBASE_LOG( &aLogger, Logger::ANOMALY, UNIT, UPDATE_MAX_SIZES,
+                    "Internal command link buffers smaller than allowed command size.",
+                    aConfiguration.mMaxCommandTransferLength, BaseCommandLinkU3V::CMD_BUFFER_SIZE );
+    }
+    if ( aConfiguration.mMaxAckTransferLength > BaseCommandLinkU3V::ACK_BUFFER_SIZE )
+    {
+        HTBASE_LOG( &aLogger, Logger::ANOMALY, UNIT, UPDATE_MAX_SIZES,
+                    "Internal command link buffers smaller than allowed acknowledge size.",
+                    aConfiguration.mMaxAckTransferLength, BaseCommandLinkU3V::ACK_BUFFER_SIZE );
+    }
+#if defined( __GNUC__ )
+#pragma GCC diagnostic pop
+#endif
+}
+
 // Calls aTransfer( offset, size ) for pieces of at most aChunk bytes, until one fails. A piece of
 // nothing that succeeds would be followed by another for ever.
 template <typename Transfer>
@@ -451,16 +476,7 @@ void BaseCommandLinkU3V::UpdateMaxSizes()
     lConfiguration.mMaxDeviceResponseTime = lCapabilities->GetMaxDeviceResponseTime();
     lConfiguration.mMaxCommandTransferLength = lCapabilities->GetMaxCommandTransferLength();
     lConfiguration.mMaxAckTransferLength = lCapabilities->GetMaxAckTransferLength();
-    if ( lConfiguration.mMaxCommandTransferLength > CMD_BUFFER_SIZE )
-    {
-        HTBASE_LOG( GetLibLogger(), Logger::ANOMALY, UNIT, UPDATE_MAX_SIZES,
-                    "Internal command link buffers smaller than allowed command size." );
-    }
-    if ( lConfiguration.mMaxAckTransferLength > ACK_BUFFER_SIZE )
-    {
-        HTBASE_LOG( GetLibLogger(), Logger::ANOMALY, UNIT, UPDATE_MAX_SIZES,
-                    "Internal command link buffers smaller than allowed acknowledge size." );
-    }
+    WarnOfSmallBuffers( *GetLibLogger(), lConfiguration );
     mMaxCommandSize = std::min( lConfiguration.mMaxCommandTransferLength, CMD_BUFFER_SIZE );
     mMaxAckSize = std::min( lConfiguration.mMaxAckTransferLength, ACK_BUFFER_SIZE );
     QMUTILSLIB_ASSERT( CMD_BUFFER_SIZE >= mMaxCommandSize );
