@@ -47,6 +47,7 @@ using WdTransportLayerLib::U3V::DeviceInfo;
 using WdUtilsLib::U3V::U3VGUID;
 using Identity = VirtualUsbDevice::Identity;
 using Kind = FaultU3V::Kind;
+using Request = VirtualUsbDevice::Request;
 
 constexpr uint64_t MEMORY = 0x00100100;
 constexpr char GUID[] = "1AB200000001";
@@ -138,8 +139,8 @@ TEST_F( OpeningTest, FindsTheDeviceMeantAmongSeveral )
 
 TEST_F( OpeningTest, RefusesWhatDoesNotBelongTogetherOrIsNotThere )
 {
-    const char* const WAYS[][2] = {
-        { "1-1", OTHER_GUID }, { "1-2", GUID }, { "1-2", "" }, { "", OTHER_GUID }, { "1", "" } };
+    const char* const WAYS[][2] = { { "1-1", OTHER_GUID }, { "1-2", GUID }, { "1-2", "" },
+                                    { "", OTHER_GUID },    { "1", "" },     { "1-11", "" } };
     for ( const auto& lWay : WAYS )
     {
         const Result lResult = Open( mInterface, lWay[0], lWay[1] );
@@ -196,7 +197,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingBehindAFailureOfTheSystem )
 {
     OpenDevice();
     SetResponseTime( mInterface, 77 );
-    mDevice->RefuseTransfer( ENOMEM );
+    mDevice->FailNext( Request::TRANSFER, ENOMEM );
     UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
     EXPECT_EQ( static_cast<unsigned int>( ENOMEM ), lTalk.Send( mInterface ).GetOSCode() );
     EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
@@ -211,7 +212,7 @@ TEST_F( OpeningTest, OfADeviceThatWasGoneFindsTheNewOne )
     OpenDevice();
     for ( const int lError : { ENODEV, ENOMEM } )
     {
-        mDevice->RefuseTransfer( lError );
+        mDevice->FailNext( Request::TRANSFER, lError );
         UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
         EXPECT_EQ( static_cast<unsigned int>( lError ), lTalk.Send( mInterface ).GetOSCode() );
     }
@@ -633,6 +634,15 @@ TEST_F( TalkTest, AsksForAsManyPacketsAsTheRoomNeeds )
     }
 }
 
+TEST_F( TalkTest, TakesACommandThatIsAHeaderAlone )
+{
+    OpenDevice();
+    UsbTalk lTalk( MakeGenCPHeader( 0x0806, 0 ), 16 );
+    EXPECT_TRUE( lTalk.Send( mInterface ).IsOK() );
+    EXPECT_EQ( 12U, lTalk.GetReceived() );
+    EXPECT_EQ( 0x8001U, lTalk.GetStatus() ); // not implemented
+}
+
 TEST_F( TalkTest, TakesACommandWithoutAPlaceForItsAcknowledge )
 {
     OpenDevice();
@@ -741,6 +751,26 @@ TEST_F( FaultTest, APendingAcknowledgeOfNoTimeDoesNotMakeItWaitForEver )
     const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
     EXPECT_LT( Thread::GetTickCount() - lStart, LONG_MS / 2 );
+}
+
+// Its answer is there already.
+TEST_F( FaultTest, APendingAcknowledgeOfNoTimeIsFollowedByOneMoreLook )
+{
+    OpenDevice();
+    mDevice->Inject( { Kind::PENDING, 0, 1, 0 } );
+    EXPECT_TRUE( Answers( mInterface ) );
+}
+
+TEST_F( FaultTest, APendingAcknowledgeWithoutItsTimeProlongsAndEndsNothing )
+{
+    OpenDevice();
+    SetResponseTime( mInterface, 200 );
+    mDevice->Inject( { Kind::WRONG_CODE, 0x0805, 1 } );
+    UsbTalk lTalk( MakeReadMem( 0, 2 ), 16 ); // two bytes of data, where it has four
+    const long long lStart = Thread::GetTickCount();
+    EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
+    EXPECT_GE( Thread::GetTickCount() - lStart, 195 );
+    EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
 }
 
 TEST_F( FaultTest, PendingAcknowledgesAreNotCounted )
@@ -865,6 +895,62 @@ TEST_F( FaultTest, ATooLongAcknowledgeIsCutAndItsRestDropped )
     }
 }
 
+TEST_F( FaultTest, AWholeAcknowledgeWhoseTransferDoesNotEndIsAnAnswer )
+{
+    OpenDevice();
+    SetResponseTime( mInterface, 100 );
+    mDevice->LeaveTransfersOpen();
+    EXPECT_TRUE( Answers( mInterface ) );
+    mDevice->Inject( { Kind::WRONG_LENGTH, 5, 1 } ); // one more is to come
+    UsbTalk lTalk( MakeReadMem( 0, 4 ), 17 );
+    EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
+    EXPECT_EQ( 0U, lTalk.GetReceived() );
+    EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
+}
+
+TEST_F( FaultTest, ACommandThatDoesNotLeaveWholeIsAnError )
+{
+    OpenDevice();
+    mDevice->CutCommand( 23 );
+    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    const Result lResult = lTalk.Send( mInterface );
+    EXPECT_EQ( 0x4000U, lResult.GetCode() );
+    EXPECT_EQ( static_cast<unsigned int>( EIO ), lResult.GetOSCode() );
+    EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
+    EXPECT_TRUE( Answers( mInterface ) );
+}
+
+TEST_F( FaultTest, AFailureOfTheBusIsReportedWithItsCode )
+{
+    OpenDevice();
+    constexpr int CASES[][2] = { { EOVERFLOW, EOVERFLOW }, { EPROTO, EIO }, { EILSEQ, EIO } };
+    for ( const auto& lCase : CASES )
+    {
+        mDevice->FailNext( Request::FETCH, lCase[0] );
+        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        const Result lResult = lTalk.Send( mInterface );
+        EXPECT_EQ( 0x4000U, lResult.GetCode() );
+        EXPECT_EQ( static_cast<unsigned int>( lCase[1] ), lResult.GetOSCode() );
+        EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
+        EXPECT_TRUE( Answers( mInterface ) );
+    }
+}
+
+TEST_F( FaultTest, AHaltedEndpointThatCannotBeClearedIsReportedToo )
+{
+    OpenDevice();
+    constexpr int CASES[][2] = { { EPROTO, EPIPE }, { ENODEV, ENODEV } };
+    for ( const auto& lCase : CASES )
+    {
+        mDevice->Inject( { Kind::STALL_OUT, 0, 1 } );
+        mDevice->FailNext( Request::CLEAR_HALT, lCase[0] );
+        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        EXPECT_EQ( static_cast<unsigned int>( lCase[1] ), lTalk.Send( mInterface ).GetOSCode() );
+        EXPECT_EQ( static_cast<unsigned int>( EPIPE ), lTalk.Send( mInterface ).GetOSCode() );
+        EXPECT_TRUE( Answers( mInterface ) ); // cleared the second time
+    }
+}
+
 TEST_F( FaultTest, AHaltedEndpointIsReportedAndWorksAgain )
 {
     OpenDevice();
@@ -926,6 +1012,18 @@ TEST_F( FaultTest, AnUnpluggedDeviceEndsTheWait )
     const Result lResult = SendWhile( mInterface, *mDevice, [this] { mBus.Unplug( mDevice ); } );
     EXPECT_EQ( 0x4000U, lResult.GetCode() );
     EXPECT_EQ( static_cast<unsigned int>( ENODEV ), lResult.GetOSCode() );
+}
+
+// With the address of the old one.
+TEST_F( FaultTest, ADevicePluggedInAgainDuringTheWaitCanBeOpened )
+{
+    OpenDevice();
+    SetResponseTime( mInterface, LONG_MS );
+    const Result lResult = SendWhile( mInterface, *mDevice, [this] { mDevice->Replug(); } );
+    EXPECT_EQ( static_cast<unsigned int>( ENODEV ), lResult.GetOSCode() );
+    EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
+    EXPECT_EQ( 1U, mDevice->GetClaims() );
+    EXPECT_TRUE( Answers( mInterface ) );
 }
 
 TEST_F( ClosingTest, IsAlwaysPossible )
@@ -998,6 +1096,40 @@ TEST_F( ClosingTest, IsWaitedForByAnOpeningOfTheSameDevice )
     EXPECT_TRUE( mInterface.IsOpened() );
     EXPECT_EQ( 1U, mDevice->GetClaims() );
     EXPECT_TRUE( Answers( mInterface ) );
+}
+
+TEST_F( ClosingTest, LetsNoTalkBeginThatWaitedForItsTurn )
+{
+    OpenDevice();
+    SetResponseTime( mInterface, 5000 );
+    std::vector<std::thread> lWaiting;
+    std::atomic<int> lStarted{ 0 };
+    const Result lResult =
+        SendWhile( mInterface, *mDevice,
+                   [&]
+                   {
+                       for ( int i = 0; i < 8; ++i )
+                       {
+                           lWaiting.emplace_back(
+                               [&]
+                               {
+                                   UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+                                   ++lStarted;
+                                   EXPECT_EQ( 0x0017U, lTalk.Send( mInterface ).GetCode() );
+                               } );
+                       }
+                       while ( lStarted < 8 )
+                       {
+                           std::this_thread::yield();
+                       }
+                       EXPECT_TRUE( mInterface.Close().IsOK() );
+                   } );
+    EXPECT_EQ( 0x0017U, lResult.GetCode() );
+    for ( std::thread& lThread : lWaiting )
+    {
+        lThread.join();
+    }
+    EXPECT_EQ( 1U, GetCounters( *mDevice ).mReceived );
 }
 
 TEST_F( ClosingTest, EndsPendingWaitsToo )

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -21,6 +22,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 #include <utility>
@@ -171,7 +173,9 @@ public:
     unsigned int mClears = 0;
     std::vector<Transfer> mTransfers;
     Identity mIdentity = Identity::TOLD;
-    int mRefusal = 0; // of the next bulk transfer, 0: none
+    std::array<int, static_cast<size_t>( Request::COUNT )> mFailures{}; // errno, 0: none
+    std::optional<unsigned int> mCut;                                   // of the next command
+    bool mAreTransfersOpen = false;
     bool mIsHoldingReleases = false;
     std::vector<UMockdevIoctlClient*> mReleasing; // owned
 
@@ -179,6 +183,7 @@ public:
 
 private:
     bool Hold( UMockdevIoctlClient* aClient );
+    int TakeFailure( Request aRequest );
     Answer Handle( UMockdevIoctlClient* aClient );
     void Forget( UMockdevIoctlClient* aClient );
     Answer Dispatch( Host& aHost, unsigned long aRequest, UMockdevIoctlData* aArgument );
@@ -215,6 +220,11 @@ bool VirtualUsbDevice::Implementation::Hold( UMockdevIoctlClient* aClient )
     g_object_ref( aClient );
     mReleasing.push_back( aClient );
     return true;
+}
+
+int VirtualUsbDevice::Implementation::TakeFailure( Request aRequest )
+{
+    return std::exchange( mFailures.at( static_cast<size_t>( aRequest ) ), 0 );
 }
 
 void VirtualUsbDevice::Implementation::LetReleasesGo()
@@ -283,6 +293,10 @@ Answer VirtualUsbDevice::Implementation::Dispatch( Host& aHost, unsigned long aR
     case USBDEVFS_GETDRIVER:
         return TellDriver( aArgument );
     case USBDEVFS_CLEAR_HALT:
+        if ( const int lError = TakeFailure( Request::CLEAR_HALT ) )
+        {
+            return Fail( lError );
+        }
         mDevice.ClearHalt( static_cast<uint8_t>( lGetNumber() ) );
         mClears++;
         return {};
@@ -372,9 +386,9 @@ Answer VirtualUsbDevice::Implementation::Submit( Host& aHost, UMockdevIoctlData*
     {
         Control( lUrb );
     }
-    else if ( mRefusal != 0 )
+    else if ( const int lError = TakeFailure( Request::TRANSFER ) )
     {
-        return Fail( std::exchange( mRefusal, 0 ) );
+        return Fail( lError );
     }
     else if ( lUrb.mType != USBDEVFS_URB_TYPE_BULK ||
               aHost.mClaimed.count(
@@ -385,6 +399,10 @@ Answer VirtualUsbDevice::Implementation::Submit( Host& aHost, UMockdevIoctlData*
     else if ( lUrb.mEndpoint == Simulators::EndpointU3V::CONTROL_OUT )
     {
         Send( lUrb );
+    }
+    else if ( lUrb.mEndpoint == Simulators::EndpointU3V::CONTROL_IN )
+    {
+        Receive( lUrb ); // what is there already comes before any time-out
     }
     aHost.mUrbs.push_back( std::move( lUrb ) );
     return {};
@@ -437,14 +455,22 @@ void VirtualUsbDevice::Implementation::Send( Urb& aUrb )
         lEnding == Ending::DONE ? 0 : ( lEnding == Ending::HALTED ? -EPIPE : -ESHUTDOWN );
     if ( lEnding == Ending::DONE )
     {
-        aUrb.mActual = static_cast<int>( lSize );
+        aUrb.mActual = static_cast<int>( mCut.value_or( lSize ) );
+        mCut.reset();
         mTransfers.push_back( { aUrb.mEndpoint, Bytes( lBytes, lBytes + lSize ), 0 } );
     }
 }
 
 void VirtualUsbDevice::Implementation::Receive( Urb& aUrb )
 {
-    const VirtualDeviceU3V::Fetched lFetched = mDevice.Fetch( aUrb.mRoom, GetNowMs() );
+    if ( const int lError = TakeFailure( Request::FETCH ) )
+    {
+        aUrb.mIsCompleted = true;
+        aUrb.mStatus = -lError;
+        return;
+    }
+    const auto lStored = static_cast<size_t>( aUrb.mActual );
+    const VirtualDeviceU3V::Fetched lFetched = mDevice.Fetch( aUrb.mRoom - lStored, GetNowMs() );
     if ( lFetched.mEnding == Ending::WAITING )
     {
         return;
@@ -454,8 +480,9 @@ void VirtualUsbDevice::Implementation::Receive( Urb& aUrb )
     if ( lFetched.mEnding == Ending::DONE )
     {
         aUrb.mStatus = 0;
-        PutBytes( aUrb.mBuffer.get(), 0, lFetched.mBytes.data(), lFetched.mBytes.size() );
-        aUrb.mActual = static_cast<int>( lFetched.mBytes.size() );
+        PutBytes( aUrb.mBuffer.get(), lStored, lFetched.mBytes.data(), lFetched.mBytes.size() );
+        aUrb.mActual = static_cast<int>( lStored + lFetched.mBytes.size() );
+        aUrb.mIsCompleted = !mAreTransfersOpen || aUrb.mActual == static_cast<int>( aUrb.mRoom );
         mTransfers.push_back(
             { aUrb.mEndpoint, lFetched.mBytes, static_cast<unsigned int>( aUrb.mRoom ) } );
     }
@@ -574,10 +601,22 @@ void VirtualUsbDevice::SetIdentity( Identity aIdentity )
     mThis->mIdentity = aIdentity;
 }
 
-void VirtualUsbDevice::RefuseTransfer( int aErrno )
+void VirtualUsbDevice::FailNext( Request aRequest, int aErrno )
 {
     const std::lock_guard<std::mutex> lLock( mThis->mMutex );
-    mThis->mRefusal = aErrno;
+    mThis->mFailures.at( static_cast<size_t>( aRequest ) ) = aErrno;
+}
+
+void VirtualUsbDevice::CutCommand( unsigned int aSize )
+{
+    const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+    mThis->mCut = aSize;
+}
+
+void VirtualUsbDevice::LeaveTransfersOpen()
+{
+    const std::lock_guard<std::mutex> lLock( mThis->mMutex );
+    mThis->mAreTransfersOpen = true;
 }
 
 void VirtualUsbDevice::Replug()

@@ -90,8 +90,23 @@ public:
     // From now on; TOLD at first.
     void SetIdentity( Identity aIdentity );
 
-    // The system does not take the next bulk transfer of a host: that errno value.
-    void RefuseTransfer( int aErrno );
+    // The next request of a host of that kind fails, with that errno value.
+    enum class Request
+    {
+        TRANSFER,   // that a bulk transfer begins
+        FETCH,      // a bulk transfer from the device, which has begun
+        CLEAR_HALT, // of an endpoint
+        COUNT
+    };
+    void FailNext( Request aRequest, int aErrno );
+
+    // The next bulk transfer to the device ends by itself behind that many bytes. The device gets
+    // all of it.
+    void CutCommand( unsigned int aSize );
+
+    // From now on what the device sends does not end a bulk transfer that has more room, as where
+    // it sends whole packets and none behind them.
+    void LeaveTransfersOpen();
 
     // The device was unplugged and plugged in again, and has the same address: hosts that have
     // opened it find it gone, and others find a new one.
