@@ -318,25 +318,79 @@ TEST_F( OpeningTest, TellsTheFirstFailureOfSeveral )
     EXPECT_EQ( 0x001EU, Open( mInterface, "", "1AB200000004" ).GetCode() );
 }
 
+// The descriptors of an interface and, of 13 bytes each, of its endpoints.
+Bytes MakeInterface( const Bytes& aNumberAndKind, const std::vector<Bytes>& aEndpoints )
+{
+    Bytes lBytes = { 9, 4, aNumberAndKind[0], 0, static_cast<uint8_t>( aEndpoints.size() ) };
+    lBytes.insert( lBytes.end(), aNumberAndKind.begin() + 1, aNumberAndKind.end() );
+    lBytes.push_back( 0 ); // text
+    for ( const Bytes& lEndpoint : aEndpoints )
+    {
+        const Bytes lHead = { 7, 5 };
+        const Bytes lRest = { 0, 6, 48, 0, 0, 0, 0 }; // interval, and companion
+        lBytes.insert( lBytes.end(), lHead.begin(), lHead.end() );
+        lBytes.insert( lBytes.end(), lEndpoint.begin(), lEndpoint.end() );
+        lBytes.insert( lBytes.end(), lRest.begin(), lRest.end() );
+    }
+    return lBytes;
+}
+
 TEST_F( OpeningTest, TakesBothEndpointsFromOneInterface )
 {
-    // clang-format off
-    Bytes lHalf = {
-        9, 4, 2, 0, 1, 0xEF, 0x05, 0x00, 0, // a control interface with one endpoint
-        7, 5, 0x03, 2, 0x00, 0x02, 0,       // of 512 bytes
-        6, 48, 0, 0, 0, 0,                  // companion
-    };
-    // clang-format on
     unsigned int lPort = 2;
     for ( const uint8_t lEndpoint : { uint8_t{ 0x03 }, uint8_t{ 0x83 } } )
     {
-        lHalf[11] = lEndpoint;
+        const Bytes lHalf =
+            MakeInterface( { 2, 0xEF, 0x05, 0x00 }, { { lEndpoint, 2, 0x00, 0x02 } } );
         const auto lDevice = mBus.Plug( MakeConfiguration( OTHER_GUID ), lPort, lHalf );
         ASSERT_TRUE( Open( mInterface, lDevice->GetPath().c_str(), OTHER_GUID ).IsOK() );
         EXPECT_EQ( 1U, lDevice->GetClaims() );
         EXPECT_TRUE( Answers( mInterface ) );
         EXPECT_EQ( 1024U, lDevice->GetTransfers().back().mRoom );
         ++lPort;
+    }
+}
+
+TEST_F( OpeningTest, PassesOverInterfacesOfAnotherKind )
+{
+    const Bytes KINDS[] = {
+        { 2, 0xFF, 0x05, 0x00 }, { 2, 0xEF, 0x06, 0x00 }, { 2, 0xEF, 0x05, 1 } };
+    unsigned int lPort = 2;
+    for ( const Bytes& lKind : KINDS )
+    {
+        const Bytes lInterface = MakeInterface(
+            lKind, { { 0x03, 2, 0x00, 0x04 }, { 0x83, 2, 0x00, 0x04 } } ); // address, bulk, 1024
+        const auto lDevice = mBus.Plug( MakeConfiguration( OTHER_GUID ), lPort++, lInterface );
+        ASSERT_TRUE( Open( mInterface, lDevice->GetPath().c_str(), OTHER_GUID ).IsOK() );
+        EXPECT_EQ( 1U, lDevice->GetClaims() );
+        EXPECT_TRUE( Answers( mInterface ) );
+    }
+}
+
+TEST_F( OpeningTest, TakesTheFirstBulkEndpointOfEachDirectionWithTheSizeOfItsPackets )
+{
+    // Size as in the descriptor, and what a room of 16 bytes makes of it. Only 11 bits are the
+    // size; a device that tells none is asked for as much as there is room.
+    const struct
+    {
+        Bytes mSize;
+        unsigned int mAsked;
+    } SIZES[] = { { { 0x00, 0x04 }, 1024 }, { { 0x00, 0x14 }, 1024 }, { { 0x00, 0x00 }, 16 } };
+    unsigned int lPort = 2;
+    for ( const auto& lSize : SIZES )
+    {
+        const Bytes lInterface =
+            MakeInterface( { 0, 0xEF, 0x05, 0x00 }, { { 0x84, 3, 0x00, 0x04 }, // interrupt
+                                                      { 0x04, 3, 0x00, 0x04 },
+                                                      { 0x01, 2, 0x00, 0x04 },
+                                                      { 0x81, 2, lSize.mSize[0], lSize.mSize[1] },
+                                                      { 0x03, 2, 0x00, 0x02 },
+                                                      { 0x83, 2, 0x00, 0x02 } } );
+        const auto lDevice = mBus.Plug( ConfigurationU3V(), lPort++, lInterface );
+        ASSERT_TRUE( Open( mInterface, lDevice->GetPath().c_str(), "" ).IsOK() );
+        EXPECT_TRUE( Answers( mInterface ) );
+        ASSERT_FALSE( lDevice->GetTransfers().empty() );
+        EXPECT_EQ( lSize.mAsked, lDevice->GetTransfers().back().mRoom );
     }
 }
 

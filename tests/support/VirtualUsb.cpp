@@ -431,7 +431,11 @@ void VirtualUsbDevice::Implementation::Control( Urb& aUrb )
         aUrb.mIsCompleted = false;
         return;
     }
-    if ( !lDescriptor.has_value() || ( lIsIdentity && mIdentity == Identity::STALLED ) )
+    // Of texts there are those of one language.
+    const bool lIsForeign = lSetup[3] == DESCRIPTOR_STRING && lSetup[2] != 0 &&
+                            ( lSetup[4] != 0x09 || lSetup[5] != 0x04 );
+    if ( !lDescriptor.has_value() || lIsForeign ||
+         ( lIsIdentity && mIdentity == Identity::STALLED ) )
     {
         return;
     }

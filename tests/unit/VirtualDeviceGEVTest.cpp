@@ -543,6 +543,20 @@ TEST_F( VirtualDeviceGEVTest, AnswersBusyAsOftenAsAsked )
     EXPECT_EQ( 9u, Read( 0xA044 ) );
 }
 
+TEST_F( VirtualDeviceGEVTest, EachByteOfTheBusyWordIsBusy )
+{
+    VirtualDeviceGEV::Configuration lConfiguration;
+    lConfiguration.mStrict = false;
+    Make( lConfiguration );
+    ASSERT_TRUE( Device().WriteWord( Register::BUSY_COUNT, 100 ) );
+    EXPECT_EQ( 0x0000u, ReadMemStatus( Register::BUSY_WORD - 1, 1 ) );
+    for ( uint32_t i = 0; i < 4; i++ )
+    {
+        EXPECT_EQ( 0x8007u, ReadMemStatus( Register::BUSY_WORD + i, 1 ) );
+    }
+    EXPECT_EQ( 0x0000u, ReadMemStatus( Register::BUSY_WORD + 4, 1 ) );
+}
+
 TEST_F( VirtualDeviceGEVTest, RefusedReadCarriesTheValuesInFront )
 {
     const Bytes lExpected = Half( 0x8003 ) + Half( 0x0081 ) + Half( 8 ) + Half( 0xB001 ) +
