@@ -31,10 +31,19 @@ namespace HtBaseLib
 //   TIMEOUT        no answer to any attempt; logged on the library logger
 //   NOT_INITIALIZED  the derived link allows no attempt at all; logged on the library logger
 //
-// Copies share the mutex; the counters and the connection-lost flag are copied.
+// Copies share the mutex; the counters and the connection-lost flag are copied. A copy and its
+// source may be used at the same moment.
+//
+// Assigning may run beside transactions of either link: it waits for the one of the target, and for
+// none of the source. Afterwards the transactions of both follow one another, also that of a thread
+// that waited meanwhile. The mutex that the target had is kept until the target is destroyed. A
+// thread that holds it by LockMutex waits for the source's and holds that afterwards. A link must
+// not be assigned to in the middle of a transaction of the same thread; nor beside a transaction
+// where it is a derived link with fields of its own that transactions use, unless that says so.
 class HTBASE_API BaseCommandLinkGEV : public BaseCommandLink
 {
 public:
+    // Throw std::bad_alloc where there is no memory; an assignment has changed nothing then.
     BaseCommandLinkGEV();
     BaseCommandLinkGEV( const BaseCommandLinkGEV& aOther );
     BaseCommandLinkGEV& operator=( const BaseCommandLinkGEV& aOther );
@@ -98,7 +107,18 @@ protected:
     void ReleaseMutex();
 
 private:
+    friend class SimpleCommandLinkGEV;
+
     using Command = WdUtilsLib::GEV::CommandHeader;
+    class HTBASE_INTERNAL Turn;
+    class HTBASE_INTERNAL Assignment;
+    struct HTBASE_INTERNAL Holdings;
+
+    HTBASE_INTERNAL BaseCommandLinkGEV( const BaseCommandLinkGEV& aOther,
+                                        const QmUtilsLib::LockScope& aCopyLock );
+    HTBASE_INTERNAL void TakeOver( const BaseCommandLinkGEV& aOther );
+    HTBASE_INTERNAL QmUtilsLib::Mutex& Acquire() const;
+    HTBASE_INTERNAL void Publish();
 
     HTBASE_INTERNAL QmUtilsLib::Result RunAttempts( Command& aCommand, void* aAckBuffer,
                                                     long long aAckBufferSize, bool aNoAck );
@@ -113,7 +133,10 @@ private:
     std::atomic<long long> mRetriesMax{ 0 };
     std::atomic<long long> mPendingAcknowledgesCount{ 0 };
     std::atomic<long long> mTransmitFailures{ 0 };
-    std::shared_ptr<QmUtilsLib::Mutex> mMutex;
+
+    // The mutex of the transactions. Whoever has waited for it looks whether it still is.
+    std::atomic<QmUtilsLib::Mutex*> mPublished;
+    const std::unique_ptr<Holdings> mHoldings; // owns it
 };
 
 } // namespace HtBaseLib

@@ -39,7 +39,8 @@ namespace HtBaseLib
 // Copies share the control interface and the device path with their source; the identity and the
 // two limits are each link's own. So Open on one of them connects both, and the destructor of
 // either closes the device for both. Assigning to a link closes nothing and frees nothing: what the
-// link had before is kept until it is destroyed.
+// link had before is kept until it is destroyed. Assigning to a link while another thread uses it
+// is not allowed, nor is copying one that another thread assigns to.
 //
 // Behind the virtual operations of the abstract link come Open, Read, Write and IsMaster, in this
 // order.

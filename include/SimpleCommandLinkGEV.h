@@ -15,13 +15,18 @@ namespace HtBaseLib
 //
 // The socket is borrowed: it must outlive the link, and the link never opens or closes it. Two
 // links on one socket at the same moment take each other's answers. Copies share the socket, the
-// mutex and the logger.
+// mutex and the logger, so their transactions follow one another.
+//
+// Copying and assigning may run beside anything else on either link. What is taken over belongs
+// together; what an assignment has replaced is kept until the link is destroyed.
 class HTBASE_API SimpleCommandLinkGEV : public BaseCommandLinkGEV
 {
 public:
     // A link on that socket. With null, or while the socket is closed, transactions are
     // NOT_CONNECTED.
     explicit SimpleCommandLinkGEV( WdUtilsLib::Network::SocketUDP* aSocket );
+    SimpleCommandLinkGEV( const SimpleCommandLinkGEV& aOther );
+    SimpleCommandLinkGEV& operator=( const SimpleCommandLinkGEV& aOther );
     ~SimpleCommandLinkGEV() override;
 
     // NOT_SUPPORTED, and nothing else: the socket is the caller's.
@@ -44,6 +49,9 @@ protected:
     unsigned short GetRequestID() override;
 
 private:
+    HTBASE_INTERNAL SimpleCommandLinkGEV( const SimpleCommandLinkGEV& aOther,
+                                          const QmUtilsLib::LockScope& aCopyLock );
+
     HTBASE_INTERNAL static std::atomic<unsigned short> mRequestID;
 
     WdUtilsLib::Network::SocketUDP* mSocket;

@@ -1,6 +1,8 @@
 #include <BaseCommandLinkGEV.h>
 
 #include "Diagnostics.h"
+#include "LinkAssignment.h"
+#include "Replaced.h"
 
 #include <QmUtilsLib/String.h>
 #include <QmUtilsLib/Thread.h>
@@ -13,6 +15,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <functional>
 #include <iterator>
 
 namespace HtBaseLib
@@ -132,29 +135,70 @@ void Increment( std::atomic<long long>& aCounter )
 
 } // namespace
 
-BaseCommandLinkGEV::BaseCommandLinkGEV()
-    : mMutex( std::make_shared<Mutex>() )
+BaseCommandLinkGEV::Turn::Turn( const BaseCommandLinkGEV& aLink )
+    : mMutex( aLink.Acquire() )
 {
 }
 
+BaseCommandLinkGEV::Turn::~Turn()
+{
+    mMutex.Release();
+}
+
+// The mutex goes to what is kept before anything changes: then no memory is needed any more.
+BaseCommandLinkGEV::Assignment::Assignment( BaseCommandLinkGEV& aTarget,
+                                            const BaseCommandLinkGEV& aSource )
+    : mTarget( aTarget )
+    , mSource( aSource )
+    , mTurn( aTarget )
+{
+    Keep( aTarget.mHoldings->mReplaced, aTarget.mHoldings->mMutex );
+    const bool lIsTargetFirst = std::less<const BaseCommandLinkGEV*>()( &aTarget, &aSource );
+    (void)( lIsTargetFirst ? aTarget : aSource ).mHoldings->mCopyMutex.Wait(); // cannot fail
+    (void)( lIsTargetFirst ? aSource : aTarget ).mHoldings->mCopyMutex.Wait(); // nor this
+}
+
+BaseCommandLinkGEV::Assignment::~Assignment()
+{
+    mSource.mHoldings->mCopyMutex.Release();
+    mTarget.mHoldings->mCopyMutex.Release();
+    mTarget.Publish();
+}
+
+BaseCommandLinkGEV::BaseCommandLinkGEV()
+    : mPublished( nullptr )
+    , mHoldings( std::make_unique<Holdings>() )
+{
+    mHoldings->mMutex = std::make_shared<Mutex>();
+    Publish();
+}
+
 BaseCommandLinkGEV::BaseCommandLinkGEV( const BaseCommandLinkGEV& aOther )
+    : BaseCommandLinkGEV( aOther, LockScope( aOther.mHoldings->mCopyMutex ) )
+{
+}
+
+BaseCommandLinkGEV::BaseCommandLinkGEV( const BaseCommandLinkGEV& aOther,
+                                        const LockScope& /*aCopyLock*/ )
     : BaseCommandLink( aOther )
     , mRetriesCount( aOther.GetRetriesCount() )
     , mRetriesMax( aOther.GetRetriesMax() )
     , mPendingAcknowledgesCount( aOther.GetPendingAcknowledgesCount() )
     , mTransmitFailures( aOther.GetTransmitFailures() )
-    , mMutex( aOther.mMutex )
+    , mPublished( nullptr )
+    , mHoldings( std::make_unique<Holdings>() )
 {
+    mHoldings->mMutex = aOther.mHoldings->mMutex;
+    Publish();
 }
 
 BaseCommandLinkGEV& BaseCommandLinkGEV::operator=( const BaseCommandLinkGEV& aOther )
 {
-    BaseCommandLink::operator=( aOther );
-    mRetriesCount = aOther.GetRetriesCount();
-    mRetriesMax = aOther.GetRetriesMax();
-    mPendingAcknowledgesCount = aOther.GetPendingAcknowledgesCount();
-    mTransmitFailures = aOther.GetTransmitFailures();
-    mMutex = aOther.mMutex;
+    if ( this != &aOther )
+    {
+        const Assignment lAssignment( *this, aOther );
+        TakeOver( aOther );
+    }
     return *this;
 }
 
@@ -246,7 +290,7 @@ Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, l
 Result BaseCommandLinkGEV::SendCommand( Command* aCommand, void* aAckBuffer,
                                         long long aAckBufferSize, bool aNoAck )
 {
-    LockScope lLock( *mMutex );
+    const Turn lTurn( *this );
     SocketUDP* const lSocket = GetSocket();
     if ( lSocket == nullptr || !lSocket->IsOpened() )
     {
@@ -288,12 +332,59 @@ void BaseCommandLinkGEV::ResetStats()
 // Held beyond the return, which clang's analysis of locks does not follow.
 void BaseCommandLinkGEV::LockMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 {
-    (void)mMutex->Wait(); // cannot fail
+    (void)Acquire();
+    ++mHoldings->mHeld;
 }
 
+// The published mutex is the one that this thread has: nobody else can replace it meanwhile.
 void BaseCommandLinkGEV::ReleaseMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 {
-    mMutex->Release();
+    --mHoldings->mHeld;
+    mPublished.load( std::memory_order_relaxed )->Release();
+}
+
+void BaseCommandLinkGEV::TakeOver( const BaseCommandLinkGEV& aOther )
+{
+    BaseCommandLink::operator=( aOther );
+    mRetriesCount = aOther.GetRetriesCount();
+    mRetriesMax = aOther.GetRetriesMax();
+    mPendingAcknowledgesCount = aOther.GetPendingAcknowledgesCount();
+    mTransmitFailures = aOther.GetTransmitFailures();
+    mHoldings->mMutex = aOther.mHoldings->mMutex;
+}
+
+// Waits until the calling thread owns the mutex that is the link's, and returns it. No mutex that
+// the link ever had goes before the link.
+Mutex& BaseCommandLinkGEV::Acquire() const QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
+{
+    for ( ;; )
+    {
+        Mutex* const lMutex = mPublished.load( std::memory_order_acquire );
+        (void)lMutex->Wait(); // cannot fail
+        if ( mPublished.load( std::memory_order_acquire ) == lMutex )
+        {
+            return *lMutex;
+        }
+        lMutex->Release(); // an assignment has replaced it meanwhile
+    }
+}
+
+// Makes the mutex of the holdings the link's, by the owner of the one that was it. What the calling
+// thread holds by LockMutex it holds of the new one from here on.
+void BaseCommandLinkGEV::Publish() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
+{
+    Mutex* const lOld = mPublished.load( std::memory_order_relaxed );
+    Mutex* const lNew = mHoldings->mMutex.get();
+    const int lHeld = lNew == lOld ? 0 : mHoldings->mHeld;
+    for ( int lCount = 0; lCount < lHeld; ++lCount )
+    {
+        (void)lNew->Wait(); // cannot fail
+    }
+    mPublished.store( lNew, std::memory_order_release );
+    for ( int lCount = 0; lCount < lHeld; ++lCount )
+    {
+        lOld->Release();
+    }
 }
 
 Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,

@@ -2,6 +2,7 @@
 
 #include "Diagnostics.h"
 #include "Guarded.h"
+#include "Replaced.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/String.h>
@@ -486,10 +487,7 @@ void BaseCommandLinkU3V::UpdateMaxSizes()
 
 void BaseCommandLinkU3V::KeepReplaced( std::shared_ptr<const void> aObject )
 {
-    if ( std::find( mReplaced.begin(), mReplaced.end(), aObject ) == mReplaced.end() )
-    {
-        mReplaced.push_back( std::move( aObject ) );
-    }
+    Keep( mReplaced, std::move( aObject ) );
 }
 
 Result BaseCommandLinkU3V::RefuseSize( unsigned int aSize, unsigned int aLimit )

@@ -1,10 +1,13 @@
 #include <SimpleCommandLinkGEV.h>
 
 #include "Diagnostics.h"
+#include "LinkAssignment.h"
+#include "Replaced.h"
 
 namespace HtBaseLib
 {
 
+using QmUtilsLib::LockScope;
 using QmUtilsLib::Logger;
 using QmUtilsLib::Result;
 using WdUtilsLib::Network::SocketUDP;
@@ -26,6 +29,32 @@ SimpleCommandLinkGEV::SimpleCommandLinkGEV( SocketUDP* aSocket )
     : mSocket( aSocket )
     , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
 {
+}
+
+SimpleCommandLinkGEV::SimpleCommandLinkGEV( const SimpleCommandLinkGEV& aOther )
+    : SimpleCommandLinkGEV( aOther, LockScope( aOther.mHoldings->mCopyMutex ) )
+{
+}
+
+SimpleCommandLinkGEV::SimpleCommandLinkGEV( const SimpleCommandLinkGEV& aOther,
+                                            const LockScope& aCopyLock )
+    : BaseCommandLinkGEV( aOther, aCopyLock )
+    , mSocket( aOther.mSocket )
+    , mLogger( aOther.mLogger )
+{
+}
+
+SimpleCommandLinkGEV& SimpleCommandLinkGEV::operator=( const SimpleCommandLinkGEV& aOther )
+{
+    if ( this != &aOther )
+    {
+        const Assignment lAssignment( *this, aOther );
+        Keep( mHoldings->mReplaced, mLogger );
+        mSocket = aOther.mSocket;
+        mLogger = aOther.mLogger;
+        TakeOver( aOther );
+    }
+    return *this;
 }
 
 SimpleCommandLinkGEV::~SimpleCommandLinkGEV() = default;

@@ -175,6 +175,242 @@ TEST( LinkThreads, SendNothingWhileAnotherThreadHoldsTheMutexOfAnAssignedLink )
     ExpectHeldBack( lResponder, lAssigned, lOne.mLink );
 }
 
+// Assigning.
+
+TEST( LinkThreads, AssigningWaitsForTheTransactionOfTheTarget )
+{
+    std::promise<void> lAsked;
+    std::promise<void> lMayAnswer;
+    const CannedResponder lOld(
+        [&lAsked, &lMayAnswer]( const Bytes& aRequest )
+        {
+            lAsked.set_value();
+            lMayAnswer.get_future().wait();
+            return std::vector<Bytes>{ MakeAcknowledge( aRequest ) };
+        } );
+    const CannedResponder lNew( AnswerOnce );
+    Connected<PatientLink> lTarget( lOld );
+    const Connected<PatientLink> lSource( lNew );
+    std::future<int> lReader = std::async( std::launch::async, [&lTarget]
+                                           { return ReadMany( lTarget.mLink, 0x0A00, 1 ); } );
+    EXPECT_EQ( lAsked.get_future().wait_for( PATIENCE ), std::future_status::ready );
+
+    std::future<void> lAssigner =
+        std::async( std::launch::async, [&lTarget, &lSource] { lTarget.mLink = lSource.mLink; } );
+    EXPECT_EQ( lAssigner.wait_for( std::chrono::milliseconds( WATCH_MS ) ),
+               std::future_status::timeout );
+    lMayAnswer.set_value();
+    EXPECT_EQ( lReader.get(), 1 );
+    lAssigner.get();
+    EXPECT_TRUE( lNew.GetRequests().empty() );
+    EXPECT_EQ( ReadMany( lTarget.mLink, 0x0B00, 1 ), 1 );
+    EXPECT_EQ( lOld.GetRequests().size(), 1U );
+    EXPECT_EQ( lNew.GetRequests().size(), 1U );
+}
+
+TEST( LinkThreads, CopyingAndAssigningDoNotWaitForTheTransactionOfTheSource )
+{
+    std::promise<void> lAsked;
+    std::promise<void> lMayAnswer;
+    const CannedResponder lResponder(
+        [&lAsked, &lMayAnswer]( const Bytes& aRequest )
+        {
+            lAsked.set_value();
+            lMayAnswer.get_future().wait();
+            return std::vector<Bytes>{ MakeAcknowledge( aRequest ) };
+        } );
+    Connected<PatientLink> lSource( lResponder );
+    std::future<int> lReader = std::async( std::launch::async, [&lSource]
+                                           { return ReadMany( lSource.mLink, 0x0A00, 1 ); } );
+    EXPECT_EQ( lAsked.get_future().wait_for( PATIENCE ), std::future_status::ready );
+    std::future<void> lCopier = std::async( std::launch::async,
+                                            [&lSource]
+                                            {
+                                                const PatientLink lCopy( lSource.mLink );
+                                                PatientLink lAssigned( nullptr );
+                                                lAssigned = lSource.mLink;
+                                            } );
+    EXPECT_EQ( lCopier.wait_for( PATIENCE / 2 ), std::future_status::ready );
+    lMayAnswer.set_value();
+    EXPECT_EQ( lReader.get(), 1 );
+}
+
+// Tells whether the assignment came before the read. The two wait for the same mutex, and which of
+// them gets it first is not in the test's hands.
+bool AssignsAheadOfARead()
+{
+    const CannedResponder lOld( AnswerOnce );
+    const CannedResponder lNew( AnswerOnce );
+    Connected<PatientLink> lTarget( lOld );
+    Connected<PatientLink> lSource( lNew );
+    lTarget.mLink.LockMutex();
+    lSource.mLink.LockMutex();
+    std::future<void> lAssigner =
+        std::async( std::launch::async, [&lTarget, &lSource] { lTarget.mLink = lSource.mLink; } );
+    EXPECT_EQ( lAssigner.wait_for( std::chrono::milliseconds( WATCH_MS ) ),
+               std::future_status::timeout );
+    std::future<int> lReader = std::async( std::launch::async, [&lTarget]
+                                           { return ReadMany( lTarget.mLink, 0x0A00, 1 ); } );
+    EXPECT_EQ( lReader.wait_for( std::chrono::milliseconds( WATCH_MS ) ),
+               std::future_status::timeout );
+    lTarget.mLink.ReleaseMutex();
+    lAssigner.get();
+    const bool lIsAhead =
+        lReader.wait_for( std::chrono::milliseconds( WATCH_MS ) ) == std::future_status::timeout;
+    // It waits for the mutex of the new socket, which is held here.
+    EXPECT_TRUE( lNew.GetRequests().empty() );
+    lSource.mLink.ReleaseMutex();
+    EXPECT_EQ( lReader.get(), 1 );
+    EXPECT_EQ( lOld.GetRequests().size(), lIsAhead ? 0U : 1U );
+    EXPECT_EQ( lNew.GetRequests().size(), lIsAhead ? 1U : 0U );
+    return lIsAhead;
+}
+
+TEST( LinkThreads, WhoWaitedForTheMutexBeforeAnAssignmentTakesTheOneAfterIt )
+{
+    bool lIsAhead = false;
+    for ( int lRound = 0; lRound < 50 && !lIsAhead; ++lRound )
+    {
+        lIsAhead = AssignsAheadOfARead();
+    }
+    EXPECT_TRUE( lIsAhead );
+}
+
+// Another thread's attempt to have the link's mutex.
+class Attempt
+{
+public:
+    explicit Attempt( PatientLink& aLink )
+        : mDone( std::async( std::launch::async,
+                             [&aLink]
+                             {
+                                 aLink.LockMutex();
+                                 aLink.ReleaseMutex();
+                             } ) )
+    {
+    }
+
+    bool Succeeds() const { return mDone.wait_for( PATIENCE ) == std::future_status::ready; }
+    bool MustWait() const
+    {
+        return mDone.wait_for( std::chrono::milliseconds( WATCH_MS ) ) ==
+               std::future_status::timeout;
+    }
+
+private:
+    const std::future<void> mDone;
+};
+
+TEST( LinkThreads, WhoHoldsTheMutexOfALinkStillHoldsItAfterAssigningToIt )
+{
+    PatientLink lSource( nullptr );
+    PatientLink lLink( nullptr );
+    PatientLink lCopy( lLink );
+    lLink.LockMutex();
+    lLink.LockMutex();
+    lLink = lSource;
+    EXPECT_TRUE( Attempt( lCopy ).Succeeds() ); // which has the mutex from before
+    const Attempt lOfLink( lLink );
+    const Attempt lOfSource( lSource );
+    EXPECT_TRUE( lOfLink.MustWait() );
+    lLink.ReleaseMutex();
+    EXPECT_TRUE( lOfLink.MustWait() );
+    EXPECT_TRUE( lOfSource.MustWait() );
+    lLink.ReleaseMutex();
+    EXPECT_TRUE( lOfLink.Succeeds() );
+    EXPECT_TRUE( lOfSource.Succeeds() );
+}
+
+TEST( LinkThreads, AssigningALinkToItselfDoesNotWait )
+{
+    PatientLink lLink( nullptr );
+    lLink.LockMutex();
+    std::future<void> lAssigner = std::async( std::launch::async,
+                                              [&lLink]
+                                              {
+                                                  const PatientLink& lItself = lLink;
+                                                  lLink = lItself;
+                                              } );
+    EXPECT_EQ( lAssigner.wait_for( PATIENCE ), std::future_status::ready );
+    lLink.ReleaseMutex();
+}
+
+// A device that counts the requests that came before the one before was answered.
+class WatchfulDevice
+{
+public:
+    WatchfulDevice()
+        : mResponder( [this]( const Bytes& aRequest ) { return Answer( aRequest ); } )
+    {
+        mReady.set_value( &mResponder );
+    }
+
+    int GetInterleaved() const { return mInterleaved; }
+    const CannedResponder& GetResponder() const { return mResponder; }
+
+private:
+    std::vector<Bytes> Answer( const Bytes& aRequest )
+    {
+        mInterleaved += mIsReady.get()->HasRequest( 1 ) ? 1 : 0;
+        return { MakeAcknowledge( aRequest ) };
+    }
+
+    std::atomic<int> mInterleaved{ 0 };
+    std::promise<const CannedResponder*> mReady;
+    std::shared_future<const CannedResponder*> mIsReady = mReady.get_future().share();
+    const CannedResponder mResponder;
+};
+
+TEST( LinkThreads, MayBeAssignedToEachOtherAndCopiedWhileTheyAreUsed )
+{
+    constexpr unsigned int READS = 200;
+    const WatchfulDevice lDeviceOne;
+    const WatchfulDevice lDeviceTwo;
+    const Connected<PatientLink> lOne( lDeviceOne.GetResponder() );
+    const Connected<PatientLink> lTwo( lDeviceTwo.GetResponder() );
+    PatientLink lLeft( lOne.mLink );
+    PatientLink lRight( lTwo.mLink );
+    std::atomic<bool> lRunning{ true };
+    const auto lAssign =
+        [&lRunning]( PatientLink& aLink, const PatientLink& aOther, const PatientLink& aHome )
+    {
+        int lCount = 0;
+        for ( ; lRunning; ++lCount )
+        {
+            aLink = aOther;
+            std::this_thread::yield();
+            aLink = aHome;
+            std::this_thread::yield();
+        }
+        return lCount;
+    };
+    std::future<int> lAssigners[] = {
+        std::async( std::launch::async, [&] { return lAssign( lLeft, lRight, lOne.mLink ); } ),
+        std::async( std::launch::async, [&] { return lAssign( lRight, lLeft, lTwo.mLink ); } ),
+    };
+    std::future<int> lCopier = std::async( std::launch::async,
+                                           [&lRunning, &lLeft]
+                                           {
+                                               int lBad = 0;
+                                               while ( lRunning )
+                                               {
+                                                   PatientLink lCopy( lLeft );
+                                                   lBad += 1 - ReadMany( lCopy, 0x4000, 1 );
+                                               }
+                                               return lBad;
+                                           } );
+    std::future<int> lReader =
+        std::async( std::launch::async, [&lLeft] { return ReadMany( lLeft, 0x1000, READS ); } );
+    EXPECT_EQ( ReadMany( lRight, 0x8000, READS ), static_cast<int>( READS ) );
+    EXPECT_EQ( lReader.get(), static_cast<int>( READS ) );
+    lRunning = false;
+    EXPECT_GT( lAssigners[0].get(), 0 );
+    EXPECT_GT( lAssigners[1].get(), 0 );
+    EXPECT_EQ( lCopier.get(), 0 );
+    EXPECT_EQ( lDeviceOne.GetInterleaved(), 0 );
+    EXPECT_EQ( lDeviceTwo.GetInterleaved(), 0 );
+}
+
 TEST( LinkThreads, RunDifferentLinksAtTheSameTime )
 {
     // Each device answers only when the other one has been asked as well.

@@ -44,8 +44,8 @@ static_assert( !std::is_convertible<SocketUDP*, SimpleCommandLinkGEV>::value, ""
 static_assert( !std::is_copy_constructible<SocketUDP>::value, "" );
 static_assert( !std::is_copy_constructible<QmUtilsLib::Mutex>::value, "" );
 
-// Layout: the table's pointer and the flag; four counters of 64 bits and the shared mutex; the
-// socket and the shared logger.
+// Layout: the table's pointer and the flag; four counters of 64 bits, the mutex and what owns
+// it; the socket and the shared logger.
 constexpr std::size_t POINTER = sizeof( void* );
 static_assert( sizeof( BaseCommandLink ) == 2 * POINTER, "" );
 static_assert( sizeof( BaseCommandLinkGEV ) ==

@@ -4,6 +4,7 @@
 // Identifiers come from one counter of the process, so each of these tests counts on a process of
 // its own, as ctest gives it.
 
+#include <support/AllocationCounter.h>
 #include <support/ScriptedLinkTest.h>
 
 #include <SimpleCommandLinkGEV.h>
@@ -36,8 +37,6 @@ public:
     using SimpleCommandLinkGEV::GetRequestID;
     using SimpleCommandLinkGEV::GetRetryCount;
     using SimpleCommandLinkGEV::GetSocket;
-    using SimpleCommandLinkGEV::LockMutex;
-    using SimpleCommandLinkGEV::ReleaseMutex;
     using SimpleCommandLinkGEV::SimpleCommandLinkGEV;
 };
 
@@ -326,6 +325,35 @@ TEST_F( SimpleCommandLinkGEVTest, SharesSocketAndLoggerWithItsCopiesAndCopiesFla
     ExpectCounters( lLink, 2, 2, 1, 1 );
     EXPECT_TRUE( lLink.GetConnectionLost() );
     ExpectCounters( lAssigned, 2, 2, 1, 1 );
+}
+
+// Somebody may still use what the link had before.
+TEST_F( SimpleCommandLinkGEVTest, WhatAssigningReplacedGoesWithTheLink )
+{
+    const OpenLink lSource( &mSocket );
+    const OpenLink lOther( &mSocket );
+    const long long lBefore = GetLiveAllocationCount();
+    {
+        OpenLink lLink( nullptr );
+        Logger* const lLogger = lLink.GetLibLogger();
+        const long long lAlone = GetLiveAllocationCount();
+        lLink = lSource;
+        EXPECT_GE( GetLiveAllocationCount(), lAlone );
+        EXPECT_NE( lLink.GetLibLogger(), lLogger );
+        EXPECT_FALSE( lLogger->IsPriorityEnabled( -1 ) );
+
+        // What is kept already is kept once.
+        lLink = lOther;
+        lLink = lSource;
+        const long long lAll = GetLiveAllocationCount();
+        for ( int lRound = 0; lRound < 10; ++lRound )
+        {
+            lLink = lOther;
+            lLink = lSource;
+        }
+        EXPECT_EQ( GetLiveAllocationCount(), lAll );
+    }
+    EXPECT_EQ( GetLiveAllocationCount(), lBefore );
 }
 
 TEST_F( SimpleCommandLinkGEVTest, DrawsFromTheSameCounterAsItsCopies )
