@@ -12,6 +12,7 @@
 #include <WdUtilsLib/Network/IpAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -44,7 +45,7 @@ Result GetRecord( WdUtilsLib::Network::SocketUDP& aSocket, CapabilitiesGEV*& aRe
     const WdUtilsLib::Network::EthernetAddress lAddress( lHigh, lLow );
     std::printf( "%s\n", lAddress.GetString().c_str() );
     aRecord = CapabilitiesGEV::GetCapabilities( lAddress );
-    return aRecord->Init( &lLink );
+    return aRecord != nullptr ? aRecord->Init( &lLink ) : Result( Result::GENERIC_ERROR, ENOMEM );
 }
 
 void Print( const CapabilitiesGEV& aRecord )

@@ -56,7 +56,9 @@ protected:
 
     // ReadCallback and WriteCallback observe every transfer that succeeded, after it: the caller's
     // own buffer, the device's address and the count of bytes. They are called on the caller's
-    // thread and may use the link.
+    // thread and may use the link. The transfer stands whatever they throw: std::bad_alloc makes
+    // the result of the operation GENERIC_ERROR with ENOMEM as OS code, anything else passes to the
+    // caller.
     virtual void ReadCallback( const void* /*aData*/, long long /*aAddress*/, long long /*aSize*/ )
     {
     }

@@ -52,7 +52,8 @@ public:
     static constexpr unsigned int CMD_BUFFER_SIZE = 1024;
     static constexpr unsigned int ACK_BUFFER_SIZE = 1024;
 
-    // A link to no device, with limits of 64 bytes.
+    // A link to no device, with limits of 64 bytes. This and assigning throw std::bad_alloc where
+    // there is no memory; an assignment has changed nothing then. Copying needs none.
     BaseCommandLinkU3V();
     BaseCommandLinkU3V( const BaseCommandLinkU3V& aOther );
     BaseCommandLinkU3V& operator=( const BaseCommandLinkU3V& aOther );
@@ -152,6 +153,7 @@ protected:
     void UpdateMaxSizes();
 
     // KeepReplaced keeps an object that an assignment has replaced until the link is destroyed.
+    // Throws std::bad_alloc where there is no memory.
     void KeepReplaced( std::shared_ptr<const void> aObject );
 
 private:

@@ -48,15 +48,16 @@ class HTBASE_API CapabilitiesGEV
 public:
     // A record for the device of that address: reads nothing, logs nothing. Whether the device is
     // one of the maker's is asked of WdUtilsLib::Network::DeviceIdentity now and never again.
+    // Throws std::bad_alloc where there is no memory; copying and assigning need none.
     explicit CapabilitiesGEV( WdUtilsLib::Network::EthernetAddress aAddress );
     CapabilitiesGEV( const CapabilitiesGEV& aOther );
     CapabilitiesGEV& operator=( const CapabilitiesGEV& aOther );
     virtual ~CapabilitiesGEV();
 
     // GetCapabilities returns the record of the device with that address, and makes it when there
-    // is none. Never null; perhaps not initialised: call Init, which costs nothing where it is. The
-    // record belongs to the library and lives until Destroy. Takes the process-wide mutex of the
-    // records, which nobody holds while a device is read.
+    // is none; null only where there is no memory for it. Perhaps it is not initialised: call Init,
+    // which costs nothing where it is. The record belongs to the library and lives until Destroy.
+    // Takes the process-wide mutex of the records, which nobody holds while a device is read.
     static CapabilitiesGEV* GetCapabilities( WdUtilsLib::Network::EthernetAddress aAddress );
 
     // Destroy deletes every record that GetCapabilities has given; the pointers dangle then, and

@@ -49,18 +49,19 @@ class HTBASE_API CapabilitiesU3V
 {
 public:
     // A record for that device: reads nothing, logs nothing. The second argument is kept for
-    // callers of old; nothing looks at it, and it may be null.
+    // callers of old; nothing looks at it, and it may be null. Throws std::bad_alloc where there
+    // is no memory; copying and assigning need none.
     CapabilitiesU3V( const WdUtilsLib::U3V::U3VGUID& aGUID, unsigned char* aUnused );
     CapabilitiesU3V( const CapabilitiesU3V& aOther );
     CapabilitiesU3V& operator=( const CapabilitiesU3V& aOther );
     virtual ~CapabilitiesU3V();
 
     // GetCapabilities returns the record of the device with that identity, and makes it when there
-    // is none. Never null; perhaps not initialised: call Init, which costs nothing where it is. The
-    // record belongs to the library and lives until Destroy. All devices without identity share
-    // one record. Takes the process-wide mutex of the records, which nobody holds while a device is
-    // read; it is another one than that of the GigE Vision records. The second argument is handed
-    // to the constructor.
+    // is none; null only where there is no memory for it. Perhaps it is not initialised: call Init,
+    // which costs nothing where it is. The record belongs to the library and lives until Destroy.
+    // All devices without identity share one record. Takes the process-wide mutex of the records,
+    // which nobody holds while a device is read; it is another one than that of the GigE Vision
+    // records. The second argument is handed to the constructor.
     static CapabilitiesU3V* GetCapabilities( const WdUtilsLib::U3V::U3VGUID& aGUID,
                                              unsigned char* aUnused );
 

@@ -31,7 +31,7 @@ namespace HtBaseLib
 class HTBASE_API InstantStats
 {
 public:
-    // An empty history; rate and bandwidth are 0.
+    // An empty history; rate and bandwidth are 0. Throws std::bad_alloc where there is no memory.
     InstantStats();
     ~InstantStats();
 

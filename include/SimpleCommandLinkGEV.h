@@ -23,7 +23,8 @@ class HTBASE_API SimpleCommandLinkGEV : public BaseCommandLinkGEV
 {
 public:
     // A link on that socket. With null, or while the socket is closed, transactions are
-    // NOT_CONNECTED.
+    // NOT_CONNECTED. What makes, copies or assigns a link throws std::bad_alloc where there is no
+    // memory, as the base's does.
     explicit SimpleCommandLinkGEV( WdUtilsLib::Network::SocketUDP* aSocket );
     SimpleCommandLinkGEV( const SimpleCommandLinkGEV& aOther );
     SimpleCommandLinkGEV& operator=( const SimpleCommandLinkGEV& aOther );

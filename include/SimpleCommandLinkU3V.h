@@ -17,6 +17,7 @@ namespace HtBaseLib
 class HTBASE_API SimpleCommandLinkU3V : public BaseCommandLinkU3V
 {
 public:
+    // Throws std::bad_alloc where there is no memory, and assigning does, as for the base.
     SimpleCommandLinkU3V();
     SimpleCommandLinkU3V( const SimpleCommandLinkU3V& aOther );
     SimpleCommandLinkU3V& operator=( const SimpleCommandLinkU3V& aOther );

@@ -1,10 +1,10 @@
 #include <BaseCommandLinkGEV.h>
 
 #include "Diagnostics.h"
+#include "Guarded.h"
 #include "LinkAssignment.h"
 #include "Replaced.h"
 
-#include <QmUtilsLib/String.h>
 #include <QmUtilsLib/Thread.h>
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
 #include <WdUtilsLib/GEV/ReadMemory.h>
@@ -86,7 +86,7 @@ Result TranslateStatus( unsigned short aStatus )
     const char* const lErrorMsg =
         lEntry != std::end( STATUS_TEXTS ) ? lEntry->mText : INVALID_ANSWER;
     QMUTILSLIB_ASSERT( lErrorMsg != NULL );
-    return Result( Result::GENERIC_ERROR, 0, QmUtilsLib::String( lErrorMsg ) );
+    return MakeResult( Result::GENERIC_ERROR, 0, lErrorMsg );
 }
 
 // Tells whether the acknowledge, which is a valid one, has a whole value in it. What follows the
@@ -106,7 +106,7 @@ bool HasRegister( const GEV::ReadRegisterAcknowledge& aAcknowledge,
 
 Result MakeInvalidAnswer()
 {
-    return Result( Result::GENERIC_ERROR, 0, QmUtilsLib::String( INVALID_ANSWER ) );
+    return MakeResult( Result::GENERIC_ERROR, 0, INVALID_ANSWER );
 }
 
 // Milliseconds until aStart + aTimeout, 0 when that has passed. A clock that went back counts as
@@ -222,8 +222,12 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
         return MakeInvalidAnswer();
     }
     *aValue = lAcknowledge.GetValue( 0, true );
-    ReadCallback( aValue, aAddress, sizeof( *aValue ) );
-    return lResult;
+    return Guarded(
+        [&]
+        {
+            ReadCallback( aValue, aAddress, sizeof( *aValue ) );
+            return lResult;
+        } );
 }
 
 // KEEP: a write that nobody acknowledges is told to WriteCallback too, as soon as it has left.
@@ -238,11 +242,16 @@ Result BaseCommandLinkGEV::WriteRegister( const unsigned int* aValue, long long 
     unsigned char lArea[WRITE_ACKNOWLEDGE_SIZE] = {};
 
     Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck );
-    if ( lResult.IsOK() )
+    if ( !lResult.IsOK() )
     {
-        WriteCallback( aValue, aAddress, sizeof( *aValue ) );
+        return lResult;
     }
-    return lResult;
+    return Guarded(
+        [&]
+        {
+            WriteCallback( aValue, aAddress, sizeof( *aValue ) );
+            return lResult;
+        } );
 }
 
 Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long long aSize )
@@ -262,8 +271,12 @@ Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long lon
     {
         return MakeInvalidAnswer();
     }
-    ReadCallback( aData, aAddress, aSize );
-    return lResult;
+    return Guarded(
+        [&]
+        {
+            ReadCallback( aData, aAddress, aSize );
+            return lResult;
+        } );
 }
 
 Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, long long aSize,
@@ -280,24 +293,33 @@ Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, l
     unsigned char lArea[WRITE_ACKNOWLEDGE_SIZE] = {};
 
     Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck );
-    if ( lResult.IsOK() )
+    if ( !lResult.IsOK() )
     {
-        WriteCallback( aData, aAddress, aSize );
+        return lResult;
     }
-    return lResult;
+    return Guarded(
+        [&]
+        {
+            WriteCallback( aData, aAddress, aSize );
+            return lResult;
+        } );
 }
 
 Result BaseCommandLinkGEV::SendCommand( Command* aCommand, void* aAckBuffer,
                                         long long aAckBufferSize, bool aNoAck )
 {
-    const Turn lTurn( *this );
-    SocketUDP* const lSocket = GetSocket();
-    if ( lSocket == nullptr || !lSocket->IsOpened() )
-    {
-        return Result::NOT_CONNECTED;
-    }
-    aCommand->InitRequestId( GetRequestID() );
-    return RunAttempts( *aCommand, aAckBuffer, aAckBufferSize, aNoAck );
+    return Guarded(
+        [&]() -> Result
+        {
+            const Turn lTurn( *this );
+            SocketUDP* const lSocket = GetSocket();
+            if ( lSocket == nullptr || !lSocket->IsOpened() )
+            {
+                return Result::NOT_CONNECTED;
+            }
+            aCommand->InitRequestId( GetRequestID() );
+            return RunAttempts( *aCommand, aAckBuffer, aAckBufferSize, aNoAck );
+        } );
 }
 
 long long BaseCommandLinkGEV::GetRetriesCount() const

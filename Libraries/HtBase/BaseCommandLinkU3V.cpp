@@ -212,7 +212,7 @@ Result TransferPieces( long long aSize, long long aChunk, Transfer aTransfer )
     while ( lOffset < aSize )
     {
         const long long lPiece = std::min( aChunk, aSize - lOffset );
-        Result lResult = aTransfer( lOffset, lPiece );
+        Result lResult = Guarded( [&] { return aTransfer( lOffset, lPiece ); } );
         if ( !lResult.IsOK() )
         {
             return lResult;
@@ -250,11 +250,11 @@ BaseCommandLinkU3V::BaseCommandLinkU3V( const BaseCommandLinkU3V& aOther )
 // KEEP: the device that the link had stays open until the link is destroyed.
 BaseCommandLinkU3V& BaseCommandLinkU3V::operator=( const BaseCommandLinkU3V& aOther )
 {
-    BaseCommandLink::operator=( aOther );
     KeepReplaced( mDCI );
+    KeepReplaced( mDevicePath );
+    BaseCommandLink::operator=( aOther ); // from here on no memory is needed
     mDCI = aOther.mDCI;
     mGUID = aOther.mGUID;
-    KeepReplaced( mDevicePath );
     mDevicePath = aOther.mDevicePath;
     mMaxCommandSize = aOther.mMaxCommandSize;
     mMaxAckSize = aOther.mMaxAckSize;
@@ -271,16 +271,21 @@ BaseCommandLinkU3V::~BaseCommandLinkU3V()
 
 Result BaseCommandLinkU3V::Open( const U3VGUID& aGUID, const std::string& aDevicePath )
 {
-    QmUtilsLib::String lPath( aDevicePath.c_str() );
-    const bool lIsMaster = IsMaster();
-    Result lResult = mDCI->Open( lPath, aGUID, lIsMaster );
-    if ( !lResult.IsOK() )
-    {
-        return lResult;
-    }
-    mGUID = aGUID;
-    *mDevicePath = aDevicePath;
-    return Result::OK;
+    return Guarded(
+        [&]() -> Result
+        {
+            std::string lDevicePath = aDevicePath; // while nothing has been opened yet
+            QmUtilsLib::String lPath( lDevicePath.c_str() );
+            const bool lIsMaster = IsMaster();
+            Result lResult = mDCI->Open( lPath, aGUID, lIsMaster );
+            if ( !lResult.IsOK() )
+            {
+                return lResult;
+            }
+            mGUID = aGUID;
+            mDevicePath->swap( lDevicePath );
+            return Result::OK;
+        } );
 }
 
 // KEEP: the path stays, so the link goes on to count as connected, and the limits of 0 let
@@ -290,7 +295,7 @@ Result BaseCommandLinkU3V::Close()
     mGUID.Clear();
     mMaxCommandSize = 0;
     mMaxAckSize = 0;
-    return mDCI->Close();
+    return Guarded( [this] { return mDCI->Close(); } );
 }
 
 bool BaseCommandLinkU3V::IsConnected() const
@@ -320,8 +325,12 @@ Result BaseCommandLinkU3V::ReadMemory( void* aData, long long aAddress, long lon
         return lResult;
     }
     StoreData( lAck, aData, aSize );
-    ReadCallback( aData, aAddress, aSize );
-    return Result::OK;
+    return Guarded(
+        [&]
+        {
+            ReadCallback( aData, aAddress, aSize );
+            return lResult;
+        } );
 }
 
 // KEEP: noAck is ignored; there is an acknowledge always, and what it says was written is not
@@ -345,8 +354,12 @@ Result BaseCommandLinkU3V::WriteMemory( const void* aData, long long aAddress, l
     {
         return lResult;
     }
-    WriteCallback( aData, aAddress, aSize );
-    return Result::OK;
+    return Guarded(
+        [&]
+        {
+            WriteCallback( aData, aAddress, aSize );
+            return lResult;
+        } );
 }
 
 // KEEP: the chunk leaves room for a READMEM command instead of an acknowledge header, and wraps
@@ -449,7 +462,7 @@ Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned 
             return RefuseSize( lCommand.mAckLength, mMaxAckSize );
         }
     }
-    return mDCI->SendCommands( aCommands, aCount );
+    return Guarded( [&] { return mDCI->SendCommands( aCommands, aCount ); } );
 }
 
 // KEEP: logged, and an OS code, where the twin of GigE Vision does neither.
@@ -482,7 +495,8 @@ void BaseCommandLinkU3V::UpdateMaxSizes()
     mMaxAckSize = std::min( lConfiguration.mMaxAckTransferLength, ACK_BUFFER_SIZE );
     QMUTILSLIB_ASSERT( CMD_BUFFER_SIZE >= mMaxCommandSize );
     QMUTILSLIB_ASSERT( ACK_BUFFER_SIZE >= mMaxAckSize );
-    (void)mDCI->SetDCIConfiguration( lConfiguration ); // what it cannot use, it does without
+    // What it cannot use, it does without.
+    (void)Guarded( [&] { return mDCI->SetDCIConfiguration( lConfiguration ); } );
 }
 
 void BaseCommandLinkU3V::KeepReplaced( std::shared_ptr<const void> aObject )

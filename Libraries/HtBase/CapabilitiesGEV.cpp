@@ -3,6 +3,7 @@
 #include "CapabilityRecord.h"
 #include "CapabilityRegistry.h"
 #include "Diagnostics.h"
+#include "Guarded.h"
 
 #include <BaseCommandLinkGEV.h>
 #include <QmUtilsLib/Mutex.h>
@@ -163,9 +164,14 @@ CapabilitiesGEV::~CapabilitiesGEV()
 
 CapabilitiesGEV* CapabilitiesGEV::GetCapabilities( EthernetAddress aAddress )
 {
-    return Registry::GetInstance().Get(
-        aAddress.GetString(), [&aAddress] { return std::make_unique<CapabilitiesGEV>( aAddress ); },
-        &CapabilitiesGEV::Destroy );
+    return OrNull(
+        [&aAddress]
+        {
+            return Registry::GetInstance().Get(
+                aAddress.GetString(),
+                [&aAddress] { return std::make_unique<CapabilitiesGEV>( aAddress ); },
+                &CapabilitiesGEV::Destroy );
+        } );
 }
 
 void CapabilitiesGEV::Destroy()
@@ -175,8 +181,12 @@ void CapabilitiesGEV::Destroy()
 
 Result CapabilitiesGEV::Init( SocketUDP* aSocket )
 {
-    SimpleCommandLinkGEV lLink( aSocket );
-    return Init( &lLink );
+    return Guarded(
+        [this, aSocket]
+        {
+            SimpleCommandLinkGEV lLink( aSocket );
+            return Init( &lLink );
+        } );
 }
 
 Result CapabilitiesGEV::Init( BaseCommandLinkGEV* aLink )

@@ -3,6 +3,7 @@
 #include "CapabilityRecord.h"
 #include "CapabilityRegistry.h"
 #include "Diagnostics.h"
+#include "Guarded.h"
 
 #include <BaseCommandLinkU3V.h>
 #include <QmUtilsLib/Mutex.h>
@@ -139,9 +140,14 @@ CapabilitiesU3V::~CapabilitiesU3V()
 
 CapabilitiesU3V* CapabilitiesU3V::GetCapabilities( const U3VGUID& aGUID, unsigned char* aUnused )
 {
-    return Registry::GetInstance().Get(
-        aGUID, [&aGUID, aUnused] { return std::make_unique<CapabilitiesU3V>( aGUID, aUnused ); },
-        &CapabilitiesU3V::Destroy );
+    return OrNull(
+        [&aGUID, aUnused]
+        {
+            return Registry::GetInstance().Get(
+                aGUID,
+                [&aGUID, aUnused] { return std::make_unique<CapabilitiesU3V>( aGUID, aUnused ); },
+                &CapabilitiesU3V::Destroy );
+        } );
 }
 
 void CapabilitiesU3V::Destroy()

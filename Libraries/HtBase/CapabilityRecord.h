@@ -1,6 +1,8 @@
 // What the capability records of both kinds of device have in common.
 #pragma once
 
+#include "Guarded.h"
+
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/Result.h>
 
@@ -58,7 +60,7 @@ QmUtilsLib::Result FillOnce( std::atomic<bool>& aInitialized, bool& aIsFilling,
         return QmUtilsLib::Result::OK;
     }
     const FillingScope lFilling( aIsFilling );
-    QmUtilsLib::Result lResult = aRead();
+    QmUtilsLib::Result lResult = Guarded( aRead );
     if ( !lResult.IsOK() )
     {
         return lResult;

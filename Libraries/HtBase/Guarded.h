@@ -27,6 +27,20 @@ auto Guarded( Operation aOperation ) -> decltype( aOperation() )
     }
 }
 
+// OrNull runs an operation that returns a pointer: null where memory is short.
+template <typename Operation>
+auto OrNull( Operation aOperation ) -> decltype( aOperation() )
+{
+    try
+    {
+        return aOperation();
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return nullptr;
+    }
+}
+
 // MakeResult makes a result with a text. Its codes stand: where there is no memory for the text it
 // goes without.
 inline QmUtilsLib::Result MakeResult( unsigned int aCode, unsigned int aOSCode, const char* aText )

@@ -1,5 +1,6 @@
 #include <HtBinariesLocation.h>
 
+#include "Guarded.h"
 #include "ModulePath.h"
 
 #include <algorithm>
@@ -17,12 +18,16 @@ HtResult HtBinariesLocation( HtString& aLocation )
     char lBuffer[PATH_SIZE];
     const unsigned int lLength =
         HtBaseLib::GetModulePath( HtBaseLib::GetModule(), lBuffer, PATH_SIZE );
-    // A path that fills the buffer has no end of its own.
-    std::string lPath( lBuffer, std::min( lLength, PATH_SIZE ) );
-    if ( !HtBaseLib::CutFileName( lPath, HtBaseLib::GetPathSeparator() ) )
-    {
-        return NOT_FOUND;
-    }
-    aLocation = lPath.c_str();
-    return HtResult::OK;
+    return HtBaseLib::Guarded(
+        [&]() -> HtResult
+        {
+            // A path that fills the buffer has no end of its own.
+            std::string lPath( lBuffer, std::min( lLength, PATH_SIZE ) );
+            if ( !HtBaseLib::CutFileName( lPath, HtBaseLib::GetPathSeparator() ) )
+            {
+                return NOT_FOUND;
+            }
+            aLocation = lPath.c_str();
+            return HtResult::OK;
+        } );
 }

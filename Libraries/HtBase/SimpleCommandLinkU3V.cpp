@@ -19,8 +19,8 @@ SimpleCommandLinkU3V& SimpleCommandLinkU3V::operator=( const SimpleCommandLinkU3
 {
     if ( this != &aOther )
     {
-        BaseCommandLinkU3V::operator=( aOther );
         KeepReplaced( mLogger );
+        BaseCommandLinkU3V::operator=( aOther ); // the last that needs memory
         mLogger = aOther.mLogger;
     }
     return *this;

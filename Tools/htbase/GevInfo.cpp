@@ -13,6 +13,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <vector>
 
@@ -206,7 +207,13 @@ void ShowInfo( Program& aProgram, const InfoOptions& aOptions )
     GevDevice lDevice( aProgram.mInterruption, aOptions.mTarget.GetHost(), aOptions.mTarget.mLink );
     aProgram.mReport["device"] = lDevice.GetName();
     const EthernetAddress lAddress = lDevice.ReadMacAddress();
-    CapabilitiesGEV& lRecord = *CapabilitiesGEV::GetCapabilities( lAddress );
+    CapabilitiesGEV* const lShared = CapabilitiesGEV::GetCapabilities( lAddress );
+    if ( lShared == nullptr )
+    {
+        throw lDevice.MakeFailure( "read the capabilities",
+                                   Result( Result::GENERIC_ERROR, ENOMEM ) );
+    }
+    CapabilitiesGEV& lRecord = *lShared;
     const Result lResult = lDevice.Read( lRecord );
     if ( !lResult.IsOK() )
     {

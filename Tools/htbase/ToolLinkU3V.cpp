@@ -2,6 +2,8 @@
 
 #include <CapabilitiesU3V.h>
 
+#include <cerrno>
+
 namespace HtBaseTool
 {
 
@@ -16,7 +18,12 @@ ToolLinkU3V::ToolLinkU3V( bool aIsMaster )
 // UpdateMaxSizes does not tell why it changed nothing, so the record is filled first.
 Result ToolLinkU3V::FitSizes()
 {
-    const Result lResult = CapabilitiesU3V::GetCapabilities( GetGUID(), nullptr )->Init( this );
+    CapabilitiesU3V* const lRecord = CapabilitiesU3V::GetCapabilities( GetGUID(), nullptr );
+    if ( lRecord == nullptr )
+    {
+        return Result( Result::GENERIC_ERROR, ENOMEM );
+    }
+    const Result lResult = lRecord->Init( this );
     if ( lResult.IsOK() )
     {
         UpdateMaxSizes();

@@ -120,6 +120,38 @@ TEST_F( LinkAllocationTest, CountsWhatTheLibraryAllocates )
     EXPECT_EQ( lResult.GetCode(), 0x4000U );
 }
 
+TEST_F( LinkAllocationTest, ARefusalWithoutMemoryForItsTextKeepsItsCode )
+{
+    Serve(
+        []( const Bytes& aRequest )
+        {
+            Bytes lRefusal = MakeAcknowledge( aRequest );
+            lRefusal[0] = 0x80;
+            lRefusal[1] = 0x07;
+            return std::vector<Bytes>{ lRefusal };
+        } );
+    SimpleCommandLinkGEV lLink( &mSocket );
+    unsigned int lNumber = 0;
+    for ( bool lHasFailed = true; lHasFailed; )
+    {
+        unsigned int lValue = 0;
+        Result lResult;
+        const long long lBefore = GetLiveAllocationCount();
+        {
+            const AllocationFailure lFailure( ++lNumber );
+            lResult = lLink.ReadRegister( &lValue, 0x0934 );
+            lHasFailed = lFailure.HasHappened();
+        }
+        const long long lLeft = GetLiveAllocationCount() - lBefore;
+        EXPECT_EQ( lLeft == 0, lHasFailed ) << lLeft; // but for a text
+        EXPECT_EQ( lResult.GetCode(), 0x4000U );
+        EXPECT_EQ( lResult.GetOSCode(), 0U );
+        EXPECT_STREQ( lResult.GetDescription().GetAscii(),
+                      lHasFailed ? "" : "Busy status received from the device." );
+    }
+    EXPECT_GT( lNumber, 2U );
+}
+
 TEST_F( LinkAllocationTest, NeedsNoHeapForACommandThatSucceeds )
 {
     Serve( []( const Bytes& aRequest )

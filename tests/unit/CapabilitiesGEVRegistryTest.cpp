@@ -1,11 +1,13 @@
 // The records that the process shares.
 
+#include <support/AllocationCounter.h>
 #include <support/ScriptedDevice.h>
 
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <set>
 
 namespace
@@ -47,6 +49,44 @@ TEST_F( CapabilitiesGEVRegistry, GivesOneRecordPerAddress )
     EXPECT_EQ( 0U, lRecords.count( nullptr ) );
     EXPECT_EQ( 1U, lRecords.count( CapabilitiesGEV::GetCapabilities( MAC ) ) );
     EXPECT_EQ( 49U, lRecords.size() );
+}
+
+// Where there is no memory for a record there is none, and the others stay.
+TEST_F( CapabilitiesGEVRegistry, GivesNothingWhereMemoryIsShort )
+{
+    CapabilitiesGEV* const lOther = CapabilitiesGEV::GetCapabilities( EthernetAddress( 1, 2 ) );
+    unsigned int lNumber = 0;
+    for ( bool lHasFailed = true; lHasFailed; )
+    {
+        CapabilitiesGEV* lRecord = nullptr;
+        {
+            const TestSupport::AllocationFailure lFailure( ++lNumber );
+            lRecord = CapabilitiesGEV::GetCapabilities( MAC );
+            lHasFailed = lFailure.HasHappened();
+        }
+        EXPECT_EQ( lRecord == nullptr, lHasFailed ) << lNumber;
+        EXPECT_EQ( CapabilitiesGEV::GetCapabilities( EthernetAddress( 1, 2 ) ), lOther );
+    }
+    EXPECT_GT( lNumber, 3U ); // the record, what it shares with its copies, its place
+}
+
+TEST_F( CapabilitiesGEVRegistry, ARecordTellsWhereMemoryIsShortForItsLink )
+{
+    HtBaseLib::CapabilitiesGEV lRecord( MAC );
+    unsigned int lNumber = 0;
+    for ( bool lHasFailed = true; lHasFailed; )
+    {
+        QmUtilsLib::Result lResult;
+        {
+            const TestSupport::AllocationFailure lFailure( ++lNumber );
+            lResult = lRecord.Init( static_cast<WdUtilsLib::Network::SocketUDP*>( nullptr ) );
+            lHasFailed = lFailure.HasHappened();
+        }
+        EXPECT_EQ( lResult.GetCode(), lHasFailed ? 0x4000U : 0x0017U );
+        EXPECT_EQ( lResult.GetOSCode(), lHasFailed ? static_cast<unsigned int>( ENOMEM ) : 0U );
+    }
+    EXPECT_GT( lNumber, 3U );
+    EXPECT_TRUE( mDevice.Init( lRecord ).IsOK() );
 }
 
 TEST_F( CapabilitiesGEVRegistry, ReadsNothingAndLogsNothing )

@@ -1,5 +1,6 @@
 // The records of USB3 Vision devices that the process shares.
 
+#include <support/AllocationCounter.h>
 #include <support/ScriptedControlTest.h>
 
 #include <CapabilitiesGEV.h>
@@ -34,6 +35,25 @@ protected:
 };
 
 } // namespace
+
+// Where there is no memory for a record there is none, and the others stay.
+TEST_F( CapabilitiesU3VRegistry, GivesNothingWhereMemoryIsShort )
+{
+    CapabilitiesU3V* const lOther = CapabilitiesU3V::GetCapabilities( U3VGUID(), nullptr );
+    unsigned int lNumber = 0;
+    for ( bool lHasFailed = true; lHasFailed; )
+    {
+        CapabilitiesU3V* lRecord = nullptr;
+        {
+            const TestSupport::AllocationFailure lFailure( ++lNumber );
+            lRecord = Get();
+            lHasFailed = lFailure.HasHappened();
+        }
+        EXPECT_EQ( lRecord == nullptr, lHasFailed ) << lNumber;
+        EXPECT_EQ( CapabilitiesU3V::GetCapabilities( U3VGUID(), nullptr ), lOther );
+    }
+    EXPECT_GT( lNumber, 3U ); // the record, what it shares with its copies, its place
+}
 
 TEST_F( CapabilitiesU3VRegistry, GivesOneRecordPerIdentity )
 {

@@ -4,12 +4,15 @@
 
 #include "Libraries/HtBase/ModulePath.h"
 
+#include <support/AllocationCounter.h>
+
 #include <HtBase/Scripted/ModulePath.h>
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -81,6 +84,27 @@ protected:
 };
 
 } // namespace
+
+TEST_F( Location, IsNotToldWhereMemoryIsShort )
+{
+    // Too long to lie in a text itself.
+    SetPath( "C:\\A directory of many characters\\and another\\module.dll" );
+    unsigned int lNumber = 0;
+    for ( bool lHasFailed = true; lHasFailed; )
+    {
+        HtString lLocation( UNTOUCHED );
+        mQuestions.reserve( 64 ); // which is not the library's business
+        HtResult lResult;
+        {
+            const TestSupport::AllocationFailure lFailure( ++lNumber );
+            lResult = HtBinariesLocation( lLocation );
+            lHasFailed = lFailure.HasHappened();
+        }
+        EXPECT_EQ( lResult.GetCode(), lHasFailed ? 0x4000U : 0U );
+        EXPECT_EQ( lResult.GetOSCode(), lHasFailed ? static_cast<unsigned int>( ENOMEM ) : 0U );
+    }
+    EXPECT_GT( lNumber, 2U );
+}
 
 TEST_F( Location, IsAFreeFunctionOutsideNamespaces )
 {

@@ -338,7 +338,7 @@ TEST_F( SimpleCommandLinkGEVTest, WhatAssigningReplacedGoesWithTheLink )
         Logger* const lLogger = lLink.GetLibLogger();
         const long long lAlone = GetLiveAllocationCount();
         lLink = lSource;
-        EXPECT_GE( GetLiveAllocationCount(), lAlone );
+        EXPECT_GT( GetLiveAllocationCount(), lAlone ); // both, and the list of them
         EXPECT_NE( lLink.GetLibLogger(), lLogger );
         EXPECT_FALSE( lLogger->IsPriorityEnabled( -1 ) );
 
