@@ -26,6 +26,7 @@ public:
     String( const char* aText );
     String( const wchar_t* aText );
 
+    // A copy of a text, and a text that takes over both forms of another.
     String( const String& aOther ) = default;
     String( String&& aOther ) = default;
 
