@@ -1,0 +1,108 @@
+/// PacketBytes: writing a packet, field by field.
+#pragma once
+
+#include <PacketBytes/ByteOrder.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace PacketBytes
+{
+
+/// ByteWriter writes the fields of a packet from its first byte on and never writes past the end of
+/// the buffer.
+///
+/// Numbers are given in host order. A field that does not fit is not written, nor is anything after
+/// it, and IsWhole is false from then on. The buffer is borrowed and must outlive the writer.
+/// Objects follow the rules of int for threads.
+template <ByteOrder ORDER>
+class ByteWriter
+{
+public:
+    /// Writes into aCapacity bytes at aBytes, which may be null where aCapacity is 0.
+    ByteWriter( void* aBytes, std::size_t aCapacity )
+        : mBytes( static_cast<unsigned char*>( aBytes ) )
+        , mLeft( aCapacity )
+    {
+    }
+
+    /// True while every field fitted.
+    bool IsWhole() const { return mIsWhole; }
+
+    /// Bytes of the buffer behind the latest field; 0 once a field did not fit.
+    std::size_t GetLeft() const { return mLeft; }
+
+    /// Writes a number of 1, 2, 4 or 8 bytes.
+    void Put8( uint8_t aValue ) { PutBytes( &aValue, sizeof( aValue ) ); }
+    void Put16( uint16_t aValue ) { PutNumber( aValue ); }
+    void Put32( uint32_t aValue ) { PutNumber( aValue ); }
+    void Put64( uint64_t aValue ) { PutNumber( aValue ); }
+
+    /// Writes the aCount bytes at aSource, which may be null where aCount is 0.
+    void PutBytes( const void* aSource, std::size_t aCount )
+    {
+        unsigned char* const lBytes = Take( aCount );
+        if ( lBytes != nullptr && aCount != 0 )
+        {
+            std::memcpy( lBytes, aSource, aCount );
+        }
+    }
+
+    /// Writes a text with its zero.
+    void PutText( const char* aText ) { PutBytes( aText, std::strlen( aText ) + 1 ); }
+
+    /// Writes aCount zero bytes.
+    void PutZeros( std::size_t aCount )
+    {
+        unsigned char* const lBytes = Take( aCount );
+        if ( lBytes != nullptr && aCount != 0 )
+        {
+            std::memset( lBytes, 0, aCount );
+        }
+    }
+
+    /// Leaves aCount bytes of the buffer as they are. The same writer, so that a field can be
+    /// written by its offset: ByteWriter( lPacket, lSize ).Skip( OFFSET ).Put16( lValue ).
+    ByteWriter& Skip( std::size_t aCount )
+    {
+        (void)Take( aCount );
+        return *this;
+    }
+
+private:
+    // The one check of a bound. Null, and nothing is left, where the buffer ends before.
+    unsigned char* Take( std::size_t aCount )
+    {
+        if ( aCount > mLeft )
+        {
+            mLeft = 0;
+            mIsWhole = false;
+            return nullptr;
+        }
+        unsigned char* const lBytes = mBytes;
+        mBytes += aCount;
+        mLeft -= aCount;
+        return lBytes;
+    }
+
+    template <typename NUMBER>
+    void PutNumber( NUMBER aValue )
+    {
+        unsigned char* const lBytes = Take( sizeof( NUMBER ) );
+        if ( lBytes != nullptr )
+        {
+            Store<ORDER>( aValue, lBytes );
+        }
+    }
+
+    unsigned char* mBytes;
+    std::size_t mLeft;
+    bool mIsWhole = true;
+};
+
+/// A writer of GVCP and TFTP, and one of GenCP and USB.
+using BigWriter = ByteWriter<ByteOrder::BIG>;
+using LittleWriter = ByteWriter<ByteOrder::LITTLE>;
+
+} // namespace PacketBytes
