@@ -145,6 +145,36 @@ TEST( PacketBytes, ATextWithoutZeroIsCutAndNotWhole )
     }
 }
 
+TEST( PacketBytes, APartEndsWhereItIsToldTo )
+{
+    BigReader lReader( FIFTEEN.data(), 4 );
+    BigReader lPart = lReader.Skip( 1 ).GetPart( 2 );
+    EXPECT_EQ( 2U, lPart.GetLeft() );
+    EXPECT_EQ( 0x0203U, lPart.Get16() );
+    EXPECT_TRUE( lPart.IsWhole() );
+    EXPECT_EQ( 0U, lPart.Get8() );
+    EXPECT_FALSE( lPart.IsWhole() );
+
+    EXPECT_EQ( 0x04U, lReader.Get8() );
+    EXPECT_TRUE( lReader.GetPart( 0 ).IsWhole() );
+    EXPECT_TRUE( lReader.IsWhole() );
+}
+
+TEST( PacketBytes, APartBeyondTheEndHasNothing )
+{
+    for ( const std::size_t lCount : { std::size_t{ 5 }, SIZE_MAX } )
+    {
+        BigReader lReader( FIFTEEN.data(), 4 );
+        BigReader lPart = lReader.GetPart( lCount );
+        EXPECT_EQ( 0U, lPart.GetLeft() );
+        EXPECT_FALSE( lPart.IsWhole() );
+        EXPECT_EQ( 0U, lPart.Get8() );
+        EXPECT_EQ( 0U, lReader.Get8() );
+        EXPECT_FALSE( lReader.IsWhole() );
+        EXPECT_FALSE( lReader.GetPart( 0 ).IsWhole() );
+    }
+}
+
 TEST( PacketBytes, NumbersAreWrittenInTheOrderOfThePacket )
 {
     Bytes lBig( FIFTEEN.size() );
@@ -197,6 +227,25 @@ TEST( PacketBytes, AfterAFieldThatDidNotFitNothingIsWritten )
     EXPECT_EQ( Bytes( 3, 0x55 ), lBytes );
     EXPECT_FALSE( lWriter.IsWhole() );
     EXPECT_EQ( 0U, lWriter.GetLeft() );
+}
+
+TEST( PacketBytes, APartIsWrittenWhollyOrNotAtAll )
+{
+    Bytes lBytes( 4, 0x55 );
+    BigWriter lTooLong = BigWriter( lBytes.data(), lBytes.size() ).GetPart( 5 );
+    lTooLong.Put8( 0x01 );
+    EXPECT_FALSE( lTooLong.IsWhole() );
+    EXPECT_EQ( Bytes( 4, 0x55 ), lBytes );
+
+    BigWriter lWriter( lBytes.data(), lBytes.size() );
+    BigWriter lPart = lWriter.Skip( 1 ).GetPart( 2 );
+    lPart.Put16( 0x0203 );
+    EXPECT_TRUE( lPart.IsWhole() );
+    lPart.Put8( 0xEE );
+    EXPECT_FALSE( lPart.IsWhole() );
+    lWriter.Put8( 0x04 );
+    EXPECT_TRUE( lWriter.IsWhole() );
+    EXPECT_EQ( ( Bytes{ 0x55, 0x02, 0x03, 0x04 } ), lBytes );
 }
 
 TEST( PacketBytes, TextsZerosAndGaps )

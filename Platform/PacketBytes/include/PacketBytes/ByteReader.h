@@ -77,6 +77,16 @@ public:
         return *this;
     }
 
+    /// A reader of the next aCount bytes alone, which this one leaves behind. Where the packet ends
+    /// before, that reader has no bytes and is not whole.
+    ByteReader GetPart( std::size_t aCount )
+    {
+        const unsigned char* const lBytes = Take( aCount );
+        ByteReader lPart( lBytes, mIsWhole ? aCount : 0 );
+        lPart.mIsWhole = mIsWhole;
+        return lPart;
+    }
+
 private:
     // The one check of a bound. Null, and nothing is left, where the packet ends before.
     const unsigned char* Take( std::size_t aCount )

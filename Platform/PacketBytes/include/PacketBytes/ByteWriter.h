@@ -70,6 +70,17 @@ public:
         return *this;
     }
 
+    /// A writer of the next aCount bytes alone, which this one leaves behind: for a packet that is
+    /// written wholly or not at all. Where the buffer ends before, that writer has no bytes and is
+    /// not whole.
+    ByteWriter GetPart( std::size_t aCount )
+    {
+        unsigned char* const lBytes = Take( aCount );
+        ByteWriter lPart( lBytes, mIsWhole ? aCount : 0 );
+        lPart.mIsWhole = mIsWhole;
+        return lPart;
+    }
+
 private:
     // The one check of a bound. Null, and nothing is left, where the buffer ends before.
     unsigned char* Take( std::size_t aCount )
