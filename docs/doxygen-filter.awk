@@ -28,7 +28,7 @@ function Quote( aText,    lParts, lCount, lIndex, lResult )
 
 function GetText( aComment )
 {
-    sub( /^ *\/\/ ?/, "", aComment )
+    sub( /^ *\/\/\/? ?/, "", aComment )
     return aComment
 }
 

@@ -13,8 +13,8 @@ while read -r lHeader; do
         fail "<$lHeader> does not compile by itself"
     COUNT=$((COUNT + 1))
 done < <(list_headers)
-for lHeader in HtResult.h QmUtilsLib/Result.h WdUtilsLib/Network/SocketUDP.h \
-    WdTransportLayerLib/U3V/DeviceControlInterface.h; do
+for lHeader in HtResult.h PacketBytes/ByteReader.h QmUtilsLib/Result.h \
+    WdUtilsLib/Network/SocketUDP.h WdTransportLayerLib/U3V/DeviceControlInterface.h; do
     list_headers | grep -qxF "$lHeader" || fail "$lHeader is not installed"
 done
 echo "$COUNT headers"

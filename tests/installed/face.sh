@@ -2,8 +2,8 @@
 # Sourced: what the shared libraries show to others, as text. From the project's root.
 
 LIBRARIES="HtBase QmUtilsLib WdTransportLayerLib WdUtilsLib"
-HEADER_FOLDERS="include Platform/QmUtilsLib/include Platform/WdTransportLayerLib/include
-    Platform/WdUtilsLib/include"
+HEADER_FOLDERS="include Platform/PacketBytes/include Platform/QmUtilsLib/include
+    Platform/WdTransportLayerLib/include Platform/WdUtilsLib/include"
 
 # find_library BUILD NAME: its file in a build folder.
 find_library()

@@ -33,15 +33,15 @@ public:
     /// Bytes behind the latest field; 0 once the packet was too short.
     std::size_t GetLeft() const { return mLeft; }
 
-    /// The next field, a number of 1, 2, 4 or 8 bytes.
+    /// The next field, a number of one byte.
     uint8_t Get8()
     {
         const unsigned char* const lBytes = Take( 1 );
         return lBytes == nullptr ? uint8_t{ 0 } : lBytes[0];
     }
-    uint16_t Get16() { return GetNumber<uint16_t>(); }
-    uint32_t Get32() { return GetNumber<uint32_t>(); }
-    uint64_t Get64() { return GetNumber<uint64_t>(); }
+    uint16_t Get16() { return GetNumber<uint16_t>(); } ///< one of 2 bytes
+    uint32_t Get32() { return GetNumber<uint32_t>(); } ///< one of 4 bytes
+    uint64_t Get64() { return GetNumber<uint64_t>(); } ///< one of 8 bytes
 
     /// Copies the next aCount bytes to aTarget; nothing where the packet ends before.
     void GetBytes( void* aTarget, std::size_t aCount )
@@ -115,8 +115,10 @@ private:
     bool mIsWhole = true;
 };
 
-/// A reader of GVCP and TFTP, and one of GenCP and USB.
+/// A reader of GVCP and TFTP.
 using BigReader = ByteReader<ByteOrder::BIG>;
+
+/// A reader of GenCP and USB.
 using LittleReader = ByteReader<ByteOrder::LITTLE>;
 
 } // namespace PacketBytes

@@ -33,11 +33,11 @@ public:
     /// Bytes of the buffer behind the latest field; 0 once a field did not fit.
     std::size_t GetLeft() const { return mLeft; }
 
-    /// Writes a number of 1, 2, 4 or 8 bytes.
+    /// Writes a number of one byte.
     void Put8( uint8_t aValue ) { PutBytes( &aValue, sizeof( aValue ) ); }
-    void Put16( uint16_t aValue ) { PutNumber( aValue ); }
-    void Put32( uint32_t aValue ) { PutNumber( aValue ); }
-    void Put64( uint64_t aValue ) { PutNumber( aValue ); }
+    void Put16( uint16_t aValue ) { PutNumber( aValue ); } ///< one of 2 bytes
+    void Put32( uint32_t aValue ) { PutNumber( aValue ); } ///< one of 4 bytes
+    void Put64( uint64_t aValue ) { PutNumber( aValue ); } ///< one of 8 bytes
 
     /// Writes the aCount bytes at aSource, which may be null where aCount is 0.
     void PutBytes( const void* aSource, std::size_t aCount )
@@ -112,8 +112,10 @@ private:
     bool mIsWhole = true;
 };
 
-/// A writer of GVCP and TFTP, and one of GenCP and USB.
+/// A writer of GVCP and TFTP.
 using BigWriter = ByteWriter<ByteOrder::BIG>;
+
+/// A writer of GenCP and USB.
 using LittleWriter = ByteWriter<ByteOrder::LITTLE>;
 
 } // namespace PacketBytes
