@@ -11,8 +11,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <vector>
 
@@ -33,17 +35,17 @@ static_assert( IS_DATAGRAM<WriteRegisterCommand>, "" );
 static_assert( IS_DATAGRAM<ReadMemoryCommand>, "" );
 static_assert( IS_DATAGRAM<WriteMemoryCommand>, "" );
 
-Bytes GetAllBytes( const CommandHeader& aCommand )
+// The first bytes of a command, which may be more than is sent where it was longer before.
+Bytes GetBytes( const CommandHeader& aCommand, std::size_t aCount )
 {
     const auto* const lBytes = reinterpret_cast<const uint8_t*>( &aCommand );
-    return Bytes( lBytes, lBytes + sizeof( aCommand ) );
+    return Bytes( lBytes, lBytes + aCount );
 }
 
 // What is sent.
 Bytes GetDatagram( const CommandHeader& aCommand )
 {
-    const auto* const lBytes = reinterpret_cast<const uint8_t*>( &aCommand );
-    return Bytes( lBytes, lBytes + aCommand.GetTotalLength() );
+    return GetBytes( aCommand, aCommand.GetTotalLength() );
 }
 
 Bytes MakeData( std::size_t aSize )
@@ -54,6 +56,25 @@ Bytes MakeData( std::size_t aSize )
         lData.push_back( static_cast<uint8_t>( lIndex * 7 + 1 ) );
     }
     return lData;
+}
+
+// A command made in memory that is full of something else, as the stack is.
+template <class Command>
+class UsedMemory
+{
+public:
+    UsedMemory() { std::memset( mMemory, 0xA5, sizeof( mMemory ) ); }
+
+    Command* Make() { return ::new ( mMemory ) Command; }
+
+private:
+    unsigned char mMemory[sizeof( Command )];
+};
+
+Bytes GetPayload( const CommandHeader& aCommand )
+{
+    const Bytes lDatagram = GetDatagram( aCommand );
+    return Bytes( lDatagram.begin() + 8, lDatagram.end() );
 }
 
 } // namespace
@@ -147,13 +168,14 @@ TEST( GvcpCommand, ReadRegisterQuantity )
 {
     ReadRegisterCommand lCommand;
     EXPECT_EQ( ReadRegisterCommand::MAX_QUANTITY, 135U );
+    ASSERT_TRUE( lCommand.InitOperationQty( 135 ) );
     ASSERT_TRUE( lCommand.InitOperationQty( 2 ) );
-    const Bytes lBefore = GetAllBytes( lCommand );
+    const Bytes lBefore = GetBytes( lCommand, 548 );
     for ( const unsigned int lQuantity :
           { 0U, 136U, 137U, 0x10000U, 0x40000000U, 0x40000001U, 0x80000000U, 0xFFFFFFFFU } )
     {
         EXPECT_FALSE( lCommand.InitOperationQty( lQuantity ) ) << lQuantity;
-        EXPECT_EQ( GetAllBytes( lCommand ), lBefore );
+        EXPECT_EQ( GetBytes( lCommand, 548 ), lBefore );
     }
     EXPECT_TRUE( lCommand.InitOperationQty( 135 ) );
     EXPECT_EQ( lCommand.GetLength(), 540 );
@@ -166,13 +188,14 @@ TEST( GvcpCommand, ReadRegisterIndex )
 {
     auto lCommand = std::make_unique<ReadRegisterCommand>();
     EXPECT_FALSE( lCommand->InitAddress( 0, 0x11111111 ) ); // no register yet
+    ASSERT_TRUE( lCommand->InitOperationQty( 135 ) );
     ASSERT_TRUE( lCommand->InitOperationQty( 2 ) );
-    const Bytes lBefore = GetAllBytes( *lCommand );
+    const Bytes lBefore = GetBytes( *lCommand, 548 );
     for ( const unsigned int lIndex :
           { 2U, 3U, 134U, 135U, 136U, 0x40000000U, 0x40000001U, 0x80000000U, 0xFFFFFFFFU } )
     {
         EXPECT_FALSE( lCommand->InitAddress( lIndex, 0x11111111 ) ) << lIndex;
-        EXPECT_EQ( GetAllBytes( *lCommand ), lBefore );
+        EXPECT_EQ( GetBytes( *lCommand, 548 ), lBefore );
     }
     ASSERT_TRUE( lCommand->InitOperationQty( 135 ) );
     EXPECT_TRUE( lCommand->InitAddress( 134, 0x01020304 ) );
@@ -210,13 +233,14 @@ TEST( GvcpCommand, WriteRegisterQuantity )
 {
     WriteRegisterCommand lCommand;
     EXPECT_EQ( WriteRegisterCommand::MAX_QUANTITY, 67U );
+    ASSERT_TRUE( lCommand.InitOperationQty( 67 ) );
     ASSERT_TRUE( lCommand.InitOperationQty( 1 ) );
-    const Bytes lBefore = GetAllBytes( lCommand );
+    const Bytes lBefore = GetBytes( lCommand, 544 );
     for ( const unsigned int lQuantity :
           { 0U, 68U, 69U, 0x10000U, 0x20000000U, 0x20000001U, 0x80000000U, 0xFFFFFFFFU } )
     {
         EXPECT_FALSE( lCommand.InitOperationQty( lQuantity ) ) << lQuantity;
-        EXPECT_EQ( GetAllBytes( lCommand ), lBefore );
+        EXPECT_EQ( GetBytes( lCommand, 544 ), lBefore );
     }
     EXPECT_TRUE( lCommand.InitOperationQty( 67 ) );
     EXPECT_EQ( lCommand.GetLength(), 536 );
@@ -227,14 +251,15 @@ TEST( GvcpCommand, WriteRegisterIndex )
     auto lCommand = std::make_unique<WriteRegisterCommand>();
     EXPECT_FALSE( lCommand->InitAddress( 0, 0x11111111 ) ); // no register yet
     EXPECT_FALSE( lCommand->InitValue( 0, 0x11111111 ) );
+    ASSERT_TRUE( lCommand->InitOperationQty( 67 ) );
     ASSERT_TRUE( lCommand->InitOperationQty( 1 ) );
-    const Bytes lBefore = GetAllBytes( *lCommand );
+    const Bytes lBefore = GetBytes( *lCommand, 544 );
     for ( const unsigned int lIndex :
           { 1U, 2U, 66U, 67U, 68U, 0x20000000U, 0x20000001U, 0x80000000U, 0xFFFFFFFFU } )
     {
         EXPECT_FALSE( lCommand->InitAddress( lIndex, 0x11111111 ) ) << lIndex;
         EXPECT_FALSE( lCommand->InitValue( lIndex, 0x11111111 ) ) << lIndex;
-        EXPECT_EQ( GetAllBytes( *lCommand ), lBefore );
+        EXPECT_EQ( GetBytes( *lCommand, 544 ), lBefore );
     }
     ASSERT_TRUE( lCommand->InitOperationQty( 67 ) );
     EXPECT_TRUE( lCommand->InitAddress( 66, 0x01020304 ) );
@@ -317,8 +342,9 @@ TEST( GvcpCommand, WriteMemoryRefusesOtherSizesAndStaysUnchanged )
     const Bytes lData = MakeData( 600 );
     auto lCommand = std::make_unique<WriteMemoryCommand>();
     lCommand->InitAddress( 0x01020304 );
+    ASSERT_TRUE( lCommand->SetData( lData.data(), 536 ) );
     ASSERT_TRUE( lCommand->SetData( lData.data(), 10 ) );
-    const Bytes lBefore = GetAllBytes( *lCommand );
+    const Bytes lBefore = GetBytes( *lCommand, 548 );
     const long long lSizes[] = { -1,
                                  -536,
                                  537,
@@ -333,7 +359,7 @@ TEST( GvcpCommand, WriteMemoryRefusesOtherSizesAndStaysUnchanged )
     for ( const long long lSize : lSizes )
     {
         EXPECT_FALSE( lCommand->SetData( lData.data(), lSize ) ) << lSize;
-        EXPECT_EQ( GetAllBytes( *lCommand ), lBefore );
+        EXPECT_EQ( GetBytes( *lCommand, 548 ), lBefore );
     }
 }
 
@@ -348,4 +374,49 @@ TEST( GvcpCommand, WriteMemoryForgetsEarlierData )
     const Bytes lExpected = { 0x42, 0x01, 0x00, 0x86, 0x00, 0x06, 0x00,
                               0x00, 0x00, 0x00, 0x00, 0x00, 0xAA, 0xBB };
     EXPECT_EQ( GetDatagram( lCommand ), lExpected );
+}
+
+// Whatever lay in the memory before, none of it is sent.
+TEST( GvcpCommand, EveryByteThatIsSentWasWritten )
+{
+    UsedMemory<DiscoveryCommand> lDiscovery;
+    EXPECT_EQ( GetDatagram( *lDiscovery.Make() ), ( Bytes{ 0x42, 1, 0, 2, 0, 0, 0, 0 } ) );
+
+    UsedMemory<ReadRegisterCommand> lReadRegister;
+    ReadRegisterCommand* const lRead = lReadRegister.Make();
+    EXPECT_EQ( GetDatagram( *lRead ), ( Bytes{ 0x42, 1, 0, 0x80, 0, 0, 0, 0 } ) );
+    ASSERT_TRUE( lRead->InitOperationQty( 135 ) );
+    EXPECT_EQ( GetPayload( *lRead ), Bytes( 540, 0 ) );
+
+    UsedMemory<WriteRegisterCommand> lWriteRegister;
+    WriteRegisterCommand* const lWrite = lWriteRegister.Make();
+    EXPECT_EQ( GetDatagram( *lWrite ), ( Bytes{ 0x42, 1, 0, 0x82, 0, 0, 0, 0 } ) );
+    ASSERT_TRUE( lWrite->InitOperationQty( 67 ) );
+    EXPECT_EQ( GetPayload( *lWrite ), Bytes( 536, 0 ) );
+
+    UsedMemory<ReadMemoryCommand> lReadMemory;
+    const Bytes lEmptyRead = { 0x42, 1, 0, 0x84, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 };
+    EXPECT_EQ( GetDatagram( *lReadMemory.Make() ), lEmptyRead );
+
+    UsedMemory<WriteMemoryCommand> lWriteMemory;
+    WriteMemoryCommand* const lWriteData = lWriteMemory.Make();
+    const Bytes lEmptyWrite = { 0x42, 1, 0, 0x86, 0, 4, 0, 0, 0, 0, 0, 0 };
+    EXPECT_EQ( GetDatagram( *lWriteData ), lEmptyWrite );
+    const Bytes lData = MakeData( 536 );
+    ASSERT_TRUE( lWriteData->SetData( lData.data(), 536 ) );
+    Bytes lExpected = Bytes( 4, 0 ); // the address
+    lExpected.insert( lExpected.end(), lData.begin(), lData.end() );
+    EXPECT_EQ( GetPayload( *lWriteData ), lExpected );
+}
+
+TEST( GvcpCommand, MoreRegistersKeepTheFirstAndBeginAtZero )
+{
+    UsedMemory<ReadRegisterCommand> lMemory;
+    ReadRegisterCommand* const lCommand = lMemory.Make();
+    ASSERT_TRUE( lCommand->InitOperationQty( 2 ) );
+    ASSERT_TRUE( lCommand->InitAddress( 0, 0x01020304 ) );
+    ASSERT_TRUE( lCommand->InitAddress( 1, 0x05060708 ) );
+    ASSERT_TRUE( lCommand->InitOperationQty( 1 ) );
+    ASSERT_TRUE( lCommand->InitOperationQty( 3 ) );
+    EXPECT_EQ( GetPayload( *lCommand ), ( Bytes{ 1, 2, 3, 4, 0, 0, 0, 0, 0, 0, 0, 0 } ) );
 }

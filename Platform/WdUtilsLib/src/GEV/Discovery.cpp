@@ -31,7 +31,7 @@ DiscoveryAcknowledge::DiscoveryAcknowledge( const void* aBuffer, std::size_t aSi
 
 bool DiscoveryAcknowledge::IsComplete() const
 {
-    return GetPayloadSize() >= PAYLOAD_SIZE;
+    return MakeReader( HEADER_SIZE + PAYLOAD_SIZE ).IsWhole();
 }
 
 unsigned short DiscoveryAcknowledge::GetVersionMajor() const
@@ -96,7 +96,7 @@ std::string DiscoveryAcknowledge::GetUserDefinedName() const
 
 uint32_t DiscoveryAcknowledge::GetRegister( std::size_t aOffset ) const
 {
-    return IsComplete() ? Get32( aOffset ) : 0;
+    return IsComplete() ? MakeReader( HEADER_SIZE + aOffset ).Get32() : 0;
 }
 
 std::string DiscoveryAcknowledge::GetText( std::size_t aOffset, std::size_t aSize ) const
@@ -106,7 +106,7 @@ std::string DiscoveryAcknowledge::GetText( std::size_t aOffset, std::size_t aSiz
         return std::string();
     }
     std::string lText( aSize, '\0' );
-    (void)GetBytes( aOffset, &lText[0], aSize ); // lies within the whole payload
+    MakeReader( HEADER_SIZE + aOffset ).GetBytes( &lText[0], aSize );
     return lText.substr( 0, lText.find( '\0' ) );
 }
 

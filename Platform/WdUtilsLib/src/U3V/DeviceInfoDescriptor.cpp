@@ -1,21 +1,19 @@
 #include <WdUtilsLib/U3V/DeviceInfoDescriptor.h>
 
+#include <PacketBytes/ByteReader.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
-
-#include "LittleEndian.h"
 
 namespace WdUtilsLib
 {
 namespace U3V
 {
 
+using PacketBytes::LittleReader;
 using QmUtilsLib::Result;
 
 namespace
 {
 
-constexpr std::size_t TYPE_OFFSET = 1;
-constexpr std::size_t SUBTYPE_OFFSET = 2;
 constexpr std::size_t GENCP_VERSION_OFFSET = 3;
 constexpr std::size_t U3V_VERSION_OFFSET = 7;
 constexpr std::size_t TEXTS_OFFSET = 11;
@@ -23,10 +21,20 @@ constexpr std::size_t TEXTS_OFFSET = 11;
 constexpr unsigned char TYPE = 0x24;
 constexpr unsigned char SUBTYPE = 0x01;
 
-bool IsDeviceInfo( const unsigned char* aDescriptor, std::size_t aLength )
+bool IsDeviceInfo( LittleReader aDescriptor )
 {
-    return aLength >= DeviceInfoDescriptor::SIZE && aDescriptor[TYPE_OFFSET] == TYPE &&
-           aDescriptor[SUBTYPE_OFFSET] == SUBTYPE;
+    LittleReader lReader = aDescriptor.GetPart( DeviceInfoDescriptor::SIZE );
+    (void)lReader.Get8(); // length
+    const uint8_t lType = lReader.Get8();
+    const uint8_t lSubtype = lReader.Get8();
+    return lType == TYPE && lSubtype == SUBTYPE;
+}
+
+// Reads from an offset of a descriptor, or nothing where none is attached.
+LittleReader MakeReader( const unsigned char* aDescriptor, std::size_t aOffset )
+{
+    return LittleReader( aDescriptor, aDescriptor == nullptr ? 0 : DeviceInfoDescriptor::SIZE )
+        .Skip( aOffset );
 }
 
 } // namespace
@@ -34,38 +42,38 @@ bool IsDeviceInfo( const unsigned char* aDescriptor, std::size_t aLength )
 Result DeviceInfoDescriptor::Attach( const unsigned char* aDescriptors, std::size_t aSize )
 {
     mBytes = nullptr;
-    std::size_t lOffset = 0;
-    while ( lOffset < aSize )
+    LittleReader lRest( aDescriptors, aSize );
+    while ( lRest.GetLeft() != 0 )
     {
-        const std::size_t lLength = aDescriptors[lOffset];
-        if ( lLength < 2 || lLength > aSize - lOffset )
+        const unsigned char* const lStart = aDescriptors + ( aSize - lRest.GetLeft() );
+        const std::size_t lLength = LittleReader( lRest ).Get8();
+        const LittleReader lDescriptor = lRest.GetPart( lLength );
+        if ( lLength < 2 || !lDescriptor.IsWhole() )
         {
             return INVALID_PACKET; // where the next one begins cannot be told
         }
-        if ( IsDeviceInfo( aDescriptors + lOffset, lLength ) )
+        if ( IsDeviceInfo( lDescriptor ) )
         {
-            mBytes = aDescriptors + lOffset;
+            mBytes = lStart;
             return Result::OK;
         }
-        lOffset += lLength;
     }
     return INVALID_PACKET;
 }
 
 uint32_t DeviceInfoDescriptor::GetGenCPVersion() const
 {
-    return mBytes == nullptr ? 0 : GetLittle32( mBytes + GENCP_VERSION_OFFSET );
+    return MakeReader( mBytes, GENCP_VERSION_OFFSET ).Get32();
 }
 
 uint32_t DeviceInfoDescriptor::GetU3VVersion() const
 {
-    return mBytes == nullptr ? 0 : GetLittle32( mBytes + U3V_VERSION_OFFSET );
+    return MakeReader( mBytes, U3V_VERSION_OFFSET ).Get32();
 }
 
 uint8_t DeviceInfoDescriptor::GetTextIndex( Text aText ) const
 {
-    return mBytes == nullptr ? uint8_t{ 0 }
-                             : mBytes[TEXTS_OFFSET + static_cast<std::size_t>( aText )];
+    return MakeReader( mBytes, TEXTS_OFFSET + static_cast<std::size_t>( aText ) ).Get8();
 }
 
 } // namespace U3V

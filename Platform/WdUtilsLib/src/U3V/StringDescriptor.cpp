@@ -1,8 +1,7 @@
 #include <WdUtilsLib/U3V/StringDescriptor.h>
 
+#include <PacketBytes/ByteReader.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
-
-#include "LittleEndian.h"
 
 #include <algorithm>
 #include <string>
@@ -12,6 +11,7 @@ namespace WdUtilsLib
 namespace U3V
 {
 
+using PacketBytes::LittleReader;
 using QmUtilsLib::Result;
 using QmUtilsLib::String;
 
@@ -36,34 +36,35 @@ bool IsLowSurrogate( uint32_t aUnit )
 Result StringDescriptor::Attach( const unsigned char* aBytes, std::size_t aSize )
 {
     *this = StringDescriptor();
-    if ( aSize < HEADER_SIZE || aBytes[0] < HEADER_SIZE || aBytes[1] != TYPE )
+    LittleReader lReader( aBytes, aSize );
+    const std::size_t lLength = lReader.Get8();
+    const uint8_t lType = lReader.Get8();
+    if ( lLength < HEADER_SIZE || lType != TYPE )
     {
         return INVALID_PACKET;
     }
     mUnits = aBytes + HEADER_SIZE;
-    mCount = ( std::min<std::size_t>( aBytes[0], aSize ) - HEADER_SIZE ) / 2;
+    mCount = std::min( lLength - HEADER_SIZE, lReader.GetLeft() ) / 2;
     return Result::OK;
 }
 
 uint16_t StringDescriptor::GetLanguage() const
 {
-    return mCount == 0 ? uint16_t{ 0 } : GetLittle16( mUnits );
+    return LittleReader( mUnits, 2 * mCount ).Get16();
 }
 
 String StringDescriptor::GetText() const
 {
     std::wstring lText;
-    for ( std::size_t lIndex = 0; lIndex < mCount; ++lIndex )
+    LittleReader lReader( mUnits, 2 * mCount );
+    while ( lReader.GetLeft() != 0 )
     {
-        uint32_t lCharacter = GetLittle16( mUnits + 2 * lIndex );
-        if ( sizeof( wchar_t ) > 2 && IsHighSurrogate( lCharacter ) && lIndex + 1 < mCount )
+        uint32_t lCharacter = lReader.Get16();
+        const uint32_t lNext = LittleReader( lReader ).Get16(); // 0 behind the last
+        if ( sizeof( wchar_t ) > 2 && IsHighSurrogate( lCharacter ) && IsLowSurrogate( lNext ) )
         {
-            const uint32_t lLow = GetLittle16( mUnits + 2 * lIndex + 2 );
-            if ( IsLowSurrogate( lLow ) )
-            {
-                lCharacter = 0x10000 + ( ( lCharacter - 0xD800 ) << 10 ) + ( lLow - 0xDC00 );
-                ++lIndex;
-            }
+            lCharacter = 0x10000 + ( ( lCharacter - 0xD800 ) << 10 ) + ( lNext - 0xDC00 );
+            lReader.Skip( 2 );
         }
         lText += static_cast<wchar_t>( lCharacter );
     }

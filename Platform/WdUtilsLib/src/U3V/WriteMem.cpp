@@ -1,9 +1,5 @@
 #include <WdUtilsLib/U3V/WriteMem.h>
 
-#include "LittleEndian.h"
-
-#include <algorithm>
-
 namespace WdUtilsLib
 {
 namespace U3V
@@ -11,35 +7,10 @@ namespace U3V
 
 using QmUtilsLib::Result;
 
-namespace
-{
-
-constexpr unsigned int HEADERS_SIZE = CommandHeader::SIZE + WriteMemCmdHeader::SIZE;
-
-} // namespace
-
-WriteMemCmdHeader::WriteMemCmdHeader( unsigned char* aBytes )
-    : mBytes( aBytes )
-{
-}
-
-void WriteMemCmdHeader::SetRegisterAddress( unsigned long long aAddress )
-{
-    if ( mBytes != nullptr )
-    {
-        PutLittle64( mBytes, aAddress );
-    }
-}
-
-unsigned long long WriteMemCmdHeader::GetRegisterAddress() const
-{
-    return mBytes == nullptr ? 0 : GetLittle64( mBytes );
-}
-
 Result WriteMemCmd::Attach( unsigned char* aBuffer, unsigned int aSize )
 {
     *this = WriteMemCmd();
-    if ( aBuffer == nullptr || aSize < HEADERS_SIZE )
+    if ( aBuffer == nullptr || aSize < GetRequiredBufferSize( 0 ) )
     {
         return INVALID_PACKET;
     }
@@ -50,16 +21,14 @@ Result WriteMemCmd::Attach( unsigned char* aBuffer, unsigned int aSize )
     return Result::OK;
 }
 
-void WriteMemCmd::Initialize()
-{
-    mCommandHeader.Initialize( COMMAND, WriteMemCmdHeader::SIZE );
-    mWriteMemCmdHeader.SetRegisterAddress( 0 );
-}
-
 Result WriteMemCmd::SetCurrentDataSize( unsigned short aSize )
 {
     const unsigned int lLength = static_cast<unsigned int>( WriteMemCmdHeader::SIZE ) + aSize;
-    if ( mBytes == nullptr || aSize > mSize - HEADERS_SIZE || lLength > UINT16_MAX )
+    const bool lFits = PacketBytes::LittleWriter( mBytes, mSize )
+                           .Skip( CommandHeader::SIZE )
+                           .Skip( lLength )
+                           .IsWhole();
+    if ( !lFits || lLength > UINT16_MAX )
     {
         return INVALID_PACKET;
     }
@@ -67,42 +36,9 @@ Result WriteMemCmd::SetCurrentDataSize( unsigned short aSize )
     return Result::OK;
 }
 
-unsigned short WriteMemCmd::GetCurrentDataSize() const
-{
-    const unsigned short lLength = mCommandHeader.GetLength();
-    if ( lLength < WriteMemCmdHeader::SIZE )
-    {
-        return 0;
-    }
-    const auto lDataSize = static_cast<unsigned short>( lLength - WriteMemCmdHeader::SIZE );
-    return static_cast<unsigned short>(
-        std::min<unsigned int>( lDataSize, mSize - HEADERS_SIZE ) ); // attached, so no less
-}
-
-unsigned char* WriteMemCmd::GetData()
-{
-    return mBytes == nullptr ? nullptr : mBytes + HEADERS_SIZE;
-}
-
-unsigned int WriteMemCmd::GetRequiredBufferSize( unsigned int aDataSize )
-{
-    return HEADERS_SIZE + aDataSize;
-}
-
 Result WriteMemAck::Attach( unsigned char* aBuffer, unsigned int aSize )
 {
     return mAckHeader.Attach( aBuffer, aSize );
-}
-
-bool WriteMemAck::IsValid() const
-{
-    return mAckHeader.IsValid( ACKNOWLEDGE );
-}
-
-unsigned int WriteMemAck::GetRequiredBufferSize()
-{
-    constexpr unsigned int WRITTEN_LENGTH_SIZE = 4; // with the reserved half
-    return AckHeader::SIZE + WRITTEN_LENGTH_SIZE;
 }
 
 } // namespace U3V

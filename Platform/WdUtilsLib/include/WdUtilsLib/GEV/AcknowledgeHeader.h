@@ -1,9 +1,10 @@
 // WdUtilsLib: the acknowledges of GVCP, the GigE Vision control protocol.
 #pragma once
 
-#include <WdUtilsLib/Export.h>
+#include <PacketBytes/ByteReader.h>
 #include <WdUtilsLib/GEV/CommandHeader.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -23,41 +24,65 @@ namespace GEV
 // The buffer is borrowed and must outlive the view. No operation looks past the size given; a field
 // beyond it reads as 0. Values are returned in host order. Whether the datagram in the buffer is
 // long enough for a field only the caller knows: ask IsValid with the bytes received first.
-class WDUTILSLIB_API AcknowledgeHeader
+class AcknowledgeHeader
 {
 public:
     static constexpr std::size_t HEADER_SIZE = 8; // bytes in front of the payload
 
     // A view of the aSize bytes at aBuffer.
-    AcknowledgeHeader( const void* aBuffer, std::size_t aSize );
+    AcknowledgeHeader( const void* aBuffer, std::size_t aSize )
+        : mBytes( static_cast<const uint8_t*>( aBuffer ) )
+        , mSize( aSize )
+    {
+    }
 
     // IsValid tells whether the aReceived bytes in the buffer are the complete acknowledge of
     // aCommand: header and payload length make up what was received, the code is the command's plus
     // one and the identifier is the command's. The status plays no part, since a refusal is a valid
     // answer; nor does the payload's size, which the operation that reads it must judge.
-    bool IsValid( unsigned int aReceived, const CommandHeader& aCommand ) const;
+    bool IsValid( unsigned int aReceived, const CommandHeader& aCommand ) const
+    {
+        PacketBytes::BigReader lReader =
+            PacketBytes::BigReader( mBytes, mSize ).GetPart( aReceived );
+        lReader.Skip( ACKNOWLEDGE_OFFSET );
+        const unsigned short lAcknowledge = lReader.Get16();
+        const unsigned short lLength = lReader.Get16();
+        const unsigned short lAcknowledgeId = lReader.Get16();
+        return lReader.IsWhole() && lReader.GetLeft() == lLength &&
+               lAcknowledge == aCommand.GetCommand() + 1 &&
+               lAcknowledgeId == aCommand.GetRequestId();
+    }
 
-    // The fields of the header.
-    unsigned short GetStatus() const;
-    unsigned short GetAcknowledge() const;
-    unsigned short GetLength() const;
-    unsigned short GetAcknowledgeId() const;
+    // The fields of the header; 0 where the buffer is shorter than a header.
+    unsigned short GetStatus() const { return GetField( STATUS_OFFSET ); }
+    unsigned short GetAcknowledge() const { return GetField( ACKNOWLEDGE_OFFSET ); }
+    unsigned short GetLength() const { return GetField( LENGTH_OFFSET ); }
+    unsigned short GetAcknowledgeId() const { return GetField( ACKNOWLEDGE_ID_OFFSET ); }
 
 protected:
-    // Payload bytes that may be read: the length field, or less where the buffer ends before.
-    std::size_t GetPayloadSize() const;
-
-    // Read at an offset from the start of the payload. 0, or false and nothing copied, where the
-    // payload ends before.
-    uint16_t Get16( std::size_t aOffset ) const;
-    uint32_t Get32( std::size_t aOffset ) const;
-    bool GetBytes( std::size_t aOffset, void* aData, std::size_t aSize ) const;
+    // A reader from an offset in the datagram to the end of the payload: that of the length field,
+    // or the buffer's where it ends before.
+    PacketBytes::BigReader MakeReader( std::size_t aOffset ) const
+    {
+        const std::size_t lTotalLength = HEADER_SIZE + GetLength();
+        return PacketBytes::BigReader( mBytes, std::min( mSize, lTotalLength ) ).Skip( aOffset );
+    }
 
     // Reads at an offset from the start of the buffer, whatever the length field says. 0 where the
-    // buffer ends before.
-    uint16_t GetField( std::size_t aOffset ) const;
+    // buffer ends before, or within the header.
+    unsigned short GetField( std::size_t aOffset ) const
+    {
+        return mSize < HEADER_SIZE
+                   ? static_cast<unsigned short>( 0 )
+                   : PacketBytes::BigReader( mBytes, mSize ).Skip( aOffset ).Get16();
+    }
 
 private:
+    static constexpr std::size_t STATUS_OFFSET = 0;
+    static constexpr std::size_t ACKNOWLEDGE_OFFSET = 2;
+    static constexpr std::size_t LENGTH_OFFSET = 4;
+    static constexpr std::size_t ACKNOWLEDGE_ID_OFFSET = 6;
+
     const uint8_t* mBytes;
     std::size_t mSize;
 };
@@ -67,18 +92,24 @@ private:
 //   offset  size
 //   8       2     reserved
 //   10      2     time to completion, milliseconds
-class WDUTILSLIB_API PendingAcknowledgeHeader : public AcknowledgeHeader
+class PendingAcknowledgeHeader : public AcknowledgeHeader
 {
 public:
     static constexpr unsigned short ACKNOWLEDGE = 0x0089; // its acknowledge code
     static constexpr std::size_t SIZE = 12;               // bytes of the whole datagram
 
     // A view of the aSize bytes at aBuffer.
-    PendingAcknowledgeHeader( const void* aBuffer, std::size_t aSize );
+    PendingAcknowledgeHeader( const void* aBuffer, std::size_t aSize )
+        : AcknowledgeHeader( aBuffer, aSize )
+    {
+    }
 
     // Milliseconds the device still needs, counted from the arrival of this datagram. The length
     // field plays no part.
-    unsigned short GetTimeToCompletion() const;
+    unsigned short GetTimeToCompletion() const { return GetField( TIME_OFFSET ); }
+
+private:
+    static constexpr std::size_t TIME_OFFSET = 10;
 };
 
 } // namespace GEV

@@ -1,10 +1,12 @@
 // WdUtilsLib: the commands of GVCP, the GigE Vision control protocol.
 #pragma once
 
-#include <WdUtilsLib/Export.h>
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace WdUtilsLib
 {
@@ -24,9 +26,10 @@ constexpr unsigned short GVCP_PORT = 3956;
 //   4       2     length of the payload behind the header
 //   6       2     request identifier, never 0 on the wire
 //
-// The classes derived from it add operations on the payload and no members. All values are given
-// and returned in host order. Objects of these classes follow the rules of int for threads.
-class WDUTILSLIB_API CommandHeader
+// The classes derived from it add operations on the payload and no members. Bytes behind the
+// payload are never sent and have no value. All values are given and returned in host order.
+// Objects of these classes follow the rules of int for threads.
+class CommandHeader
 {
 public:
     // The header; the largest datagram that GVCP allows, and the largest payload in it.
@@ -38,39 +41,92 @@ public:
     static constexpr uint8_t FLAG_ACKNOWLEDGE = 0x01; // acknowledge required
 
     // A command without payload, acknowledge required, request identifier 0.
-    explicit CommandHeader( unsigned short aCommand );
+    explicit CommandHeader( unsigned short aCommand )
+    {
+        PacketBytes::BigWriter lWriter( mBytes, HEADER_SIZE );
+        lWriter.Put8( KEY );
+        lWriter.Put8( FLAG_ACKNOWLEDGE );
+        lWriter.Put16( aCommand );
+        lWriter.Put16( 0 ); // length
+        lWriter.Put16( 0 ); // request identifier
+    }
 
     // Sets the request identifier, which the acknowledge echoes.
-    void InitRequestId( unsigned short aRequestId );
+    void InitRequestId( unsigned short aRequestId )
+    {
+        MakeHeaderWriter( REQUEST_ID_OFFSET ).Put16( aRequestId );
+    }
 
     // Sets or clears the acknowledge-required flag.
-    void InitFlagAcknowledge( bool aRequired );
+    void InitFlagAcknowledge( bool aRequired ) { InitFlag( FLAG_ACKNOWLEDGE, aRequired ); }
 
     // The fields of the header.
-    unsigned short GetRequestId() const;
-    unsigned short GetCommand() const;
-    bool GetFlagAcknowledge() const;
+    unsigned short GetRequestId() const { return MakeHeaderReader( REQUEST_ID_OFFSET ).Get16(); }
+    unsigned short GetCommand() const { return MakeHeaderReader( COMMAND_OFFSET ).Get16(); }
+    bool GetFlagAcknowledge() const
+    {
+        return ( MakeHeaderReader( FLAGS_OFFSET ).Get8() & FLAG_ACKNOWLEDGE ) != 0;
+    }
 
     // Bytes of payload, and bytes to send: header and payload.
-    unsigned short GetLength() const;
-    unsigned short GetTotalLength() const;
+    unsigned short GetLength() const { return MakeHeaderReader( LENGTH_OFFSET ).Get16(); }
+    unsigned short GetTotalLength() const
+    {
+        return static_cast<unsigned short>( HEADER_SIZE + GetLength() ); // at most MAX_SIZE
+    }
 
 protected:
     // Sets the flags byte's other bits, which some commands define.
-    void InitFlag( uint8_t aFlag, bool aSet );
+    void InitFlag( uint8_t aFlag, bool aSet )
+    {
+        const int lOthers = MakeHeaderReader( FLAGS_OFFSET ).Get8() & ~aFlag;
+        MakeHeaderWriter( FLAGS_OFFSET )
+            .Put8( static_cast<uint8_t>( lOthers | ( aSet ? aFlag : 0 ) ) );
+    }
 
-    // Sets the payload's length. False, and nothing changed, beyond MAX_PAYLOAD_SIZE.
-    bool InitLength( std::size_t aLength );
+    // Sets the payload's length. What the payload gains is zeros, so that whatever is sent has been
+    // written. False, and nothing changed, beyond MAX_PAYLOAD_SIZE.
+    bool InitLength( std::size_t aLength )
+    {
+        const std::size_t lBefore = GetLength();
+        PacketBytes::BigWriter lGain( mBytes, sizeof( mBytes ) );
+        lGain.Skip( HEADER_SIZE + lBefore ).PutZeros( aLength > lBefore ? aLength - lBefore : 0 );
+        if ( !lGain.IsWhole() )
+        {
+            return false;
+        }
+        MakeHeaderWriter( LENGTH_OFFSET ).Put16( static_cast<uint16_t>( aLength ) ); // at most 540
+        return true;
+    }
 
-    // Write at an offset from the start of the payload. False, and nothing written, where the
-    // packet ends before.
-    bool Put16( std::size_t aOffset, uint16_t aValue );
-    bool Put32( std::size_t aOffset, uint32_t aValue );
-    bool PutBytes( std::size_t aOffset, const void* aData, std::size_t aSize );
+    // A writer from an offset in the datagram to the end of the payload.
+    PacketBytes::BigWriter MakeWriter( std::size_t aOffset )
+    {
+        return PacketBytes::BigWriter( mBytes, GetTotalLength() ).Skip( aOffset );
+    }
 
 private:
+    static constexpr std::size_t FLAGS_OFFSET = 1;
+    static constexpr std::size_t COMMAND_OFFSET = 2;
+    static constexpr std::size_t LENGTH_OFFSET = 4;
+    static constexpr std::size_t REQUEST_ID_OFFSET = 6;
+
+    PacketBytes::BigReader MakeHeaderReader( std::size_t aOffset ) const
+    {
+        return PacketBytes::BigReader( mBytes, HEADER_SIZE ).Skip( aOffset );
+    }
+
+    PacketBytes::BigWriter MakeHeaderWriter( std::size_t aOffset )
+    {
+        return PacketBytes::BigWriter( mBytes, HEADER_SIZE ).Skip( aOffset );
+    }
+
     uint8_t mBytes[MAX_SIZE];
 };
+
+static_assert( std::is_standard_layout<CommandHeader>::value, "the object is the datagram" );
+static_assert( sizeof( CommandHeader ) == CommandHeader::MAX_SIZE, "the object is the datagram" );
+static_assert( alignof( CommandHeader ) == 1, "the object is the datagram" );
 
 } // namespace GEV
 } // namespace WdUtilsLib

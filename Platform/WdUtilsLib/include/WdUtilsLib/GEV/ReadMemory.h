@@ -15,34 +15,62 @@ namespace GEV
 //   8       4     address, a multiple of 4
 //   12      2     reserved
 //   14      2     count of bytes, a multiple of 4
-class WDUTILSLIB_API ReadMemoryCommand : public CommandHeader
+class ReadMemoryCommand : public CommandHeader
 {
 public:
     static constexpr unsigned short COMMAND = 0x0084; // the command code
 
-    ReadMemoryCommand();
+    // Address and count are 0.
+    ReadMemoryCommand()
+        : CommandHeader( COMMAND )
+    {
+        (void)InitLength( 8 ); // fits
+    }
 
     // Sets the count; the field has 16 bits and takes the low ones.
-    void InitCount( unsigned int aCount );
+    void InitCount( unsigned int aCount )
+    {
+        MakeWriter( COUNT_OFFSET ).Put16( static_cast<uint16_t>( aCount ) );
+    }
 
     // Sets the address.
-    void InitAddress( unsigned int aAddress );
+    void InitAddress( unsigned int aAddress ) { MakeWriter( ADDRESS_OFFSET ).Put32( aAddress ); }
+
+private:
+    static constexpr std::size_t ADDRESS_OFFSET = 8;
+    static constexpr std::size_t COUNT_OFFSET = 14;
 };
+static_assert( sizeof( ReadMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
 // ReadMemoryAcknowledge carries the bytes.
 //
 //   offset  size
 //   8       4     address
 //   12      n     data
-class WDUTILSLIB_API ReadMemoryAcknowledge : public AcknowledgeHeader
+class ReadMemoryAcknowledge : public AcknowledgeHeader
 {
 public:
     // A view of the aSize bytes at aBuffer.
-    ReadMemoryAcknowledge( const void* aBuffer, std::size_t aSize );
+    ReadMemoryAcknowledge( const void* aBuffer, std::size_t aSize )
+        : AcknowledgeHeader( aBuffer, aSize )
+    {
+    }
 
     // CopyData copies the first aSize bytes of the data. False, and nothing copied, when the packet
     // carries fewer or aSize is negative.
-    bool CopyData( void* aData, long long aSize ) const;
+    bool CopyData( void* aData, long long aSize ) const
+    {
+        PacketBytes::BigReader lReader = MakeReader( DATA_OFFSET );
+        if ( aSize < 0 )
+        {
+            return false;
+        }
+        lReader.GetBytes( aData, static_cast<std::size_t>( aSize ) );
+        return lReader.IsWhole();
+    }
+
+private:
+    static constexpr std::size_t DATA_OFFSET = 12;
 };
 
 } // namespace GEV

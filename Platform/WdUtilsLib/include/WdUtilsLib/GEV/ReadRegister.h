@@ -13,35 +13,69 @@ namespace GEV
 //
 //   offset     size
 //   8 + 4 i    4     address of register i, a multiple of 4
-class WDUTILSLIB_API ReadRegisterCommand : public CommandHeader
+class ReadRegisterCommand : public CommandHeader
 {
 public:
     static constexpr unsigned short COMMAND = 0x0080;                  // the command code
     static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 4; // registers in a packet
 
-    ReadRegisterCommand();
+    ReadRegisterCommand()
+        : CommandHeader( COMMAND )
+    {
+    }
 
-    // Sets how many registers are read, 1 to MAX_QUANTITY. False, and nothing changed, beyond.
-    bool InitOperationQty( unsigned int aQuantity );
+    // Sets how many registers are read, 1 to MAX_QUANTITY; a new one has address 0. False, and
+    // nothing changed, beyond.
+    bool InitOperationQty( unsigned int aQuantity )
+    {
+        return aQuantity != 0 && InitLength( REGISTER_SIZE * aQuantity );
+    }
 
     // Sets the address of register aIndex. False, and nothing changed, where the packet has no such
     // register.
-    bool InitAddress( unsigned int aIndex, unsigned int aAddress );
+    bool InitAddress( unsigned int aIndex, unsigned int aAddress )
+    {
+        PacketBytes::BigWriter lWriter = MakeWriter( ADDRESS_OFFSET + REGISTER_SIZE * aIndex );
+        lWriter.Put32( aAddress );
+        return lWriter.IsWhole();
+    }
+
+private:
+    static constexpr std::size_t ADDRESS_OFFSET = 8;
+    static constexpr std::size_t REGISTER_SIZE = 4;
 };
+static_assert( sizeof( ReadRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
 // ReadRegisterAcknowledge carries the values in the order of the addresses.
 //
 //   offset     size
 //   8 + 4 i    4     value of register i
-class WDUTILSLIB_API ReadRegisterAcknowledge : public AcknowledgeHeader
+class ReadRegisterAcknowledge : public AcknowledgeHeader
 {
 public:
     // A view of the aSize bytes at aBuffer.
-    ReadRegisterAcknowledge( const void* aBuffer, std::size_t aSize );
+    ReadRegisterAcknowledge( const void* aBuffer, std::size_t aSize )
+        : AcknowledgeHeader( aBuffer, aSize )
+    {
+    }
 
     // The value of register aIndex, in host order, or with its bytes as they lie in the packet.
     // 0 where the packet has no such value.
-    unsigned int GetValue( unsigned int aIndex, bool aHostOrder ) const;
+    unsigned int GetValue( unsigned int aIndex, bool aHostOrder ) const
+    {
+        PacketBytes::BigReader lReader = MakeReader( VALUE_OFFSET + REGISTER_SIZE * aIndex );
+        if ( aHostOrder )
+        {
+            return lReader.Get32();
+        }
+        unsigned int lValue = 0;
+        lReader.GetBytes( &lValue, sizeof( lValue ) );
+        return lValue;
+    }
+
+private:
+    static constexpr std::size_t VALUE_OFFSET = 8;
+    static constexpr std::size_t REGISTER_SIZE = 4;
 };
 
 } // namespace GEV

@@ -14,7 +14,7 @@ namespace GEV
 //   offset  size
 //   8       4     address, a multiple of 4
 //   12      n     data
-class WDUTILSLIB_API WriteMemoryCommand : public CommandHeader
+class WriteMemoryCommand : public CommandHeader
 {
 public:
     static constexpr unsigned short COMMAND = 0x0086; // the command code
@@ -22,31 +22,57 @@ public:
     // The most data that one packet carries: 536 bytes.
     static constexpr std::size_t MAX_DATA_SIZE = MAX_PAYLOAD_SIZE - 4;
 
-    WriteMemoryCommand();
+    // The address is 0 and there is no data.
+    WriteMemoryCommand()
+        : CommandHeader( COMMAND )
+    {
+        (void)InitLength( 4 ); // fits
+    }
 
     // Sets the address.
-    void InitAddress( unsigned int aAddress );
+    void InitAddress( unsigned int aAddress ) { MakeWriter( ADDRESS_OFFSET ).Put32( aAddress ); }
 
     // SetData copies aSize bytes into the packet. False, and nothing changed, when aSize is
     // negative or more than MAX_DATA_SIZE.
-    bool SetData( const void* aData, long long aSize );
+    bool SetData( const void* aData, long long aSize )
+    {
+        if ( aSize < 0 || aSize > static_cast<long long>( MAX_DATA_SIZE ) )
+        {
+            return false;
+        }
+        const auto lSize = static_cast<std::size_t>( aSize );
+        (void)InitLength( 4 + lSize ); // fits
+        MakeWriter( DATA_OFFSET ).PutBytes( aData, lSize );
+        return true;
+    }
+
+private:
+    static constexpr std::size_t ADDRESS_OFFSET = 8;
+    static constexpr std::size_t DATA_OFFSET = 12;
 };
+static_assert( sizeof( WriteMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
 // WriteMemoryAcknowledge tells how far the device came.
 //
 //   offset  size
 //   8       2     reserved
 //   10      2     index: bytes written
-class WDUTILSLIB_API WriteMemoryAcknowledge : public AcknowledgeHeader
+class WriteMemoryAcknowledge : public AcknowledgeHeader
 {
 public:
     static constexpr std::size_t SIZE = 12; // bytes of the whole datagram
 
     // A view of the aSize bytes at aBuffer.
-    WriteMemoryAcknowledge( const void* aBuffer, std::size_t aSize );
+    WriteMemoryAcknowledge( const void* aBuffer, std::size_t aSize )
+        : AcknowledgeHeader( aBuffer, aSize )
+    {
+    }
 
     // Bytes that the device has written.
-    unsigned short GetIndex() const;
+    unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
+
+private:
+    static constexpr std::size_t INDEX_OFFSET = 10;
 };
 
 } // namespace GEV

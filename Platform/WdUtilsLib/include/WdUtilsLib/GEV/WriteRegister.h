@@ -14,38 +14,70 @@ namespace GEV
 //   offset      size
 //   8 + 8 i     4     address of register i, a multiple of 4
 //   12 + 8 i    4     value of register i
-class WDUTILSLIB_API WriteRegisterCommand : public CommandHeader
+class WriteRegisterCommand : public CommandHeader
 {
 public:
     static constexpr unsigned short COMMAND = 0x0082;                  // the command code
     static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 8; // registers in a packet
 
-    WriteRegisterCommand();
+    WriteRegisterCommand()
+        : CommandHeader( COMMAND )
+    {
+    }
 
-    // Sets how many registers are written, 1 to MAX_QUANTITY. False, and nothing changed, beyond.
-    bool InitOperationQty( unsigned int aQuantity );
+    // Sets how many registers are written, 1 to MAX_QUANTITY; a new one has address and value 0.
+    // False, and nothing changed, beyond.
+    bool InitOperationQty( unsigned int aQuantity )
+    {
+        return aQuantity != 0 && InitLength( REGISTER_SIZE * aQuantity );
+    }
 
     // Set the address, and the value in host order, of register aIndex. False, and nothing changed,
     // where the packet has no such register.
-    bool InitAddress( unsigned int aIndex, unsigned int aAddress );
-    bool InitValue( unsigned int aIndex, unsigned int aValue );
+    bool InitAddress( unsigned int aIndex, unsigned int aAddress )
+    {
+        return InitField( ADDRESS_OFFSET + REGISTER_SIZE * aIndex, aAddress );
+    }
+    bool InitValue( unsigned int aIndex, unsigned int aValue )
+    {
+        return InitField( VALUE_OFFSET + REGISTER_SIZE * aIndex, aValue );
+    }
+
+private:
+    static constexpr std::size_t ADDRESS_OFFSET = 8;
+    static constexpr std::size_t VALUE_OFFSET = 12;
+    static constexpr std::size_t REGISTER_SIZE = 8; // an address and a value
+
+    bool InitField( std::size_t aOffset, uint32_t aField )
+    {
+        PacketBytes::BigWriter lWriter = MakeWriter( aOffset );
+        lWriter.Put32( aField );
+        return lWriter.IsWhole();
+    }
 };
+static_assert( sizeof( WriteRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
 // WriteRegisterAcknowledge tells how far the device came.
 //
 //   offset  size
 //   8       2     reserved
 //   10      2     index: registers written
-class WDUTILSLIB_API WriteRegisterAcknowledge : public AcknowledgeHeader
+class WriteRegisterAcknowledge : public AcknowledgeHeader
 {
 public:
     static constexpr std::size_t SIZE = 12; // bytes of the whole datagram
 
     // A view of the aSize bytes at aBuffer.
-    WriteRegisterAcknowledge( const void* aBuffer, std::size_t aSize );
+    WriteRegisterAcknowledge( const void* aBuffer, std::size_t aSize )
+        : AcknowledgeHeader( aBuffer, aSize )
+    {
+    }
 
     // Registers that the device has written.
-    unsigned short GetIndex() const;
+    unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
+
+private:
+    static constexpr std::size_t INDEX_OFFSET = 10;
 };
 
 } // namespace GEV

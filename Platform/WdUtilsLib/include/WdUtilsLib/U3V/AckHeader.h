@@ -1,10 +1,12 @@
 // WdUtilsLib: the acknowledges of GenCP as USB3 Vision carries them.
 #pragma once
 
+#include <PacketBytes/ByteReader.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Export.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -41,23 +43,42 @@ public:
     // header with the data it announces is not more than what was attached. The status plays no
     // part, since a refusal is a valid answer; nor does the identifier, which the sender has
     // matched.
-    bool IsValid( unsigned short aAcknowledge ) const;
+    bool IsValid( unsigned short aAcknowledge ) const
+    {
+        return GetPrefix() == PREFIX && GetAcknowledge() == aAcknowledge &&
+               MakeReader( SIZE ).Skip( GetLength() ).IsWhole();
+    }
 
     // The fields of the header.
-    uint32_t GetPrefix() const;
-    unsigned short GetStatus() const;
-    unsigned short GetAcknowledge() const;
-    unsigned short GetLength() const;
-    unsigned short GetRequestID() const;
+    uint32_t GetPrefix() const { return MakeReader( PREFIX_OFFSET ).Get32(); }
+    unsigned short GetStatus() const { return MakeReader( STATUS_OFFSET ).Get16(); }
+    unsigned short GetAcknowledge() const { return MakeReader( ACKNOWLEDGE_OFFSET ).Get16(); }
+    unsigned short GetLength() const { return MakeReader( LENGTH_OFFSET ).Get16(); }
+    unsigned short GetRequestID() const { return MakeReader( REQUEST_ID_OFFSET ).Get16(); }
 
     // GetCurrentDataSize gives the bytes of data that may be read: the length field, or less where
     // what was attached ends before.
-    unsigned int GetCurrentDataSize() const;
+    unsigned int GetCurrentDataSize() const
+    {
+        const std::size_t lAttached = MakeReader( SIZE ).GetLeft();
+        return static_cast<unsigned int>( std::min<std::size_t>( GetLength(), lAttached ) );
+    }
 
     // GetData points at the data, or is null when nothing is attached.
-    const unsigned char* GetData() const;
+    const unsigned char* GetData() const { return mBytes == nullptr ? nullptr : mBytes + SIZE; }
 
 private:
+    static constexpr std::size_t PREFIX_OFFSET = 0;
+    static constexpr std::size_t STATUS_OFFSET = 4;
+    static constexpr std::size_t ACKNOWLEDGE_OFFSET = 6;
+    static constexpr std::size_t LENGTH_OFFSET = 8;
+    static constexpr std::size_t REQUEST_ID_OFFSET = 10;
+
+    PacketBytes::LittleReader MakeReader( std::size_t aOffset ) const
+    {
+        return PacketBytes::LittleReader( mBytes, mSize ).Skip( aOffset );
+    }
+
     const unsigned char* mBytes = nullptr;
     unsigned int mSize = 0;
 };
@@ -77,15 +98,25 @@ public:
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
 
     // IsValid tells whether this is a PENDING acknowledge with its time-out.
-    bool IsValid() const;
+    bool IsValid() const
+    {
+        return mHeader.IsValid( ACKNOWLEDGE ) &&
+               mHeader.GetCurrentDataSize() >= SIZE - AckHeader::SIZE;
+    }
 
     // The view belongs to this object and is valid as long as it is.
     AckHeader* GetAckHeader() { return &mHeader; }
 
     // Milliseconds, from the arrival of this acknowledge, within which the next one will come.
-    unsigned short GetTimeout() const;
+    unsigned short GetTimeout() const
+    {
+        PacketBytes::LittleReader lData( mHeader.GetData(), mHeader.GetCurrentDataSize() );
+        return IsValid() ? lData.Skip( TIMEOUT_OFFSET ).Get16() : uint16_t{ 0 };
+    }
 
 private:
+    static constexpr std::size_t TIMEOUT_OFFSET = 2; // in the data
+
     AckHeader mHeader;
 };
 

@@ -1,7 +1,8 @@
 // WdUtilsLib: the commands of GenCP as USB3 Vision carries them.
 #pragma once
 
-#include <WdUtilsLib/Export.h>
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -27,7 +28,7 @@ constexpr unsigned int INVALID_PACKET = 0x4001;
 // All numbers are little-endian on the wire and host order here. The memory is borrowed and must
 // outlive the view. A view that is not attached, which is how one begins, reads as 0 and writes
 // nothing. Views follow the rules of int for threads, and so does what they show.
-class WDUTILSLIB_API CommandHeader
+class CommandHeader
 {
 public:
     static constexpr std::size_t SIZE = 12;              // bytes of the header
@@ -37,30 +38,68 @@ public:
     CommandHeader() = default;
 
     // Shows aSize bytes at aBuffer; where these are fewer than a header, nothing is attached.
-    CommandHeader( unsigned char* aBuffer, unsigned int aSize );
+    CommandHeader( unsigned char* aBuffer, unsigned int aSize )
+        : mBytes( aSize < SIZE ? nullptr : aBuffer )
+    {
+    }
 
     // Initialize fills the header: the prefix, the command and the length of its data; no flags,
     // request identifier 0.
-    void Initialize( unsigned short aCommand, unsigned short aLength );
+    void Initialize( unsigned short aCommand, unsigned short aLength )
+    {
+        PacketBytes::LittleWriter lWriter = MakeWriter( 0 );
+        lWriter.Put32( PREFIX );
+        lWriter.Put16( 0 ); // flags
+        lWriter.Put16( aCommand );
+        lWriter.Put16( aLength );
+        lWriter.Put16( 0 ); // request identifier
+    }
 
     // SetRequestAck sets or clears the flag that asks for an acknowledge.
-    void SetRequestAck( bool aRequested );
+    void SetRequestAck( bool aRequested )
+    {
+        const int lOthers = MakeReader( FLAGS_OFFSET ).Get16() & ~FLAG_REQUEST_ACK;
+        MakeWriter( FLAGS_OFFSET )
+            .Put16( static_cast<uint16_t>( lOthers | ( aRequested ? FLAG_REQUEST_ACK : 0 ) ) );
+    }
 
     // SetRequestID sets the identifier that the acknowledge echoes. The device control interface
     // does this when it sends.
-    void SetRequestID( unsigned short aRequestID );
+    void SetRequestID( unsigned short aRequestID )
+    {
+        MakeWriter( REQUEST_ID_OFFSET ).Put16( aRequestID );
+    }
 
     // SetLength sets the bytes of data behind the header.
-    void SetLength( unsigned short aLength );
+    void SetLength( unsigned short aLength ) { MakeWriter( LENGTH_OFFSET ).Put16( aLength ); }
 
     // The fields of the header.
-    uint32_t GetPrefix() const;
-    bool GetRequestAck() const;
-    unsigned short GetCommand() const;
-    unsigned short GetLength() const;
-    unsigned short GetRequestID() const;
+    uint32_t GetPrefix() const { return MakeReader( PREFIX_OFFSET ).Get32(); }
+    bool GetRequestAck() const
+    {
+        return ( MakeReader( FLAGS_OFFSET ).Get16() & FLAG_REQUEST_ACK ) != 0;
+    }
+    unsigned short GetCommand() const { return MakeReader( COMMAND_OFFSET ).Get16(); }
+    unsigned short GetLength() const { return MakeReader( LENGTH_OFFSET ).Get16(); }
+    unsigned short GetRequestID() const { return MakeReader( REQUEST_ID_OFFSET ).Get16(); }
 
 private:
+    static constexpr std::size_t PREFIX_OFFSET = 0;
+    static constexpr std::size_t FLAGS_OFFSET = 4;
+    static constexpr std::size_t COMMAND_OFFSET = 6;
+    static constexpr std::size_t LENGTH_OFFSET = 8;
+    static constexpr std::size_t REQUEST_ID_OFFSET = 10;
+
+    PacketBytes::LittleReader MakeReader( std::size_t aOffset ) const
+    {
+        return PacketBytes::LittleReader( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
+    }
+
+    PacketBytes::LittleWriter MakeWriter( std::size_t aOffset )
+    {
+        return PacketBytes::LittleWriter( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
+    }
+
     unsigned char* mBytes = nullptr;
 };
 

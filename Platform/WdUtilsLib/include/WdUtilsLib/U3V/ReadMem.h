@@ -1,6 +1,8 @@
 // WdUtilsLib: GenCP READMEM.
 #pragma once
 
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Export.h>
 #include <WdUtilsLib/U3V/AckHeader.h>
@@ -17,7 +19,7 @@ namespace U3V
 //   12      8     address
 //   20      2     reserved
 //   22      2     count of bytes to read
-class WDUTILSLIB_API ReadMemCmdHeader
+class ReadMemCmdHeader
 {
 public:
     static constexpr std::size_t SIZE = 12; // bytes of the fields
@@ -25,17 +27,39 @@ public:
     ReadMemCmdHeader() = default;
 
     // Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
-    explicit ReadMemCmdHeader( unsigned char* aBytes );
+    explicit ReadMemCmdHeader( unsigned char* aBytes )
+        : mBytes( aBytes )
+    {
+    }
 
     // The fields.
-    void SetRegisterAddress( unsigned long long aAddress );
-    void SetReadLength( unsigned short aLength );
-    unsigned long long GetRegisterAddress() const;
-    unsigned short GetReadLength() const;
+    void SetRegisterAddress( unsigned long long aAddress )
+    {
+        MakeWriter( ADDRESS_OFFSET ).Put64( aAddress );
+    }
+    void SetReadLength( unsigned short aLength )
+    {
+        MakeWriter( READ_LENGTH_OFFSET ).Put16( aLength );
+    }
+    unsigned long long GetRegisterAddress() const { return MakeReader( ADDRESS_OFFSET ).Get64(); }
+    unsigned short GetReadLength() const { return MakeReader( READ_LENGTH_OFFSET ).Get16(); }
 
 private:
     friend class ReadMemCmd;
-    void Initialize();
+
+    // From the start of the command-specific data.
+    static constexpr std::size_t ADDRESS_OFFSET = 0;
+    static constexpr std::size_t READ_LENGTH_OFFSET = 10;
+
+    PacketBytes::LittleReader MakeReader( std::size_t aOffset ) const
+    {
+        return PacketBytes::LittleReader( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
+    }
+
+    PacketBytes::LittleWriter MakeWriter( std::size_t aOffset )
+    {
+        return PacketBytes::LittleWriter( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
+    }
 
     unsigned char* mBytes = nullptr;
 };
@@ -54,14 +78,21 @@ public:
 
     // Initialize fills every field: no acknowledge requested, request identifier, address and count
     // 0.
-    void Initialize();
+    void Initialize()
+    {
+        mCommandHeader.Initialize( COMMAND, ReadMemCmdHeader::SIZE );
+        mReadMemCmdHeader.MakeWriter( 0 ).PutZeros( ReadMemCmdHeader::SIZE );
+    }
 
     // The two views belong to this object and are valid as long as it is.
     CommandHeader* GetCommandHeader() { return &mCommandHeader; }
     ReadMemCmdHeader* GetReadMemCmdHeader() { return &mReadMemCmdHeader; }
 
     // Bytes of the whole command: 24.
-    static unsigned int GetRequiredBufferSize();
+    static unsigned int GetRequiredBufferSize()
+    {
+        return CommandHeader::SIZE + ReadMemCmdHeader::SIZE;
+    }
 
 private:
     CommandHeader mCommandHeader;
@@ -84,7 +115,7 @@ public:
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
     // IsValid tells whether what was attached is a whole READMEM acknowledge, of any status.
-    bool IsValid() const;
+    bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }
 
     // The view belongs to this object and is valid as long as it is.
     AckHeader* GetAckHeader() { return &mAckHeader; }
@@ -95,7 +126,10 @@ public:
     const unsigned char* GetData() const { return mAckHeader.GetData(); }
 
     // Bytes of an acknowledge with aDataSize bytes of data: 12 and these, modulo 2^32.
-    static unsigned int GetRequiredBufferSize( unsigned int aDataSize );
+    static unsigned int GetRequiredBufferSize( unsigned int aDataSize )
+    {
+        return static_cast<unsigned int>( AckHeader::SIZE ) + aDataSize;
+    }
 
 private:
     AckHeader mAckHeader;

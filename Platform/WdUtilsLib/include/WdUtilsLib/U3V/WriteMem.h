@@ -1,10 +1,15 @@
 // WdUtilsLib: GenCP WRITEMEM.
 #pragma once
 
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Export.h>
 #include <WdUtilsLib/U3V/AckHeader.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
+
+#include <algorithm>
+#include <cstddef>
 
 namespace WdUtilsLib
 {
@@ -15,7 +20,7 @@ namespace U3V
 //
 //   offset  size
 //   12      8     address
-class WDUTILSLIB_API WriteMemCmdHeader
+class WriteMemCmdHeader
 {
 public:
     static constexpr std::size_t SIZE = 8; // bytes of the field
@@ -23,11 +28,20 @@ public:
     WriteMemCmdHeader() = default;
 
     // Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
-    explicit WriteMemCmdHeader( unsigned char* aBytes );
+    explicit WriteMemCmdHeader( unsigned char* aBytes )
+        : mBytes( aBytes )
+    {
+    }
 
     // The field.
-    void SetRegisterAddress( unsigned long long aAddress );
-    unsigned long long GetRegisterAddress() const;
+    void SetRegisterAddress( unsigned long long aAddress )
+    {
+        PacketBytes::LittleWriter( mBytes, mBytes == nullptr ? 0 : SIZE ).Put64( aAddress );
+    }
+    unsigned long long GetRegisterAddress() const
+    {
+        return PacketBytes::LittleReader( mBytes, mBytes == nullptr ? 0 : SIZE ).Get64();
+    }
 
 private:
     unsigned char* mBytes = nullptr;
@@ -50,7 +64,11 @@ public:
 
     // Initialize fills every field: no acknowledge requested, request identifier and address 0, no
     // data.
-    void Initialize();
+    void Initialize()
+    {
+        mCommandHeader.Initialize( COMMAND, WriteMemCmdHeader::SIZE );
+        mWriteMemCmdHeader.SetRegisterAddress( 0 );
+    }
 
     // The two views belong to this object and are valid as long as it is.
     CommandHeader* GetCommandHeader() { return &mCommandHeader; }
@@ -63,13 +81,25 @@ public:
 
     // The bytes of data that the length field tells, never more than the memory has room for, and
     // where they are to be put; 0 and null when not attached.
-    unsigned short GetCurrentDataSize() const;
-    unsigned char* GetData();
+    unsigned short GetCurrentDataSize() const
+    {
+        PacketBytes::LittleReader lReader( mBytes, mSize );
+        const std::size_t lAttached = lReader.Skip( CommandHeader::SIZE ).GetLeft();
+        const std::size_t lLength = std::min<std::size_t>( mCommandHeader.GetLength(), lAttached );
+        return static_cast<unsigned short>(
+            lReader.GetPart( lLength ).Skip( WriteMemCmdHeader::SIZE ).GetLeft() );
+    }
+    unsigned char* GetData() { return mBytes == nullptr ? nullptr : mBytes + HEADERS_SIZE; }
 
     // Bytes of a command with aDataSize bytes of data: 20 and these, modulo 2^32.
-    static unsigned int GetRequiredBufferSize( unsigned int aDataSize );
+    static unsigned int GetRequiredBufferSize( unsigned int aDataSize )
+    {
+        return static_cast<unsigned int>( HEADERS_SIZE ) + aDataSize;
+    }
 
 private:
+    static constexpr std::size_t HEADERS_SIZE = CommandHeader::SIZE + WriteMemCmdHeader::SIZE;
+
     CommandHeader mCommandHeader;
     WriteMemCmdHeader mWriteMemCmdHeader;
     unsigned char* mBytes = nullptr;
@@ -94,13 +124,16 @@ public:
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
     // IsValid tells whether what was attached is a whole WRITEMEM acknowledge, of any status.
-    bool IsValid() const;
+    bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }
 
     // The view belongs to this object and is valid as long as it is.
     AckHeader* GetAckHeader() { return &mAckHeader; }
 
     // Room for the longest such acknowledge: 16.
-    static unsigned int GetRequiredBufferSize();
+    static unsigned int GetRequiredBufferSize()
+    {
+        return AckHeader::SIZE + 4; // the reserved half, and the bytes written
+    }
 
 private:
     AckHeader mAckHeader;
