@@ -1,7 +1,7 @@
 #include "TftpAck.h"
 
-#include "ByteCursor.h"
-
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Assert.h>
 
 #include <algorithm>
@@ -10,34 +10,36 @@
 namespace HtBaseLib
 {
 
+using PacketBytes::BigReader;
+using PacketBytes::BigWriter;
+using PacketBytes::ByteOrder;
+using PacketBytes::ByteWriter;
+
 bool TftpAck::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
-    // KEEP: no length when the packet does not fit, unlike the other encoders.
-    if ( aCapacity < Tftp::MIN_PACKET )
+    BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( Tftp::MIN_PACKET );
+    lWriter.Put16( mOpcode );
+    lWriter.Put16( mBlockID );
+    if ( !lWriter.IsWhole() )
     {
         QMUTILSLIB_ASSERT( false );
         return false;
     }
-    ByteWriter lWriter( aBuffer, aCapacity, ByteOrder::NETWORK );
-    lWriter.Put16( mOpcode );
-    lWriter.Put16( mBlockID );
-    aLength = Tftp::MIN_PACKET;
-    return lWriter.IsWhole();
+    aLength = Tftp::MIN_PACKET; // KEEP: only when the packet fits, unlike the other encoders
+    return true;
 }
 
 bool TftpAck::Decode( const unsigned char* aBytes, unsigned int aCount )
 {
-    if ( aCount != Tftp::MIN_PACKET )
+    BigReader lReader( aBytes, aCount );
+    const uint16_t lOpcode = lReader.Get16();
+    const uint16_t lBlockID = lReader.Get16();
+    if ( !lReader.IsWhole() || lReader.GetLeft() != 0 || lOpcode != Tftp::ACK )
     {
         return false;
     }
-    ByteReader lReader( aBytes, aCount, ByteOrder::NETWORK );
-    if ( lReader.Get16() != Tftp::ACK )
-    {
-        return false;
-    }
-    mBlockID = lReader.Get16();
-    return lReader.IsWhole();
+    mBlockID = lBlockID;
+    return true;
 }
 
 // KEEP: the numbers as they lie in memory, no zero behind the message, no look at the capacity and
@@ -46,7 +48,7 @@ bool TftpError::Encode( unsigned char* aBuffer, unsigned int /*aCapacity*/,
                         unsigned int& /*aLength*/ ) const
 {
     const std::size_t lLength = std::strlen( mMessage );
-    ByteWriter lWriter( aBuffer, Tftp::MIN_PACKET + lLength, ByteOrder::HOST );
+    ByteWriter<ByteOrder::HOST> lWriter( aBuffer, Tftp::MIN_PACKET + lLength );
     lWriter.Put16( Tftp::ERR );
     lWriter.Put16( mErrorCode );
     lWriter.PutBytes( mMessage, lLength );
@@ -55,20 +57,18 @@ bool TftpError::Encode( unsigned char* aBuffer, unsigned int /*aCapacity*/,
 
 bool TftpError::Decode( const unsigned char* aBytes, unsigned int aCount )
 {
-    if ( aCount <= Tftp::MIN_PACKET )
+    BigReader lReader( aBytes, aCount );
+    const uint16_t lOpcode = lReader.Get16();
+    const uint16_t lErrorCode = lReader.Get16();
+    if ( lReader.GetLeft() == 0 || lOpcode != Tftp::ERR )
     {
         return false;
     }
-    ByteReader lReader( aBytes, aCount, ByteOrder::NETWORK );
-    if ( lReader.Get16() != Tftp::ERR )
-    {
-        return false;
-    }
-    mErrorCode = lReader.Get16();
+    mErrorCode = lErrorCode;
     const std::size_t lLength = std::min( lReader.GetLeft(), sizeof( mMessage ) - 1 );
     lReader.GetBytes( mMessage, lLength );
     mMessage[lLength] = '\0';
-    return lReader.IsWhole();
+    return true;
 }
 
 } // namespace HtBaseLib

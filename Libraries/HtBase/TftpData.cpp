@@ -1,13 +1,16 @@
 #include "TftpData.h"
 
-#include "ByteCursor.h"
-
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Assert.h>
 
 #include <algorithm>
 
 namespace HtBaseLib
 {
+
+using PacketBytes::BigReader;
+using PacketBytes::BigWriter;
 
 void TftpData::SetData( const unsigned char* aBytes, unsigned int aLength )
 {
@@ -34,33 +37,32 @@ void TftpData::GetData( unsigned char* aBytes, unsigned int aCapacity, unsigned 
 bool TftpData::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
     aLength = Tftp::MIN_PACKET + mLength; // KEEP: also when the packet does not fit
-    if ( aCapacity < aLength )
+    BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( aLength );
+    lWriter.Put16( Tftp::DATA );
+    lWriter.Put16( lBlockID );
+    lWriter.PutBytes( mData, mLength );
+    if ( !lWriter.IsWhole() )
     {
         QMUTILSLIB_ASSERT( false );
         return false;
     }
-    ByteWriter lWriter( aBuffer, aCapacity, ByteOrder::NETWORK );
-    lWriter.Put16( Tftp::DATA );
-    lWriter.Put16( lBlockID );
-    lWriter.PutBytes( mData, mLength );
-    return lWriter.IsWhole();
+    return true;
 }
 
 bool TftpData::Decode( const unsigned char* aBytes, unsigned int aCount )
 {
-    if ( aCount < Tftp::MIN_PACKET || aCount > Tftp::MAX_PACKET )
+    BigReader lReader( aBytes, aCount );
+    const uint16_t lOpcode = lReader.Get16();
+    const uint16_t lNumber = lReader.Get16();
+    const std::size_t lLength = lReader.GetLeft();
+    if ( !lReader.IsWhole() || lLength > Tftp::MAX_DATA || lOpcode != Tftp::DATA )
     {
         return false;
     }
-    ByteReader lReader( aBytes, aCount, ByteOrder::NETWORK );
-    if ( lReader.Get16() != Tftp::DATA )
-    {
-        return false;
-    }
-    lBlockID = lReader.Get16();
-    mLength = static_cast<uint32_t>( lReader.GetLeft() ); // at most MAX_DATA
-    lReader.GetBytes( mData, mLength );
-    return lReader.IsWhole();
+    lBlockID = lNumber;
+    mLength = static_cast<uint32_t>( lLength ); // at most MAX_DATA
+    lReader.GetBytes( mData, lLength );
+    return true;
 }
 
 } // namespace HtBaseLib

@@ -1,6 +1,7 @@
 #include "TftpRequest.h"
 
-#include "ByteCursor.h"
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 
 #include <algorithm>
 #include <cstring>
@@ -8,6 +9,10 @@
 
 namespace HtBaseLib
 {
+
+using PacketBytes::BigWriter;
+using PacketBytes::ByteOrder;
+using PacketBytes::ByteReader;
 
 namespace
 {
@@ -31,20 +36,13 @@ const char* TftpRequest::GetModeText( uint32_t aMode )
     return aMode < std::size( MODE_TEXTS ) ? MODE_TEXTS[aMode] : nullptr;
 }
 
-unsigned int TftpRequest::GetLength( const char* aModeText ) const
+bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigned char* aBuffer,
+                            unsigned int aCapacity, unsigned int& aLength ) const
 {
     // Opcode and two zeros; the texts are short.
-    return static_cast<unsigned int>( std::strlen( mFileName ) + std::strlen( aModeText ) + 4 );
-}
-
-bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigned char* aBuffer,
-                            unsigned int aCapacity ) const
-{
-    if ( aCapacity < GetLength( aModeText ) )
-    {
-        return false;
-    }
-    ByteWriter lWriter( aBuffer, aCapacity, ByteOrder::NETWORK );
+    // KEEP: the length is told also when the packet does not fit.
+    aLength = static_cast<unsigned int>( std::strlen( mFileName ) + std::strlen( aModeText ) + 4 );
+    BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( aLength );
     lWriter.Put16( aOpcode );
     lWriter.PutText( mFileName );
     lWriter.PutText( aModeText );
@@ -54,13 +52,13 @@ bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigne
 TftpRequest::Verdict TftpRequest::DecodeAs( Tftp::Opcode aOpcode, const unsigned char* aBytes,
                                             unsigned int aCount )
 {
-    if ( aCount < Tftp::MIN_PACKET || aCount > Tftp::MAX_PACKET )
+    if ( aCount > Tftp::MAX_PACKET )
     {
         return Verdict::REFUSED;
     }
     // KEEP: the opcode is compared as it lies in memory, so that on a little-endian host a request
     // of the wire, and of our own encoder, is refused.
-    ByteReader lReader( aBytes, aCount, ByteOrder::HOST );
+    ByteReader<ByteOrder::HOST> lReader( aBytes, aCount );
     if ( lReader.Get16() != aOpcode )
     {
         return Verdict::REFUSED;

@@ -44,11 +44,10 @@ protected:
     // The text of a mode, or null.
     static const char* GetModeText( uint32_t aMode );
 
-    unsigned int GetLength( const char* aModeText ) const;
-
-    // Writes nothing and is false when the capacity is below GetLength.
+    // Sets aLength to the length of the packet. False, and nothing is written, when it does not
+    // fit.
     bool EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigned char* aBuffer,
-                   unsigned int aCapacity ) const;
+                   unsigned int aCapacity, unsigned int& aLength ) const;
 
     Verdict DecodeAs( Tftp::Opcode aOpcode, const unsigned char* aBytes, unsigned int aCount );
 

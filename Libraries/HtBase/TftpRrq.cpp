@@ -10,8 +10,7 @@ bool TftpRrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned i
     // KEEP: an unknown mode goes out as an empty text, where a write request asserts.
     const char* const lKnownMode = GetModeText( mMode );
     const char* const lMode = lKnownMode != nullptr ? lKnownMode : "";
-    aLength = GetLength( lMode ); // KEEP: also when the packet does not fit
-    if ( !EncodeAs( Tftp::RRQ, lMode, aBuffer, aCapacity ) )
+    if ( !EncodeAs( Tftp::RRQ, lMode, aBuffer, aCapacity, aLength ) )
     {
         QMUTILSLIB_ASSERT( false );
         return false;

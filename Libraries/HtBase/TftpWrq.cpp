@@ -14,8 +14,7 @@ bool TftpWrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned i
         QMUTILSLIB_ASSERT( false );
         return false;
     }
-    aLength = GetLength( lMode ); // KEEP: also when the packet does not fit
-    if ( !EncodeAs( Tftp::WRQ, lMode, aBuffer, aCapacity ) )
+    if ( !EncodeAs( Tftp::WRQ, lMode, aBuffer, aCapacity, aLength ) )
     {
         QMUTILSLIB_ASSERT( false );
         return false;
