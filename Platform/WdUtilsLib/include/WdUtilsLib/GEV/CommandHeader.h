@@ -102,7 +102,8 @@ protected:
     // A writer from an offset in the datagram to the end of the payload.
     PacketBytes::BigWriter MakeWriter( std::size_t aOffset )
     {
-        return PacketBytes::BigWriter( mBytes, GetTotalLength() ).Skip( aOffset );
+        PacketBytes::BigWriter lWriter( mBytes, sizeof( mBytes ) );
+        return lWriter.GetPart( GetTotalLength() ).Skip( aOffset );
     }
 
 private:
