@@ -5,6 +5,8 @@
 #include "LinkAssignment.h"
 #include "Replaced.h"
 
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Thread.h>
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
 #include <WdUtilsLib/GEV/ReadMemory.h>
@@ -39,9 +41,9 @@ constexpr const char* FUNCTION = "HtBaseLib::BaseCommandLinkGEV::SendCommand";
 constexpr std::size_t READ_ACKNOWLEDGE_SIZE = 548;
 constexpr std::size_t WRITE_ACKNOWLEDGE_SIZE = 12;
 
-// The acknowledge of a register read without, and with, one whole value.
-constexpr unsigned int BARE_ACKNOWLEDGE_SIZE = 8;
-constexpr unsigned int REGISTER_ACKNOWLEDGE_SIZE = 12;
+// Where an acknowledge tells the length of its payload, and the length with one whole register.
+constexpr std::size_t LENGTH_OFFSET = 4;
+constexpr std::size_t REGISTER_SIZE = 4;
 
 // A write of a size that no packet carries.
 constexpr unsigned int SIZE_REFUSED = 0x4001;
@@ -89,19 +91,25 @@ Result TranslateStatus( unsigned short aStatus )
     return MakeResult( Result::GENERIC_ERROR, 0, lErrorMsg );
 }
 
-// Tells whether the acknowledge, which is a valid one, has a whole value in it. What follows the
-// value is nobody's concern, as behind the bytes of a memory read.
-bool HasRegister( const GEV::ReadRegisterAcknowledge& aAcknowledge,
-                  const GEV::ReadRegisterCommand& aCommand )
+// Where the largest acknowledge of a read is received. Only as much of it is cleared as is looked
+// at before the length of what was received has been judged, which is what a PENDINGACK has.
+struct ReadArea
 {
-    for ( unsigned int lSize = BARE_ACKNOWLEDGE_SIZE; lSize < REGISTER_ACKNOWLEDGE_SIZE; ++lSize )
+    ReadArea()
     {
-        if ( aAcknowledge.IsValid( lSize, aCommand ) )
-        {
-            return false;
-        }
+        PacketBytes::BigWriter( mBytes, sizeof( mBytes ) )
+            .PutZeros( GEV::PendingAcknowledgeHeader::SIZE );
     }
-    return true;
+
+    unsigned char mBytes[READ_ACKNOWLEDGE_SIZE];
+};
+
+// Tells whether the acknowledge in the area, which is a valid one, has a whole value in it. What
+// follows the value is nobody's concern, as behind the bytes of a memory read.
+bool HasRegister( const ReadArea& aArea )
+{
+    PacketBytes::BigReader lReader( aArea.mBytes, sizeof( aArea.mBytes ) );
+    return lReader.Skip( LENGTH_OFFSET ).Get16() >= REGISTER_SIZE;
 }
 
 Result MakeInvalidAnswer()
@@ -209,15 +217,15 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
     GEV::ReadRegisterCommand lCommand;
     lCommand.InitOperationQty( 1 );
     lCommand.InitAddress( 0, static_cast<unsigned int>( aAddress ) ); // the field has 32 bits
-    unsigned char lArea[READ_ACKNOWLEDGE_SIZE] = {};
-    const GEV::ReadRegisterAcknowledge lAcknowledge( lArea, sizeof( lArea ) );
+    ReadArea lArea;
+    const GEV::ReadRegisterAcknowledge lAcknowledge( lArea.mBytes, sizeof( lArea.mBytes ) );
 
-    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), false );
+    Result lResult = SendCommand( &lCommand, lArea.mBytes, sizeof( lArea.mBytes ), false );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
-    if ( !HasRegister( lAcknowledge, lCommand ) )
+    if ( !HasRegister( lArea ) )
     {
         return MakeInvalidAnswer();
     }
@@ -259,10 +267,10 @@ Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long lon
     GEV::ReadMemoryCommand lCommand;
     lCommand.InitCount( static_cast<unsigned int>( aSize ) );
     lCommand.InitAddress( static_cast<unsigned int>( aAddress ) ); // the field has 32 bits
-    unsigned char lArea[READ_ACKNOWLEDGE_SIZE] = {};
-    const GEV::ReadMemoryAcknowledge lAcknowledge( lArea, sizeof( lArea ) );
+    ReadArea lArea;
+    const GEV::ReadMemoryAcknowledge lAcknowledge( lArea.mBytes, sizeof( lArea.mBytes ) );
 
-    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), false );
+    Result lResult = SendCommand( &lCommand, lArea.mBytes, sizeof( lArea.mBytes ), false );
     if ( !lResult.IsOK() )
     {
         return lResult;
