@@ -95,8 +95,6 @@ public:
     Exchange( const Exchange& ) = delete;
     Exchange& operator=( const Exchange& ) = delete;
 
-    unsigned char* GetCommand() { return mCommand; }
-    unsigned char* GetAck() { return mAck; }
     DCI_COMMAND& GetRecord() { return mRecord; }
 
     // Builds a READMEM. KEEP: the field that carries the size takes its low 16 bits, the room for
@@ -539,8 +537,7 @@ Result BaseCommandLinkU3V::Transact( DCI_COMMAND& aRecord, Ack& aAck )
         return lResult;
     }
     const unsigned int lRoom = aRecord.mAckLength;
-    lResult = SendCommand( aRecord.mCommand, aRecord.mCommandLength, aRecord.mAck, lRoom,
-                           aRecord.mAckLength );
+    lResult = SendAtomicCommands( &aRecord, 1 );
     if ( !lResult.IsOK() )
     {
         return lResult;
