@@ -371,11 +371,13 @@ TEST( LinkOverLoopback, AWaitThatTheSystemRefusesEndsTheCommandWithItsError )
     const WdUtilsLib::Network::IpAddress lLoopback( 0x7F000001 );
     WdUtilsLib::Network::SocketUDP lSilent;
     WdUtilsLib::Network::SocketUDP lSocket;
+    SimpleCommandLinkGEV lLink( &lSocket );
+    unsigned int lValue = 77;
+    // A sanitizer that looks at the link for the first time opens a file.
+    EXPECT_EQ( lLink.ReadRegister( &lValue, CONTROL ).GetCode(), Result::NOT_CONNECTED );
     ASSERT_TRUE( lSilent.Open( &lLoopback ).IsOK() );
     ASSERT_TRUE( lSocket.Open( &lLoopback ).IsOK() );
     ASSERT_TRUE( lSocket.Connect( lLoopback, lSilent.GetLocalPort() ).IsOK() );
-    SimpleCommandLinkGEV lLink( &lSocket );
-    unsigned int lValue = 77;
     rlimit lLimit{};
     ASSERT_EQ( getrlimit( RLIMIT_NOFILE, &lLimit ), 0 );
     const rlimit lNothing{ 0, lLimit.rlim_max };

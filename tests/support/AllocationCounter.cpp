@@ -17,7 +17,6 @@ thread_local unsigned long long tLeftToFail = 0;
 
 } // namespace
 
-// The array and no-throw forms of the standard library come here too.
 void* operator new( std::size_t aSize )
 {
     ++tCount;
@@ -42,6 +41,40 @@ void operator delete( void* aMemory ) noexcept
 }
 
 void operator delete( void* aMemory, std::size_t ) noexcept
+{
+    operator delete( aMemory );
+}
+
+// The array and no-throw forms of the standard library come to the operators above by themselves,
+// those of a sanitizer do not.
+void* operator new[]( std::size_t aSize )
+{
+    return operator new( aSize );
+}
+
+void* operator new( std::size_t aSize, const std::nothrow_t& ) noexcept
+{
+    try
+    {
+        return operator new( aSize );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return nullptr;
+    }
+}
+
+void* operator new[]( std::size_t aSize, const std::nothrow_t& aNoThrow ) noexcept
+{
+    return operator new( aSize, aNoThrow );
+}
+
+void operator delete[]( void* aMemory ) noexcept
+{
+    operator delete( aMemory );
+}
+
+void operator delete[]( void* aMemory, std::size_t ) noexcept
 {
     operator delete( aMemory );
 }
