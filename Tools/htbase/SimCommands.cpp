@@ -1,7 +1,6 @@
 // The commands that play a device: sim gev, sim tftp.
 
 #include "Tools/htbase/Console.h"
-#include "Tools/htbase/DeviceServer.h"
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Host.h"
 #include "Tools/htbase/Program.h"
@@ -10,8 +9,9 @@
 #include "Tools/htbase/Text.h"
 #include "Tools/htbase/TftpStation.h"
 
-#include "Simulators/BootstrapGEV.h"
-#include "Simulators/VirtualDeviceGEV.h"
+#include "Simulators/GEV/BootstrapGEV.h"
+#include "Simulators/GEV/VirtualDeviceGEV.h"
+#include "Simulators/Servers/DeviceServer.h"
 
 #include <WdUtilsLib/GEV/CommandHeader.h>
 #include <WdUtilsLib/Network/EthernetAddress.h>
@@ -30,6 +30,7 @@ namespace HtBaseTool
 
 using QmUtilsLib::Result;
 using Simulators::ConfigurationGEV;
+using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::VirtualDeviceGEV;
 using Simulators::Capability::CHANNEL_SOURCE_PORT;

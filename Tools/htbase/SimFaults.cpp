@@ -9,6 +9,7 @@ namespace HtBaseTool
 {
 
 using QmUtilsLib::Result;
+using Simulators::DeviceServer;
 using Simulators::FaultPlan;
 using Json = nlohmann::ordered_json;
 

@@ -12,6 +12,7 @@ namespace HtBaseTool
 {
 
 using Simulators::Bytes;
+using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::VirtualTftpServer;
 using Json = nlohmann::ordered_json;

@@ -1,8 +1,8 @@
 // The virtual TFTP server on a UDP address, with a folder behind it.
 #pragma once
 
-#include "Simulators/VirtualTftpServer.h"
-#include "Tools/htbase/DeviceServer.h"
+#include "Simulators/Servers/DeviceServer.h"
+#include "Simulators/TFTP/VirtualTftpServer.h"
 #include "Tools/htbase/Host.h"
 #include "Tools/htbase/Program.h"
 
@@ -30,7 +30,7 @@ public:
     TftpStation& operator=( const TftpStation& ) = delete;
 
     // Throws a failure that says why it cannot serve there.
-    void Open( const DeviceServer::Options& aOptions );
+    void Open( const Simulators::DeviceServer::Options& aOptions );
     void Start() { mServer.Start(); }
     QmUtilsLib::Result Run() { return mServer.Run(); }
     void Stop() { mServer.Stop(); }
@@ -49,7 +49,7 @@ private:
     const std::optional<std::string> mDirectory;
     Simulators::VirtualTftpServer mCore;
     HostPort mOpened; // still known after Stop
-    DeviceServer mServer;
+    Simulators::DeviceServer mServer;
 };
 
 } // namespace HtBaseTool

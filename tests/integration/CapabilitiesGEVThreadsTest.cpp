@@ -20,8 +20,8 @@ namespace
 {
 
 using HtBaseLib::CapabilitiesGEV;
-using HtBaseTool::DeviceServer;
 using QmUtilsLib::Result;
+using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::Outgoing;
 using TestSupport::BeginningThreads;

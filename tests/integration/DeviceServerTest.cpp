@@ -1,6 +1,6 @@
 // The server that puts a device core on a UDP address.
 
-#include "Tools/htbase/DeviceServer.h"
+#include "Simulators/Servers/DeviceServer.h"
 
 #include <QmUtilsLib/Thread.h>
 
@@ -10,9 +10,9 @@
 #include <string>
 #include <thread>
 
-using HtBaseTool::DeviceServer;
 using QmUtilsLib::Result;
 using QmUtilsLib::Thread;
+using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::FaultPlan;
 using Simulators::Outgoing;

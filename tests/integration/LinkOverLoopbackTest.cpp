@@ -18,10 +18,10 @@ namespace
 {
 
 using HtBaseLib::SimpleCommandLinkGEV;
-using HtBaseTool::DeviceServer;
 using QmUtilsLib::Result;
 using Simulators::Bytes;
 using Simulators::ConfigurationGEV;
+using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::FaultPlan;
 using Simulators::Outgoing;

@@ -20,8 +20,8 @@
 namespace
 {
 
-using HtBaseTool::DeviceServer;
 using QmUtilsLib::Thread;
+using Simulators::DeviceServer;
 using Simulators::FaultPlan;
 using Simulators::VirtualTftpServer;
 using testing::AnyOf;

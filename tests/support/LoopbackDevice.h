@@ -1,8 +1,8 @@
 // A device on a loopback address, and a link to it whose patience the test chooses.
 #pragma once
 
-#include "Simulators/VirtualDeviceGEV.h"
-#include "Tools/htbase/DeviceServer.h"
+#include "Simulators/GEV/VirtualDeviceGEV.h"
+#include "Simulators/Servers/DeviceServer.h"
 
 #include <BaseCommandLinkGEV.h>
 #include <QmUtilsLib/Logger.h>
@@ -73,7 +73,7 @@ class LoopbackDevice
 {
 public:
     explicit LoopbackDevice( const Simulators::ConfigurationGEV& aConfiguration = {},
-                             HtBaseTool::DeviceServer::Options aOptions = {} )
+                             Simulators::DeviceServer::Options aOptions = {} )
         : mDevice( aConfiguration )
         , mServer(
               [this]( const Simulators::Endpoint& aFrom, const uint8_t* aData, size_t aSize,
@@ -100,7 +100,7 @@ public:
     int64_t mLeapMs = 0;
 
     Simulators::VirtualDeviceGEV mDevice; // look at it through mServer.Access while it serves
-    HtBaseTool::DeviceServer mServer;
+    Simulators::DeviceServer mServer;
 };
 
 // The virtual device where every host looks for one: on the port of the standard, and hearing
@@ -114,9 +114,9 @@ public:
     }
 
 private:
-    static HtBaseTool::DeviceServer::Options MakeOptions()
+    static Simulators::DeviceServer::Options MakeOptions()
     {
-        HtBaseTool::DeviceServer::Options lOptions;
+        Simulators::DeviceServer::Options lOptions;
         lOptions.mPort = WdUtilsLib::GEV::GVCP_PORT;
         lOptions.mHearBroadcasts = true;
         return lOptions;

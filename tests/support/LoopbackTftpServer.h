@@ -1,8 +1,8 @@
 // The virtual TFTP server on 127.0.0.1.
 #pragma once
 
-#include "Simulators/VirtualTftpServer.h"
-#include "Tools/htbase/DeviceServer.h"
+#include "Simulators/Servers/DeviceServer.h"
+#include "Simulators/TFTP/VirtualTftpServer.h"
 
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Network/IpAddress.h>
@@ -19,7 +19,7 @@ class LoopbackTftpServer
 public:
     static constexpr const char* ADDRESS = "127.0.0.1";
 
-    explicit LoopbackTftpServer( HtBaseTool::DeviceServer::Options aOptions = {} )
+    explicit LoopbackTftpServer( Simulators::DeviceServer::Options aOptions = {} )
         : mHost( [this]( const Simulators::Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData,
                          size_t aSize, int64_t aNow )
                  { return mServer.Receive( aFrom, aToPort, aData, aSize, aNow ); } )
@@ -53,7 +53,7 @@ public:
 
 private:
     Simulators::VirtualTftpServer mServer;
-    HtBaseTool::DeviceServer mHost;
+    Simulators::DeviceServer mHost;
     QmUtilsLib::Result mOpened;
 };
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Simulators/FaultPlan.h"
-#include "Simulators/VirtualTftpServer.h"
+#include "Simulators/TFTP/VirtualTftpServer.h"
 
 #include <WdUtilsLib/Scripted/Network.h>
 

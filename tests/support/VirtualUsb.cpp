@@ -1,6 +1,6 @@
 #include "tests/support/VirtualUsb.h"
 
-#include "Simulators/BootstrapU3V.h"
+#include "Simulators/U3V/BootstrapU3V.h"
 
 #include <sys/ioctl.h>
 

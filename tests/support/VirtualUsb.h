@@ -1,7 +1,7 @@
 // A USB bus of the test's own, with virtual USB3 Vision devices on it.
 #pragma once
 
-#include "Simulators/VirtualDeviceU3V.h"
+#include "Simulators/U3V/VirtualDeviceU3V.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "Simulators/VirtualDeviceU3V.h"
+#include "Simulators/U3V/VirtualDeviceU3V.h"
 
 #include <cstdint>
 #include <optional>

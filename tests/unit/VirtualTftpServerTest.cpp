@@ -1,6 +1,6 @@
 // The virtual TFTP server: what RFC 1350 makes a server do, and what goes wrong on request.
 
-#include "Simulators/VirtualTftpServer.h"
+#include "Simulators/TFTP/VirtualTftpServer.h"
 
 #include "Simulators/FaultPlan.h"
 #include "tests/support/TftpBytes.h"

@@ -170,7 +170,7 @@ TEST_F( Discover, AnswersThatAreNoneArePassedOver )
     lRates.mTruncate = 0.3;
     lRates.mCorrupt = 0.3;
     lRates.mStray = 0.5;
-    HtBaseTool::DeviceServer::Options lOptions;
+    Simulators::DeviceServer::Options lOptions;
     lOptions.mAnswerFaults = Simulators::FaultPlan( lRates, 3 );
     Serve( {}, lOptions );
     for ( int lTime = 0; lTime < 10; ++lTime )

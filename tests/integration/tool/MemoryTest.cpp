@@ -66,7 +66,7 @@ protected:
     {
         Simulators::FaultPlan::Rates lRates;
         lRates.mLoss = 0.2;
-        HtBaseTool::DeviceServer::Options lOptions;
+        Simulators::DeviceServer::Options lOptions;
         lOptions.mRequestFaults = Simulators::FaultPlan( lRates, aSeed );
         lOptions.mAnswerFaults = Simulators::FaultPlan( lRates, aSeed + 1 );
         Serve( {}, lOptions );

@@ -268,7 +268,7 @@ TEST_F( Monitor, ShowsCommandsThatWereRepeated )
 {
     Simulators::FaultPlan::Rates lRates;
     lRates.mLoss = 0.3;
-    HtBaseTool::DeviceServer::Options lOptions;
+    Simulators::DeviceServer::Options lOptions;
     lOptions.mAnswerFaults = Simulators::FaultPlan( lRates, 3 );
     Serve( {}, lOptions );
     WriteWord( REGISTER, 5 );

@@ -325,7 +325,7 @@ TEST_F( Registers, ABadNetworkIsSurvived )
     Simulators::FaultPlan::Rates lRates;
     lRates.mDuplicate = 0.3;
     lRates.mStray = 0.5;
-    HtBaseTool::DeviceServer::Options lOptions;
+    Simulators::DeviceServer::Options lOptions;
     lOptions.mRequestFaults = Simulators::FaultPlan( lRates, 5 );
     lRates.mTruncate = 0.2;
     lOptions.mAnswerFaults = Simulators::FaultPlan( lRates, 6 );

@@ -24,8 +24,8 @@ namespace TestSupport
 namespace
 {
 
-using HtBaseTool::DeviceServer;
 using Simulators::Bytes;
+using Simulators::DeviceServer;
 using Simulators::VirtualTftpServer;
 using Trouble = VirtualTftpServer::Trouble;
 

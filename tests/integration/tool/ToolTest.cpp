@@ -147,7 +147,7 @@ bool operator==( const SeenCommand& aA, const SeenCommand& aB )
 }
 
 void ToolTest::Serve( const ConfigurationGEV& aConfiguration,
-                      const HtBaseTool::DeviceServer::Options& aOptions )
+                      const Simulators::DeviceServer::Options& aOptions )
 {
     mDevice = std::make_unique<LoopbackDevice>( aConfiguration, aOptions );
 }

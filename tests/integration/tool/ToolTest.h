@@ -80,7 +80,7 @@ protected:
 
     // Serves a device of this configuration; otherwise the first use serves a plain one.
     void Serve( const Simulators::ConfigurationGEV& aConfiguration,
-                const HtBaseTool::DeviceServer::Options& aOptions = {} );
+                const Simulators::DeviceServer::Options& aOptions = {} );
     LoopbackDevice& GetDevice();
 
     // "127.0.0.1:40000".

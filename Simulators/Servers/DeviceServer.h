@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-namespace HtBaseTool
+namespace Simulators
 {
 
 // DeviceServer gives a device core, which knows bytes only, a UDP address and the time: each
@@ -36,16 +36,16 @@ class DeviceServer
 public:
     // Takes one datagram and returns what is to be sent because of it. aNowMs is monotonic, in
     // milliseconds; the calls never overlap.
-    using Core = std::function<std::vector<Simulators::Outgoing>(
-        const Simulators::Endpoint& aFrom, const uint8_t* aData, size_t aSize, int64_t aNowMs )>;
+    using Core = std::function<std::vector<Outgoing>( const Endpoint& aFrom, const uint8_t* aData,
+                                                      size_t aSize, int64_t aNowMs )>;
 
-    // The same for a device with further ports, see Simulators::Outgoing: aToPort is the number, of
+    // The same for a device with further ports, see Outgoing: aToPort is the number, of
     // the device's own choice, of the port that the datagram came to, 0 for the one it listens on.
     // The system chooses the real port, when the device first sends from it; all stay open until
     // Stop.
-    using PortCore = std::function<std::vector<Simulators::Outgoing>(
-        const Simulators::Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData, size_t aSize,
-        int64_t aNowMs )>;
+    using PortCore =
+        std::function<std::vector<Outgoing>( const Endpoint& aFrom, uint16_t aToPort,
+                                             const uint8_t* aData, size_t aSize, int64_t aNowMs )>;
 
     struct Options
     {
@@ -61,10 +61,8 @@ public:
         std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;
 
         // What becomes of the datagrams on their way in and on their way out.
-        Simulators::FaultPlan mRequestFaults =
-            Simulators::FaultPlan( Simulators::FaultPlan::Rates(), 0 );
-        Simulators::FaultPlan mAnswerFaults =
-            Simulators::FaultPlan( Simulators::FaultPlan::Rates(), 0 );
+        FaultPlan mRequestFaults = FaultPlan( FaultPlan::Rates(), 0 );
+        FaultPlan mAnswerFaults = FaultPlan( FaultPlan::Rates(), 0 );
     };
 
     struct Counters
@@ -113,18 +111,18 @@ public:
     QmUtilsLib::Mutex& GetMutex() { return mMutex; }
 
     // Replaces the fault plans; for datagrams from now on.
-    void SetFaults( const Simulators::FaultPlan& aRequests, const Simulators::FaultPlan& aAnswers );
+    void SetFaults( const FaultPlan& aRequests, const FaultPlan& aAnswers );
 
     Counters GetCounters() const;
-    Simulators::FaultPlan GetRequestFaults() const;
-    Simulators::FaultPlan GetAnswerFaults() const;
+    FaultPlan GetRequestFaults() const;
+    FaultPlan GetAnswerFaults() const;
 
 private:
     // A datagram that waits until it is due.
     struct Waiting
     {
         bool mIsRequest = false;
-        Simulators::Outgoing mDatagram; // of a request, who sent it and where it came to
+        Outgoing mDatagram; // of a request, who sent it and where it came to
     };
 
     // A socket and the number that the device knows its port by.
@@ -139,10 +137,10 @@ private:
     std::vector<Listener> GetListeners();
     unsigned int GetWait( int64_t aNowMs ) const;
     QmUtilsLib::Result ReceiveOne( const Listener& aListener );
-    void Queue( bool aIsRequest, std::vector<Simulators::Outgoing> aDatagrams, int64_t aNowMs );
+    void Queue( bool aIsRequest, std::vector<Outgoing> aDatagrams, int64_t aNowMs );
     void HandleDue( int64_t aNowMs );
-    void Deliver( const Simulators::Outgoing& aRequest, int64_t aNowMs );
-    void Send( const Simulators::Outgoing& aAnswer );
+    void Deliver( const Outgoing& aRequest, int64_t aNowMs );
+    void Send( const Outgoing& aAnswer );
     WdUtilsLib::Network::SocketUDP& GetSocket( uint16_t aPort );
 
     const PortCore mCore;
@@ -158,9 +156,9 @@ private:
     std::vector<uint8_t> mBuffer;
 
     mutable QmUtilsLib::Mutex mMutex;
-    Simulators::FaultPlan mRequestFaults QMUTILSLIB_GUARDED_BY( mMutex );
-    Simulators::FaultPlan mAnswerFaults QMUTILSLIB_GUARDED_BY( mMutex );
+    FaultPlan mRequestFaults QMUTILSLIB_GUARDED_BY( mMutex );
+    FaultPlan mAnswerFaults QMUTILSLIB_GUARDED_BY( mMutex );
     Counters mCounters QMUTILSLIB_GUARDED_BY( mMutex );
 };
 
-} // namespace HtBaseTool
+} // namespace Simulators

@@ -1,4 +1,4 @@
-#include "Simulators/VirtualTftpServer.h"
+#include "Simulators/TFTP/VirtualTftpServer.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,4 +1,4 @@
-#include "Simulators/BootstrapU3V.h"
+#include "Simulators/U3V/BootstrapU3V.h"
 
 #include "Simulators/Description.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Simulators/BootstrapU3V.h"
-#include "Simulators/ConfigurationU3V.h"
 #include "Simulators/LittleMemory.h"
+#include "Simulators/U3V/BootstrapU3V.h"
+#include "Simulators/U3V/ConfigurationU3V.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,17 +1,15 @@
-#include "Tools/htbase/DeviceServer.h"
+#include "Simulators/Servers/DeviceServer.h"
 
 #include <QmUtilsLib/Thread.h>
 
 #include <algorithm>
 
-namespace HtBaseTool
+namespace Simulators
 {
 
 using QmUtilsLib::LockScope;
 using QmUtilsLib::Result;
 using QmUtilsLib::Thread;
-using Simulators::FaultPlan;
-using Simulators::Outgoing;
 using WdUtilsLib::Network::IpAddress;
 using WdUtilsLib::Network::SocketUDP;
 
@@ -28,7 +26,7 @@ constexpr int64_t LONG_WAIT = 60000;
 
 DeviceServer::DeviceServer( Core aCore )
     : DeviceServer( PortCore(
-          [lCore = std::move( aCore )]( const Simulators::Endpoint& aFrom, uint16_t /*aToPort*/,
+          [lCore = std::move( aCore )]( const Endpoint& aFrom, uint16_t /*aToPort*/,
                                         const uint8_t* aData, size_t aSize, int64_t aNowMs )
           { return lCore( aFrom, aData, aSize, aNowMs ); } ) )
 {
@@ -274,4 +272,4 @@ SocketUDP& DeviceServer::GetSocket( uint16_t aPort )
     return *lSocket;
 }
 
-} // namespace HtBaseTool
+} // namespace Simulators

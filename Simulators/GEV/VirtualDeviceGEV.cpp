@@ -1,4 +1,4 @@
-#include "Simulators/VirtualDeviceGEV.h"
+#include "Simulators/GEV/VirtualDeviceGEV.h"
 
 #include <algorithm>
 #include <cinttypes>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Simulators/AddressSpace.h"
-#include "Simulators/BootstrapGEV.h"
-#include "Simulators/ConfigurationGEV.h"
 #include "Simulators/Datagram.h"
+#include "Simulators/GEV/BootstrapGEV.h"
+#include "Simulators/GEV/ConfigurationGEV.h"
 
 #include <cstddef>
 #include <cstdint>

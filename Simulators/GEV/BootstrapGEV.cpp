@@ -1,4 +1,4 @@
-#include "Simulators/BootstrapGEV.h"
+#include "Simulators/GEV/BootstrapGEV.h"
 
 #include "Simulators/Description.h"
 

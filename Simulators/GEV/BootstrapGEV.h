@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Simulators/AddressSpace.h"
-#include "Simulators/ConfigurationGEV.h"
+#include "Simulators/GEV/ConfigurationGEV.h"
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Simulators/ConfigurationU3V.h"
 #include "Simulators/LittleMemory.h"
+#include "Simulators/U3V/ConfigurationU3V.h"
 
 #include <cstddef>
 #include <cstdint>

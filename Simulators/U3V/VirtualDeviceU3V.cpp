@@ -1,4 +1,4 @@
-#include "Simulators/VirtualDeviceU3V.h"
+#include "Simulators/U3V/VirtualDeviceU3V.h"
 
 #include <algorithm>
 #include <utility>
