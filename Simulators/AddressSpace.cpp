@@ -6,117 +6,141 @@
 namespace Simulators
 {
 
-void AddressSpace::Map( uint32_t aBase, Bytes aBytes, Access aAccess )
+AddressSpace::AddressSpace( PacketBytes::ByteOrder aOrder )
+    : mOrder( aOrder )
 {
-    Region lRegion;
-    lRegion.mBase = aBase;
-    lRegion.mBytes = std::move( aBytes );
-    lRegion.mBytes.resize( ( lRegion.mBytes.size() + 3 ) / 4 * 4, 0 );
-    lRegion.mAccess.assign( lRegion.mBytes.size() / 4, aAccess );
-    mRegions.push_back( std::move( lRegion ) );
 }
 
-size_t AddressSpace::Find( uint64_t aAddress ) const
+void AddressSpace::Map( uint64_t aBase, Bytes aBytes, Access aAccess )
 {
-    if ( aAddress > UINT32_MAX )
+    const size_t lSize = aBytes.size();
+    mRegions.push_back( { aBase, std::move( aBytes ), std::vector<Access>( lSize, aAccess ) } );
+}
+
+std::optional<AddressSpace::Place> AddressSpace::Find( uint64_t aAddress, size_t aOffset ) const
+{
+    const uint64_t lAddress = aAddress + aOffset;
+    if ( lAddress < aAddress ) // it lies beyond the last address
     {
-        return NOT_FOUND;
+        return std::nullopt;
     }
-    for ( size_t i = 0; i < mRegions.size(); i++ )
+    for ( size_t i = 0; i < mRegions.size(); ++i )
     {
         const Region& lRegion = mRegions[i];
-        if ( ( aAddress >= lRegion.mBase ) && ( aAddress - lRegion.mBase < lRegion.mBytes.size() ) )
+        if ( lAddress >= lRegion.mBase && lAddress - lRegion.mBase < lRegion.mBytes.size() )
         {
-            return i;
+            return Place{ i, static_cast<size_t>( lAddress - lRegion.mBase ) };
         }
     }
-    return NOT_FOUND;
+    return std::nullopt;
 }
 
-void AddressSpace::SetAccess( uint32_t aAddress, uint32_t aSize, Access aAccess )
+void AddressSpace::SetAccess( uint64_t aAddress, size_t aSize, Access aAccess )
 {
-    const uint64_t lEnd = static_cast<uint64_t>( aAddress ) + aSize;
-    for ( uint64_t lAddress = aAddress & ~3u; lAddress < lEnd; lAddress += 4 )
+    for ( size_t i = 0; i < aSize; ++i )
     {
-        const size_t lIndex = Find( lAddress );
-        if ( lIndex != NOT_FOUND )
+        if ( const std::optional<Place> lPlace = Find( aAddress, i ) )
         {
-            Region& lRegion = mRegions[lIndex];
-            lRegion.mAccess[( lAddress - lRegion.mBase ) / 4] = aAccess;
+            mRegions[lPlace->mRegion].mAccess[lPlace->mIndex] = aAccess;
         }
     }
 }
 
-Access AddressSpace::GetAccess( uint64_t aAddress ) const
+Access AddressSpace::GetAccess( uint64_t aAddress, size_t aSize ) const
 {
-    const size_t lIndex = Find( aAddress );
-    if ( lIndex == NOT_FOUND )
+    Access lLeast = Access::READ_WRITE;
+    for ( size_t i = 0; i < aSize; ++i )
     {
-        return Access::NONE;
+        const std::optional<Place> lPlace = Find( aAddress, i );
+        if ( !lPlace )
+        {
+            return Access::NONE;
+        }
+        lLeast = std::min( lLeast, mRegions[lPlace->mRegion].mAccess[lPlace->mIndex] );
     }
-    const Region& lRegion = mRegions[lIndex];
-    return lRegion.mAccess[( aAddress - lRegion.mBase ) / 4];
+    return lLeast;
 }
 
-uint8_t AddressSpace::GetByte( uint64_t aAddress ) const
+Bytes AddressSpace::Read( uint64_t aAddress, size_t aSize ) const
 {
-    const size_t lIndex = Find( aAddress );
-    if ( lIndex == NOT_FOUND )
+    Bytes lBytes( aSize, 0 );
+    for ( size_t i = 0; i < aSize; ++i )
     {
-        return 0;
+        if ( const std::optional<Place> lPlace = Find( aAddress, i ) )
+        {
+            lBytes[i] = mRegions[lPlace->mRegion].mBytes[lPlace->mIndex];
+        }
     }
-    const Region& lRegion = mRegions[lIndex];
-    return lRegion.mBytes[aAddress - lRegion.mBase];
+    return lBytes;
 }
 
-uint32_t AddressSpace::GetWord( uint64_t aAddress ) const
+bool AddressSpace::Write( uint64_t aAddress, const Bytes& aBytes )
 {
-    uint32_t lValue = 0;
-    for ( uint64_t i = 0; i < 4; i++ )
+    bool lIsWhole = true;
+    for ( size_t i = 0; i < aBytes.size(); ++i )
     {
-        lValue = ( lValue << 8 ) | GetByte( aAddress + i );
+        const std::optional<Place> lPlace = Find( aAddress, i );
+        if ( lPlace )
+        {
+            mRegions[lPlace->mRegion].mBytes[lPlace->mIndex] = aBytes[i];
+        }
+        lIsWhole = lIsWhole && lPlace.has_value();
+    }
+    return lIsWhole;
+}
+
+uint64_t AddressSpace::GetNumber( uint64_t aAddress, size_t aSize ) const
+{
+    Bytes lBytes = Read( aAddress, aSize );
+    if ( mOrder == PacketBytes::ByteOrder::LITTLE )
+    {
+        std::reverse( lBytes.begin(), lBytes.end() );
+    }
+    uint64_t lValue = 0;
+    for ( const uint8_t lByte : lBytes )
+    {
+        lValue = lValue << 8 | lByte;
     }
     return lValue;
 }
 
-bool AddressSpace::SetByte( uint64_t aAddress, uint8_t aValue )
+void AddressSpace::SetNumber( uint64_t aAddress, uint64_t aValue, size_t aSize )
 {
-    const size_t lIndex = Find( aAddress );
-    if ( lIndex == NOT_FOUND )
+    Bytes lBytes;
+    for ( size_t i = 0; i < aSize; ++i )
     {
-        return false;
+        lBytes.push_back( static_cast<uint8_t>( aValue >> ( 8 * i ) & 0xFF ) );
     }
-    Region& lRegion = mRegions[lIndex];
-    lRegion.mBytes[aAddress - lRegion.mBase] = aValue;
-    return true;
+    if ( mOrder == PacketBytes::ByteOrder::BIG )
+    {
+        std::reverse( lBytes.begin(), lBytes.end() );
+    }
+    (void)Write( aAddress, lBytes ); // as far as it is there
 }
 
-bool AddressSpace::SetWord( uint64_t aAddress, uint32_t aValue )
+uint32_t AddressSpace::GetWord( uint64_t aAddress ) const
 {
-    bool lIsMapped = true;
-    for ( uint64_t i = 0; i < 4; i++ )
-    {
-        const uint8_t lByte = static_cast<uint8_t>( ( aValue >> ( 24 - 8 * i ) ) & 0xFF );
-        lIsMapped = SetByte( aAddress + i, lByte ) && lIsMapped;
-    }
-    return lIsMapped;
+    return static_cast<uint32_t>( GetNumber( aAddress, 4 ) );
 }
 
-void AddressSpace::SetText( uint32_t aAddress, uint32_t aSize, const std::string& aText )
+void AddressSpace::SetWord( uint64_t aAddress, uint32_t aValue )
 {
-    for ( uint32_t i = 0; i < aSize; i++ )
-    {
-        const char lCharacter = ( i < aText.size() ) ? aText[i] : '\0';
-        (void)SetByte( static_cast<uint64_t>( aAddress ) + i, static_cast<uint8_t>( lCharacter ) );
-    }
+    SetNumber( aAddress, aValue, 4 );
 }
 
-const Bytes& AddressSpace::GetRegion( uint32_t aBase ) const
+void AddressSpace::SetText( uint64_t aAddress, size_t aSize, const std::string& aText )
+{
+    Bytes lBytes( aSize, 0 );
+    std::copy_n( aText.begin(), std::min( aSize, aText.size() ), lBytes.begin() );
+    (void)Write( aAddress, lBytes ); // as far as it is there
+}
+
+const Bytes& AddressSpace::GetRegion( uint64_t aBase ) const
 {
     const auto lFound =
         std::find_if( mRegions.begin(), mRegions.end(),
-                      [&]( const Region& aRegion ) { return aRegion.mBase == aBase; } );
-    return ( lFound == mRegions.end() ) ? mEmpty : lFound->mBytes;
+                      [aBase]( const Region& aRegion ) { return aRegion.mBase == aBase; } );
+    return lFound == mRegions.end() ? mEmpty : lFound->mBytes;
 }
 
 } // namespace Simulators

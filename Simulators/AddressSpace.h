@@ -2,69 +2,86 @@
 
 #include "Simulators/Datagram.h"
 
+#include <PacketBytes/ByteOrder.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace Simulators
 {
 
-// What may be done with the four bytes of a word.
+// What may be done with a byte of an address space, the least first.
 enum class Access : uint8_t
 {
-    NONE,     // not there
-    RESERVED, // no register, but reads as 0 within a longer span
+    NONE,     // it is not there
+    RESERVED, // it is not part of a register, but reads as 0 within a longer span
     READ_ONLY,
     READ_WRITE,
 };
 
-// The 32-bit address space of a device: regions of bytes, and what may be done with each word.
-// Words are big-endian. Nothing here enforces the access, it is kept for the one who does. Any
-// address may be asked about; none is undefined. Not safe for several threads at once.
+// AddressSpace holds the registers and the memory of a device: regions of bytes at 64-bit
+// addresses, and what may be done with each byte. All numbers have one byte order.
+//
+// Nothing here enforces the access; the device does. Any span may be asked about, also one that
+// reaches beyond the last address: what is not there reads as 0 and is never written. Not safe for
+// several threads at once.
 class AddressSpace
 {
 public:
-    // Adds a region. aBase is a multiple of 4; the bytes are filled up to a multiple of 4 with 0.
-    // An earlier region hides a later one, and what would lie beyond 0xFFFFFFFF is unreachable.
-    void Map( uint32_t aBase, Bytes aBytes, Access aAccess );
+    explicit AddressSpace( PacketBytes::ByteOrder aOrder );
 
-    // Changes the access of all words that lie wholly or in part in the span; those that no region
-    // holds stay NONE.
-    void SetAccess( uint32_t aAddress, uint32_t aSize, Access aAccess );
+    // Adds a region. Where two regions overlap, the earlier one hides the later one.
+    void Map( uint64_t aBase, Bytes aBytes, Access aAccess );
 
-    // The access of the word that holds the byte. Takes 64 bits, so that a sum cannot wrap.
-    Access GetAccess( uint64_t aAddress ) const;
+    // Changes the access of the span's bytes. Those that no region holds stay NONE.
+    void SetAccess( uint64_t aAddress, size_t aSize, Access aAccess );
 
-    // 0 where nothing is mapped.
-    uint8_t GetByte( uint64_t aAddress ) const;
+    // The least access of all bytes of the span; READ_WRITE for an empty one.
+    Access GetAccess( uint64_t aAddress, size_t aSize ) const;
+
+    // The bytes of the span, as many as asked for.
+    Bytes Read( uint64_t aAddress, size_t aSize ) const;
+
+    // Writes the bytes, whatever their access. False where some of them are not there; the others
+    // are written all the same.
+    bool Write( uint64_t aAddress, const Bytes& aBytes );
+
+    // A number of 1 to 8 bytes, and one of 4. Of a value that is too large the low bytes are
+    // written; what is not there is left out.
+    uint64_t GetNumber( uint64_t aAddress, size_t aSize ) const;
+    void SetNumber( uint64_t aAddress, uint64_t aValue, size_t aSize );
     uint32_t GetWord( uint64_t aAddress ) const;
-
-    // Writes whatever the access says; returns false where nothing is mapped, and then the bytes
-    // that are mapped have been written.
-    bool SetByte( uint64_t aAddress, uint8_t aValue );
-    bool SetWord( uint64_t aAddress, uint32_t aValue );
+    void SetWord( uint64_t aAddress, uint32_t aValue );
 
     // Writes the text, cut to aSize bytes, and zeros behind it up to aSize.
-    void SetText( uint32_t aAddress, uint32_t aSize, const std::string& aText );
+    void SetText( uint64_t aAddress, size_t aSize, const std::string& aText );
 
     // The bytes of the region that begins at aBase; empty if there is none. Valid until the next
     // Map.
-    const Bytes& GetRegion( uint32_t aBase ) const;
+    const Bytes& GetRegion( uint64_t aBase ) const;
 
 private:
     struct Region
     {
         uint64_t mBase = 0;
         Bytes mBytes;
-        std::vector<Access> mAccess; // one per word
+        std::vector<Access> mAccess; // one per byte
     };
 
-    static constexpr size_t NOT_FOUND = static_cast<size_t>( -1 );
+    // A byte of a region.
+    struct Place
+    {
+        size_t mRegion = 0;
+        size_t mIndex = 0;
+    };
 
-    // The index of the first region that holds the byte, or NOT_FOUND.
-    size_t Find( uint64_t aAddress ) const;
+    // The byte that lies aOffset behind aAddress; empty where it is not there.
+    std::optional<Place> Find( uint64_t aAddress, size_t aOffset ) const;
 
+    PacketBytes::ByteOrder mOrder;
     std::vector<Region> mRegions;
     Bytes mEmpty;
 };

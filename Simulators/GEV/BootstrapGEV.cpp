@@ -17,19 +17,19 @@ constexpr uint32_t URL_SIZE = 512;
 constexpr uint32_t LINK_SPEED_MBPS = 1000;
 
 // A register with its value.
-void Set( AddressSpace* aSpace, uint32_t aAddress, uint32_t aValue, Access aAccess )
+void Set( AddressSpace& aSpace, uint32_t aAddress, uint32_t aValue, Access aAccess )
 {
-    (void)aSpace->SetWord( aAddress, aValue );
-    aSpace->SetAccess( aAddress, 4, aAccess );
+    aSpace.SetWord( aAddress, aValue );
+    aSpace.SetAccess( aAddress, 4, aAccess );
 }
 
-void SetText( AddressSpace* aSpace, uint32_t aAddress, uint32_t aSize, const std::string& aText )
+void SetText( AddressSpace& aSpace, uint32_t aAddress, uint32_t aSize, const std::string& aText )
 {
-    aSpace->SetText( aAddress, aSize, aText );
-    aSpace->SetAccess( aAddress, aSize, Access::READ_ONLY );
+    aSpace.SetText( aAddress, aSize, aText );
+    aSpace.SetAccess( aAddress, aSize, Access::READ_ONLY );
 }
 
-void AddIdentity( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
+void AddIdentity( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
 {
     const auto& lMac = aConfiguration.mMacAddress;
     const uint32_t lMacHigh = ( static_cast<uint32_t>( lMac[0] ) << 8 ) | lMac[1];
@@ -50,11 +50,11 @@ void AddIdentity( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
     SetText( aSpace, Register::USER_NAME, 16, aConfiguration.mUserName );
     if ( ( GetGvcpCapability( aConfiguration ) & Capability::GVCP_USER_DEFINED_NAME ) != 0 )
     {
-        aSpace->SetAccess( Register::USER_NAME, 16, Access::READ_WRITE );
+        aSpace.SetAccess( Register::USER_NAME, 16, Access::READ_WRITE );
     }
 }
 
-void AddNetwork( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
+void AddNetwork( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
 {
     // Bits of both words: 4 link-local address, 2 DHCP, 1 persistent address.
     Set( aSpace, Register::IP_CONFIGURATION_SUPPORTED, 0x00000007, Access::READ_ONLY );
@@ -68,7 +68,7 @@ void AddNetwork( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
     Set( aSpace, Register::PERSISTENT_GATEWAY, 0, Access::READ_WRITE );
 }
 
-void AddUrls( AddressSpace* aSpace, size_t aDescriptionSize )
+void AddUrls( AddressSpace& aSpace, size_t aDescriptionSize )
 {
     char lUrl[64];
     std::snprintf( lUrl, sizeof( lUrl ), "Local:virtual_device_gev.xml;%X;%zX",
@@ -77,7 +77,7 @@ void AddUrls( AddressSpace* aSpace, size_t aDescriptionSize )
     SetText( aSpace, Register::SECOND_URL, URL_SIZE, "" );
 }
 
-void AddControl( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
+void AddControl( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
 {
     Set( aSpace, Register::MESSAGE_CHANNELS, aConfiguration.mMessageChannels, Access::READ_ONLY );
     Set( aSpace, Register::STREAM_CHANNELS, aConfiguration.mStreamChannels, Access::READ_ONLY );
@@ -99,7 +99,7 @@ void AddControl( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
 }
 
 // What 1.0 did not have.
-void AddLaterRegisters( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
+void AddLaterRegisters( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
 {
     if ( !HasVersion( aConfiguration, 1, 1 ) )
     {
@@ -136,7 +136,7 @@ bool HasSourcePort( const ConfigurationGEV& aConfiguration, uint32_t aCapability
            ( ( aCapability & Capability::CHANNEL_SOURCE_PORT ) != 0 );
 }
 
-void AddMessageChannel( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration )
+void AddMessageChannel( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
 {
     if ( aConfiguration.mMessageChannels == 0 )
     {
@@ -153,7 +153,7 @@ void AddMessageChannel( AddressSpace* aSpace, const ConfigurationGEV& aConfigura
     }
 }
 
-void AddStreamChannel( AddressSpace* aSpace, const ConfigurationGEV& aConfiguration,
+void AddStreamChannel( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration,
                        uint32_t aChannel )
 {
     const uint32_t lOffset = Register::STREAM_STRIDE * aChannel;
@@ -168,9 +168,17 @@ void AddStreamChannel( AddressSpace* aSpace, const ConfigurationGEV& aConfigurat
     }
 }
 
-void AddManufacturersRegisters( AddressSpace* aSpace )
+// Whole words, and no further than GVCP's addresses of 32 bits reach.
+size_t GetMemorySize( const ConfigurationGEV& aConfiguration )
 {
-    aSpace->SetAccess( Register::SCRATCH, Register::SCRATCH_COUNT * 4, Access::READ_WRITE );
+    const uint64_t lReach = ( uint64_t{ 1 } << 32 ) - aConfiguration.mMemoryBase;
+    const uint64_t lSize = ( uint64_t{ aConfiguration.mMemorySize } + 3 ) / 4 * 4;
+    return static_cast<size_t>( std::min( lSize, lReach ) );
+}
+
+void AddManufacturersRegisters( AddressSpace& aSpace )
+{
+    aSpace.SetAccess( Register::SCRATCH, Register::SCRATCH_COUNT * 4, Access::READ_WRITE );
     Set( aSpace, Register::READ_ONLY_WORD, Register::READ_ONLY_VALUE, Access::READ_ONLY );
     Set( aSpace, Register::BUSY_WORD, 0, Access::READ_WRITE );
     Set( aSpace, Register::BUSY_COUNT, 0, Access::READ_WRITE );
@@ -246,24 +254,24 @@ AddressSpace MakeAddressSpaceGEV( const ConfigurationGEV& aConfiguration )
     const uint32_t lStreamChannels =
         std::min( aConfiguration.mStreamChannels, STREAM_CHANNELS_MAX );
     const std::string lDescription = GetDescriptionGEV();
-    AddressSpace lSpace;
+    AddressSpace lSpace( PacketBytes::ByteOrder::BIG );
     lSpace.Map( 0, Bytes( Register::STREAM_PORT + Register::STREAM_STRIDE * lStreamChannels ),
                 Access::RESERVED );
     lSpace.Map( Register::SCRATCH, Bytes( MANUFACTURER_SIZE ), Access::RESERVED );
     lSpace.Map( Register::DESCRIPTION, Bytes( lDescription.begin(), lDescription.end() ),
                 Access::READ_ONLY );
-    AddIdentity( &lSpace, aConfiguration );
-    AddNetwork( &lSpace, aConfiguration );
-    AddUrls( &lSpace, lDescription.size() );
-    AddControl( &lSpace, aConfiguration );
-    AddLaterRegisters( &lSpace, aConfiguration );
-    AddMessageChannel( &lSpace, aConfiguration );
+    AddIdentity( lSpace, aConfiguration );
+    AddNetwork( lSpace, aConfiguration );
+    AddUrls( lSpace, lDescription.size() );
+    AddControl( lSpace, aConfiguration );
+    AddLaterRegisters( lSpace, aConfiguration );
+    AddMessageChannel( lSpace, aConfiguration );
     for ( uint32_t i = 0; i < lStreamChannels; i++ )
     {
-        AddStreamChannel( &lSpace, aConfiguration, i );
+        AddStreamChannel( lSpace, aConfiguration, i );
     }
-    AddManufacturersRegisters( &lSpace );
-    lSpace.Map( aConfiguration.mMemoryBase, Bytes( aConfiguration.mMemorySize ),
+    AddManufacturersRegisters( lSpace );
+    lSpace.Map( aConfiguration.mMemoryBase, Bytes( GetMemorySize( aConfiguration ) ),
                 Access::READ_WRITE );
     return lSpace;
 }

@@ -89,7 +89,7 @@ struct ConfigurationGEV
     std::string mUserName;                                    // 16, writable
 
     // The memory that hosts read and write; its size is rounded up to a multiple of 4. Where it
-    // overlaps other parts of the address map, those win.
+    // overlaps other parts of the address map, those win. What lies beyond 0xFFFFFFFF is cut off.
     uint32_t mMemoryBase = 0x00100000;
     uint32_t mMemorySize = 0x00100000; // 1 MiB
 

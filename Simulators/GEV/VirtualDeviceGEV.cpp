@@ -311,7 +311,7 @@ VirtualDeviceGEV::Reply VirtualDeviceGEV::ReadMemory( const Parsed& aParsed )
     Put32( &lReply.mPayload, lAddress );
     for ( uint32_t i = 0; i < lCount; i++ )
     {
-        lReply.mPayload.push_back( mSpace.GetByte( static_cast<uint64_t>( lAddress ) + i ) );
+        lReply.mPayload.push_back( mSpace.Read( static_cast<uint64_t>( lAddress ) + i, 1 )[0] );
     }
     return lReply;
 }
@@ -378,7 +378,7 @@ uint16_t VirtualDeviceGEV::CheckReadWord( const Parsed& aParsed, uint64_t aAddre
     {
         return Status::ACCESS_DENIED;
     }
-    const Access lWeaker = std::min( mSpace.GetAccess( aAddress ), mSpace.GetAccess( lEnd ) );
+    const Access lWeaker = std::min( mSpace.GetAccess( aAddress, 1 ), mSpace.GetAccess( lEnd, 1 ) );
     const bool lIsRegister = aParsed.mCommand == Command::READREG;
     if ( ( lWeaker == Access::NONE ) || ( ( lWeaker == Access::RESERVED ) && lIsRegister ) )
     {
@@ -404,7 +404,7 @@ uint16_t VirtualDeviceGEV::WriteOne( const Parsed& aParsed, uint64_t aAddress, c
     {
         return Status::ACCESS_DENIED;
     }
-    const Access lWeaker = std::min( mSpace.GetAccess( aAddress ), mSpace.GetAccess( lEnd ) );
+    const Access lWeaker = std::min( mSpace.GetAccess( aAddress, 1 ), mSpace.GetAccess( lEnd, 1 ) );
     if ( ( lWeaker == Access::NONE ) || ( lWeaker == Access::RESERVED ) )
     {
         return Status::INVALID_ADDRESS;
@@ -431,7 +431,7 @@ void VirtualDeviceGEV::StoreBytes( const Parsed& aParsed, uint64_t aAddress, con
         for ( uint64_t i = lWord; i < lWord + 4; i++ )
         {
             const bool lIsNew = ( i >= aAddress ) && ( i < lEnd );
-            lValue.push_back( lIsNew ? Get8( aData, i - aAddress ) : mSpace.GetByte( i ) );
+            lValue.push_back( lIsNew ? Get8( aData, i - aAddress ) : mSpace.Read( i, 1 )[0] );
         }
         Store( aParsed, lWord, Get32( lValue, 0 ) );
     }
@@ -449,10 +449,10 @@ void VirtualDeviceGEV::Store( const Parsed& aParsed, uint64_t aAddress, uint32_t
         ControlTimestamp( aValue, aParsed.mNowMs );
         return;
     case Register::HEARTBEAT_TIMEOUT:
-        (void)mSpace.SetWord( aAddress, std::max( aValue, HEARTBEAT_MIN_MS ) );
+        mSpace.SetWord( aAddress, std::max( aValue, HEARTBEAT_MIN_MS ) );
         return;
     default:
-        (void)mSpace.SetWord( aAddress, aValue );
+        mSpace.SetWord( aAddress, aValue );
         return;
     }
 }
@@ -490,7 +490,7 @@ bool VirtualDeviceGEV::IsBusy( uint64_t aFirst, uint64_t aLast )
     {
         return false;
     }
-    (void)mSpace.SetWord( Register::BUSY_COUNT, lCount - 1 );
+    mSpace.SetWord( Register::BUSY_COUNT, lCount - 1 );
     return true;
 }
 
@@ -520,11 +520,11 @@ void VirtualDeviceGEV::SetPrivilege( const Parsed& aParsed, uint32_t aValue )
     }
     mHolder = aParsed.mFrom;
     mHolderSeenMs = aParsed.mNowMs;
-    (void)mSpace.SetWord( Register::CONTROL_PRIVILEGE, aValue & PRIVILEGE_BITS );
-    if ( mSpace.GetAccess( Register::CONTROL_OWNER_PORT ) == Access::READ_ONLY )
+    mSpace.SetWord( Register::CONTROL_PRIVILEGE, aValue & PRIVILEGE_BITS );
+    if ( mSpace.GetAccess( Register::CONTROL_OWNER_PORT, 1 ) == Access::READ_ONLY )
     {
-        (void)mSpace.SetWord( Register::CONTROL_OWNER_PORT, mHolder->mPort );
-        (void)mSpace.SetWord( Register::CONTROL_OWNER_ADDRESS, mHolder->mAddress );
+        mSpace.SetWord( Register::CONTROL_OWNER_PORT, mHolder->mPort );
+        mSpace.SetWord( Register::CONTROL_OWNER_ADDRESS, mHolder->mAddress );
     }
 }
 
@@ -532,14 +532,14 @@ void VirtualDeviceGEV::FreeControl()
 {
     mHolder.reset();
     // These words are 0 also where they are no registers.
-    (void)mSpace.SetWord( Register::CONTROL_PRIVILEGE, 0 );
-    (void)mSpace.SetWord( Register::CONTROL_OWNER_PORT, 0 );
-    (void)mSpace.SetWord( Register::CONTROL_OWNER_ADDRESS, 0 );
-    (void)mSpace.SetWord( Register::MESSAGE_PORT, 0 );
+    mSpace.SetWord( Register::CONTROL_PRIVILEGE, 0 );
+    mSpace.SetWord( Register::CONTROL_OWNER_PORT, 0 );
+    mSpace.SetWord( Register::CONTROL_OWNER_ADDRESS, 0 );
+    mSpace.SetWord( Register::MESSAGE_PORT, 0 );
     const uint32_t lChannels = std::min( mConfiguration.mStreamChannels, STREAM_CHANNELS_MAX );
     for ( uint32_t i = 0; i < lChannels; i++ )
     {
-        (void)mSpace.SetWord( Register::STREAM_PORT + Register::STREAM_STRIDE * i, 0 );
+        mSpace.SetWord( Register::STREAM_PORT + Register::STREAM_STRIDE * i, 0 );
     }
 }
 
@@ -563,9 +563,8 @@ void VirtualDeviceGEV::ControlTimestamp( uint32_t aValue, int64_t aNowMs )
         const uint64_t lFrequency = mConfiguration.mTickFrequency;
         const uint64_t lTicks = lMs / 1000 * lFrequency + lMs % 1000 * ( lFrequency / 1000 ) +
                                 lMs % 1000 * ( lFrequency % 1000 ) / 1000;
-        (void)mSpace.SetWord( Register::TIMESTAMP_HIGH, static_cast<uint32_t>( lTicks >> 32 ) );
-        (void)mSpace.SetWord( Register::TIMESTAMP_LOW,
-                              static_cast<uint32_t>( lTicks & UINT32_MAX ) );
+        mSpace.SetWord( Register::TIMESTAMP_HIGH, static_cast<uint32_t>( lTicks >> 32 ) );
+        mSpace.SetWord( Register::TIMESTAMP_LOW, static_cast<uint32_t>( lTicks & UINT32_MAX ) );
     }
     if ( ( aValue & 1 ) != 0 )
     {
@@ -736,6 +735,12 @@ void VirtualDeviceGEV::Refuse( uint16_t aCommand, uint32_t aAddress, uint16_t aS
         return;
     }
     mRefusals[lKey] = aStatus;
+}
+
+bool VirtualDeviceGEV::WriteWord( uint32_t aAddress, uint32_t aValue )
+{
+    mSpace.SetWord( aAddress, aValue );
+    return mSpace.GetAccess( aAddress, 4 ) != Access::NONE;
 }
 
 void VirtualDeviceGEV::SetSilent( uint32_t aAddress, bool aIsSilent )

@@ -110,10 +110,7 @@ public:
     // Looks at and changes the device from behind, past all access rules and effects. A word that
     // is not there reads as 0; WriteWord then returns false.
     uint32_t ReadWord( uint32_t aAddress ) const { return mSpace.GetWord( aAddress ); }
-    bool WriteWord( uint32_t aAddress, uint32_t aValue )
-    {
-        return mSpace.SetWord( aAddress, aValue );
-    }
+    bool WriteWord( uint32_t aAddress, uint32_t aValue );
 
     // The memory at Configuration::mMemoryBase.
     const Bytes& GetMemory() const { return mSpace.GetRegion( mConfiguration.mMemoryBase ); }

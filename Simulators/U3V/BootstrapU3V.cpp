@@ -1,6 +1,7 @@
 #include "Simulators/U3V/BootstrapU3V.h"
 
 #include "Simulators/Description.h"
+#include "Simulators/LittleEndian.h"
 
 #include <algorithm>
 #include <array>
@@ -12,29 +13,29 @@ namespace Simulators
 namespace
 {
 
-void MapAbrm( LittleMemory* aMemory, const ConfigurationU3V& aConfiguration )
+void MapAbrm( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
 {
     using namespace RegisterU3V;
-    aMemory->Map( 0, Bytes( ABRM_SIZE, 0 ), false );
-    aMemory->SetNumber( GENCP_VERSION, aConfiguration.mGenCPVersion, 4 );
-    aMemory->SetText( MANUFACTURER_NAME, TEXT_SIZE, aConfiguration.mManufacturerName );
-    aMemory->SetText( MODEL_NAME, TEXT_SIZE, aConfiguration.mModelName );
-    aMemory->SetText( FAMILY_NAME, TEXT_SIZE, aConfiguration.mFamilyName );
-    aMemory->SetText( DEVICE_VERSION, TEXT_SIZE, aConfiguration.mDeviceVersion );
-    aMemory->SetText( MANUFACTURER_INFO, TEXT_SIZE, aConfiguration.mManufacturerInfo );
-    aMemory->SetText( SERIAL_NUMBER, TEXT_SIZE, aConfiguration.mSerialNumber );
-    aMemory->SetText( USER_NAME, TEXT_SIZE, aConfiguration.mUserName );
-    aMemory->SetNumber( DEVICE_CAPABILITY, aConfiguration.mDeviceCapability, 8 );
-    aMemory->SetNumber( MAX_RESPONSE_TIME, aConfiguration.mMaxResponseTimeMs, 4 );
-    aMemory->SetNumber( MANIFEST_TABLE_ADDRESS, MANIFEST, 8 );
-    aMemory->SetNumber( SBRM_ADDRESS, SBRM, 8 );
-    aMemory->SetNumber( TIMESTAMP_INCREMENT, aConfiguration.mTimestampIncrement, 8 );
-    aMemory->SetNumber( PROTOCOL_ENDIANESS, 0xFFFFFFFF, 4 ); // little
-    aMemory->SetNumber( IMPLEMENTATION_ENDIANESS, 0xFFFFFFFF, 4 );
-    aMemory->Allow( USER_NAME, TEXT_SIZE );
-    aMemory->Allow( DEVICE_CONFIGURATION, 16 ); // and the two words behind it
-    aMemory->Allow( TIMESTAMP_LATCH, 4 );
-    aMemory->Allow( RegisterU3V::ACCESS_PRIVILEGE, 4 );
+    aSpace.Map( 0, Bytes( ABRM_SIZE, 0 ), Access::READ_ONLY );
+    aSpace.SetNumber( GENCP_VERSION, aConfiguration.mGenCPVersion, 4 );
+    aSpace.SetText( MANUFACTURER_NAME, TEXT_SIZE, aConfiguration.mManufacturerName );
+    aSpace.SetText( MODEL_NAME, TEXT_SIZE, aConfiguration.mModelName );
+    aSpace.SetText( FAMILY_NAME, TEXT_SIZE, aConfiguration.mFamilyName );
+    aSpace.SetText( DEVICE_VERSION, TEXT_SIZE, aConfiguration.mDeviceVersion );
+    aSpace.SetText( MANUFACTURER_INFO, TEXT_SIZE, aConfiguration.mManufacturerInfo );
+    aSpace.SetText( SERIAL_NUMBER, TEXT_SIZE, aConfiguration.mSerialNumber );
+    aSpace.SetText( USER_NAME, TEXT_SIZE, aConfiguration.mUserName );
+    aSpace.SetNumber( DEVICE_CAPABILITY, aConfiguration.mDeviceCapability, 8 );
+    aSpace.SetNumber( MAX_RESPONSE_TIME, aConfiguration.mMaxResponseTimeMs, 4 );
+    aSpace.SetNumber( MANIFEST_TABLE_ADDRESS, MANIFEST, 8 );
+    aSpace.SetNumber( SBRM_ADDRESS, SBRM, 8 );
+    aSpace.SetNumber( TIMESTAMP_INCREMENT, aConfiguration.mTimestampIncrement, 8 );
+    aSpace.SetNumber( PROTOCOL_ENDIANESS, 0xFFFFFFFF, 4 ); // little
+    aSpace.SetNumber( IMPLEMENTATION_ENDIANESS, 0xFFFFFFFF, 4 );
+    aSpace.SetAccess( USER_NAME, TEXT_SIZE, Access::READ_WRITE );
+    aSpace.SetAccess( DEVICE_CONFIGURATION, 16, Access::READ_WRITE ); // and the two words behind it
+    aSpace.SetAccess( TIMESTAMP_LATCH, 4, Access::READ_WRITE );
+    aSpace.SetAccess( RegisterU3V::ACCESS_PRIVILEGE, 4, Access::READ_WRITE );
 }
 
 bool HasEvents( const ConfigurationU3V& aConfiguration )
@@ -42,31 +43,31 @@ bool HasEvents( const ConfigurationU3V& aConfiguration )
     return ( aConfiguration.mDeviceCapability & CapabilityU3V::MESSAGE_CHANNEL ) != 0;
 }
 
-void MapSbrm( LittleMemory* aMemory, const ConfigurationU3V& aConfiguration )
+void MapSbrm( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
 {
     using namespace RegisterU3V;
     constexpr uint32_t SUPER_SPEED = 0x08;
-    aMemory->Map( SBRM, Bytes( SBRM_SIZE, 0 ), false );
-    aMemory->SetNumber( U3V_VERSION, aConfiguration.mU3VVersion, 4 );
-    aMemory->SetNumber( U3VCP_CAPABILITY, aConfiguration.mU3VCapability, 8 );
-    aMemory->SetNumber( MAX_COMMAND_TRANSFER, aConfiguration.mMaxCommandTransferLength, 4 );
-    aMemory->SetNumber( MAX_ACK_TRANSFER, aConfiguration.mMaxAckTransferLength, 4 );
-    aMemory->SetNumber( STREAM_CHANNELS, aConfiguration.mStreamChannels, 4 );
-    aMemory->SetNumber( CURRENT_SPEED, SUPER_SPEED, 4 );
-    aMemory->Allow( U3VCP_CONFIGURATION, 8 );
+    aSpace.Map( SBRM, Bytes( SBRM_SIZE, 0 ), Access::READ_ONLY );
+    aSpace.SetNumber( U3V_VERSION, aConfiguration.mU3VVersion, 4 );
+    aSpace.SetNumber( U3VCP_CAPABILITY, aConfiguration.mU3VCapability, 8 );
+    aSpace.SetNumber( MAX_COMMAND_TRANSFER, aConfiguration.mMaxCommandTransferLength, 4 );
+    aSpace.SetNumber( MAX_ACK_TRANSFER, aConfiguration.mMaxAckTransferLength, 4 );
+    aSpace.SetNumber( STREAM_CHANNELS, aConfiguration.mStreamChannels, 4 );
+    aSpace.SetNumber( CURRENT_SPEED, SUPER_SPEED, 4 );
+    aSpace.SetAccess( U3VCP_CONFIGURATION, 8, Access::READ_WRITE );
     if ( aConfiguration.mStreamChannels != 0 )
     {
-        aMemory->SetNumber( SIRM_ADDRESS, SIRM, 8 );
-        aMemory->SetNumber( SIRM_LENGTH, SIRM_SIZE, 4 );
+        aSpace.SetNumber( SIRM_ADDRESS, SIRM, 8 );
+        aSpace.SetNumber( SIRM_LENGTH, SIRM_SIZE, 4 );
     }
     if ( HasEvents( aConfiguration ) )
     {
-        aMemory->SetNumber( EIRM_ADDRESS, EIRM, 8 );
-        aMemory->SetNumber( EIRM_LENGTH, EIRM_SIZE, 4 );
+        aSpace.SetNumber( EIRM_ADDRESS, EIRM, 8 );
+        aSpace.SetNumber( EIRM_LENGTH, EIRM_SIZE, 4 );
     }
 }
 
-void MapChannels( LittleMemory* aMemory, const ConfigurationU3V& aConfiguration )
+void MapChannels( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
 {
     using namespace RegisterU3V;
     constexpr size_t CONTROL_OFFSET = 0x04;
@@ -74,21 +75,22 @@ void MapChannels( LittleMemory* aMemory, const ConfigurationU3V& aConfiguration 
     constexpr size_t MAX_LEADER_OFFSET = 0x18;
     constexpr uint32_t CHANNELS_MAX = 64; // that fit in front of the EIRM with much room to spare
     const uint32_t lChannels = std::min( aConfiguration.mStreamChannels, CHANNELS_MAX );
-    aMemory->Map( SIRM, Bytes( lChannels * SIRM_SIZE, 0 ), false );
+    aSpace.Map( SIRM, Bytes( lChannels * SIRM_SIZE, 0 ), Access::READ_ONLY );
     for ( uint32_t i = 0; i < lChannels; i++ )
     {
         const uint64_t lBase = SIRM + i * SIRM_SIZE;
-        aMemory->SetNumber( lBase + PAYLOAD_SIZE_OFFSET, 640 * 480, 8 );
-        aMemory->Allow( lBase + CONTROL_OFFSET, 4 );
-        aMemory->Allow( lBase + MAX_LEADER_OFFSET, SIRM_SIZE - MAX_LEADER_OFFSET );
+        aSpace.SetNumber( lBase + PAYLOAD_SIZE_OFFSET, 640 * 480, 8 );
+        aSpace.SetAccess( lBase + CONTROL_OFFSET, 4, Access::READ_WRITE );
+        aSpace.SetAccess( lBase + MAX_LEADER_OFFSET, SIRM_SIZE - MAX_LEADER_OFFSET,
+                          Access::READ_WRITE );
     }
     if ( HasEvents( aConfiguration ) )
     {
-        aMemory->Map( EIRM, Bytes( EIRM_SIZE, 0 ), true );
+        aSpace.Map( EIRM, Bytes( EIRM_SIZE, 0 ), Access::READ_WRITE );
     }
 }
 
-void MapManifest( LittleMemory* aMemory, const std::string& aDescription )
+void MapManifest( AddressSpace& aSpace, const std::string& aDescription )
 {
     Bytes lTable;
     AppendLittle( &lTable, 1, 8 );                        // entries
@@ -97,9 +99,9 @@ void MapManifest( LittleMemory* aMemory, const std::string& aDescription )
     AppendLittle( &lTable, RegisterU3V::DESCRIPTION, 8 ); // where it lies
     AppendLittle( &lTable, aDescription.size(), 8 );
     lTable.resize( 8 + 64, 0 ); // no hash
-    aMemory->Map( RegisterU3V::MANIFEST, std::move( lTable ), false );
-    aMemory->Map( RegisterU3V::DESCRIPTION, Bytes( aDescription.begin(), aDescription.end() ),
-                  false );
+    aSpace.Map( RegisterU3V::MANIFEST, std::move( lTable ), Access::READ_ONLY );
+    aSpace.Map( RegisterU3V::DESCRIPTION, Bytes( aDescription.begin(), aDescription.end() ),
+                Access::READ_ONLY );
 }
 
 } // namespace
@@ -125,20 +127,22 @@ std::string GetDescriptionU3V( const ConfigurationU3V& aConfiguration )
     return MakeDescription( lDescription );
 }
 
-LittleMemory MakeMemoryU3V( const ConfigurationU3V& aConfiguration )
+AddressSpace MakeAddressSpaceU3V( const ConfigurationU3V& aConfiguration )
 {
     using namespace RegisterU3V;
-    LittleMemory lMemory;
-    MapAbrm( &lMemory, aConfiguration );
-    MapSbrm( &lMemory, aConfiguration );
-    MapChannels( &lMemory, aConfiguration );
-    MapManifest( &lMemory, GetDescriptionU3V( aConfiguration ) );
-    lMemory.Map( aConfiguration.mMemoryBase, Bytes( aConfiguration.mMemorySize, 0 ), true );
-    lMemory.Map( aConfiguration.mHighMemoryBase, Bytes( aConfiguration.mHighMemorySize, 0 ), true );
-    lMemory.SetNumber( aConfiguration.mMemoryBase + WIDTH_OFFSET, 640, 4 );
-    lMemory.SetNumber( aConfiguration.mMemoryBase + HEIGHT_OFFSET, 480, 4 );
-    lMemory.SetNumber( aConfiguration.mMemoryBase + PIXEL_FORMAT_OFFSET, 0x01080001, 4 );
-    return lMemory;
+    AddressSpace lSpace( PacketBytes::ByteOrder::LITTLE );
+    MapAbrm( lSpace, aConfiguration );
+    MapSbrm( lSpace, aConfiguration );
+    MapChannels( lSpace, aConfiguration );
+    MapManifest( lSpace, GetDescriptionU3V( aConfiguration ) );
+    lSpace.Map( aConfiguration.mMemoryBase, Bytes( aConfiguration.mMemorySize, 0 ),
+                Access::READ_WRITE );
+    lSpace.Map( aConfiguration.mHighMemoryBase, Bytes( aConfiguration.mHighMemorySize, 0 ),
+                Access::READ_WRITE );
+    lSpace.SetNumber( aConfiguration.mMemoryBase + WIDTH_OFFSET, 640, 4 );
+    lSpace.SetNumber( aConfiguration.mMemoryBase + HEIGHT_OFFSET, 480, 4 );
+    lSpace.SetNumber( aConfiguration.mMemoryBase + PIXEL_FORMAT_OFFSET, 0x01080001, 4 );
+    return lSpace;
 }
 
 namespace

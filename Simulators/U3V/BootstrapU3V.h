@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Simulators/LittleMemory.h"
+#include "Simulators/AddressSpace.h"
 #include "Simulators/U3V/ConfigurationU3V.h"
 
 #include <cstddef>
@@ -82,7 +82,7 @@ constexpr uint64_t SCRATCH_OFFSET = 0x10;
 std::string GetDescriptionU3V( const ConfigurationU3V& aConfiguration );
 
 // The whole address map with the values that a device has after power-up.
-LittleMemory MakeMemoryU3V( const ConfigurationU3V& aConfiguration );
+AddressSpace MakeAddressSpaceU3V( const ConfigurationU3V& aConfiguration );
 
 // Where the device's endpoints lie.
 namespace EndpointU3V

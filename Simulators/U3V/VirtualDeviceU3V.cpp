@@ -1,5 +1,7 @@
 #include "Simulators/U3V/VirtualDeviceU3V.h"
 
+#include "Simulators/LittleEndian.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -92,7 +94,7 @@ void Damage( Bytes* aAck, const FaultU3V& aFault )
 
 VirtualDeviceU3V::VirtualDeviceU3V( const Configuration& aConfiguration )
     : mConfiguration( aConfiguration )
-    , mMemory( MakeMemoryU3V( aConfiguration ) )
+    , mSpace( MakeAddressSpaceU3V( aConfiguration ) )
 {
 }
 
@@ -231,11 +233,11 @@ VirtualDeviceU3V::Reply VirtualDeviceU3V::ReadMemory( const Parsed& aParsed )
     {
         return { StatusU3V::BAD_ALIGNMENT, {} };
     }
-    if ( ( lCount != 0 ) && !mMemory.Contains( lAddress, lCount ) )
+    if ( mSpace.GetAccess( lAddress, lCount ) == Access::NONE )
     {
         return { StatusU3V::INVALID_ADDRESS, {} };
     }
-    return { StatusU3V::SUCCESS, mMemory.Read( lAddress, lCount ) };
+    return { StatusU3V::SUCCESS, mSpace.Read( lAddress, lCount ) };
 }
 
 VirtualDeviceU3V::Reply VirtualDeviceU3V::WriteMemory( const Parsed& aParsed )
@@ -256,17 +258,18 @@ VirtualDeviceU3V::Reply VirtualDeviceU3V::WriteMemory( const Parsed& aParsed )
     {
         return { StatusU3V::BAD_ALIGNMENT, {} };
     }
-    if ( !lBytes.empty() && !mMemory.Contains( lAddress, lBytes.size() ) )
+    const Access lAccess = mSpace.GetAccess( lAddress, lBytes.size() );
+    if ( lAccess == Access::NONE )
     {
         return { StatusU3V::INVALID_ADDRESS, {} };
     }
-    if ( !lBytes.empty() && !mMemory.IsWritable( lAddress, lBytes.size() ) )
+    if ( lAccess != Access::READ_WRITE )
     {
         return { StatusU3V::WRITE_PROTECT, {} };
     }
     if ( !lBytes.empty() )
     {
-        mMemory.Write( lAddress, lBytes );
+        (void)mSpace.Write( lAddress, lBytes );
         Latch( lAddress, lBytes.size(), aParsed.mNowMs );
     }
     Reply lReply;
@@ -283,9 +286,9 @@ void VirtualDeviceU3V::Latch( uint64_t aAddress, size_t aSize, int64_t aNowMs )
     constexpr int64_t NS_PER_MS = 1000000;
     const bool lIsTouched = ( aAddress <= RegisterU3V::TIMESTAMP_LATCH ) &&
                             ( RegisterU3V::TIMESTAMP_LATCH - aAddress < aSize );
-    if ( lIsTouched && ( ( mMemory.GetNumber( RegisterU3V::TIMESTAMP_LATCH, 4 ) & 1 ) != 0 ) )
+    if ( lIsTouched && ( ( mSpace.GetNumber( RegisterU3V::TIMESTAMP_LATCH, 4 ) & 1 ) != 0 ) )
     {
-        mMemory.SetNumber( RegisterU3V::TIMESTAMP, static_cast<uint64_t>( aNowMs * NS_PER_MS ), 8 );
+        mSpace.SetNumber( RegisterU3V::TIMESTAMP, static_cast<uint64_t>( aNowMs * NS_PER_MS ), 8 );
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Simulators/LittleMemory.h"
+#include "Simulators/AddressSpace.h"
 #include "Simulators/U3V/BootstrapU3V.h"
 #include "Simulators/U3V/ConfigurationU3V.h"
 
@@ -129,7 +129,7 @@ public:
     void RefuseAddress( uint64_t aAddress, uint16_t aStatus );
 
     // Looks at and changes the device from behind, past all access rules.
-    LittleMemory& GetMemory() { return mMemory; }
+    AddressSpace& GetMemory() { return mSpace; }
 
     const Counters& GetCounters() const { return mCounters; }
 
@@ -179,7 +179,7 @@ private:
     void Queue( int64_t aDueMs, Ending aEnding, const Bytes& aBytes );
 
     Configuration mConfiguration;
-    LittleMemory mMemory;
+    AddressSpace mSpace;
     std::map<uint64_t, uint16_t> mRefusals;
     std::deque<FaultU3V> mFaults;
     std::deque<Waiting> mWaiting;

@@ -1,7 +1,8 @@
 // Commands of GenCP, laid out by hand for tests, and the places for their acknowledges.
 #pragma once
 
-#include "Simulators/LittleMemory.h"
+#include "Simulators/Datagram.h"
+#include "tests/support/LittleEndian.h"
 
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>
 
@@ -32,16 +33,16 @@ inline Bytes MakeGenCPHeader( uint16_t aCommand, uint16_t aLength )
 inline Bytes MakeReadMem( uint64_t aAddress, uint16_t aCount )
 {
     Bytes lBytes = MakeGenCPHeader( 0x0800, 12 );
-    Simulators::AppendLittle( &lBytes, aAddress, 8 );
-    Simulators::AppendLittle( &lBytes, 0, 2 ); // reserved
-    Simulators::AppendLittle( &lBytes, aCount, 2 );
+    AppendLittle( lBytes, aAddress, 8 );
+    AppendLittle( lBytes, 0, 2 ); // reserved
+    AppendLittle( lBytes, aCount, 2 );
     return lBytes;
 }
 
 inline Bytes MakeWriteMem( uint64_t aAddress, const Bytes& aData )
 {
     Bytes lBytes = MakeGenCPHeader( 0x0802, static_cast<uint16_t>( 8 + aData.size() ) );
-    Simulators::AppendLittle( &lBytes, aAddress, 8 );
+    AppendLittle( lBytes, aAddress, 8 );
     lBytes.insert( lBytes.end(), aData.begin(), aData.end() );
     return lBytes;
 }
@@ -98,8 +99,8 @@ public:
         const Bytes lAck = GetAck();
         return lAck.size() < 12 ? Bytes() : Bytes( lAck.begin() + 12, lAck.end() );
     }
-    uint64_t GetStatus() const { return Simulators::GetLittle( GetAck(), 4, 2 ); }
-    uint64_t GetIdentifier() const { return Simulators::GetLittle( GetAck(), 10, 2 ); }
+    uint64_t GetStatus() const { return GetLittle( GetAck(), 4, 2 ); }
+    uint64_t GetIdentifier() const { return GetLittle( GetAck(), 10, 2 ); }
 
     // Whether nothing was stored behind the first aSize bytes.
     bool IsUntouchedBehind( size_t aSize ) const

@@ -1,6 +1,7 @@
 #include "tests/support/VirtualUsb.h"
 
 #include "Simulators/U3V/BootstrapU3V.h"
+#include "tests/support/LittleEndian.h"
 
 #include <sys/ioctl.h>
 
@@ -911,40 +912,39 @@ void RunInVirtualUsb( char** aArguments )
 bool WriteUsbCapture( const std::string& aPath,
                       const std::vector<VirtualUsbDevice::Transfer>& aTransfers )
 {
-    using Simulators::AppendLittle;
     constexpr size_t HEADER_SIZE = 64;
     constexpr uint8_t ADDRESS = 2;
     Bytes lFile;
-    AppendLittle( &lFile, 0xA1B2C3D4, 4 );
-    AppendLittle( &lFile, 2, 2 );
-    AppendLittle( &lFile, 4, 2 );
-    AppendLittle( &lFile, 0, 8 );
-    AppendLittle( &lFile, 0x40000, 4 );
-    AppendLittle( &lFile, 220, 4 );
+    AppendLittle( lFile, 0xA1B2C3D4, 4 );
+    AppendLittle( lFile, 2, 2 );
+    AppendLittle( lFile, 4, 2 );
+    AppendLittle( lFile, 0, 8 );
+    AppendLittle( lFile, 0x40000, 4 );
+    AppendLittle( lFile, 220, 4 );
     uint32_t lSecond = 0;
     for ( const VirtualUsbDevice::Transfer& lTransfer : aTransfers )
     {
         const bool lIsIn = ( lTransfer.mEndpoint & 0x80 ) != 0;
         const size_t lSize = lTransfer.mBytes.size();
         ++lSecond;
-        AppendLittle( &lFile, lSecond, 4 );
-        AppendLittle( &lFile, 0, 4 );
-        AppendLittle( &lFile, HEADER_SIZE + lSize, 4 );
-        AppendLittle( &lFile, HEADER_SIZE + lSize, 4 );
+        AppendLittle( lFile, lSecond, 4 );
+        AppendLittle( lFile, 0, 4 );
+        AppendLittle( lFile, HEADER_SIZE + lSize, 4 );
+        AppendLittle( lFile, HEADER_SIZE + lSize, 4 );
         const size_t lStart = lFile.size();
-        AppendLittle( &lFile, lSecond, 8 ); // identifier
-        AppendLittle( &lFile, static_cast<uint8_t>( lIsIn ? 'C' : 'S' ), 1 );
-        AppendLittle( &lFile, 3, 1 ); // bulk
-        AppendLittle( &lFile, lTransfer.mEndpoint, 1 );
-        AppendLittle( &lFile, ADDRESS, 1 );
-        AppendLittle( &lFile, 1, 2 );   // bus
-        AppendLittle( &lFile, '-', 1 ); // no setup packet
-        AppendLittle( &lFile, 0, 1 );   // with data
-        AppendLittle( &lFile, lSecond, 8 );
-        AppendLittle( &lFile, 0, 4 );
-        AppendLittle( &lFile, lIsIn ? 0 : 0xFFFFFF8D, 4 ); // status, -EINPROGRESS
-        AppendLittle( &lFile, lSize, 4 );
-        AppendLittle( &lFile, lSize, 4 ); // captured
+        AppendLittle( lFile, lSecond, 8 ); // identifier
+        AppendLittle( lFile, static_cast<uint8_t>( lIsIn ? 'C' : 'S' ), 1 );
+        AppendLittle( lFile, 3, 1 ); // bulk
+        AppendLittle( lFile, lTransfer.mEndpoint, 1 );
+        AppendLittle( lFile, ADDRESS, 1 );
+        AppendLittle( lFile, 1, 2 );   // bus
+        AppendLittle( lFile, '-', 1 ); // no setup packet
+        AppendLittle( lFile, 0, 1 );   // with data
+        AppendLittle( lFile, lSecond, 8 );
+        AppendLittle( lFile, 0, 4 );
+        AppendLittle( lFile, lIsIn ? 0 : 0xFFFFFF8D, 4 ); // status, -EINPROGRESS
+        AppendLittle( lFile, lSize, 4 );
+        AppendLittle( lFile, lSize, 4 ); // captured
         lFile.resize( lStart + HEADER_SIZE, 0 );
         lFile.insert( lFile.end(), lTransfer.mBytes.begin(), lTransfer.mBytes.end() );
     }

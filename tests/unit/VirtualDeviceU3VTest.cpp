@@ -1,5 +1,7 @@
 #include "Simulators/U3V/VirtualDeviceU3V.h"
 
+#include "tests/support/LittleEndian.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -8,6 +10,7 @@
 #include <gtest/gtest.h>
 
 using namespace Simulators;
+using TestSupport::GetLittle;
 
 namespace
 {

@@ -1,0 +1,32 @@
+// Numbers whose lowest byte comes first, at any place in a packet of a test's.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace TestSupport
+{
+
+// Appends a number of aSize bytes, 1 to 8.
+inline void AppendLittle( std::vector<uint8_t>& aBytes, uint64_t aValue, std::size_t aSize )
+{
+    for ( std::size_t i = 0; i < aSize; ++i )
+    {
+        aBytes.push_back( static_cast<uint8_t>( aValue >> ( 8 * i ) & 0xFF ) );
+    }
+}
+
+// The number of aSize bytes, 1 to 8, at aOffset; what lies beyond aBytes counts as 0.
+inline uint64_t GetLittle( const std::vector<uint8_t>& aBytes, std::size_t aOffset,
+                           std::size_t aSize )
+{
+    uint64_t lValue = 0;
+    for ( std::size_t i = 0; i < aSize && aOffset + i < aBytes.size(); ++i )
+    {
+        lValue |= static_cast<uint64_t>( aBytes[aOffset + i] ) << ( 8 * i );
+    }
+    return lValue;
+}
+
+} // namespace TestSupport
