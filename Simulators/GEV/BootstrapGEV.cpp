@@ -190,6 +190,11 @@ void AddManufacturersRegisters( AddressSpace& aSpace )
 
 } // namespace
 
+uint32_t GetStreamRegisterCount( const ConfigurationGEV& aConfiguration )
+{
+    return std::min( aConfiguration.mStreamChannels, STREAM_CHANNELS_MAX );
+}
+
 bool HasVersion( const ConfigurationGEV& aConfiguration, uint16_t aMajor, uint16_t aMinor )
 {
     return ( aConfiguration.mVersionMajor > aMajor ) ||
@@ -251,8 +256,7 @@ std::string GetDescriptionGEV()
 
 AddressSpace MakeAddressSpaceGEV( const ConfigurationGEV& aConfiguration )
 {
-    const uint32_t lStreamChannels =
-        std::min( aConfiguration.mStreamChannels, STREAM_CHANNELS_MAX );
+    const uint32_t lStreamChannels = GetStreamRegisterCount( aConfiguration );
     const std::string lDescription = GetDescriptionGEV();
     AddressSpace lSpace( PacketBytes::ByteOrder::BIG );
     lSpace.Map( 0, Bytes( Register::STREAM_PORT + Register::STREAM_STRIDE * lStreamChannels ),

@@ -97,6 +97,9 @@ constexpr uint32_t HEARTBEAT_MIN_MS = 500;
 // Stream channels that have registers, at most.
 constexpr uint32_t STREAM_CHANNELS_MAX = 512;
 
+// Stream channels that have registers; the device may report more.
+uint32_t GetStreamRegisterCount( const ConfigurationGEV& aConfiguration );
+
 // Whether the device is of at least this version.
 bool HasVersion( const ConfigurationGEV& aConfiguration, uint16_t aMajor, uint16_t aMinor );
 

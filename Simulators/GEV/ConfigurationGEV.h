@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Simulators/GEV/CommandGEV.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -9,31 +11,6 @@
 
 namespace Simulators
 {
-
-// GVCP command codes. The acknowledge of each is the next number, PENDING has no command.
-namespace Command
-{
-constexpr uint16_t DISCOVERY = 0x0002;
-constexpr uint16_t READREG = 0x0080;
-constexpr uint16_t WRITEREG = 0x0082;
-constexpr uint16_t READMEM = 0x0084;
-constexpr uint16_t WRITEMEM = 0x0086;
-constexpr uint16_t PENDING_ACK = 0x0089;
-} // namespace Command
-
-// GVCP status codes that the device gives of its own accord.
-namespace Status
-{
-constexpr uint16_t SUCCESS = 0x0000;
-constexpr uint16_t NOT_IMPLEMENTED = 0x8001;
-constexpr uint16_t INVALID_PARAMETER = 0x8002;
-constexpr uint16_t INVALID_ADDRESS = 0x8003;
-constexpr uint16_t WRITE_PROTECT = 0x8004;
-constexpr uint16_t BAD_ALIGNMENT = 0x8005;
-constexpr uint16_t ACCESS_DENIED = 0x8006;
-constexpr uint16_t BUSY = 0x8007;
-constexpr uint16_t INVALID_HEADER = 0x800E;
-} // namespace Status
 
 // Bits of the three capability registers that change what the device does.
 namespace Capability

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Simulators/AddressSpace.h"
+#include "Simulators/Datagram.h"
+#include "Simulators/GEV/ConfigurationGEV.h"
+
+#include <cstdint>
+#include <optional>
+
+namespace Simulators
+{
+
+// ControlPrivilege is who holds control of a GigE Vision device, and so who may read and write it.
+// The privilege, its holder's address and the heartbeat are registers: they lie in the device's
+// address space, which each operation is given. VirtualDeviceGEV.h has the rules.
+class ControlPrivilege
+{
+public:
+    explicit ControlPrivilege( const ConfigurationGEV& aConfiguration );
+
+    // A write of aValue to Control Channel Privilege that MayWrite allowed.
+    void Write( AddressSpace& aSpace, const Endpoint& aFrom, uint32_t aValue, int64_t aNowMs );
+
+    // Frees control if its holder was silent for longer than Heartbeat Timeout.
+    void Expire( AddressSpace& aSpace, int64_t aNowMs );
+
+    // A sign of life of aFrom, which may lie in the future. Only the holder's matters.
+    void KeepAlive( const Endpoint& aFrom, int64_t aTimeMs );
+
+    // Who holds control at that time; empty if nobody does.
+    std::optional<Endpoint> GetHolder( const AddressSpace& aSpace, int64_t aNowMs ) const;
+
+    // Both count on Expire for the time of the access.
+    bool MayRead( const AddressSpace& aSpace, const Endpoint& aFrom, uint64_t aAddress ) const;
+    bool MayWrite( const Endpoint& aFrom, uint64_t aAddress ) const;
+
+private:
+    void Free( AddressSpace& aSpace );
+
+    bool mIsRequired;
+    uint32_t mStreamChannels; // that have registers
+    std::optional<Endpoint> mHolder;
+    int64_t mHolderSeenMs = 0;
+};
+
+} // namespace Simulators

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Simulators/Datagram.h"
+#include "Simulators/GEV/CommandGEV.h"
+
+#include <cstdint>
+#include <map>
+
+namespace Simulators
+{
+
+// ReplyCache keeps the latest command of each sender and what became of it, so that a command that
+// comes again, because its acknowledge was lost or late, is not executed again.
+class ReplyCache
+{
+public:
+    struct Entry
+    {
+        Bytes mRequest;
+        Bytes mAnswer;            // empty: none was due
+        int64_t mAnswerMs = 0;    // when the answer leaves
+        int64_t mForgottenMs = 0; // until when the entry holds
+    };
+
+    // The entry of the command, if it is the latest of its sender once more; null if it is not.
+    // Never of DISCOVERY, which is always executed. Valid until the next Remember.
+    const Entry* Find( const CommandGEV& aCommand ) const;
+
+    // Replaces the entry of the sender. Of too many senders the one is forgotten whose entry would
+    // be the first to end.
+    void Remember( const Endpoint& aFrom, const Entry& aEntry );
+
+private:
+    std::map<Endpoint, Entry> mEntries;
+};
+
+} // namespace Simulators
