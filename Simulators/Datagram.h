@@ -8,6 +8,11 @@ namespace Simulators
 
 using Bytes = std::vector<uint8_t>;
 
+inline void Append( Bytes& aBytes, const Bytes& aMore )
+{
+    aBytes.insert( aBytes.end(), aMore.begin(), aMore.end() );
+}
+
 // A UDP address: an IPv4 address and a port, both in host order. Ordered by address, then port.
 struct Endpoint
 {

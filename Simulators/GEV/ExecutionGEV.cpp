@@ -21,11 +21,6 @@ constexpr size_t PAYLOAD_MAX = 540;
 constexpr size_t DATA_MAX = 536;       // and without an address
 constexpr size_t PAIRS_SIZE_MAX = 536; // 67 pairs of address and value
 
-void Append( Bytes& aBytes, const Bytes& aMore )
-{
-    aBytes.insert( aBytes.end(), aMore.begin(), aMore.end() );
-}
-
 // Whether the payload is made of whole units, one or more, of aMax bytes at most.
 bool IsCountRight( const CommandGEV& aCommand, const RegistersGEV& aRegisters, size_t aUnit,
                    size_t aMax )

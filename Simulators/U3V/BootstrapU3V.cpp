@@ -1,10 +1,10 @@
 #include "Simulators/U3V/BootstrapU3V.h"
 
 #include "Simulators/Description.h"
-#include "Simulators/LittleEndian.h"
+
+#include <PacketBytes/ByteWriter.h>
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace Simulators
@@ -92,13 +92,14 @@ void MapChannels( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
 
 void MapManifest( AddressSpace& aSpace, const std::string& aDescription )
 {
-    Bytes lTable;
-    AppendLittle( &lTable, 1, 8 );                        // entries
-    AppendLittle( &lTable, 0x01000000, 4 );               // version of the file 1.0.0
-    AppendLittle( &lTable, 0x01010000, 4 );               // schema 1.1, not compressed
-    AppendLittle( &lTable, RegisterU3V::DESCRIPTION, 8 ); // where it lies
-    AppendLittle( &lTable, aDescription.size(), 8 );
-    lTable.resize( 8 + 64, 0 ); // no hash
+    constexpr size_t ENTRY_SIZE = 64;
+    Bytes lTable( 8 + ENTRY_SIZE );
+    PacketBytes::LittleWriter lWriter( lTable.data(), lTable.size() );
+    lWriter.Put64( 1 );          // entries
+    lWriter.Put32( 0x01000000 ); // version of the file 1.0.0
+    lWriter.Put32( 0x01010000 ); // schema 1.1, not compressed
+    lWriter.Put64( RegisterU3V::DESCRIPTION );
+    lWriter.Put64( aDescription.size() ); // without a hash behind it
     aSpace.Map( RegisterU3V::MANIFEST, std::move( lTable ), Access::READ_ONLY );
     aSpace.Map( RegisterU3V::DESCRIPTION, Bytes( aDescription.begin(), aDescription.end() ),
                 Access::READ_ONLY );
@@ -143,158 +144,6 @@ AddressSpace MakeAddressSpaceU3V( const ConfigurationU3V& aConfiguration )
     lSpace.SetNumber( aConfiguration.mMemoryBase + HEIGHT_OFFSET, 480, 4 );
     lSpace.SetNumber( aConfiguration.mMemoryBase + PIXEL_FORMAT_OFFSET, 0x01080001, 4 );
     return lSpace;
-}
-
-namespace
-{
-
-constexpr uint8_t DEVICE_TYPE = 1;
-constexpr uint8_t CONFIGURATION_TYPE = 2;
-constexpr uint8_t STRING_TYPE = 3;
-constexpr size_t STRING_MAX = 126;
-
-// String descriptors 1 to 8.
-std::array<std::string, 8> GetTexts( const ConfigurationU3V& aConfiguration )
-{
-    return { aConfiguration.mManufacturerName, aConfiguration.mModelName,
-             aConfiguration.mSerialNumber,     aConfiguration.mGUID,
-             aConfiguration.mFamilyName,       aConfiguration.mDeviceVersion,
-             aConfiguration.mManufacturerInfo, aConfiguration.mUserName };
-}
-
-// aIndex, or 0 where that text is empty.
-uint8_t GetIndex( const ConfigurationU3V& aConfiguration, uint8_t aIndex )
-{
-    return GetTexts( aConfiguration ).at( aIndex - 1U ).empty() ? uint8_t{ 0 } : aIndex;
-}
-
-uint8_t Low( uint32_t aValue )
-{
-    return static_cast<uint8_t>( aValue & 0xFF );
-}
-
-uint8_t High( uint32_t aValue )
-{
-    return static_cast<uint8_t>( ( aValue >> 8 ) & 0xFF );
-}
-
-Bytes MakeDeviceDescriptor( const ConfigurationU3V& aConfiguration )
-{
-    return { 18,
-             DEVICE_TYPE,
-             0x00, // USB 3.0
-             0x03,
-             0xEF, // miscellaneous, with interface associations
-             0x02,
-             0x01,
-             9, // packets of 2^9 on endpoint 0
-             Low( aConfiguration.mVendorID ),
-             High( aConfiguration.mVendorID ),
-             Low( aConfiguration.mProductID ),
-             High( aConfiguration.mProductID ),
-             0x00, // release 1.0
-             0x01,
-             GetIndex( aConfiguration, 1 ),
-             GetIndex( aConfiguration, 2 ),
-             GetIndex( aConfiguration, 3 ),
-             1 };
-}
-
-void AppendInterface( Bytes* aBytes, uint8_t aNumber, uint8_t aEndpoints, uint8_t aProtocol )
-{
-    const Bytes lInterface = { 9, 4, aNumber, 0, aEndpoints, 0xEF, 0x05, aProtocol, 0 };
-    aBytes->insert( aBytes->end(), lInterface.begin(), lInterface.end() );
-}
-
-void AppendEndpoint( Bytes* aBytes, uint8_t aAddress, uint16_t aPacketSize )
-{
-    const Bytes lEndpoint = {
-        7,
-        5,
-        aAddress,
-        2,
-        Low( aPacketSize ),
-        High( aPacketSize ),
-        0, // bulk
-        6,
-        48,
-        0,
-        0,
-        0,
-        0 // companion
-    };
-    aBytes->insert( aBytes->end(), lEndpoint.begin(), lEndpoint.end() );
-}
-
-void AppendDeviceInfo( Bytes* aBytes, const ConfigurationU3V& aConfiguration )
-{
-    const Bytes lHead = { 20, 0x24, 0x01 };
-    aBytes->insert( aBytes->end(), lHead.begin(), lHead.end() );
-    AppendLittle( aBytes, aConfiguration.mGenCPVersion, 4 );
-    AppendLittle( aBytes, aConfiguration.mU3VVersion, 4 );
-    // Identity, vendor, model, family, version, information, serial number, user's name.
-    constexpr uint8_t ORDER[] = { 4, 1, 2, 5, 6, 7, 3, 8 };
-    for ( const uint8_t lIndex : ORDER )
-    {
-        aBytes->push_back( GetIndex( aConfiguration, lIndex ) );
-    }
-    aBytes->push_back( 0x0C ); // high speed and super speed
-}
-
-Bytes MakeConfigurationDescriptor( const ConfigurationU3V& aConfiguration )
-{
-    Bytes lBytes = { 9, CONFIGURATION_TYPE, 0, 0, 2, 1, 0, 0x80, 112 };
-    const Bytes lAssociation = { 8, 11, 0, 2, 0xEF, 0x05, 0x00, 0 };
-    lBytes.insert( lBytes.end(), lAssociation.begin(), lAssociation.end() );
-    AppendInterface( &lBytes, 0, 2, 0x00 ); // control
-    AppendDeviceInfo( &lBytes, aConfiguration );
-    AppendEndpoint( &lBytes, EndpointU3V::CONTROL_OUT, aConfiguration.mPacketSize );
-    AppendEndpoint( &lBytes, EndpointU3V::CONTROL_IN, aConfiguration.mPacketSize );
-    AppendInterface( &lBytes, 1, 1, 0x02 ); // stream
-    AppendEndpoint( &lBytes, EndpointU3V::STREAM_IN, aConfiguration.mPacketSize );
-    const auto lSize = static_cast<uint32_t>( lBytes.size() );
-    lBytes[2] = Low( lSize );
-    lBytes[3] = High( lSize );
-    return lBytes;
-}
-
-std::optional<Bytes> MakeStringDescriptor( const ConfigurationU3V& aConfiguration, uint8_t aIndex )
-{
-    if ( aIndex == 0 )
-    {
-        return Bytes{ 4, STRING_TYPE, 0x09, 0x04 };
-    }
-    const auto lTexts = GetTexts( aConfiguration );
-    if ( ( aIndex > lTexts.size() ) || lTexts[aIndex - 1U].empty() )
-    {
-        return std::nullopt;
-    }
-    const std::string lText = lTexts[aIndex - 1U].substr( 0, STRING_MAX );
-    Bytes lBytes = { static_cast<uint8_t>( 2 + 2 * lText.size() ), STRING_TYPE };
-    for ( const char lCharacter : lText )
-    {
-        lBytes.push_back( static_cast<uint8_t>( lCharacter ) );
-        lBytes.push_back( 0 );
-    }
-    return lBytes;
-}
-
-} // namespace
-
-std::optional<Bytes> GetDescriptor( const ConfigurationU3V& aConfiguration, uint8_t aType,
-                                    uint8_t aIndex )
-{
-    switch ( aType )
-    {
-    case DEVICE_TYPE:
-        return MakeDeviceDescriptor( aConfiguration );
-    case CONFIGURATION_TYPE:
-        return MakeConfigurationDescriptor( aConfiguration );
-    case STRING_TYPE:
-        return MakeStringDescriptor( aConfiguration, aIndex );
-    default:
-        return std::nullopt;
-    }
 }
 
 } // namespace Simulators

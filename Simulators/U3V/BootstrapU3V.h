@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace Simulators
@@ -83,19 +82,5 @@ std::string GetDescriptionU3V( const ConfigurationU3V& aConfiguration );
 
 // The whole address map with the values that a device has after power-up.
 AddressSpace MakeAddressSpaceU3V( const ConfigurationU3V& aConfiguration );
-
-// Where the device's endpoints lie.
-namespace EndpointU3V
-{
-constexpr uint8_t CONTROL_OUT = 0x01;
-constexpr uint8_t CONTROL_IN = 0x81;
-constexpr uint8_t STREAM_IN = 0x82;
-} // namespace EndpointU3V
-
-// USB descriptors of the device: 1 is the device descriptor, 2 the configuration with its
-// interfaces, 3 the strings. Interface 0 is the control interface, interface 1 the stream's. Empty
-// for descriptors that it has not.
-std::optional<Bytes> GetDescriptor( const ConfigurationU3V& aConfiguration, uint8_t aType,
-                                    uint8_t aIndex );
 
 } // namespace Simulators

@@ -7,31 +7,6 @@
 namespace Simulators
 {
 
-// GenCP command codes. The acknowledge of each is the next number, PENDING has no command.
-namespace CommandU3V
-{
-constexpr uint16_t READMEM = 0x0800;
-constexpr uint16_t WRITEMEM = 0x0802;
-constexpr uint16_t PENDING_ACK = 0x0805;
-} // namespace CommandU3V
-
-// GenCP status codes.
-namespace StatusU3V
-{
-constexpr uint16_t SUCCESS = 0x0000;
-constexpr uint16_t NOT_IMPLEMENTED = 0x8001;
-constexpr uint16_t INVALID_PARAMETER = 0x8002;
-constexpr uint16_t INVALID_ADDRESS = 0x8003;
-constexpr uint16_t WRITE_PROTECT = 0x8004;
-constexpr uint16_t BAD_ALIGNMENT = 0x8005;
-constexpr uint16_t ACCESS_DENIED = 0x8006;
-constexpr uint16_t BUSY = 0x8007;
-constexpr uint16_t MSG_TIMEOUT = 0x800B;
-constexpr uint16_t INVALID_HEADER = 0x800E;
-constexpr uint16_t WRONG_CONFIG = 0x800F;
-constexpr uint16_t GENERIC_ERROR = 0x8FFF;
-} // namespace StatusU3V
-
 // Bits of the two capability registers that change what the device does; bit 0 is the least
 // significant.
 namespace CapabilityU3V

@@ -1,93 +1,34 @@
 #include "Simulators/U3V/VirtualDeviceU3V.h"
 
-#include "Simulators/LittleEndian.h"
+#include <PacketBytes/ByteReader.h>
+#include <PacketBytes/ByteWriter.h>
 
 #include <algorithm>
-#include <utility>
 
 namespace Simulators
 {
 
+using PacketBytes::LittleReader;
+using PacketBytes::LittleWriter;
+
 namespace
 {
 
-constexpr uint32_t PREFIX = 0x43563355;
-constexpr uint16_t FLAG_REQUEST_ACK = 0x4000;
-constexpr size_t HEADER_SIZE = 12;
-constexpr size_t STATUS_OFFSET = 4; // flags in a command
-constexpr size_t CODE_OFFSET = 6;
-constexpr size_t LENGTH_OFFSET = 8;
-constexpr size_t IDENTIFIER_OFFSET = 10;
-constexpr size_t ADDRESS_SIZE = 8;
-constexpr size_t READMEM_SIZE = 12; // behind the header
+using Kind = FaultU3V::Kind;
 
-Bytes MakeAck( uint16_t aStatus, uint16_t aCode, uint16_t aIdentifier, const Bytes& aData )
+bool Is( const std::optional<FaultU3V>& aFault, Kind aKind )
 {
-    Bytes lBytes;
-    AppendLittle( &lBytes, PREFIX, 4 );
-    AppendLittle( &lBytes, aStatus, 2 );
-    AppendLittle( &lBytes, aCode, 2 );
-    AppendLittle( &lBytes, aData.size(), 2 );
-    AppendLittle( &lBytes, aIdentifier, 2 );
-    lBytes.insert( lBytes.end(), aData.begin(), aData.end() );
-    return lBytes;
+    return aFault && aFault->mKind == aKind;
 }
 
-// A command's code is even and its acknowledge's the next.
-uint16_t GetAckCode( uint16_t aCommand )
+// The data of a write acknowledge.
+Bytes MakeWrittenLength( size_t aLength )
 {
-    return static_cast<uint16_t>( aCommand | 1 );
-}
-
-void SetHalf( Bytes* aBytes, size_t aOffset, uint32_t aValue )
-{
-    aBytes->at( aOffset ) = static_cast<uint8_t>( aValue & 0xFF );
-    aBytes->at( aOffset + 1 ) = static_cast<uint8_t>( ( aValue >> 8 ) & 0xFF );
-}
-
-void SetDataSize( Bytes* aAck, size_t aSize )
-{
-    aAck->resize( HEADER_SIZE + aSize, 0xDA );
-    SetHalf( aAck, LENGTH_OFFSET, static_cast<uint32_t>( aSize ) );
-}
-
-// What a fault makes of an acknowledge.
-void Damage( Bytes* aAck, const FaultU3V& aFault )
-{
-    const size_t lDataSize = aAck->size() - HEADER_SIZE;
-    const size_t lIdentifier = GetLittle( *aAck, IDENTIFIER_OFFSET, 2 );
-    switch ( aFault.mKind )
-    {
-    case FaultU3V::Kind::SHORT:
-        SetDataSize( aAck, lDataSize - std::min<size_t>( lDataSize, aFault.mValue ) );
-        break;
-    case FaultU3V::Kind::LONG:
-        SetDataSize( aAck, lDataSize + aFault.mValue );
-        break;
-    case FaultU3V::Kind::TRUNCATED:
-        aAck->resize( std::min<size_t>( aAck->size(), aFault.mValue ) );
-        break;
-    case FaultU3V::Kind::CORRUPTED:
-        if ( aFault.mValue < aAck->size() )
-        {
-            ( *aAck )[aFault.mValue] = static_cast<uint8_t>( ~( *aAck )[aFault.mValue] );
-        }
-        break;
-    case FaultU3V::Kind::WRONG_LENGTH:
-        SetHalf( aAck, LENGTH_OFFSET, aFault.mValue );
-        break;
-    case FaultU3V::Kind::WRONG_CODE:
-        SetHalf( aAck, CODE_OFFSET, aFault.mValue );
-        break;
-    case FaultU3V::Kind::WRONG_ID:
-        SetHalf( aAck, IDENTIFIER_OFFSET, static_cast<uint32_t>( lIdentifier + aFault.mValue ) );
-        break;
-    case FaultU3V::Kind::WRONG_PREFIX:
-        std::fill_n( aAck->begin(), 4, static_cast<uint8_t>( 0 ) );
-        break;
-    default:
-        break;
-    }
+    Bytes lData( 4 );
+    LittleWriter lWriter( lData.data(), lData.size() );
+    lWriter.Put16( 0 );                                // reserved
+    lWriter.Put16( static_cast<uint16_t>( aLength ) ); // no more than its command's length field
+    return lData;
 }
 
 } // namespace
@@ -95,6 +36,8 @@ void Damage( Bytes* aAck, const FaultU3V& aFault )
 VirtualDeviceU3V::VirtualDeviceU3V( const Configuration& aConfiguration )
     : mConfiguration( aConfiguration )
     , mSpace( MakeAddressSpaceU3V( aConfiguration ) )
+    , mIn( aConfiguration.mPacketSize )
+    , mRequests( aConfiguration.mRequestsKept )
 {
 }
 
@@ -105,52 +48,37 @@ VirtualDeviceU3V::Ending VirtualDeviceU3V::Receive( const uint8_t* aData, size_t
     {
         return Ending::GONE;
     }
-    mCounters.mReceived++;
+    ++mCounters.mReceived;
     if ( mIsOutHalted )
     {
-        mCounters.mHalted++;
+        ++mCounters.mHalted;
         return Ending::HALTED;
     }
-    const Bytes lTransfer = ( aSize == 0 ) ? Bytes() : Bytes( aData, aData + aSize );
-    if ( ( aSize < HEADER_SIZE ) || ( GetLittle( lTransfer, 0, 4 ) != PREFIX ) )
+    const std::optional<CommandU3V> lCommand =
+        ParseCommandU3V( Bytes( aData, aData + aSize ), aNowMs );
+    if ( !lCommand )
     {
-        mCounters.mDropped++;
+        ++mCounters.mDropped;
         return Ending::DONE;
     }
     const std::optional<FaultU3V> lFault = TakeFault();
-    if ( lFault && ( lFault->mKind == FaultU3V::Kind::STALL_OUT ) )
+    if ( Is( lFault, Kind::STALL_OUT ) )
     {
-        mCounters.mHalted++;
+        ++mCounters.mHalted;
         mIsOutHalted = true;
         return Ending::HALTED;
     }
-    const Parsed lParsed = Parse( lTransfer, aNowMs );
-    Note( lTransfer, lParsed.mIdentifier );
-    Reply lReply;
-    lReply.mStatus = CheckHeader( lTransfer );
-    if ( ( lReply.mStatus == StatusU3V::SUCCESS ) && lFault &&
-         ( lFault->mKind == FaultU3V::Kind::STATUS ) )
+    Note( *lCommand );
+    ReplyU3V lReply;
+    lReply.mStatus = CheckHeader( *lCommand );
+    if ( lReply.mStatus == StatusU3V::SUCCESS )
     {
-        lReply.mStatus = static_cast<uint16_t>( lFault->mValue );
+        lReply = Is( lFault, Kind::STATUS )
+                     ? ReplyU3V{ static_cast<uint16_t>( lFault->mValue ), {} }
+                     : Execute( *lCommand );
     }
-    else if ( lReply.mStatus == StatusU3V::SUCCESS )
-    {
-        lReply = Execute( lParsed );
-    }
-    ( ( lReply.mStatus == StatusU3V::SUCCESS ) ? mCounters.mExecuted : mCounters.mRefused )++;
-    Acknowledge( lParsed, lReply, lFault ? &*lFault : nullptr );
+    Answer( *lCommand, lReply, lFault );
     return Ending::DONE;
-}
-
-VirtualDeviceU3V::Parsed VirtualDeviceU3V::Parse( const Bytes& aTransfer, int64_t aNowMs )
-{
-    Parsed lParsed;
-    lParsed.mWantsAck = ( GetLittle( aTransfer, STATUS_OFFSET, 2 ) & FLAG_REQUEST_ACK ) != 0;
-    lParsed.mCommand = static_cast<uint16_t>( GetLittle( aTransfer, CODE_OFFSET, 2 ) );
-    lParsed.mIdentifier = static_cast<uint16_t>( GetLittle( aTransfer, IDENTIFIER_OFFSET, 2 ) );
-    lParsed.mData.assign( aTransfer.begin() + HEADER_SIZE, aTransfer.end() );
-    lParsed.mNowMs = aNowMs;
-    return lParsed;
 }
 
 std::optional<FaultU3V> VirtualDeviceU3V::TakeFault()
@@ -164,211 +92,176 @@ std::optional<FaultU3V> VirtualDeviceU3V::TakeFault()
     return lFault;
 }
 
-uint16_t VirtualDeviceU3V::CheckHeader( const Bytes& aTransfer ) const
+void VirtualDeviceU3V::Note( const CommandU3V& aCommand )
 {
-    const uint64_t lFlags = GetLittle( aTransfer, STATUS_OFFSET, 2 );
-    const bool lIsGood =
-        ( GetLittle( aTransfer, LENGTH_OFFSET, 2 ) == aTransfer.size() - HEADER_SIZE ) &&
-        ( ( lFlags & ~uint64_t{ FLAG_REQUEST_ACK } ) == 0 ) &&
-        ( aTransfer.size() <= mConfiguration.mCommandRoom );
+    const uint16_t lIdentifier = aCommand.mIdentifier;
+    if ( mLastIdentifier && lIdentifier != static_cast<uint16_t>( *mLastIdentifier + 1 ) )
+    {
+        ++mCounters.mSkippedIds;
+    }
+    mLastIdentifier = lIdentifier;
+    mRequests.Add( aCommand.mTransfer );
+}
+
+uint16_t VirtualDeviceU3V::CheckHeader( const CommandU3V& aCommand ) const
+{
+    const bool lIsGood = aCommand.mLength == aCommand.GetDataSize() &&
+                         ( aCommand.mFlags & ~CommandU3V::FLAG_REQUEST_ACK ) == 0 &&
+                         aCommand.mTransfer.size() <= mConfiguration.mCommandRoom;
     return lIsGood ? StatusU3V::SUCCESS : StatusU3V::INVALID_HEADER;
 }
 
-void VirtualDeviceU3V::Note( const Bytes& aTransfer, uint16_t aIdentifier )
+ReplyU3V VirtualDeviceU3V::Execute( const CommandU3V& aCommand )
 {
-    if ( mLastIdentifier && ( aIdentifier != static_cast<uint16_t>( *mLastIdentifier + 1 ) ) )
+    switch ( aCommand.mCode )
     {
-        mCounters.mSkippedIds++;
-    }
-    mLastIdentifier = aIdentifier;
-    mRequests.push_back( aTransfer );
-    if ( mRequests.size() > mConfiguration.mRequestsKept )
-    {
-        mRequests.pop_front();
-    }
-}
-
-VirtualDeviceU3V::Reply VirtualDeviceU3V::Execute( const Parsed& aParsed )
-{
-    switch ( aParsed.mCommand )
-    {
-    case CommandU3V::READMEM:
-        return ReadMemory( aParsed );
-    case CommandU3V::WRITEMEM:
-        return WriteMemory( aParsed );
+    case CommandCodeU3V::READMEM:
+        return ReadMemory( aCommand );
+    case CommandCodeU3V::WRITEMEM:
+        return WriteMemory( aCommand );
     default:
         return { StatusU3V::NOT_IMPLEMENTED, {} };
     }
 }
 
-bool VirtualDeviceU3V::IsAligned( uint64_t aAddress, size_t aSize ) const
+// What an access to the span is refused with. aNeeded is the access that it takes to write, or to
+// read, each byte.
+uint16_t VirtualDeviceU3V::CheckSpan( uint64_t aAddress, size_t aSize, Access aNeeded ) const
 {
+    if ( const uint16_t lRefusal =
+             mAddressFaults.FindStatus( AddressFaults::ANY_COMMAND, aAddress, aSize ) )
+    {
+        return lRefusal;
+    }
     const uint64_t lUnit = std::max<uint64_t>( mConfiguration.mAlignment, 1 );
-    return ( aAddress % lUnit == 0 ) && ( aSize % lUnit == 0 );
-}
-
-uint16_t VirtualDeviceU3V::FindRefusal( uint64_t aAddress, size_t aSize ) const
-{
-    const auto lFound = mRefusals.lower_bound( aAddress );
-    const bool lIsTouched = ( lFound != mRefusals.end() ) && ( lFound->first - aAddress < aSize );
-    return lIsTouched ? lFound->second : StatusU3V::SUCCESS;
-}
-
-VirtualDeviceU3V::Reply VirtualDeviceU3V::ReadMemory( const Parsed& aParsed )
-{
-    const uint64_t lAddress = GetLittle( aParsed.mData, 0, ADDRESS_SIZE );
-    const uint64_t lReserved = GetLittle( aParsed.mData, ADDRESS_SIZE, 2 );
-    const size_t lCount = GetLittle( aParsed.mData, ADDRESS_SIZE + 2, 2 );
-    if ( ( aParsed.mData.size() != READMEM_SIZE ) || ( lReserved != 0 ) ||
-         ( ( lCount == 0 ) && !mConfiguration.mAllowsEmptyAccess ) ||
-         ( HEADER_SIZE + lCount > mConfiguration.mAckRoom ) )
+    if ( aAddress % lUnit != 0 || aSize % lUnit != 0 )
     {
-        return { StatusU3V::INVALID_PARAMETER, {} };
+        return StatusU3V::BAD_ALIGNMENT;
     }
-    if ( const uint16_t lRefusal = FindRefusal( lAddress, lCount ) )
-    {
-        return { lRefusal, {} };
-    }
-    if ( !IsAligned( lAddress, lCount ) )
-    {
-        return { StatusU3V::BAD_ALIGNMENT, {} };
-    }
-    if ( mSpace.GetAccess( lAddress, lCount ) == Access::NONE )
-    {
-        return { StatusU3V::INVALID_ADDRESS, {} };
-    }
-    return { StatusU3V::SUCCESS, mSpace.Read( lAddress, lCount ) };
-}
-
-VirtualDeviceU3V::Reply VirtualDeviceU3V::WriteMemory( const Parsed& aParsed )
-{
-    const size_t lDataSize = aParsed.mData.size();
-    if ( ( lDataSize < ADDRESS_SIZE ) ||
-         ( ( lDataSize == ADDRESS_SIZE ) && !mConfiguration.mAllowsEmptyAccess ) )
-    {
-        return { StatusU3V::INVALID_PARAMETER, {} };
-    }
-    const uint64_t lAddress = GetLittle( aParsed.mData, 0, ADDRESS_SIZE );
-    const Bytes lBytes( aParsed.mData.begin() + ADDRESS_SIZE, aParsed.mData.end() );
-    if ( const uint16_t lRefusal = FindRefusal( lAddress, lBytes.size() ) )
-    {
-        return { lRefusal, {} };
-    }
-    if ( !IsAligned( lAddress, lBytes.size() ) )
-    {
-        return { StatusU3V::BAD_ALIGNMENT, {} };
-    }
-    const Access lAccess = mSpace.GetAccess( lAddress, lBytes.size() );
+    const Access lAccess = mSpace.GetAccess( aAddress, aSize );
     if ( lAccess == Access::NONE )
     {
-        return { StatusU3V::INVALID_ADDRESS, {} };
+        return StatusU3V::INVALID_ADDRESS;
     }
-    if ( lAccess != Access::READ_WRITE )
-    {
-        return { StatusU3V::WRITE_PROTECT, {} };
-    }
-    if ( !lBytes.empty() )
-    {
-        (void)mSpace.Write( lAddress, lBytes );
-        Latch( lAddress, lBytes.size(), aParsed.mNowMs );
-    }
-    Reply lReply;
-    if ( ( mConfiguration.mDeviceCapability & CapabilityU3V::WRITTEN_LENGTH ) != 0 )
-    {
-        AppendLittle( &lReply.mData, 0, 2 );
-        AppendLittle( &lReply.mData, lBytes.size(), 2 );
-    }
-    return lReply;
+    return lAccess < aNeeded ? StatusU3V::WRITE_PROTECT : StatusU3V::SUCCESS;
 }
 
+ReplyU3V VirtualDeviceU3V::ReadMemory( const CommandU3V& aCommand ) const
+{
+    LittleReader lData = aCommand.ReadData();
+    const uint64_t lAddress = lData.Get64();
+    const uint16_t lReserved = lData.Get16();
+    const uint16_t lCount = lData.Get16();
+    const bool lIsRead = lData.IsWhole() && lData.GetLeft() == 0 && lReserved == 0;
+    if ( !lIsRead || ( lCount == 0 && !mConfiguration.mAllowsEmptyAccess ) ||
+         CommandU3V::HEADER_SIZE + lCount > mConfiguration.mAckRoom )
+    {
+        return { StatusU3V::INVALID_PARAMETER, {} };
+    }
+    const uint16_t lStatus = CheckSpan( lAddress, lCount, Access::READ_ONLY );
+    return { lStatus, lStatus == StatusU3V::SUCCESS ? mSpace.Read( lAddress, lCount ) : Bytes() };
+}
+
+ReplyU3V VirtualDeviceU3V::WriteMemory( const CommandU3V& aCommand )
+{
+    LittleReader lData = aCommand.ReadData();
+    const uint64_t lAddress = lData.Get64();
+    Bytes lBytes( lData.GetLeft() );
+    lData.GetBytes( lBytes.data(), lBytes.size() );
+    if ( !lData.IsWhole() || ( lBytes.empty() && !mConfiguration.mAllowsEmptyAccess ) )
+    {
+        return { StatusU3V::INVALID_PARAMETER, {} };
+    }
+    if ( const uint16_t lStatus = CheckSpan( lAddress, lBytes.size(), Access::READ_WRITE ) )
+    {
+        return { lStatus, {} };
+    }
+    (void)mSpace.Write( lAddress, lBytes ); // CheckSpan found all of it
+    Latch( lAddress, lBytes.size(), aCommand.mNowMs );
+    const bool lTellsLength =
+        ( mConfiguration.mDeviceCapability & CapabilityU3V::WRITTEN_LENGTH ) != 0;
+    return { StatusU3V::SUCCESS, lTellsLength ? MakeWrittenLength( lBytes.size() ) : Bytes() };
+}
+
+// A write to the latch register copies the time to the timestamp register.
 void VirtualDeviceU3V::Latch( uint64_t aAddress, size_t aSize, int64_t aNowMs )
 {
     constexpr int64_t NS_PER_MS = 1000000;
-    const bool lIsTouched = ( aAddress <= RegisterU3V::TIMESTAMP_LATCH ) &&
-                            ( RegisterU3V::TIMESTAMP_LATCH - aAddress < aSize );
-    if ( lIsTouched && ( ( mSpace.GetNumber( RegisterU3V::TIMESTAMP_LATCH, 4 ) & 1 ) != 0 ) )
+    const bool lIsTouched =
+        aAddress <= RegisterU3V::TIMESTAMP_LATCH && RegisterU3V::TIMESTAMP_LATCH - aAddress < aSize;
+    if ( lIsTouched && ( mSpace.GetWord( RegisterU3V::TIMESTAMP_LATCH ) & 1 ) != 0 )
     {
         mSpace.SetNumber( RegisterU3V::TIMESTAMP, static_cast<uint64_t>( aNowMs * NS_PER_MS ), 8 );
     }
 }
 
-// What a fault puts in front of the acknowledge, and when that is due itself.
-int64_t VirtualDeviceU3V::AnswerBefore( const Parsed& aParsed, const FaultU3V& aFault )
+void VirtualDeviceU3V::Answer( const CommandU3V& aCommand, const ReplyU3V& aReply,
+                               const std::optional<FaultU3V>& aFault )
 {
-    int64_t lDueMs = aParsed.mNowMs;
+    ++( aReply.mStatus == StatusU3V::SUCCESS ? mCounters.mExecuted : mCounters.mRefused );
+    if ( Is( aFault, Kind::UNPLUG ) )
+    {
+        Unplug();
+        return;
+    }
+    if ( Is( aFault, Kind::SILENT ) || !aCommand.WantsAcknowledge() )
+    {
+        return;
+    }
+    if ( Is( aFault, Kind::STALL_IN ) )
+    {
+        mIn.QueueHalt( aCommand.mNowMs );
+        return;
+    }
+    SendAcknowledge( aCommand, aReply, aFault );
+}
+
+void VirtualDeviceU3V::SendAcknowledge( const CommandU3V& aCommand, const ReplyU3V& aReply,
+                                        const std::optional<FaultU3V>& aFault )
+{
+    const Bytes lAcknowledge =
+        MakeAcknowledge( GetAcknowledgeCode( aCommand ), aCommand.mIdentifier, aReply );
+    if ( !aFault )
+    {
+        mIn.Queue( aCommand.mNowMs, lAcknowledge );
+        return;
+    }
+    const int64_t lDueMs = SendInFront( aCommand, *aFault );
+    mIn.Queue( lDueMs, Damage( lAcknowledge, *aFault ) );
+}
+
+// Sends what a fault puts in front of the acknowledge. Returns when the acknowledge is due.
+int64_t VirtualDeviceU3V::SendInFront( const CommandU3V& aCommand, const FaultU3V& aFault )
+{
+    int64_t lDueMs = aCommand.mNowMs;
     switch ( aFault.mKind )
     {
-    case FaultU3V::Kind::DELAY:
+    case Kind::DELAY:
         lDueMs += aFault.mValue;
         break;
-    case FaultU3V::Kind::PENDING:
-        for ( uint32_t i = 0; i < aFault.mCount; i++ )
+    case Kind::PENDING:
+        for ( uint32_t i = 0; i < aFault.mCount; ++i )
         {
-            Bytes lData;
-            AppendLittle( &lData, 0, 2 );
-            AppendLittle( &lData, aFault.mValue, 2 );
-            Queue( lDueMs, Ending::DONE,
-                   MakeAck( StatusU3V::SUCCESS, CommandU3V::PENDING_ACK, aParsed.mIdentifier,
-                            lData ) );
+            mIn.Queue( lDueMs, MakePendingAcknowledge( aCommand.mIdentifier,
+                                                       static_cast<uint16_t>( aFault.mValue ) ) );
             lDueMs += aFault.mApartMs;
         }
         break;
-    case FaultU3V::Kind::EMPTY:
-        for ( uint32_t i = 0; i < aFault.mCount; i++ )
+    case Kind::EMPTY:
+        for ( uint32_t i = 0; i < aFault.mCount; ++i )
         {
-            Queue( lDueMs, Ending::DONE, Bytes() );
+            mIn.Queue( lDueMs, Bytes() );
         }
         break;
-    case FaultU3V::Kind::STALE:
-        Queue( lDueMs, Ending::DONE,
-               MakeAck( StatusU3V::SUCCESS, GetAckCode( aParsed.mCommand ),
-                        static_cast<uint16_t>( aParsed.mIdentifier - 1 ), Bytes( 4, 0xEE ) ) );
+    case Kind::STALE:
+        mIn.Queue( lDueMs, MakeAcknowledge( GetAcknowledgeCode( aCommand ),
+                                            static_cast<uint16_t>( aCommand.mIdentifier - 1 ),
+                                            { StatusU3V::SUCCESS, Bytes( 4, 0xEE ) } ) );
         break;
     default:
         break;
     }
     return lDueMs;
-}
-
-void VirtualDeviceU3V::Acknowledge( const Parsed& aParsed, const Reply& aReply,
-                                    const FaultU3V* aFault )
-{
-    const auto lIs = [aFault]( FaultU3V::Kind aKind )
-    {
-        return ( aFault != nullptr ) && ( aFault->mKind == aKind );
-    };
-    if ( lIs( FaultU3V::Kind::UNPLUG ) )
-    {
-        Unplug();
-    }
-    if ( lIs( FaultU3V::Kind::SILENT ) || !aParsed.mWantsAck || mIsGone )
-    {
-        return;
-    }
-    if ( lIs( FaultU3V::Kind::STALL_IN ) )
-    {
-        Queue( aParsed.mNowMs, Ending::HALTED, Bytes() );
-        return;
-    }
-    Bytes lAck = MakeAck( aReply.mStatus, GetAckCode( aParsed.mCommand ), aParsed.mIdentifier,
-                          ( aReply.mStatus == StatusU3V::SUCCESS ) ? aReply.mData : Bytes() );
-    int64_t lDueMs = aParsed.mNowMs;
-    if ( aFault != nullptr )
-    {
-        lDueMs = AnswerBefore( aParsed, *aFault );
-        Damage( &lAck, *aFault );
-    }
-    Queue( lDueMs, Ending::DONE, lAck );
-}
-
-// Nothing overtakes what came before.
-void VirtualDeviceU3V::Queue( int64_t aDueMs, Ending aEnding, const Bytes& aBytes )
-{
-    Waiting lWaiting;
-    lWaiting.mDueMs = mWaiting.empty() ? aDueMs : std::max( aDueMs, mWaiting.back().mDueMs );
-    lWaiting.mEnding = aEnding;
-    lWaiting.mBytes = aBytes;
-    mWaiting.push_back( std::move( lWaiting ) );
 }
 
 VirtualDeviceU3V::Fetched VirtualDeviceU3V::Fetch( size_t aCapacity, int64_t aNowMs )
@@ -377,38 +270,17 @@ VirtualDeviceU3V::Fetched VirtualDeviceU3V::Fetch( size_t aCapacity, int64_t aNo
     {
         return { Ending::GONE, {} };
     }
-    if ( mIsInHalted )
+    if ( mIn.IsHalted() )
     {
         return { Ending::HALTED, {} };
     }
-    if ( mWaiting.empty() || ( mWaiting.front().mDueMs > aNowMs ) )
+    const std::optional<int64_t> lDueMs = mIn.GetNextDueMs();
+    if ( !lDueMs || *lDueMs > aNowMs )
     {
         return { Ending::WAITING, {} };
     }
-    Waiting& lFront = mWaiting.front();
-    Fetched lFetched{ lFront.mEnding, lFront.mBytes };
-    mCounters.mFetched++;
-    const bool lIsTooLong = lFetched.mBytes.size() > aCapacity;
-    if ( lIsTooLong && ( aCapacity % mConfiguration.mPacketSize != 0 ) )
-    {
-        mWaiting.pop_front();
-        return { Ending::OVERRUN, {} };
-    }
-    if ( lIsTooLong )
-    {
-        const auto lCut = lFront.mBytes.begin() + static_cast<std::ptrdiff_t>( aCapacity );
-        lFront.mBytes.erase( lFront.mBytes.begin(), lCut );
-        lFetched.mBytes.resize( aCapacity );
-        return lFetched;
-    }
-    mIsInHalted = lFetched.mEnding == Ending::HALTED;
-    mWaiting.pop_front();
-    return lFetched;
-}
-
-std::optional<int64_t> VirtualDeviceU3V::GetNextDueMs() const
-{
-    return mWaiting.empty() ? std::nullopt : std::make_optional( mWaiting.front().mDueMs );
+    ++mCounters.mFetched;
+    return mIn.Take( aCapacity );
 }
 
 void VirtualDeviceU3V::ClearHalt( uint8_t aEndpoint )
@@ -419,18 +291,13 @@ void VirtualDeviceU3V::ClearHalt( uint8_t aEndpoint )
     }
     if ( aEndpoint == EndpointU3V::CONTROL_IN )
     {
-        mIsInHalted = false;
+        mIn.ClearHalt();
     }
 }
 
 void VirtualDeviceU3V::RefuseAddress( uint64_t aAddress, uint16_t aStatus )
 {
-    if ( aStatus == StatusU3V::SUCCESS )
-    {
-        mRefusals.erase( aAddress );
-        return;
-    }
-    mRefusals[aAddress] = aStatus;
+    mAddressFaults.Refuse( AddressFaults::ANY_COMMAND, aAddress, aStatus );
 }
 
 } // namespace Simulators

@@ -1,6 +1,6 @@
 #include "tests/support/VirtualUsb.h"
 
-#include "Simulators/U3V/BootstrapU3V.h"
+#include "Simulators/U3V/DescriptorsU3V.h"
 #include "tests/support/LittleEndian.h"
 
 #include <sys/ioctl.h>
