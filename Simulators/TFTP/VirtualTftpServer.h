@@ -1,6 +1,9 @@
 #pragma once
 
 #include "Simulators/Datagram.h"
+#include "Simulators/TFTP/DisturbanceTFTP.h"
+#include "Simulators/TFTP/PacketTFTP.h"
+#include "Simulators/TFTP/SessionsTFTP.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,10 +16,10 @@
 namespace Simulators
 {
 
-// A TFTP server (RFC 1350) without a socket and without a clock: it gets the datagrams that came to
-// its ports, together with the time, and returns those that it sends. Octet mode, uploads and
-// downloads, blocks of 512 bytes; options of later standards are read over. Copies are independent
-// servers. Not safe for several threads at once.
+// VirtualTftpServer is a TFTP server (RFC 1350) without a socket and without a clock: it gets the
+// datagrams that came to its ports, together with the time, and returns those that it sends. Octet
+// mode, uploads and downloads, blocks of 512 bytes; options of later standards are read over.
+// Copies are independent servers. Not safe for several threads at once.
 //
 // Each request begins a session of its own with a transfer port of its own, also one that comes
 // again: an upload lies in its session and becomes a file, or replaces one, only when that
@@ -24,8 +27,8 @@ namespace Simulators
 // many; one that is complete lives on that long, so that its last acknowledge can be repeated.
 //
 // The server has no timer, so it never sends anything again on its own. A block that comes again is
-// acknowledged again; an acknowledge of the block before the current one brings the current one
-// again.
+// acknowledged again; after an acknowledge of the block before the current one, the current one is
+// sent again.
 //
 // What it refuses, with an ERROR packet that ends the session:
 //   0 not defined          a mode that is not octet; an upload that Configuration::mKeep refuses
@@ -58,27 +61,9 @@ public:
         std::function<bool( const std::string& aName, const Bytes& aContent )> mKeep;
     };
 
-    // What can go wrong with an answer, on request.
-    enum class Trouble
-    {
-        SILENCE,      // it is not sent; whatever else it stands for has happened
-        DUPLICATE,    // it is sent twice
-        WRONG_BLOCK,  // it has another block number
-        FOREIGN_PORT, // it leaves from Disturbance::mForeignPort, where no session is
-        ERROR_PACKET  // an ERROR packet is sent in its place and the session ends
-    };
-
-    // Answers mFirst to mFirst + mCount - 1 of the server, counted from 0, suffer mTrouble.
-    struct Disturbance
-    {
-        Trouble mTrouble = Trouble::SILENCE;
-        uint64_t mFirst = 0;
-        uint64_t mCount = 1;
-        uint16_t mBlockOffset = 1; // added to the block number
-        uint16_t mForeignPort = 40069;
-        uint16_t mErrorCode = 0;
-        std::string mMessage = "Disturbed";
-    };
+    using Trouble = TroubleTFTP;
+    using Disturbance = DisturbanceTFTP;
+    // A count of answers.
     static constexpr uint64_t FOR_EVER = UINT64_MAX;
 
     struct Counters
@@ -112,63 +97,35 @@ public:
     const Bytes* FindFile( const std::string& aName ) const;
     std::vector<std::string> GetFileNames() const;
 
-    size_t GetSessionCount() const { return mSessions.size(); }
+    size_t GetSessionCount() const { return mSessions.GetCount(); }
     const Counters& GetCounters() const { return mCounters; }
 
     // One line, without a line end: "2 uploads published, ...".
     std::string GetSummary() const;
 
 private:
-    struct Session
-    {
-        Endpoint mPeer;
-        uint16_t mPort = 0;
-        bool mIsUpload = false;
-        std::string mName;
-        Bytes mContent;                     // of an upload, so far
-        std::shared_ptr<const Bytes> mFile; // of a download
-        size_t mOffset = 0;                 // of the current block of a download
-        uint16_t mBlock = 0;                // the last one taken, or the current one sent; wraps
-        bool mIsComplete = false;
-        int64_t mLastMs = 0;
-    };
-
-    // A datagram on its way through the server.
-    struct Incoming
-    {
-        Endpoint mFrom;
-        uint16_t mToPort = 0;
-        uint16_t mOpcode = 0;
-        uint16_t mNumber = 0; // the second field, of packets that have one
-        Bytes mBytes;
-        int64_t mNowMs = 0;
-    };
-
     using Answers = std::vector<Outgoing>;
 
-    Answers HandleRequest( const Incoming& aIncoming );
-    Answers BeginUpload( const Incoming& aIncoming, const std::string& aName );
-    Answers BeginDownload( const Incoming& aIncoming, const std::string& aName );
-    Answers HandleTransfer( const Incoming& aIncoming );
-    Answers HandleBlock( Session* aSession, const Incoming& aIncoming );
-    Answers HandleAcknowledge( Session* aSession, const Incoming& aIncoming );
+    Answers HandleRequest( const PacketTFTP& aPacket );
+    Answers BeginUpload( const PacketTFTP& aPacket, const std::string& aName );
+    Answers BeginDownload( const PacketTFTP& aPacket, const std::string& aName );
+    Answers HandleTransfer( const PacketTFTP& aPacket );
+    Answers HandleBlock( SessionTFTP& aSession, const PacketTFTP& aPacket );
+    Answers TakeBlock( SessionTFTP& aSession, const PacketTFTP& aPacket );
+    bool Publish( SessionTFTP& aSession );
+    Answers HandleAcknowledge( SessionTFTP& aSession, const PacketTFTP& aPacket );
 
-    Session* AddSession( const Incoming& aIncoming, const std::string& aName );
-    void ForgetSilentSessions( int64_t aNowMs );
-    uint16_t ChoosePort();
-
-    Answers Acknowledge( const Session& aSession );
-    Answers SendBlock( const Session& aSession );
-    Answers Refuse( const Incoming& aIncoming, uint16_t aCode, const std::string& aMessage );
-    Answers EndSession( const Incoming& aIncoming, uint16_t aCode, const std::string& aMessage );
-    Answers Answer( Outgoing aAnswer );
-    Answers Spoil( Outgoing aAnswer, const Disturbance& aDisturbance );
+    Answers Drop();
+    Answers Acknowledge( const SessionTFTP& aSession );
+    Answers SendBlock( const SessionTFTP& aSession );
+    Answers Refuse( const PacketTFTP& aPacket, uint16_t aCode, const std::string& aMessage );
+    Answers EndSession( const PacketTFTP& aPacket, uint16_t aCode, const std::string& aMessage );
+    Answers Answer( const Outgoing& aAnswer );
     const Disturbance* FindDisturbance( uint64_t aAnswer ) const;
 
     Configuration mConfiguration;
     std::map<std::string, std::shared_ptr<const Bytes>> mFiles;
-    std::map<uint16_t, Session> mSessions; // by transfer port
-    uint16_t mNextPort = 0;                // from mFirstTransferPort on
+    SessionsTFTP mSessions;
     std::vector<Disturbance> mDisturbances;
     Counters mCounters;
 };

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Simulators/Datagram.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Simulators
+{
+
+// What can go wrong with an answer of a server, on request.
+enum class TroubleTFTP
+{
+    SILENCE,      // it is not sent; whatever else it stands for has happened
+    DUPLICATE,    // it is sent twice
+    WRONG_BLOCK,  // it has another block number
+    FOREIGN_PORT, // it leaves from DisturbanceTFTP::mForeignPort, where no session is
+    ERROR_PACKET  // an ERROR packet is sent in its place and the session ends
+};
+
+// Answers mFirst to mFirst + mCount - 1 of the server, counted from 0, suffer mTrouble.
+struct DisturbanceTFTP
+{
+    TroubleTFTP mTrouble = TroubleTFTP::SILENCE;
+    uint64_t mFirst = 0;
+    uint64_t mCount = 1;
+    uint16_t mBlockOffset = 1; // added to the block number
+    uint16_t mForeignPort = 40069;
+    uint16_t mErrorCode = 0;
+    std::string mMessage = "Disturbed";
+};
+
+// What is sent in place of the answer.
+std::vector<Outgoing> Disturb( const Outgoing& aAnswer, const DisturbanceTFTP& aDisturbance );
+
+} // namespace Simulators
