@@ -22,7 +22,7 @@ struct Endpoint
 
 inline bool operator==( const Endpoint& aA, const Endpoint& aB )
 {
-    return ( aA.mAddress == aB.mAddress ) && ( aA.mPort == aB.mPort );
+    return aA.mAddress == aB.mAddress && aA.mPort == aB.mPort;
 }
 
 inline bool operator!=( const Endpoint& aA, const Endpoint& aB )
@@ -32,14 +32,14 @@ inline bool operator!=( const Endpoint& aA, const Endpoint& aB )
 
 inline bool operator<( const Endpoint& aA, const Endpoint& aB )
 {
-    return ( aA.mAddress != aB.mAddress ) ? ( aA.mAddress < aB.mAddress ) : ( aA.mPort < aB.mPort );
+    return aA.mAddress != aB.mAddress ? aA.mAddress < aB.mAddress : aA.mPort < aB.mPort;
 }
 
 // A datagram that is to leave for mTo, mDelayMs milliseconds (0 or more) after the call that
-// returned it. Whoever owns the socket keeps it until then; two that fall due together leave in the
-// order in which they were returned. It leaves from the local port mFromPort; 0 is the port that
-// the device listens on, any other is a number of the device's own choice that names one of its
-// further ports, so that whoever owns the sockets may map it to another.
+// returned it. The owner of the socket keeps it until then; two that are due at the same time leave
+// in the order in which they were returned. It leaves from the local port mFromPort: 0 is the port
+// that the device listens on, any other number is the device's own name for one of its further
+// ports, which the owner of the sockets may map to another.
 struct Outgoing
 {
     Bytes mBytes;

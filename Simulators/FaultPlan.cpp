@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <deque>
 
 namespace Simulators
 {
@@ -16,7 +17,8 @@ constexpr size_t EARLIER_MAX = 8;
 
 } // namespace
 
-// splitmix64.
+// splitmix64. Unlike the distributions of the standard library, it gives the same numbers on every
+// machine.
 uint64_t FaultPlan::Generator::Next()
 {
     mState += 0x9E3779B97F4A7C15u;
@@ -29,7 +31,7 @@ uint64_t FaultPlan::Generator::Next()
 // The remainder favours small numbers by less than one in 2^30 for the counts that occur here.
 uint64_t FaultPlan::Generator::Below( uint64_t aCount )
 {
-    return ( aCount == 0 ) ? 0 : Next() % aCount;
+    return aCount == 0 ? 0 : Next() % aCount;
 }
 
 bool FaultPlan::Generator::Strikes( double aRate )
@@ -42,6 +44,7 @@ bool FaultPlan::Generator::Strikes( double aRate )
 FaultPlan::FaultPlan( const Rates& aRates, uint64_t aSeed )
     : mRates( aRates )
     , mGenerator( aSeed )
+    , mEarlier( EARLIER_MAX )
 {
 }
 
@@ -61,115 +64,107 @@ FaultPlan::Strikes FaultPlan::Draw()
 
 std::vector<Outgoing> FaultPlan::Apply( const Outgoing& aDatagram )
 {
-    mCounters.mSeen++;
+    ++mCounters.mSeen;
     const Strikes lStrikes = Draw();
-    // The details come from numbers of their own, as many as it takes.
+    // The details come from a generator of their own. So the faults of the next datagram do not
+    // depend on how many numbers this one needs.
     Generator lDetails( mGenerator.Next() );
     std::vector<Outgoing> lOut;
     if ( lStrikes.mLoss )
     {
-        mCounters.mLost++;
+        ++mCounters.mLost;
     }
     else
     {
-        Deliver( &lOut, aDatagram, lStrikes, &lDetails );
+        lOut = Deliver( aDatagram, lStrikes, lDetails );
     }
     if ( lStrikes.mStray )
     {
-        mCounters.mStrays++;
+        ++mCounters.mStrays;
         const bool lIsFirst = lDetails.Below( 2 ) == 0;
-        lOut.insert( lIsFirst ? lOut.begin() : lOut.end(), MakeStray( aDatagram, &lDetails ) );
+        lOut.insert( lIsFirst ? lOut.begin() : lOut.end(), MakeStray( aDatagram, lDetails ) );
     }
-    mEarlier.push_back( aDatagram.mBytes );
-    if ( mEarlier.size() > EARLIER_MAX )
-    {
-        mEarlier.pop_front();
-    }
+    mEarlier.Add( aDatagram.mBytes );
     return lOut;
 }
 
-void FaultPlan::Deliver( std::vector<Outgoing>* aOut, const Outgoing& aDatagram,
-                         const Strikes& aStrikes, Generator* aDetails )
+std::vector<Outgoing> FaultPlan::Deliver( const Outgoing& aDatagram, const Strikes& aStrikes,
+                                          Generator& aDetails )
 {
     Outgoing lDatagram = aDatagram;
-    bool lIsStruck = false;
-    if ( aStrikes.mTruncate && Truncate( &lDatagram, aDetails ) )
-    {
-        mCounters.mTruncated++;
-        lIsStruck = true;
-    }
-    if ( aStrikes.mCorrupt && Corrupt( &lDatagram, aDetails ) )
-    {
-        mCounters.mCorrupted++;
-        lIsStruck = true;
-    }
-    if ( aStrikes.mDelay && ( mRates.mMaxDelayMs > 0 ) )
-    {
-        mCounters.mDelayed++;
-        lDatagram.mDelayMs += static_cast<int64_t>( 1 + aDetails->Below( mRates.mMaxDelayMs ) );
-        lIsStruck = true;
-    }
-    if ( aStrikes.mReorder && ( mRates.mHoldMs > 0 ) )
-    {
-        mCounters.mReordered++;
-        lDatagram.mDelayMs += mRates.mHoldMs;
-        lIsStruck = true;
-    }
-    aOut->push_back( lDatagram );
+    const bool lIsTruncated = aStrikes.mTruncate && Truncate( lDatagram.mBytes, aDetails );
+    const bool lIsCorrupted = aStrikes.mCorrupt && Corrupt( lDatagram.mBytes, aDetails );
+    const bool lIsLate = Delay( lDatagram, aStrikes, aDetails );
     if ( aStrikes.mDuplicate )
     {
-        mCounters.mDuplicated++;
-        aOut->push_back( lDatagram );
-        lIsStruck = true;
+        ++mCounters.mDuplicated;
+        return { lDatagram, lDatagram };
     }
-    if ( !lIsStruck )
+    if ( !lIsTruncated && !lIsCorrupted && !lIsLate )
     {
-        mCounters.mPassed++;
+        ++mCounters.mPassed;
     }
+    return { lDatagram };
 }
 
-bool FaultPlan::Truncate( Outgoing* aDatagram, Generator* aDetails )
+bool FaultPlan::Truncate( Bytes& aBytes, Generator& aDetails )
 {
-    Bytes& lBytes = aDatagram->mBytes;
-    if ( lBytes.empty() )
+    if ( aBytes.empty() )
     {
         return false;
     }
-    lBytes.resize( static_cast<size_t>( aDetails->Below( lBytes.size() ) ) );
+    aBytes.resize( static_cast<size_t>( aDetails.Below( aBytes.size() ) ) );
+    ++mCounters.mTruncated;
     return true;
 }
 
-bool FaultPlan::Corrupt( Outgoing* aDatagram, Generator* aDetails )
+bool FaultPlan::Corrupt( Bytes& aBytes, Generator& aDetails )
 {
-    Bytes& lBytes = aDatagram->mBytes;
-    if ( lBytes.empty() )
+    if ( aBytes.empty() )
     {
         return false;
     }
     const size_t lReach =
-        mRates.mCorruptData ? lBytes.size() : std::min( lBytes.size(), HEADER_SIZE );
-    const size_t lOffset = static_cast<size_t>( aDetails->Below( lReach ) );
-    const uint64_t lChange = 1 + aDetails->Below( 255 );
-    lBytes[lOffset] = static_cast<uint8_t>( lBytes[lOffset] ^ lChange );
+        mRates.mCorruptData ? aBytes.size() : std::min( aBytes.size(), HEADER_SIZE );
+    const size_t lOffset = static_cast<size_t>( aDetails.Below( lReach ) );
+    const uint64_t lChange = 1 + aDetails.Below( 255 ); // at least one bit
+    aBytes[lOffset] = static_cast<uint8_t>( aBytes[lOffset] ^ lChange );
+    ++mCounters.mCorrupted;
     return true;
 }
 
-Outgoing FaultPlan::MakeStray( const Outgoing& aDatagram, Generator* aDetails )
+// Lets the datagram leave later: by a delay, by being reordered, or by both.
+bool FaultPlan::Delay( Outgoing& aDatagram, const Strikes& aStrikes, Generator& aDetails )
 {
-    Outgoing lStray;
-    lStray.mDelayMs = aDatagram.mDelayMs;
-    lStray.mTo = aDatagram.mTo;
-    lStray.mFromPort = aDatagram.mFromPort;
-    const bool lIsStale = aDetails->Below( 2 ) == 0;
-    if ( lIsStale && !mEarlier.empty() )
+    const bool lIsDelayed = aStrikes.mDelay && mRates.mMaxDelayMs > 0;
+    const bool lIsReordered = aStrikes.mReorder && mRates.mHoldMs > 0;
+    if ( lIsDelayed )
     {
-        lStray.mBytes = mEarlier[static_cast<size_t>( aDetails->Below( mEarlier.size() ) )];
+        ++mCounters.mDelayed;
+        aDatagram.mDelayMs += static_cast<int64_t>( 1 + aDetails.Below( mRates.mMaxDelayMs ) );
+    }
+    if ( lIsReordered )
+    {
+        ++mCounters.mReordered;
+        aDatagram.mDelayMs += mRates.mHoldMs;
+    }
+    return lIsDelayed || lIsReordered;
+}
+
+Outgoing FaultPlan::MakeStray( const Outgoing& aDatagram, Generator& aDetails )
+{
+    Outgoing lStray = aDatagram;
+    const std::deque<Bytes>& lEarlier = mEarlier.Get();
+    const bool lIsStale = aDetails.Below( 2 ) == 0;
+    if ( lIsStale && !lEarlier.empty() )
+    {
+        lStray.mBytes = lEarlier[static_cast<size_t>( aDetails.Below( lEarlier.size() ) )];
         return lStray;
     }
-    const uint64_t lSize = 1 + aDetails->Below( STRAY_SIZE_MAX );
-    for ( uint64_t i = 0; i < lSize; i++ )
+    lStray.mBytes.resize( static_cast<size_t>( 1 + aDetails.Below( STRAY_SIZE_MAX ) ) );
+    for ( uint8_t& lByte : lStray.mBytes )
     {
-        lStray.mBytes.push_back( static_cast<uint8_t>( aDetails->Below( 256 ) ) );
+        lByte = static_cast<uint8_t>( aDetails.Below( 256 ) );
     }
     return lStray;
 }

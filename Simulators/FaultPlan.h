@@ -1,27 +1,27 @@
 #pragma once
 
 #include "Simulators/Datagram.h"
+#include "Simulators/Latest.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
 namespace Simulators
 {
 
-// A bad network in one direction. Each datagram goes through Apply, which returns what arrives
-// instead. What happens follows from the seed, the rates and the datagrams alone, on every machine;
-// a changed rate of one fault does not change when the others strike. With all rates 0 nothing is
-// changed. Copies go on independently. Not safe for several threads at once.
+// FaultPlan is a bad network in one direction. Each datagram goes through Apply, which returns what
+// arrives instead. What happens follows from the seed, the rates and the datagrams alone, on every
+// machine; a changed rate of one fault does not change which datagrams have the others. With all
+// rates 0 nothing is changed. Copies go on independently. Not safe for several threads at once.
 class FaultPlan
 {
 public:
-    // How likely each fault is to strike a datagram: 0 never, 1 always; what lies outside counts as
-    // the nearer end, not-a-number as 0. Faults strike independently; one datagram can be cut,
-    // corrupted and sent twice. A lost datagram suffers nothing else; a stray can come in its
-    // place.
+    // How likely each fault is for a datagram: 0 never, 1 always. A rate below 0 counts as 0, one
+    // above 1 as 1, not-a-number as 0. Faults are independent of each other: one datagram can be
+    // cut, corrupted and sent twice. A lost datagram has no other fault, but a stray can come in
+    // its place.
     struct Rates
     {
         double mLoss = 0.0;
@@ -35,9 +35,8 @@ public:
         // A delayed datagram waits 1 to mMaxDelayMs longer.
         uint32_t mMaxDelayMs = 100;
         // A reordered datagram waits exactly this much longer, so that all that pass meanwhile
-        // overtake it; never longer, so nothing is held for ever. The default is above the 400 ms
-        // after which a host asks again, since in a talk of one question at a time nothing else
-        // overtakes.
+        // overtake it. The default is above the 400 ms after which a host sends a command again: a
+        // host that waits for each answer sends nothing else that could overtake.
         uint32_t mHoldMs = 500;
         // Corruption changes one of the first 8 bytes, the header; true: any byte.
         bool mCorruptData = false;
@@ -102,16 +101,17 @@ private:
     };
 
     Strikes Draw();
-    void Deliver( std::vector<Outgoing>* aOut, const Outgoing& aDatagram, const Strikes& aStrikes,
-                  Generator* aDetails );
-    bool Truncate( Outgoing* aDatagram, Generator* aDetails );
-    bool Corrupt( Outgoing* aDatagram, Generator* aDetails );
-    Outgoing MakeStray( const Outgoing& aDatagram, Generator* aDetails );
+    std::vector<Outgoing> Deliver( const Outgoing& aDatagram, const Strikes& aStrikes,
+                                   Generator& aDetails );
+    bool Truncate( Bytes& aBytes, Generator& aDetails );
+    bool Corrupt( Bytes& aBytes, Generator& aDetails );
+    bool Delay( Outgoing& aDatagram, const Strikes& aStrikes, Generator& aDetails );
+    Outgoing MakeStray( const Outgoing& aDatagram, Generator& aDetails );
 
     Rates mRates;
     Generator mGenerator;
     Counters mCounters;
-    std::deque<Bytes> mEarlier;
+    Latest<Bytes> mEarlier;
 };
 
 } // namespace Simulators

@@ -7,7 +7,7 @@
 namespace Simulators
 {
 
-// Latest keeps the latest items of a sequence, as many as it was told to.
+// Latest keeps the latest items of a sequence, at most a given number of them.
 template <typename ITEM>
 class Latest
 {

@@ -133,7 +133,7 @@ void AddLaterRegisters( AddressSpace& aSpace, const ConfigurationGEV& aConfigura
 bool HasSourcePort( const ConfigurationGEV& aConfiguration, uint32_t aCapability )
 {
     return HasVersion( aConfiguration, 1, 1 ) &&
-           ( ( aCapability & Capability::CHANNEL_SOURCE_PORT ) != 0 );
+           ( aCapability & Capability::CHANNEL_SOURCE_PORT ) != 0;
 }
 
 void AddMessageChannel( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
@@ -197,9 +197,8 @@ uint32_t GetStreamRegisterCount( const ConfigurationGEV& aConfiguration )
 
 bool HasVersion( const ConfigurationGEV& aConfiguration, uint16_t aMajor, uint16_t aMinor )
 {
-    return ( aConfiguration.mVersionMajor > aMajor ) ||
-           ( ( aConfiguration.mVersionMajor == aMajor ) &&
-             ( aConfiguration.mVersionMinor >= aMinor ) );
+    return aConfiguration.mVersionMajor > aMajor ||
+           ( aConfiguration.mVersionMajor == aMajor && aConfiguration.mVersionMinor >= aMinor );
 }
 
 uint32_t GetGvcpCapability( const ConfigurationGEV& aConfiguration )
@@ -209,17 +208,17 @@ uint32_t GetGvcpCapability( const ConfigurationGEV& aConfiguration )
                             Capability::GVCP_LINK_SPEED | Capability::GVCP_HEARTBEAT_DISABLE |
                             Capability::GVCP_SERIAL_NUMBER | Capability::GVCP_USER_DEFINED_NAME;
     return aConfiguration.mGvcpCapability.value_or(
-        lFirst | ( HasVersion( aConfiguration, 1, 1 ) ? lLater : 0 ) );
+        HasVersion( aConfiguration, 1, 1 ) ? lFirst | lLater : lFirst );
 }
 
 uint32_t GetStreamCapability( const ConfigurationGEV& aConfiguration )
 {
     uint32_t lUsual = 0;
-    if ( ( aConfiguration.mStreamChannels != 0 ) && HasVersion( aConfiguration, 1, 1 ) )
+    if ( aConfiguration.mStreamChannels != 0 && HasVersion( aConfiguration, 1, 1 ) )
     {
         lUsual = Capability::CHANNEL_SOURCE_PORT;
     }
-    if ( ( aConfiguration.mStreamChannels != 0 ) && HasVersion( aConfiguration, 2, 0 ) )
+    if ( aConfiguration.mStreamChannels != 0 && HasVersion( aConfiguration, 2, 0 ) )
     {
         lUsual |= Capability::STREAM_LEGACY_BLOCK_ID;
     }
@@ -228,8 +227,7 @@ uint32_t GetStreamCapability( const ConfigurationGEV& aConfiguration )
 
 uint32_t GetMessageCapability( const ConfigurationGEV& aConfiguration )
 {
-    const bool lHas =
-        ( aConfiguration.mMessageChannels != 0 ) && HasVersion( aConfiguration, 1, 1 );
+    const bool lHas = aConfiguration.mMessageChannels != 0 && HasVersion( aConfiguration, 1, 1 );
     return aConfiguration.mMessageCapability.value_or( lHas ? Capability::CHANNEL_SOURCE_PORT : 0 );
 }
 
@@ -270,7 +268,7 @@ AddressSpace MakeAddressSpaceGEV( const ConfigurationGEV& aConfiguration )
     AddControl( lSpace, aConfiguration );
     AddLaterRegisters( lSpace, aConfiguration );
     AddMessageChannel( lSpace, aConfiguration );
-    for ( uint32_t i = 0; i < lStreamChannels; i++ )
+    for ( uint32_t i = 0; i < lStreamChannels; ++i )
     {
         AddStreamChannel( lSpace, aConfiguration, i );
     }

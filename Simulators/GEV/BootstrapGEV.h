@@ -16,8 +16,9 @@ namespace Simulators
 // 0x00010000  description of the device (XML), read only
 // 0x00100000  memory, 1 MiB (both figures are configurable)
 //
-// Everything else is no valid address. Within the bootstrap and manufacturer's registers a word
-// that is no register is refused to READREG, WRITEREG and WRITEMEM and reads as 0 within a READMEM.
+// Everything else is an invalid address. Within the bootstrap and manufacturer's registers a word
+// that is not a register is refused to READREG, WRITEREG and WRITEMEM and reads as 0 within a
+// READMEM.
 namespace Register
 {
 constexpr uint32_t VERSION = 0x0000;
@@ -71,7 +72,7 @@ constexpr uint32_t STREAM_DESTINATION = 0x0D18;
 constexpr uint32_t STREAM_SOURCE_PORT = 0x0D1C;
 
 // Manufacturer's registers.
-constexpr uint32_t SCRATCH = 0xA000; // sixteen words, 0 at first, that only keep what is written
+constexpr uint32_t SCRATCH = 0xA000; // sixteen words, 0 at first, without any effect
 constexpr uint32_t SCRATCH_COUNT = 16;
 constexpr uint32_t READ_ONLY_WORD =
     0xA040; // reads READ_ONLY_VALUE, a write is refused: write protect
@@ -91,7 +92,8 @@ constexpr uint32_t DESCRIPTION = 0x00010000;
 // Number of bytes that DISCOVERY acknowledges with, from 0x0000 on.
 constexpr uint32_t DISCOVERY_SIZE = 0x00F8;
 
-// The standard allows no shorter Heartbeat Timeout; what is written below it becomes this. ms.
+// The shortest Heartbeat Timeout that the standard allows, in ms. A shorter one that is written
+// becomes this.
 constexpr uint32_t HEARTBEAT_MIN_MS = 500;
 
 // Stream channels that have registers, at most.

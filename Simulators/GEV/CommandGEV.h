@@ -99,7 +99,7 @@ struct ReplyGEV
 // The payload of both write acknowledges: a reserved field and the index.
 Bytes MakeIndex( size_t aIndex );
 
-// Refuses a command of which nothing was executed. A write acknowledge carries its index also then.
+// Refuses a command of which nothing was executed. A write acknowledge carries an index even then.
 ReplyGEV MakeRefusal( const CommandGEV& aCommand, uint16_t aStatus );
 
 // The datagrams that answer a command.

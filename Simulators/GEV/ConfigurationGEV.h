@@ -28,18 +28,18 @@ constexpr uint32_t STREAM_LEGACY_BLOCK_ID = 0x40000000; // 0x092C, from 2.0 on
 } // namespace Capability
 
 // How long the device works on a command that succeeds, and how it tells the host meanwhile. It
-// announces mTimes times and works mTakesMs milliseconds after each announcement: announcements
+// announces mTimes times and works mTakesMs milliseconds (T) after each announcement: announcements
 // leave at 0, T, 2T, ... and the final acknowledge at mTimes x T. A device that cannot announce
-// (mTimes 0, or see mAlways) is silent for T and then gives the final acknowledge.
+// (mTimes 0, or see mAlways) is silent for T and then sends the final acknowledge.
 struct PendingAcknowledge
 {
     uint16_t mAnnouncedMs = 0; // time to completion that a pending acknowledge carries
     uint32_t mTakesMs = 0;     // T
-    uint16_t mTimes = 0;       // announcements per command, 0: none
+    uint16_t mTimes = 0;       // announcements per command
     // Pending acknowledges came with version 1.1 and a bit of the GVCP Capability register. true:
-    // send them also from a device that promises none.
+    // send them also without these.
     bool mAlways = false;
-    // The commands that take this long; those without acknowledge never do.
+    // The commands that take this long. Those without acknowledge never do.
     std::vector<uint16_t> mCommands = { Command::READREG, Command::WRITEREG, Command::READMEM,
                                         Command::WRITEMEM };
 };
@@ -87,15 +87,15 @@ struct ConfigurationGEV
     uint32_t mMessageSourcePort = 50000;
     uint32_t mFirstStreamSourcePort = 50001; // channel i has this plus i
 
-    uint64_t mTickFrequency = 0; // of the timestamp, Hz; 0: it has none
+    uint64_t mTickFrequency = 0; // of the timestamp, Hz; 0: no timestamp
 
     PendingAcknowledge mPending;
 
     // true: lengths, alignment and counts are judged. false: trailing bytes, a wrong length field,
     // any alignment and any count up to 536 are taken.
     bool mStrict = true;
-    // true: who does not hold control writes nothing but Control Channel Privilege. false: while
-    // nobody holds it, everybody writes.
+    // What hosts may write while nobody holds control. true: Control Channel Privilege alone.
+    // false: everything.
     bool mRequireControl = true;
     // For this long after its acknowledge, a request that comes again is answered from memory.
     uint32_t mResendWindowMs = 3000;

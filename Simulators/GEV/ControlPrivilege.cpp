@@ -48,8 +48,8 @@ void ControlPrivilege::Expire( AddressSpace& aSpace, int64_t aNowMs )
     }
 }
 
-// Closes the channels too, since nobody is left who could. Words that are not registers of this
-// device are 0 already.
+// The channels close with control, since only its holder could close them. Words that are not
+// registers of this device are 0 already.
 void ControlPrivilege::Free( AddressSpace& aSpace )
 {
     mHolder.reset();

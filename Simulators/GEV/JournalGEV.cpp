@@ -9,7 +9,7 @@ namespace Simulators
 namespace
 {
 
-// The key under which commands that are not implemented are counted; no command has this code.
+// The key that all commands share that are not implemented.
 constexpr uint16_t NOT_IMPLEMENTED = 0;
 
 bool HasReservedBits( const CommandGEV& aCommand )

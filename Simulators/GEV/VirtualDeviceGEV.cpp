@@ -10,7 +10,7 @@ namespace Simulators
 namespace
 {
 
-// Faults and effects belong to whole words.
+// Faults belong to whole words.
 uint32_t GetWordAddress( uint32_t aAddress )
 {
     return aAddress & ~3u;
@@ -33,9 +33,10 @@ std::vector<Outgoing> VirtualDeviceGEV::Receive( const Endpoint& aFrom, const ui
     {
         return {};
     }
-    // The standard has 0x8002 for a length that does not suit the command. One that is not even
-    // that of the datagram is told apart by 0x800E; 0x8009, message mismatch, has been withdrawn.
-    // It says nothing of the sender and is not remembered: a part of the datagram is missing.
+    // The standard has 0x8002 for a length that does not suit the command. A length that is not
+    // that of the datagram gets 0x800E, so that a test can tell the two apart; 0x8009, message
+    // mismatch, has been withdrawn. Such a datagram is damaged: it is not a sign of life, and it
+    // must not replace the whole command before it in the cache.
     if ( mRegisters.IsStrict() && lCommand->mLength != lCommand->GetPayloadSize() )
     {
         return Send( *lCommand, MakeRefusal( *lCommand, Status::INVALID_HEADER ), Work() );
@@ -166,6 +167,13 @@ std::vector<Outgoing> VirtualDeviceGEV::Send( const CommandGEV& aCommand, const 
         lOut.push_back( { MakeAcknowledge( aCommand, aReply ), aWork.mFinalMs, aCommand.mFrom } );
     }
     return lOut;
+}
+
+bool VirtualDeviceGEV::TakesFromBroadcast( const uint8_t* aData, size_t aSize )
+{
+    const std::optional<CommandGEV> lCommand =
+        ParseCommandGEV( Endpoint(), 0, Bytes( aData, aData + aSize ) );
+    return lCommand && lCommand->mKey == CommandGEV::KEY && lCommand->mCode == Command::DISCOVERY;
 }
 
 void VirtualDeviceGEV::RefuseAddress( uint32_t aAddress, uint16_t aStatus )

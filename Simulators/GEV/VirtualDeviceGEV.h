@@ -71,6 +71,10 @@ public:
     std::vector<Outgoing> Receive( const Endpoint& aFrom, const uint8_t* aData, size_t aSize,
                                    int64_t aNowMs );
 
+    // Whether a device takes this datagram when it was broadcast: only a DISCOVERY. For the filter
+    // of a server; Receive does not know how a datagram came. aData may be null if aSize is 0.
+    static bool TakesFromBroadcast( const uint8_t* aData, size_t aSize );
+
     // From now on each command that touches the word at aAddress is answered with aStatus; 0 takes
     // it back. Refuse does so for one command code only and goes before RefuseAddress; DISCOVERY
     // counts as touching address 0.
@@ -110,7 +114,7 @@ private:
     {
         std::vector<int64_t> mAnnouncementsMs; // when a pending acknowledge leaves
         int64_t mFinalMs = 0;                  // when the acknowledge leaves
-        int64_t mPromisedMs = 0;               // when the host that was told to wait has waited
+        int64_t mPromisedMs = 0;               // until when the host was told to wait
     };
 
     std::optional<CommandGEV> Take( const Endpoint& aFrom, const uint8_t* aData, size_t aSize,

@@ -74,7 +74,7 @@ Result DeviceServer::Open( const Options& aOptions )
 
 void DeviceServer::Start()
 {
-    // When the sockets fail there is nobody to tell: the device falls silent.
+    // The result of a failed socket has no reader here. The device is silent from then on.
     mThread = std::thread( [this] { (void)Serve(); } );
 }
 
@@ -125,14 +125,17 @@ Result DeviceServer::Serve()
     return lResult;
 }
 
-// Ends when Stop has closed the device's own socket.
+// Ends when Stop has closed the device's own socket. That socket alone is asked, since Stop closes
+// it first and may do so at any moment.
 Result DeviceServer::ServeOpen()
 {
     size_t lTurn = 0;
     while ( mSocket.IsOpened() )
     {
         std::vector<Listener> lListeners = GetListeners();
-        // The first of the list goes first; a flood on one socket must not deafen the others.
+        // Where several sockets are ready, the first of the list is served. The list is rotated
+        // after each datagram, so that a flood on one socket does not keep the others from being
+        // served.
         std::rotate( lListeners.begin(),
                      lListeners.begin() + static_cast<std::ptrdiff_t>( lTurn % lListeners.size() ),
                      lListeners.end() );
@@ -180,7 +183,8 @@ unsigned int DeviceServer::GetWait( int64_t aNowMs ) const
     return static_cast<unsigned int>( std::clamp<int64_t>( lWait, 0, LONG_WAIT ) );
 }
 
-// OK also when nothing was there after all.
+// OK also when nothing was there: a datagram with a wrong checksum wakes the wait and is then
+// dropped by the system.
 Result DeviceServer::ReceiveOne( const Listener& aListener )
 {
     IpAddress lAddress;
@@ -242,7 +246,8 @@ void DeviceServer::Deliver( const Outgoing& aRequest, int64_t aNowMs )
     }
 }
 
-// Counted under the same lock, so that who has the answer also sees it counted.
+// Sent and counted under one lock. A host that has the answer and then asks for the counters finds
+// the answer counted.
 void DeviceServer::Send( const Outgoing& aAnswer )
 {
     LockScope lLock( mMutex );
@@ -253,7 +258,7 @@ void DeviceServer::Send( const Outgoing& aAnswer )
     ++( lResult.IsOK() ? mCounters.mSent : mCounters.mSendFailures );
 }
 
-// The socket of a port. One that could not be opened fails in the send.
+// The socket of a port. If it cannot be opened, the send fails and is counted as failed.
 SocketUDP& DeviceServer::GetSocket( uint16_t aPort )
 {
     if ( aPort == 0 )

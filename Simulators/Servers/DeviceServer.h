@@ -21,12 +21,12 @@
 namespace Simulators
 {
 
-// DeviceServer gives a device core, which knows bytes only, a UDP address and the time: each
-// datagram that arrives goes to the core, and what the core returns leaves when it is due. A bad
-// network can be put in front of it, one fault plan for each way.
+// DeviceServer gives a device core, which has neither socket nor clock, a UDP address and the time:
+// each datagram that arrives goes to the core, and what the core returns leaves when it is due. A
+// fault plan for each direction makes the network in between a bad one.
 //
-// The core runs on the serving thread, under the server's mutex. Whoever wants to look at the core,
-// or change it, while it serves does that through Access (or holds GetMutex()).
+// The core runs on the serving thread, under the server's mutex. While it serves, look at the core
+// and change it through Access only, or while holding GetMutex().
 //
 // Order of use: Open, then Start or Run, then Stop; after that it may be opened again. Stop may be
 // called at any time from any thread but the serving one; the other operations belong to one

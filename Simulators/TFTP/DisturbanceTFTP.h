@@ -19,7 +19,7 @@ enum class TroubleTFTP
     ERROR_PACKET  // an ERROR packet is sent in its place and the session ends
 };
 
-// Answers mFirst to mFirst + mCount - 1 of the server, counted from 0, suffer mTrouble.
+// mTrouble happens to the answers mFirst to mFirst + mCount - 1 of the server, counted from 0.
 struct DisturbanceTFTP
 {
     TroubleTFTP mTrouble = TroubleTFTP::SILENCE;

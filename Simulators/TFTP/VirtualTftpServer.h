@@ -51,8 +51,8 @@ public:
         bool mIsWritable = true;
         bool mMayReplace = true;
         size_t mMaxFileSize = size_t{ 64 } << 20;
-        // Sessions take these ports in turn. There are never more sessions than ports: the one that
-        // has been silent for longest makes room.
+        // Sessions take these ports in turn; 0 ports count as 1. There are never more sessions than
+        // ports: the session that was silent for longest makes room.
         uint16_t mFirstTransferPort = 50000;
         uint16_t mTransferPorts = 64;
         int64_t mSessionTimeoutMs = 60000;
@@ -63,7 +63,7 @@ public:
 
     using Trouble = TroubleTFTP;
     using Disturbance = DisturbanceTFTP;
-    // A count of answers.
+    // As Disturbance::mCount: every answer from mFirst on.
     static constexpr uint64_t FOR_EVER = UINT64_MAX;
 
     struct Counters
@@ -88,7 +88,7 @@ public:
     std::vector<Outgoing> Receive( const Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData,
                                    size_t aSize, int64_t aNowMs );
 
-    // The latest call that names an answer counts.
+    // Where several disturbances name an answer, the latest call counts.
     void Disturb( const Disturbance& aDisturbance );
 
     // The files, looked at and put there from behind. FindFile gives null when there is none; the

@@ -73,10 +73,10 @@ void MapChannels( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
     constexpr size_t CONTROL_OFFSET = 0x04;
     constexpr size_t PAYLOAD_SIZE_OFFSET = 0x08;
     constexpr size_t MAX_LEADER_OFFSET = 0x18;
-    constexpr uint32_t CHANNELS_MAX = 64; // that fit in front of the EIRM with much room to spare
+    constexpr uint32_t CHANNELS_MAX = 64; // they fit in front of the EIRM
     const uint32_t lChannels = std::min( aConfiguration.mStreamChannels, CHANNELS_MAX );
     aSpace.Map( SIRM, Bytes( lChannels * SIRM_SIZE, 0 ), Access::READ_ONLY );
-    for ( uint32_t i = 0; i < lChannels; i++ )
+    for ( uint32_t i = 0; i < lChannels; ++i )
     {
         const uint64_t lBase = SIRM + i * SIRM_SIZE;
         aSpace.SetNumber( lBase + PAYLOAD_SIZE_OFFSET, 640 * 480, 8 );

@@ -10,8 +10,8 @@
 namespace Simulators
 {
 
-// The address map of the virtual device. Regions other than these and the two memories are no valid
-// address.
+// The address map of the virtual device. Whatever lies outside these regions and the two memories
+// is an invalid address.
 //
 // 0x00000000  ABRM
 // 0x00010000  SBRM

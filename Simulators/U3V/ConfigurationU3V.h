@@ -25,10 +25,11 @@ constexpr uint64_t U3VCP_EIRM = 0x02;
 constexpr uint64_t U3VCP_IIDC2 = 0x04;
 } // namespace CapabilityU3V
 
-// What a virtual USB3 Vision device is like.
+// What a virtual USB3 Vision device is.
 struct ConfigurationU3V
 {
-    // USB. The packet size is that of all bulk endpoints; 512 and 1024 are what real ones have.
+    // USB. The packet size is that of all bulk endpoints; 512 and 1024 are what real ones have; 0
+    // counts as 1.
     uint16_t mVendorID = 0x1AB2;
     uint16_t mProductID = 0x0001;
     uint16_t mPacketSize = 1024;
@@ -60,8 +61,8 @@ struct ConfigurationU3V
     uint32_t mMaxAckTransferLength = 1024;     // as reported
     uint32_t mStreamChannels = 1;
 
-    // What the device has room for in truth, and enforces: a longer command, or a read whose
-    // acknowledge would be longer, is refused.
+    // The longest command and acknowledge that the device really takes, in bytes, whatever it
+    // reports: a longer command, or a read whose acknowledge would be longer, is refused.
     uint32_t mCommandRoom = 1024;
     uint32_t mAckRoom = 1024;
 
@@ -71,7 +72,7 @@ struct ConfigurationU3V
     uint64_t mHighMemoryBase = 0x0123456700000000;
     size_t mHighMemorySize = 4096;
 
-    // Reads and writes of 0 bytes succeed and do nothing; false: they are refused.
+    // true: reads and writes of 0 bytes succeed and do nothing. false: they are refused.
     bool mAllowsEmptyAccess = false;
     // Addresses and counts must be multiples of this.
     uint32_t mAlignment = 1;

@@ -72,7 +72,7 @@ public:
     // not, the last packet did not fit: OVERRUN.
     Fetched Fetch( size_t aCapacity, int64_t aNowMs );
 
-    // When the next Fetch will have something that it has not now; empty if nothing is waiting.
+    // When the transfer that waits in front is due; empty if nothing waits.
     std::optional<int64_t> GetNextDueMs() const { return mIn.GetNextDueMs(); }
 
     // Lets a halted endpoint work again; see EndpointU3V. What was waiting there still is.
@@ -83,7 +83,7 @@ public:
     bool IsGone() const { return mIsGone; }
 
     // Lets the next command for which no fault waits go wrong; one fault to a command, in order.
-    // Transfers that are not a command use up none.
+    // Transfers that are not a command do not use up a fault.
     void Inject( const FaultU3V& aFault ) { mFaults.push_back( aFault ); }
     size_t GetFaultsLeft() const { return mFaults.size(); }
 

@@ -162,19 +162,13 @@ void SetRefusals( VirtualDeviceGEV& aDevice, const SimOptions& aOptions )
     }
 }
 
-// A device hears a broadcast, but takes nothing else than the question who it is from one.
-bool IsDiscovery( const uint8_t* aData, size_t aSize )
-{
-    return aSize >= 8 && aData[0] == 0x42 && aData[2] == 0x00 && aData[3] == 0x02;
-}
-
 DeviceServer::Options MakeServerOptions( const SimOptions& aOptions, const IpAddress& aAddress )
 {
     DeviceServer::Options lServer;
     lServer.mAddress = aAddress;
     lServer.mPort = aOptions.mPort;
     lServer.mHearBroadcasts = aOptions.mPort == GVCP_PORT && !aOptions.mNoBroadcast;
-    lServer.mBroadcastFilter = IsDiscovery;
+    lServer.mBroadcastFilter = VirtualDeviceGEV::TakesFromBroadcast;
     aOptions.mFaults.Apply( lServer, 0 );
     return lServer;
 }

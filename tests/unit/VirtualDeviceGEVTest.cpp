@@ -273,6 +273,21 @@ TEST_F( VirtualDeviceGEVTest, AnswersDiscoveryWithTheBootstrapBlock )
     EXPECT_TRUE( HOST == lOut[0].mTo );
 }
 
+TEST_F( VirtualDeviceGEVTest, TakesOnlyDiscoveryFromABroadcast )
+{
+    EXPECT_TRUE( VirtualDeviceGEV::TakesFromBroadcast( DISCOVERY_COMMAND.data(),
+                                                       DISCOVERY_COMMAND.size() ) );
+    EXPECT_FALSE(
+        VirtualDeviceGEV::TakesFromBroadcast( READREG_COMMAND.data(), READREG_COMMAND.size() ) );
+    for ( size_t lSize = 0; lSize < DISCOVERY_COMMAND.size(); ++lSize )
+    {
+        EXPECT_FALSE( VirtualDeviceGEV::TakesFromBroadcast( DISCOVERY_COMMAND.data(), lSize ) );
+    }
+    Bytes lWrongKey = DISCOVERY_COMMAND;
+    lWrongKey[0] = 0x43;
+    EXPECT_FALSE( VirtualDeviceGEV::TakesFromBroadcast( lWrongKey.data(), lWrongKey.size() ) );
+}
+
 TEST_F( VirtualDeviceGEVTest, AnswersReadRegister )
 {
     const Bytes lExpected = {
@@ -1308,7 +1323,7 @@ TEST_F( VirtualDeviceGEVTest, CountsWhatItDidInOneLine )
 
 // Whatever comes.
 
-TEST_F( VirtualDeviceGEVTest, SurvivesRandomDatagrams )
+TEST_F( VirtualDeviceGEVTest, AnswersRandomDatagramsWithWholeAcknowledges )
 {
     for ( const bool lStrict : { true, false } )
     {

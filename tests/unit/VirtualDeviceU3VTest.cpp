@@ -124,13 +124,13 @@ TEST_F( VirtualDeviceU3VTest, WritesAndTellsHowMuch )
     EXPECT_EQ( Ack( 0, 0x0801, 11, { 1 } ), Ask( ReadMem( MEMORY, 1, 11 ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, TellsNotHowMuchItWroteWithoutThatCapability )
+TEST_F( VirtualDeviceU3VTest, WriteAcknowledgeHasNoLengthWithoutThatCapability )
 {
     mConfiguration.mDeviceCapability &= ~CapabilityU3V::WRITTEN_LENGTH;
     EXPECT_EQ( Ack( 0, 0x0803, 7, {} ), Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, DropsWhatIsNoCommand )
+TEST_F( VirtualDeviceU3VTest, DropsWhatIsNotACommand )
 {
     const Bytes lGood = ReadMem( 0, 4 );
     for ( size_t lSize = 0; lSize < 12; lSize++ )
@@ -326,7 +326,7 @@ TEST_F( VirtualDeviceU3VTest, CountsWhatHappensAndNoticesSkippedIdentifiers )
     EXPECT_EQ( ReadMem( 0, 4, 0xFFFF ), Device().GetRequests().front() );
 }
 
-TEST_F( VirtualDeviceU3VTest, KeepsNoMoreRequestsThanTold )
+TEST_F( VirtualDeviceU3VTest, KeepsAtMostTheConfiguredNumberOfRequests )
 {
     mConfiguration.mRequestsKept = 2;
     (void)Ask( ReadMem( 0, 1 ) );
@@ -352,6 +352,14 @@ TEST_F( VirtualDeviceU3VTest, LosesATransferThatIsFetchedInLessThanWholePackets 
     EXPECT_EQ( Ending::WAITING, Fetch().mEnding );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 4 ) ) );
     EXPECT_EQ( Ending::DONE, Fetch( 16 ).mEnding );
+}
+
+TEST_F( VirtualDeviceU3VTest, CountsAPacketSizeOfZeroAsOne )
+{
+    mConfiguration.mPacketSize = 0;
+    EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 4 ) ) );
+    EXPECT_EQ( 15U, Fetch( 15 ).mBytes.size() );
+    EXPECT_EQ( 1U, Fetch( 15 ).mBytes.size() );
 }
 
 // What a read of 4 bytes is answered with under each fault.
@@ -403,7 +411,7 @@ TEST_F( VirtualDeviceU3VTest, DoesNotExecuteWhatAFaultRefuses )
     EXPECT_EQ( 1U, Device().GetCounters().mHalted );
 }
 
-TEST_F( VirtualDeviceU3VTest, IsSilentAsToldAndExecutesAllTheSame )
+TEST_F( VirtualDeviceU3VTest, ExecutesACommandThatItIsToldNotToAnswer )
 {
     Device().Inject( { Kind::SILENT, 0, 1, 0 } );
     EXPECT_EQ( Ending::DONE, Send( WriteMem( MEMORY, { 1 } ) ) );
