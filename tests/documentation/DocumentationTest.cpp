@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -221,6 +223,52 @@ TEST( Documentation, EveryPageCanBeReached )
             EXPECT_THAT( lReached, Contains( lPage ) );
         }
     }
+}
+
+// "0001-..." is headed "# 1. ...", and so on without a gap.
+TEST( Documentation, DecisionsAreNumberedWithoutGaps )
+{
+    std::set<std::string> lNames;
+    for ( const auto& lEntry : fs::directory_iterator( SOURCE / "docs/decisions" ) )
+    {
+        lNames.insert( lEntry.path().filename().string() );
+    }
+    EXPECT_GE( lNames.size(), 8U );
+    int lNumber = 0;
+    for ( const std::string& lName : lNames )
+    {
+        ++lNumber;
+        EXPECT_EQ( std::stoi( lName.substr( 0, 4 ) ), lNumber ) << lName;
+        EXPECT_EQ(
+            Read( "docs/decisions/" + lName ).rfind( "# " + std::to_string( lNumber ) + ".", 0 ),
+            0U )
+            << lName;
+    }
+}
+
+// What is not released yet comes first; each release has its version and its day, the newest first.
+TEST( Documentation, TheChangelogDatesEveryRelease )
+{
+    const std::regex lRelease( R"(## (\d+)\.(\d+)\.(\d+) - (\d{4}-\d\d-\d\d))" );
+    using Version = std::array<int, 3>;
+    std::vector<Version> lVersions;
+    std::vector<std::string> lDays;
+    for ( const std::string& lLine : GetLines( Read( "CHANGELOG.md" ) ) )
+    {
+        const bool lIsHeading = lLine.rfind( "## ", 0 ) == 0;
+        if ( !lIsHeading || ( lVersions.empty() && lLine == "## Unreleased" ) )
+        {
+            continue;
+        }
+        std::smatch lMatch;
+        ASSERT_TRUE( std::regex_match( lLine, lMatch, lRelease ) ) << lLine;
+        lVersions.push_back( { std::stoi( lMatch.str( 1 ) ), std::stoi( lMatch.str( 2 ) ),
+                               std::stoi( lMatch.str( 3 ) ) } );
+        lDays.push_back( lMatch.str( 4 ) );
+    }
+    EXPECT_THAT( lVersions, Contains( Version{ 0, 1, 0 } ) );
+    EXPECT_TRUE( std::is_sorted( lVersions.rbegin(), lVersions.rend() ) );
+    EXPECT_TRUE( std::is_sorted( lDays.rbegin(), lDays.rend() ) );
 }
 
 TEST( Documentation, FiguresAreThoseOfTheCode )
