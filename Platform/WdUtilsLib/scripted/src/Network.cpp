@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <utility>
 
 namespace WdUtilsLib
@@ -109,9 +110,11 @@ void NetworkState::Schedule( unsigned int aSocket, const Peer& aTo, std::vector<
         lEvent.mSocket = aSocket;
         lEvent.mTime += VirtualClock::Now();
         lEvent.mFrom = lEvent.mFrom.value_or( aTo );
-        const auto lPlace = std::upper_bound( mEvents.begin(), mEvents.end(), lEvent,
-                                              []( const Event& aNew, const Event& aOld )
-                                              { return aNew.mTime < aOld.mTime; } );
+        auto lPlace = mEvents.end();
+        while ( lPlace != mEvents.begin() && std::prev( lPlace )->mTime > lEvent.mTime )
+        {
+            --lPlace;
+        }
         mEvents.insert( lPlace, std::move( lEvent ) );
     }
 }
@@ -143,11 +146,9 @@ void NetworkState::RunActions()
 {
     for ( ;; )
     {
-        const auto lDueEnd = FindNotDue();
         const auto lAction =
-            std::find_if( mEvents.begin(), lDueEnd,
-                          []( const Event& aEvent ) { return aEvent.mAction != nullptr; } );
-        if ( lAction == lDueEnd )
+            FindDue( []( const Event& aEvent ) { return aEvent.mAction != nullptr; } );
+        if ( lAction == mEvents.end() )
         {
             return;
         }
@@ -157,22 +158,23 @@ void NetworkState::RunActions()
     }
 }
 
-// The first event whose time has not come. A talk may have very many events, and most lie ahead.
-std::deque<NetworkState::Event>::iterator NetworkState::FindNotDue()
+// The first event whose time has come and that fits; the end where there is none. A talk may have
+// very many events, and most lie ahead.
+template <typename Predicate>
+std::deque<NetworkState::Event>::iterator NetworkState::FindDue( Predicate aFits )
 {
-    return std::upper_bound( mEvents.begin(), mEvents.end(), VirtualClock::Now(),
-                             []( long long aNow, const Event& aEvent )
-                             { return aNow < aEvent.mTime; } );
+    const long long lNow = VirtualClock::Now();
+    const auto lEvent = std::find_if( mEvents.begin(), mEvents.end(),
+                                      [&]( const Event& aEvent )
+                                      { return aEvent.mTime > lNow || aFits( aEvent ); } );
+    return lEvent != mEvents.end() && lEvent->mTime <= lNow ? lEvent : mEvents.end();
 }
 
 // The first datagram, or failure to receive one, that the socket has now.
 std::deque<NetworkState::Event>::iterator NetworkState::FindReadable( unsigned int aSocket )
 {
-    const auto lDueEnd = FindNotDue();
-    const auto lEvent = std::find_if( mEvents.begin(), lDueEnd,
-                                      [aSocket]( const Event& aEvent )
-                                      { return aEvent.mSocket == aSocket && !aEvent.mAction; } );
-    return lEvent != lDueEnd ? lEvent : mEvents.end();
+    return FindDue( [aSocket]( const Event& aEvent )
+                    { return aEvent.mSocket == aSocket && !aEvent.mAction; } );
 }
 
 std::optional<unsigned int>
@@ -194,7 +196,9 @@ NetworkState::Wait( const std::vector<unsigned int>& aSockets, unsigned int aTim
         {
             return std::nullopt;
         }
-        const auto lNext = FindNotDue();
+        const auto lNext = std::find_if( mEvents.begin(), mEvents.end(),
+                                         []( const Event& aEvent )
+                                         { return aEvent.mTime > VirtualClock::Now(); } );
         const long long lUntil = lNext != mEvents.end() ? lNext->mTime : lDeadline;
         VirtualClock::Set( std::min( lUntil, lDeadline ) );
     }

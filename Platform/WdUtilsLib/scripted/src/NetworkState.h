@@ -69,7 +69,8 @@ private:
     void Schedule( unsigned int aSocket, const Peer& aTo,
                    std::vector<ScriptedNetwork::Answer> aAnswers );
     void RunActions();
-    std::deque<Event>::iterator FindNotDue();
+    template <typename Predicate>
+    std::deque<Event>::iterator FindDue( Predicate aFits );
     std::deque<Event>::iterator FindReadable( unsigned int aSocket );
 
     std::deque<Event> mEvents; // in order of time, then of arrival
