@@ -7,6 +7,8 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# A program is not linked again when a shared library that it uses has changed.
+set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
 
 find_package(Threads REQUIRED)
 include(CheckCXXCompilerFlag)
@@ -14,7 +16,10 @@ include(CheckLinkerFlag)
 
 add_library(htbase_options INTERFACE)
 target_compile_options(htbase_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(HTBASE_WERROR)
+  target_compile_options(htbase_options INTERFACE -Werror)
+endif()
 # Files of 2 GiB and more, also where long has 32 bits.
 target_compile_definitions(htbase_options INTERFACE _FILE_OFFSET_BITS=64)
 
@@ -26,7 +31,7 @@ endif()
 # The lock annotations of QmUtilsLib are checked by clang.
 check_cxx_compiler_flag(-Wthread-safety HTBASE_HAS_THREAD_SAFETY)
 if(HTBASE_HAS_THREAD_SAFETY)
-  target_compile_options(htbase_options INTERFACE -Wthread-safety -Werror=thread-safety)
+  target_compile_options(htbase_options INTERFACE -Wthread-safety)
 endif()
 
 if(HTBASE_SANITIZE)
