@@ -9,9 +9,10 @@
 // The ratios are printed at the end, of the shortest times. Run it as root, or where a network
 // namespace can be made.
 
-#include "Ratios.h"
+#include "benchmarks/Ratios.h"
 
-#include "support/NetworkNamespace.h"
+#include "tests/support/NetworkNamespace.h"
+#include "tests/support/Packets.h"
 
 #include <HtTftpClient.h>
 #include <SimpleCommandLinkGEV.h>
@@ -49,7 +50,7 @@ constexpr std::size_t BUFFER_SIZE = 1024;
 constexpr int REPETITIONS = 20; // short ones, so that some are undisturbed on a busy machine
 constexpr double REPETITION_S = 0.1;
 
-using Bytes = std::vector<std::uint8_t>;
+using TestSupport::Bytes;
 
 sockaddr_in MakeAddress( unsigned short aPort )
 {

@@ -5,10 +5,10 @@
 // the reader of the library from the same file into a payload in memory. The ratios of their speeds
 // are printed at the end: how many times as fast as the decoder the reader is.
 
-#include "Ratios.h"
+#include "benchmarks/Ratios.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
-#include "support/TemporaryDirectory.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <benchmark/benchmark.h>
 

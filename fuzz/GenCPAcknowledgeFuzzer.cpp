@@ -1,7 +1,7 @@
 // The acknowledges of GenCP: whatever a device has sent, a view of it tells the bytes that are
 // there, zeros or nothing where none are, and takes for valid what the standard says.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <WdUtilsLib/U3V/AckHeader.h>
 #include <WdUtilsLib/U3V/ReadMem.h>

@@ -1,7 +1,7 @@
 // The acknowledges of GVCP: whatever a device has sent, a view of it tells the bytes that are
 // there, zeros or nothing where none are, and takes for valid what the standard says.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
 #include <WdUtilsLib/GEV/Discovery.h>

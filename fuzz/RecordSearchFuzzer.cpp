@@ -1,9 +1,9 @@
 // The search for records: whatever the payload, it ends, and what it finds survives a copy.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
-#include "support/StringStream.h"
+#include "tests/support/StringStream.h"
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
 // Runs a fuzz target on every file of the directories that are named, in order of their names.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,10 +1,10 @@
 // The S-record reader against the plain one: same records, same messages, same answer.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
-#include "support/ByteFile.h"
-#include "support/SRecordReference.h"
-#include "support/StandardOutput.h"
+#include "tests/support/ByteFile.h"
+#include "tests/support/SRecordReference.h"
+#include "tests/support/StandardOutput.h"
 
 #include <string>
 

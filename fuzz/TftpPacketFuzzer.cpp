@@ -1,7 +1,7 @@
 // The decoders of TFTP packets: each takes exactly the packets that it says it takes, finds in them
 // what is there, and what it found is encoded to the same packet again.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include "Libraries/HtBase/TftpAck.h"
 #include "Libraries/HtBase/TftpData.h"

@@ -1,7 +1,7 @@
 // The descriptors of a USB3 Vision device: whatever it says of itself, a look at it ends, stays
 // within it, and finds what a plain reading finds.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include <WdUtilsLib/U3V/DeviceInfoDescriptor.h>
 #include <WdUtilsLib/U3V/StringDescriptor.h>

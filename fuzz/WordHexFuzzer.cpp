@@ -1,12 +1,12 @@
 // The word-hex reader: whatever the file, it writes whole address and data records, and a failure
 // has its message and its assertion.
 
-#include "FuzzTarget.h"
+#include "fuzz/FuzzTarget.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
-#include "support/ByteFile.h"
-#include "support/StandardOutput.h"
-#include "support/StringStream.h"
+#include "tests/support/ByteFile.h"
+#include "tests/support/StandardOutput.h"
+#include "tests/support/StringStream.h"
 
 #include <QmUtilsLib/Assert.h>
 

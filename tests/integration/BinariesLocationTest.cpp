@@ -1,9 +1,9 @@
 // Where the library lies, as the real loader tells it.
 
-#include <HtBinariesLocation.h>
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryDirectory.h"
 
-#include "support/ChildProcess.h"
-#include "support/TemporaryDirectory.h"
+#include <HtBinariesLocation.h>
 
 #include <gtest/gtest.h>
 

@@ -25,6 +25,7 @@ using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::Outgoing;
 using TestSupport::BeginningThreads;
+using TestSupport::Bytes;
 using TestSupport::Gate;
 using TestSupport::LoopbackDevice;
 using TestSupport::LoopbackSocket;
@@ -83,7 +84,7 @@ private:
         {
             mBeforeFirstAnswer();
         }
-        return { { mTable.Answer( RegisterTable::Bytes( aData, aData + aSize ) ), 0, aFrom } };
+        return { { mTable.Answer( Bytes( aData, aData + aSize ) ), 0, aFrom } };
     }
 
     RegisterTable mTable;

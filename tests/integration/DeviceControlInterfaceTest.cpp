@@ -1,6 +1,7 @@
 // The real control interface over the real libusb, on a USB bus of the test's own.
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UsbTalk.h"
 #include "tests/support/VirtualUsb.h"
 
@@ -16,7 +17,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -1247,29 +1247,6 @@ TEST_F( ClosingTest, AndOpeningBesideTalksHarmsNobody )
     EXPECT_EQ( 0, lOdd.load() );
 }
 
-// A directory that goes with the object.
-class Directory
-{
-public:
-    Directory()
-    {
-        char lName[] = "/tmp/htbase-usb-XXXXXX";
-        mName = mkdtemp( lName );
-    }
-    ~Directory()
-    {
-        (void)std::remove( GetFile().c_str() ); // not there where a test failed early
-        (void)rmdir( mName.c_str() );
-    }
-    Directory( const Directory& ) = delete;
-    Directory& operator=( const Directory& ) = delete;
-
-    std::string GetFile() const { return mName + "/talk.pcap"; }
-
-private:
-    std::string mName;
-};
-
 TEST_F( JudgeTest, ADissectorReadsTheTalkFieldByField )
 {
     OpenDevice();
@@ -1281,13 +1258,14 @@ TEST_F( JudgeTest, ADissectorReadsTheTalkFieldByField )
     UsbTalk lRefused( MakeReadMem( 0x00F00000, 4 ), 16 );
     ASSERT_TRUE( lRefused.Send( mInterface ).IsOK() );
 
-    const Directory lDirectory;
-    ASSERT_TRUE( TestSupport::WriteUsbCapture( lDirectory.GetFile(), mDevice->GetTransfers() ) );
-    const auto lDissect = [&lDirectory]( const std::string& aFilter )
+    const TestSupport::TemporaryDirectory lDirectory;
+    const std::string lFile = lDirectory.GetPath( "talk.pcap" );
+    ASSERT_TRUE( TestSupport::WriteUsbCapture( lFile, mDevice->GetTransfers() ) );
+    const auto lDissect = [&lFile]( const std::string& aFilter )
     {
         return TestSupport::RunProgram( { "tshark",
                                           "-r",
-                                          lDirectory.GetFile(),
+                                          lFile,
                                           "-Y",
                                           aFilter,
                                           "-T",

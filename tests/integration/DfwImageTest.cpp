@@ -2,10 +2,10 @@
 
 #include "Libraries/HtBase/DfwPayload.h"
 
-#include "support/ChildProcess.h"
-#include "support/StandardOutput.h"
-#include "support/StringStream.h"
-#include "support/TemporaryDirectory.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/StandardOutput.h"
+#include "tests/support/StringStream.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 

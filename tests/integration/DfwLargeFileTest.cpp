@@ -2,8 +2,8 @@
 
 #include "Libraries/HtBase/DfwPayload.h"
 
-#include "support/StandardOutput.h"
-#include "support/TemporaryDirectory.h"
+#include "tests/support/StandardOutput.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <QmUtilsLib/Assert.h>
 
@@ -11,7 +11,6 @@
 
 #include <cstddef>
 #include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>

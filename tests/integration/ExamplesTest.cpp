@@ -333,7 +333,7 @@ TEST_F( TftpExample, CtrlCAbortsUploadFirmware )
 
 TEST_F( TftpExample, UploadFirmwareSendsNoFileThatItCannotRead )
 {
-    for ( const std::string& lPath : { mFolder.GetPath( "none" ), mFolder.GetPath().string() } )
+    for ( const std::string& lPath : { mFolder.GetPath( "none" ), mFolder.GetPath() } )
     {
         const Outcome lOutcome = RunProgram( MakeUpload( lPath ) );
         EXPECT_EQ( lOutcome.mStatus, 2 );

@@ -2,9 +2,9 @@
 // and it is one send, one poll and one receive.
 // Over a real socket on loopback: the scripted one allocates.
 
-#include <support/AllocationCounter.h>
-#include <support/CannedResponder.h>
-#include <support/SystemCallTrace.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/CannedResponder.h"
+#include "tests/support/SystemCallTrace.h"
 
 #include <QmUtilsLib/Logger.h>
 #include <QmUtilsLib/String.h>

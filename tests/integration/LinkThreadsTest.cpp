@@ -1,7 +1,7 @@
 // Links under several threads, over real sockets on loopback.
 
-#include <support/CannedResponder.h>
-#include <support/TestLinkGEV.h>
+#include "tests/support/CannedResponder.h"
+#include "tests/support/TestLinkGEV.h"
 
 #include <QmUtilsLib/Thread.h>
 #include <SimpleCommandLinkGEV.h>

@@ -2,7 +2,7 @@
 // records of the kind that the first one names go. It exits with 0 when everything was as it should
 // be.
 
-#include "support/AllocationCounter.h"
+#include "tests/support/AllocationCounter.h"
 
 #include <CapabilitiesGEV.h>
 #include <CapabilitiesU3V.h>

@@ -1,7 +1,7 @@
 // A program that loads a module which uses the library, lets it make capability records and unloads
 // it: the library must go with it, and the records with the library. Exits with 0 when they do.
 
-#include "support/AllocationCounter.h"
+#include "tests/support/AllocationCounter.h"
 
 #include <cstdio>
 #include <dlfcn.h>

@@ -1,13 +1,14 @@
 // The UDP socket over the loopback interface, in real time.
 
+#include "tests/support/NetworkNamespace.h"
+
 #include <QmUtilsLib/Result.h>
 #include <QmUtilsLib/Thread.h>
 #include <WdUtilsLib/Network/IpAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
 
-#include "support/AllocationCounter.h"
-#include "support/NetworkNamespace.h"
-
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/NetworkNamespace.h"
 #include <gtest/gtest.h>
 
 #include <dirent.h>

@@ -127,7 +127,7 @@ protected:
         std::vector<std::string> lArguments = { lProgram };
         for ( std::string lOption : aServer.mOptions )
         {
-            Replace( &lOption, "DIR", mDirectory.GetPath().string() );
+            Replace( &lOption, "DIR", mDirectory.GetPath() );
             lArguments.push_back( lOption );
         }
         mServer = std::make_unique<ChildProcess>( lArguments );

@@ -1,7 +1,7 @@
 // An operation run with each of its allocations failing in turn.
 #pragma once
 
-#include "support/AllocationCounter.h"
+#include "tests/support/AllocationCounter.h"
 
 #include <limits>
 #include <new>

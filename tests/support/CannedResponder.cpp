@@ -1,4 +1,4 @@
-#include <support/CannedResponder.h>
+#include "tests/support/CannedResponder.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

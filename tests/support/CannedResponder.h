@@ -1,7 +1,7 @@
 // A device that answers as a test tells it, over a real socket on loopback.
 #pragma once
 
-#include <support/Packets.h>
+#include "tests/support/Packets.h"
 
 #include <functional>
 #include <mutex>

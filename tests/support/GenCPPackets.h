@@ -1,7 +1,7 @@
 // GenCP packets of the tests, typed field by field as USB3 Vision carries them.
 #pragma once
 
-#include <support/Packets.h>
+#include "tests/support/Packets.h"
 
 #include <cstddef>
 #include <cstdint>

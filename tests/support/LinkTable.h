@@ -1,7 +1,7 @@
 // What the tables of all links have in common, and means to look at them.
 #pragma once
 
-#include "support/VirtualTable.h"
+#include "tests/support/VirtualTable.h"
 
 #include <BaseCommandLink.h>
 

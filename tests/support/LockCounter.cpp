@@ -1,4 +1,4 @@
-#include "support/LockCounter.h"
+#include "tests/support/LockCounter.h"
 
 #include <QmUtilsLib/Mutex.h>
 

@@ -1,4 +1,4 @@
-#include "support/NetworkNamespace.h"
+#include "tests/support/NetworkNamespace.h"
 
 #include <fcntl.h>
 #include <net/if.h>

@@ -4,9 +4,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -34,27 +31,11 @@ std::vector<std::string> Split( const std::string& aText, char aSeparator )
     return lParts;
 }
 
-std::string ReadFile( const std::string& aPath )
-{
-    std::ifstream lFile( aPath, std::ios::binary );
-    std::ostringstream lText;
-    lText << lFile.rdbuf();
-    return lText.str();
-}
-
 } // namespace
 
 PacketCapture::PacketCapture()
+    : mFile( mDirectory.GetPath( "capture.pcapng" ) )
 {
-    std::string lTemplate =
-        ( std::filesystem::temp_directory_path() / "htbase-capture-XXXXXX" ).string();
-    if ( mkdtemp( &lTemplate[0] ) == nullptr )
-    {
-        mProblem = "no directory for the capture: " + lTemplate;
-        return;
-    }
-    mDirectory = lTemplate;
-    mFile = mDirectory + "/capture.pcapng";
     mProcess = std::make_unique<ChildProcess>(
         std::vector<std::string>{ "tshark", "-q", "-n", "-i", "lo", "-f", "udp", "-w", mFile } );
     if ( !mProcess->WaitForError( "Capturing on", 20000 ) )
@@ -63,13 +44,6 @@ PacketCapture::PacketCapture()
         return;
     }
     Mark( "here the capture begins" );
-}
-
-PacketCapture::~PacketCapture()
-{
-    mProcess.reset();
-    std::error_code lIgnored; // a directory of the system's temporary place may stay behind
-    std::filesystem::remove_all( mDirectory, lIgnored );
 }
 
 void PacketCapture::Stop()
@@ -104,7 +78,7 @@ void PacketCapture::Mark( const std::string& aText )
         // Nobody listens at the discard port, and nobody needs to.
         (void)lSocket.SendTo( aText.data(), static_cast<int>( aText.size() ), lLoopback, 9 );
         std::this_thread::sleep_for( std::chrono::milliseconds( 25 ) );
-        if ( ReadFile( mFile ).find( aText ) != std::string::npos )
+        if ( ReadWholeFile( mFile ).find( aText ) != std::string::npos )
         {
             return;
         }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <memory>
 #include <string>
@@ -17,7 +18,6 @@ class PacketCapture
 {
 public:
     PacketCapture();
-    ~PacketCapture();
 
     PacketCapture( const PacketCapture& ) = delete;
     PacketCapture& operator=( const PacketCapture& ) = delete;
@@ -37,8 +37,8 @@ public:
 private:
     void Mark( const std::string& aText );
 
-    std::string mDirectory;
-    std::string mFile;
+    const TemporaryDirectory mDirectory;
+    const std::string mFile;
     std::string mProblem;
     std::unique_ptr<ChildProcess> mProcess;
 };

@@ -1,4 +1,4 @@
-#include <support/RegisterTable.h>
+#include "tests/support/RegisterTable.h"
 
 #include <cstdio>
 
@@ -13,7 +13,7 @@ constexpr uint32_t READMEM = 0x0084;
 constexpr uint32_t INVALID_ADDRESS = 0x8003;
 constexpr uint32_t NOT_IMPLEMENTED = 0x8001;
 
-uint32_t GetNumber( const RegisterTable::Bytes& aBytes, size_t aOffset, size_t aSize )
+uint32_t GetNumber( const Bytes& aBytes, size_t aOffset, size_t aSize )
 {
     uint32_t lNumber = 0;
     for ( size_t lIndex = 0; lIndex < aSize; ++lIndex )
@@ -23,7 +23,7 @@ uint32_t GetNumber( const RegisterTable::Bytes& aBytes, size_t aOffset, size_t a
     return lNumber;
 }
 
-void PutNumber( RegisterTable::Bytes& aBytes, uint32_t aNumber, size_t aSize )
+void PutNumber( Bytes& aBytes, uint32_t aNumber, size_t aSize )
 {
     for ( size_t lIndex = aSize; lIndex > 0; --lIndex )
     {
@@ -31,10 +31,10 @@ void PutNumber( RegisterTable::Bytes& aBytes, uint32_t aNumber, size_t aSize )
     }
 }
 
-RegisterTable::Bytes MakeAcknowledge( uint32_t aStatus, uint32_t aCommand, uint32_t aIdentifier,
-                                      const RegisterTable::Bytes& aPayload )
+Bytes MakeAcknowledge( uint32_t aStatus, uint32_t aCommand, uint32_t aIdentifier,
+                       const Bytes& aPayload )
 {
-    RegisterTable::Bytes lBytes;
+    Bytes lBytes;
     PutNumber( lBytes, aStatus, 2 );
     PutNumber( lBytes, aCommand + 1, 2 ); // the acknowledge of a command is the next number
     PutNumber( lBytes, static_cast<uint32_t>( aPayload.size() ), 2 );
@@ -45,7 +45,7 @@ RegisterTable::Bytes MakeAcknowledge( uint32_t aStatus, uint32_t aCommand, uint3
 
 } // namespace
 
-RegisterTable::Bytes RegisterTable::Answer( const Bytes& aCommand )
+Bytes RegisterTable::Answer( const Bytes& aCommand )
 {
     // key 0x42, flags, command (2), length (2), identifier (2), then the address (4) and, in a
     // READMEM, reserved (2) and count (2).

@@ -1,6 +1,8 @@
 // A GigE Vision device that is nothing but its registers and texts.
 #pragma once
 
+#include "tests/support/Packets.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -18,8 +20,6 @@ namespace TestSupport
 class RegisterTable
 {
 public:
-    using Bytes = std::vector<uint8_t>;
-
     // What the device was asked for; the size is that of a READMEM, 0 for a READREG.
     struct Read
     {

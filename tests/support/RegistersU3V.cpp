@@ -1,6 +1,5 @@
-#include <support/RegistersU3V.h>
-
-#include <support/GenCPPackets.h>
+#include "tests/support/RegistersU3V.h"
+#include "tests/support/GenCPPackets.h"
 
 #include <cstdio>
 

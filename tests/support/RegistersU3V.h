@@ -1,7 +1,7 @@
 // A USB3 Vision device that is nothing but its registers.
 #pragma once
 
-#include <support/Packets.h>
+#include "tests/support/Packets.h"
 
 #include <cstdint>
 #include <functional>

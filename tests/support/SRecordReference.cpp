@@ -1,8 +1,7 @@
-#include "SRecordReference.h"
-
+#include "tests/support/SRecordReference.h"
 #include "Libraries/HtBase/DfwPayload.h"
-#include "StandardOutput.h"
-#include "StringStream.h"
+#include "tests/support/StandardOutput.h"
+#include "tests/support/StringStream.h"
 
 #include <cstddef>
 #include <memory>

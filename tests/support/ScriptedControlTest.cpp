@@ -1,4 +1,4 @@
-#include <support/ScriptedControlTest.h>
+#include "tests/support/ScriptedControlTest.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/String.h>

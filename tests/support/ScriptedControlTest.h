@@ -2,10 +2,10 @@
 // from its first record, a link, and the registers of a device that the link can be sized by.
 #pragma once
 
-#include <support/GenCPPackets.h>
-#include <support/LogLines.h>
-#include <support/RegistersU3V.h>
-#include <support/TestLinkU3V.h>
+#include "tests/support/GenCPPackets.h"
+#include "tests/support/LogLines.h"
+#include "tests/support/RegistersU3V.h"
+#include "tests/support/TestLinkU3V.h"
 
 #include <QmUtilsLib/Result.h>
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>

@@ -1,7 +1,7 @@
 // A register table on the scripted network, a socket connected to it, and a record to read into.
 #pragma once
 
-#include <support/RegisterTable.h>
+#include "tests/support/RegisterTable.h"
 
 #include <CapabilitiesGEV.h>
 #include <QmUtilsLib/Result.h>
@@ -39,10 +39,10 @@ public:
     {
         WdUtilsLib::Network::DeviceIdentity::Clear();
         mNetwork.Attach(
-            [this]( const RegisterTable::Bytes& aCommand, long long )
+            [this]( const Bytes& aCommand, long long )
             {
                 std::vector<WdUtilsLib::Scripted::ScriptedNetwork::Answer> lAnswers;
-                RegisterTable::Bytes lBytes = mTable.Answer( aCommand );
+                Bytes lBytes = mTable.Answer( aCommand );
                 if ( !lBytes.empty() )
                 {
                     lAnswers.push_back( { lBytes, 0 } );

@@ -1,4 +1,4 @@
-#include <support/ScriptedLinkTest.h>
+#include "tests/support/ScriptedLinkTest.h"
 
 #include <chrono>
 #include <future>

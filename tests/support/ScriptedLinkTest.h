@@ -2,9 +2,9 @@
 // the log from its first record, and a link.
 #pragma once
 
-#include <support/LogLines.h>
-#include <support/Packets.h>
-#include <support/TestLinkGEV.h>
+#include "tests/support/LogLines.h"
+#include "tests/support/Packets.h"
+#include "tests/support/TestLinkGEV.h"
 
 #include <QmUtilsLib/Result.h>
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>

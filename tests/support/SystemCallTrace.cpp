@@ -1,4 +1,4 @@
-#include "support/SystemCallTrace.h"
+#include "tests/support/SystemCallTrace.h"
 
 #include <sys/ptrace.h>
 #include <sys/syscall.h>

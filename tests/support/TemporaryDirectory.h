@@ -1,6 +1,7 @@
 // A directory for the files of one test.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace TestSupport
 {
@@ -19,13 +21,11 @@ class TemporaryDirectory
 public:
     TemporaryDirectory()
     {
-        std::string lName =
-            ( std::filesystem::temp_directory_path() / "htbase-test-XXXXXX" ).string();
-        if ( mkdtemp( lName.data() ) == nullptr )
+        mPath = ( std::filesystem::temp_directory_path() / "htbase-test-XXXXXX" ).string();
+        if ( mkdtemp( mPath.data() ) == nullptr )
         {
             throw std::runtime_error( "cannot make a temporary directory" );
         }
-        mPath = lName;
     }
 
     ~TemporaryDirectory()
@@ -37,13 +37,25 @@ public:
     TemporaryDirectory( const TemporaryDirectory& ) = delete;
     TemporaryDirectory& operator=( const TemporaryDirectory& ) = delete;
 
-    const std::filesystem::path& GetPath() const { return mPath; }
+    const std::string& GetPath() const { return mPath; }
 
     // The path of a file of that name in it.
-    std::string GetPath( const std::string& aName ) const { return ( mPath / aName ).string(); }
+    std::string GetPath( const std::string& aName ) const { return mPath + "/" + aName; }
+
+    // The names in it, in order.
+    std::vector<std::string> List() const
+    {
+        std::vector<std::string> lNames;
+        for ( const auto& lEntry : std::filesystem::directory_iterator( mPath ) )
+        {
+            lNames.push_back( lEntry.path().filename().string() );
+        }
+        std::sort( lNames.begin(), lNames.end() );
+        return lNames;
+    }
 
 private:
-    std::filesystem::path mPath;
+    std::string mPath;
 };
 
 // The whole content of a file; empty when it cannot be read.

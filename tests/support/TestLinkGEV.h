@@ -1,7 +1,7 @@
 // A GigE Vision link for tests, with everything that a derived link decides in the test's hands.
 #pragma once
 
-#include <support/Packets.h>
+#include "tests/support/Packets.h"
 
 #include <BaseCommandLinkGEV.h>
 #include <QmUtilsLib/Logger.h>

@@ -1,7 +1,7 @@
 // A USB3 Vision link for tests, with everything that a derived link decides in the test's hands.
 #pragma once
 
-#include <support/Packets.h>
+#include "tests/support/Packets.h"
 
 #include <BaseCommandLinkU3V.h>
 #include <QmUtilsLib/Logger.h>

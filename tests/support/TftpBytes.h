@@ -1,14 +1,14 @@
 // TFTP packets as RFC 1350 lays them out, one field after the other.
 #pragma once
 
+#include "tests/support/Packets.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
 namespace TestSupport
 {
-
-using Bytes = std::vector<uint8_t>;
 
 inline Bytes operator+( Bytes aA, const Bytes& aB )
 {

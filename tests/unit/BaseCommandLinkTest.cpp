@@ -1,9 +1,9 @@
 // The abstract link and what the GigE Vision family adds to it: signatures, access, and the places
 // of the virtual operations in their table, on which binaries built against older headers rely.
 
-#include <support/LinkTable.h>
-#include <support/TestLinkGEV.h>
-#include <support/VirtualTable.h>
+#include "tests/support/LinkTable.h"
+#include "tests/support/TestLinkGEV.h"
+#include "tests/support/VirtualTable.h"
 
 #include <BaseCommandLink.h>
 #include <BaseCommandLinkGEV.h>

@@ -1,8 +1,8 @@
 // The USB3 Vision link as an object: what a new one is, opening and closing, what copies share, the
 // transaction with its size check, and what becomes of a status.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedControlTest.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedControlTest.h"
 
 #include <QmUtilsLib/String.h>
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>

@@ -1,6 +1,6 @@
 // How a record is filled, and what is left when a device refuses or does not answer.
 
-#include <support/ScriptedDevice.h>
+#include "tests/support/ScriptedDevice.h"
 
 #include <QmUtilsLib/Logger.h>
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>

@@ -1,7 +1,7 @@
 // What a record answers: every capability bit under every version, the source ports, and what the
 // texts of the maker's devices tell.
 
-#include <support/ScriptedDevice.h>
+#include "tests/support/ScriptedDevice.h"
 
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 #include <QmUtilsLib/String.h>

@@ -1,7 +1,7 @@
 // The records that the process shares.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedDevice.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedDevice.h"
 
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 

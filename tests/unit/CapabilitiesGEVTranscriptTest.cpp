@@ -1,7 +1,7 @@
 // Reading a device, read by read and line by line, against transcripts written by hand.
 
-#include <support/ScriptedDevice.h>
-#include <support/Transcripts.h>
+#include "tests/support/ScriptedDevice.h"
+#include "tests/support/Transcripts.h"
 
 #include <gmock/gmock.h>
 

@@ -1,9 +1,9 @@
 // The record of a USB3 Vision device: what it holds before and after it was read, what each bit
 // means, what a failure leaves behind, and what copies share.
 
-#include <support/GenCPPackets.h>
-#include <support/RegistersU3V.h>
-#include <support/ScriptedControlTest.h>
+#include "tests/support/GenCPPackets.h"
+#include "tests/support/RegistersU3V.h"
+#include "tests/support/ScriptedControlTest.h"
 
 #include <CapabilitiesU3V.h>
 

@@ -1,7 +1,7 @@
 // The records of USB3 Vision devices that the process shares.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedControlTest.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedControlTest.h"
 
 #include <CapabilitiesGEV.h>
 #include <CapabilitiesU3V.h>

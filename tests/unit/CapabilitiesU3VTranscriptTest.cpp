@@ -1,7 +1,7 @@
 // Reading a USB3 Vision device, read by read and line by line, against transcripts written by hand.
 
-#include <support/RegistersU3V.h>
-#include <support/Transcripts.h>
+#include "tests/support/RegistersU3V.h"
+#include "tests/support/Transcripts.h"
 
 #include <CapabilitiesU3V.h>
 #include <SimpleCommandLinkU3V.h>

@@ -1,10 +1,10 @@
 #include "Libraries/HtBase/DfwPayload.h"
 
-#include "support/AllocationCounter.h"
-#include "support/ByteFile.h"
-#include "support/StandardOutput.h"
-#include "support/StringStream.h"
-#include "support/TemporaryDirectory.h"
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ByteFile.h"
+#include "tests/support/StandardOutput.h"
+#include "tests/support/StringStream.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <QmUtilsLib/Assert.h>
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
@@ -265,7 +265,7 @@ TEST_F( DfwFileTest, AFileNameIsNoFormat )
 
 TEST_F( DfwFileTest, ADirectoryOpensAndCannotBeRead )
 {
-    const std::string lPath = mDirectory.GetPath().string();
+    const std::string lPath = mDirectory.GetPath();
     EXPECT_THAT( ConvertByAll( lPath ),
                  ElementsAre( Conversion{ false, "", "Error reading input file\n" },
                               Conversion{ false, "O00001000 ", "Error reading from file " + lPath },
@@ -311,7 +311,7 @@ TEST_F( DfwFileTest, TheSRecordReaderNeverClosesItsFile )
     EXPECT_EQ( lLeftOpen( "", false ), 1U );
     EXPECT_EQ( lLeftOpen( "S3", false ), 1U );
     EXPECT_EQ( lLeftOpen( "S30600001000", false ), 1U );
-    const std::string lDirectory = mDirectory.GetPath().string();
+    const std::string lDirectory = mDirectory.GetPath();
     EXPECT_EQ( CountLeftOpen( [&]( DfwPayloadWriter& aWriter )
                               { return aWriter.AddSRecordFile( lDirectory.c_str() ); },
                               false ),
@@ -320,7 +320,7 @@ TEST_F( DfwFileTest, TheSRecordReaderNeverClosesItsFile )
 
 TEST_F( DfwFileTest, TheBinaryReaderClosesItsFileUnlessItFails )
 {
-    const std::string lDirectory = mDirectory.GetPath().string();
+    const std::string lDirectory = mDirectory.GetPath();
     Write( "abc" );
     EXPECT_EQ( CountLeftOpen( [this]( DfwPayloadWriter& aWriter )
                               { return aWriter.AddBinaryFile( mPath.c_str(), 0 ); },

@@ -1,9 +1,10 @@
 #include "Libraries/HtBase/DfwPayload.h"
 
-#include "support/AllocationCounter.h"
-#include "support/StandardOutput.h"
-#include "support/StringStream.h"
-#include "support/TemporaryDirectory.h"
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/Packets.h"
+#include "tests/support/StandardOutput.h"
+#include "tests/support/StringStream.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <HtDfwPayload.h>
 #include <QmUtilsLib/Assert.h>
@@ -15,7 +16,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <new>
@@ -28,6 +28,7 @@ using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::IoStreamFile;
 using HtBaseLib::IoStreamRaw;
 using TestSupport::AllocationFailure;
+using TestSupport::Bytes;
 using TestSupport::GetLiveAllocationCount;
 using TestSupport::ReadWholeFile;
 using TestSupport::StandardOutputCapture;
@@ -37,8 +38,6 @@ using TestSupport::WriteWholeFile;
 
 namespace
 {
-
-using Bytes = std::vector<unsigned char>;
 
 constexpr unsigned char UNTOUCHED = 0xEE;
 

@@ -1,3 +1,5 @@
+#include "tests/support/Packets.h"
+
 #include <WdUtilsLib/U3V/DeviceInfoDescriptor.h>
 #include <WdUtilsLib/U3V/ReadMem.h>
 #include <WdUtilsLib/U3V/StringDescriptor.h>
@@ -13,7 +15,7 @@ namespace
 {
 
 using namespace WdUtilsLib::U3V;
-using Bytes = std::vector<unsigned char>;
+using TestSupport::Bytes;
 
 unsigned int GetSize( const Bytes& aBytes )
 {

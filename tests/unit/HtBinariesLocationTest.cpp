@@ -4,7 +4,7 @@
 
 #include "Libraries/HtBase/ModulePath.h"
 
-#include <support/AllocationCounter.h>
+#include "tests/support/AllocationCounter.h"
 
 #include <HtBase/Scripted/ModulePath.h>
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>

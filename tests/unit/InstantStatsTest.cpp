@@ -1,9 +1,9 @@
 // The meter of event rate and bandwidth.
 
-#include <InstantStats.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/LockCounter.h"
 
-#include "support/AllocationCounter.h"
-#include "support/LockCounter.h"
+#include <InstantStats.h>
 
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 

@@ -1,7 +1,7 @@
 // GigE Vision links where there is no memory.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedLinkTest.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedLinkTest.h"
 
 #include <SimpleCommandLinkGEV.h>
 

@@ -1,7 +1,7 @@
 // USB3 Vision links where there is no memory.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedControlTest.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedControlTest.h"
 
 #include <CapabilitiesU3V.h>
 #include <SimpleCommandLinkU3V.h>

@@ -1,6 +1,6 @@
 // Fitting a USB3 Vision link to its device.
 
-#include <support/ScriptedControlTest.h>
+#include "tests/support/ScriptedControlTest.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/Assert.h>

@@ -1,9 +1,9 @@
 // What the USB3 Vision family adds to the abstract link: signatures, access, layout, and the places
 // of the virtual operations in their table, on which binaries built against older headers rely.
 
-#include <support/LinkTable.h>
-#include <support/TestLinkU3V.h>
-#include <support/VirtualTable.h>
+#include "tests/support/LinkTable.h"
+#include "tests/support/TestLinkU3V.h"
+#include "tests/support/VirtualTable.h"
 
 #include <BaseCommandLink.h>
 #include <BaseCommandLinkU3V.h>

@@ -1,7 +1,7 @@
 // Memory of a USB3 Vision device: the packets, the sizes offered and taken, every way in which an
 // answer can be wrong, and the pieces of long transfers.
 
-#include <support/ScriptedControlTest.h>
+#include "tests/support/ScriptedControlTest.h"
 
 #include <QmUtilsLib/String.h>
 

@@ -1,7 +1,7 @@
 // Registers and memory over GVCP: the packets, the values, the callbacks, and what stays untouched
 // when something fails.
 
-#include <support/ScriptedLinkTest.h>
+#include "tests/support/ScriptedLinkTest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // One transaction of the GigE Vision link: what is sent and when, how long is waited, which answers
 // count, what is logged and counted, and what comes back.
 
-#include <support/ScriptedLinkTest.h>
+#include "tests/support/ScriptedLinkTest.h"
 
 #include <WdUtilsLib/GEV/CommandHeader.h>
 #include <WdUtilsLib/GEV/ReadRegister.h>

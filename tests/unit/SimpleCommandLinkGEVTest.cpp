@@ -4,8 +4,8 @@
 // Identifiers come from one counter of the process, so each of these tests counts on a process of
 // its own, as ctest gives it.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedLinkTest.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedLinkTest.h"
 
 #include <SimpleCommandLinkGEV.h>
 

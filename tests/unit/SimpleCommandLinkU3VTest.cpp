@@ -1,7 +1,7 @@
 // The plain USB3 Vision link: its logger, its role, and what it shares with its copies.
 
-#include <support/AllocationCounter.h>
-#include <support/ScriptedControlTest.h>
+#include "tests/support/AllocationCounter.h"
+#include "tests/support/ScriptedControlTest.h"
 
 #include <SimpleCommandLinkU3V.h>
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>

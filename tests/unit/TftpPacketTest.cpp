@@ -6,6 +6,7 @@
 #include "Libraries/HtBase/TftpWrq.h"
 
 #include "tests/support/AssertionRecorder.h"
+#include "tests/support/Packets.h"
 
 #include <QmUtilsLib/Scripted/RecordingLogSink.h>
 
@@ -24,11 +25,12 @@ using HtBaseLib::TftpWrq;
 using QmUtilsLib::Scripted::RecordingLogSink;
 using testing::IsEmpty;
 using TestSupport::AssertionRecorder;
+using TestSupport::Bytes;
+using TestSupport::Packet;
+using TestSupport::Prefix;
 
 namespace
 {
-
-using Bytes = std::vector<unsigned char>;
 
 constexpr unsigned char UNTOUCHED = 0xEE;
 constexpr unsigned int UNSET = 0xDDDDDDDD;
@@ -73,24 +75,9 @@ bool IsAccepted( const Bytes& aBytes )
     return Decode( lPacket, aBytes );
 }
 
-Bytes Join( std::initializer_list<Bytes> aParts )
-{
-    Bytes lAll;
-    for ( const Bytes& lPart : aParts )
-    {
-        lAll.insert( lAll.end(), lPart.begin(), lPart.end() );
-    }
-    return lAll;
-}
-
 Bytes Text( const std::string& aText )
 {
     return Bytes( aText.begin(), aText.end() );
-}
-
-Bytes Prefix( const Bytes& aBytes, std::size_t aCount )
-{
-    return Bytes( aBytes.begin(), aBytes.begin() + static_cast<std::ptrdiff_t>( aCount ) );
 }
 
 // A number as it lies in this machine's memory.
@@ -104,7 +91,7 @@ Bytes HostWord( uint16_t aValue )
 // A request as its decoder wants it: opcode in the order of the host, name, zero, mode, zero.
 Bytes HostRequest( uint16_t aOpcode, const std::string& aName, const std::string& aMode )
 {
-    return Join( { HostWord( aOpcode ), Text( aName ), { 0 }, Text( aMode ), { 0 } } );
+    return Packet( { HostWord( aOpcode ), Text( aName ), { 0 }, Text( aMode ), { 0 } } );
 }
 
 // The name and mode that a request holds, as its encoder writes them.
@@ -482,7 +469,7 @@ TEST( TftpBlock, Decodes4To518Bytes )
 {
     for ( std::size_t lCount = 0; lCount < 600; ++lCount )
     {
-        Bytes lPacket = Join( { { 0x00, 0x03, 0x00, 0x01 }, Bytes( 600, 0x5C ) } );
+        Bytes lPacket = Packet( { { 0x00, 0x03, 0x00, 0x01 }, Bytes( 600, 0x5C ) } );
         lPacket.resize( lCount );
         TftpData lData;
         ASSERT_EQ( Decode( lData, lPacket ), lCount >= 4 && lCount <= 518 ) << lCount;
@@ -597,7 +584,7 @@ TEST( TftpErrorPacket, NeedsFiveBytesAndEndsItsMessageItself )
 TEST( TftpErrorPacket, KeepsNoTailOfTheMessageBefore )
 {
     TftpError lError;
-    ASSERT_TRUE( Decode( lError, Join( { { 0x00, 0x05, 0x00, 0x01 }, Text( "a long one" ) } ) ) );
+    ASSERT_TRUE( Decode( lError, Packet( { { 0x00, 0x05, 0x00, 0x01 }, Text( "a long one" ) } ) ) );
     ASSERT_TRUE( Decode( lError, { 0x00, 0x05, 0x00, 0x01, 'b' } ) );
     EXPECT_STREQ( lError.GetMessage(), "b" );
 }
@@ -605,9 +592,9 @@ TEST( TftpErrorPacket, KeepsNoTailOfTheMessageBefore )
 TEST( TftpErrorPacket, CutsAMessageThatDoesNotFit )
 {
     TftpError lError;
-    ASSERT_TRUE( Decode( lError, Join( { { 0x00, 0x05, 0x00, 0x01 }, Bytes( 1023, 'm' ) } ) ) );
+    ASSERT_TRUE( Decode( lError, Packet( { { 0x00, 0x05, 0x00, 0x01 }, Bytes( 1023, 'm' ) } ) ) );
     EXPECT_EQ( std::strlen( lError.GetMessage() ), 1023U );
-    ASSERT_TRUE( Decode( lError, Join( { { 0x00, 0x05, 0x00, 0x01 }, Bytes( 5000, 'm' ) } ) ) );
+    ASSERT_TRUE( Decode( lError, Packet( { { 0x00, 0x05, 0x00, 0x01 }, Bytes( 5000, 'm' ) } ) ) );
     EXPECT_EQ( std::strlen( lError.GetMessage() ), 1023U );
 }
 
@@ -629,7 +616,7 @@ TEST( TftpErrorPacket, EncodesAsItLiesInMemoryWithoutLookingAtTheCapacity )
     EXPECT_TRUE( lPacket.mIsWritten );
     EXPECT_EQ( lPacket.mLength, UNSET );
     EXPECT_EQ( Prefix( lPacket.mBuffer, 9 ),
-               Join( { HostWord( 5 ), HostWord( 0x1234 ), Text( "Full" ), { UNTOUCHED } } ) );
+               Packet( { HostWord( 5 ), HostWord( 0x1234 ), Text( "Full" ), { UNTOUCHED } } ) );
     EXPECT_THAT( lAssertions.Take(), IsEmpty() );
 }
 

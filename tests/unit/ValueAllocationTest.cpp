@@ -1,5 +1,5 @@
 // What the public value types do where there is no memory left.
-#include "support/AllocationRounds.h"
+#include "tests/support/AllocationRounds.h"
 
 #include <HtResult.h>
 #include <HtString.h>

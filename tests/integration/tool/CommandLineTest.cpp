@@ -1,6 +1,6 @@
 // The program's manners: help, version, wrong usage, unwritable output.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <algorithm>
 

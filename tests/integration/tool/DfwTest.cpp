@@ -1,6 +1,6 @@
 // dfw build, dfw show, dfw id and dfw reset.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <linux/capability.h>
 #include <sys/prctl.h>
@@ -70,7 +70,8 @@ void WaitUntilTaken( pid_t aProgram, int aSignal )
     const std::string lMark = "ShdPnd:";
     for ( int lTry = 0; lTry < 1000; ++lTry )
     {
-        const std::string lStatus = ReadFile( "/proc/" + std::to_string( aProgram ) + "/status" );
+        const std::string lStatus =
+            ReadWholeFile( "/proc/" + std::to_string( aProgram ) + "/status" );
         const size_t lPlace = lStatus.find( lMark );
         ASSERT_NE( lPlace, std::string::npos );
         const std::string lPending = lStatus.substr( lPlace + lMark.size() );
@@ -90,7 +91,7 @@ protected:
     // Writes a file of the test's folder and returns its path.
     std::string Make( const std::string& aName, const std::string& aBytes )
     {
-        WriteFile( mFolder.GetPath( aName ), aBytes );
+        WriteWholeFile( mFolder.GetPath( aName ), aBytes );
         return mFolder.GetPath( aName );
     }
 
@@ -110,7 +111,7 @@ protected:
         const Outcome lOutcome = Build( aArguments );
         EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
         EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
-        EXPECT_EQ( ReadFile( mOut ), HEAD + aRecords );
+        EXPECT_EQ( ReadWholeFile( mOut ), HEAD + aRecords );
     }
 
     // Expects that it fails so, with aSentence, prints nothing on standard output and leaves what
@@ -133,7 +134,7 @@ protected:
         return RunTool( lArguments );
     }
 
-    TemporaryFolder mFolder;
+    TemporaryDirectory mFolder;
     const std::string mOut = mFolder.GetPath( "out" );
 };
 
@@ -143,7 +144,7 @@ TEST_F( Dfw, ABuildWithoutInputIsTargetAndVersion )
 {
     const Outcome lOutcome = Build( {} );
     EXPECT_EQ( lOutcome.mStatus, 0 );
-    EXPECT_EQ( ReadFile( mOut ), HEAD );
+    EXPECT_EQ( ReadWholeFile( mOut ), HEAD );
     EXPECT_EQ( lOutcome.mError, "htbase: wrote 13 bytes to '" + mOut + "'\n" );
     EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
 }
@@ -165,7 +166,7 @@ TEST_F( Dfw, EachModeHasItsLetterOrNone )
         const Outcome lOutcome = RunTool( { "dfw", "build", "-o", mOut, "--target",
                                             "255,0,65535," + lLetter, "--version", "0.0.0" } );
         EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
-        EXPECT_EQ( ReadFile( mOut ), lRecord + std::string( "V\x03\0\0\0", 5 ) ) << lLetter;
+        EXPECT_EQ( ReadWholeFile( mOut ), lRecord + std::string( "V\x03\0\0\0", 5 ) ) << lLetter;
     }
 }
 
@@ -219,7 +220,7 @@ TEST_F( Dfw, WordsInHexAreWarnedOfAndStoredAsTheyLieInMemory )
     const std::string lFile = Make( "words", "1234\n5678\n" );
     const Outcome lOutcome = Build( { "--hex", lFile } );
     EXPECT_EQ( lOutcome.mStatus, 0 );
-    EXPECT_EQ( ReadFile( mOut ), HEAD + std::string( "D\x04\x34\x12\x00\x00", 6 ) );
+    EXPECT_EQ( ReadWholeFile( mOut ), HEAD + std::string( "D\x04\x34\x12\x00\x00", 6 ) );
     EXPECT_EQ( LinesOf( lOutcome.mError, "warning" ),
                "htbase: warning: the data records made of '" + lFile +
                    "' hold words as they lie in memory, not the packed values\n" );
@@ -255,7 +256,7 @@ TEST_F( Dfw, RecordsThatAreSkippedAreTold )
                        "htbase: '" + lFile + "': Warning: unknown record type: S2, 1 time\n" );
         EXPECT_THAT( lOutcome.mOutput, Not( HasSubstr( "Warning" ) ) );
     }
-    EXPECT_EQ( ReadFile( mOut ), HEAD + ADDRESS_1000 + DATA_ABCD );
+    EXPECT_EQ( ReadWholeFile( mOut ), HEAD + ADDRESS_1000 + DATA_ABCD );
 }
 
 TEST_F( Dfw, ABadLineIsNamedAndNothingIsBuilt )
@@ -323,10 +324,10 @@ TEST_F( Dfw, AFailingReaderFailsTheBuildWithItsMessage )
 
 TEST_F( Dfw, AFailedBuildKeepsTheFileOfBefore )
 {
-    WriteFile( mOut, "as it was" );
+    WriteWholeFile( mOut, "as it was" );
     const std::string lBad = Make( "bad", "12345\n" );
     EXPECT_EQ( Build( { "--hex", lBad } ).mStatus, 1 );
-    EXPECT_EQ( ReadFile( mOut ), "as it was" );
+    EXPECT_EQ( ReadWholeFile( mOut ), "as it was" );
     EXPECT_THAT( mFolder.List(), ElementsAre( "bad", "out" ) );
 }
 
@@ -686,7 +687,7 @@ TEST_F( Dfw, AnIdentificationPayloadIsBuiltFromAnother )
     {
         const Outcome lOutcome = RunTool( { "dfw", "id", lPayload, lText, "-o", mOut } );
         EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
-        EXPECT_EQ( ReadFile( mOut ), HEAD + lRecord );
+        EXPECT_EQ( ReadWholeFile( mOut ), HEAD + lRecord );
         EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
     }
     const nlohmann::json lReport =
@@ -714,10 +715,10 @@ TEST_F( Dfw, AResetPayloadIsBuiltFromAnother )
     const Outcome lOutcome = RunTool( { "dfw", "reset", lPayload, "-o", mOut } );
     EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
     EXPECT_EQ( lOutcome.mError, "htbase: wrote 15 bytes to '" + mOut + "'\n" );
-    EXPECT_EQ( ReadFile( mOut ), HEAD + RESET );
+    EXPECT_EQ( ReadWholeFile( mOut ), HEAD + RESET );
     // Also in place.
     EXPECT_EQ( RunTool( { "dfw", "reset", lPayload, "-o", lPayload } ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lPayload ), HEAD + RESET );
+    EXPECT_EQ( ReadWholeFile( lPayload ), HEAD + RESET );
 }
 
 TEST_F( Dfw, APayloadWithoutTargetOrVersionIsRefused )
@@ -757,7 +758,7 @@ TEST_F( Dfw, AnImageOfAnotherToolArrivesWhole )
     EXPECT_EQ( lShown.mStatus, 0 );
     EXPECT_EQ( LinesOf( lShown.mOutput, "range" ),
                "range: 0x00008000 to 0x00009387, 5000 bytes\n" );
-    const std::string lPayload = ReadFile( mOut );
+    const std::string lPayload = ReadWholeFile( mOut );
     std::string lBack;
     for ( size_t lPlace = 0; lPlace + 1 < lPayload.size(); )
     {

@@ -1,8 +1,8 @@
 // gev discover. Broadcasts stay in networks that the tests make.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
-#include "support/NetworkNamespace.h"
+#include "tests/support/NetworkNamespace.h"
 
 #include <algorithm>
 #include <chrono>

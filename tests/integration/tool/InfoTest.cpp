@@ -1,6 +1,6 @@
 // gev info, and what dump and load take from a capability record.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -251,9 +251,9 @@ TEST_F( Info, ADumpFromAnotherDeviceKeepsToWhatEveryDeviceTakes )
 
 TEST_F( Info, ALoadTakesThePiecesOfTheRecord )
 {
-    const TemporaryFolder lFolder;
+    const TemporaryDirectory lFolder;
     const std::string lBytes = MakeBytes( 1072 );
-    WriteFile( lFolder.GetPath( "file" ), lBytes );
+    WriteWholeFile( lFolder.GetPath( "file" ), lBytes );
     ASSERT_EQ(
         RunGev( "load", { "0x100000", lFolder.GetPath( "file" ), "--maker", "02:48:54" } ).mStatus,
         0 );

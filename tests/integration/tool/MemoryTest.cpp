@@ -1,6 +1,6 @@
 // gev dump and gev load.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -72,7 +72,7 @@ protected:
         Serve( {}, lOptions );
     }
 
-    TemporaryFolder mFolder;
+    TemporaryDirectory mFolder;
 };
 
 } // namespace
@@ -89,7 +89,7 @@ TEST_F( Memory, ADumpCanBeginAndEndAnywhere )
             const Outcome lOutcome =
                 RunGev( "dump", { ToText( MEMORY + lOffset ), ToText( lLength ), "-o", lPath } );
             EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
-            EXPECT_EQ( ReadFile( lPath ), lBytes.substr( lOffset, lLength ) )
+            EXPECT_EQ( ReadWholeFile( lPath ), lBytes.substr( lOffset, lLength ) )
                 << lOffset << " " << lLength;
         }
     }
@@ -103,7 +103,7 @@ TEST_F( Memory, ALongDumpComesInPieces )
     const std::string lPath = mFolder.GetPath( "dump" );
     const Outcome lOutcome = RunGev( "dump", { "0x100003", "1301", "-o", lPath } );
     EXPECT_EQ( lOutcome.mStatus, 0 );
-    EXPECT_EQ( ReadFile( lPath ), lBytes.substr( 3, 1301 ) );
+    EXPECT_EQ( ReadWholeFile( lPath ), lBytes.substr( 3, 1301 ) );
     ExpectWholeWords();
     std::vector<std::pair<uint32_t, uint32_t>> lPieces;
     for ( const SeenCommand& lSeen : GetCommands( Command::READMEM ) )
@@ -149,12 +149,12 @@ TEST_F( Memory, AWholeMebibyteGoesThereAndBack )
     const std::string lBytes = MakeBytes( 1 << 20 );
     const std::string lFile = mFolder.GetPath( "image" );
     const std::string lBack = mFolder.GetPath( "back" );
-    WriteFile( lFile, lBytes );
+    WriteWholeFile( lFile, lBytes );
     const Outcome lLoaded = RunGev( "load", { "0x100000", lFile } );
     EXPECT_EQ( lLoaded.mStatus, 0 ) << lLoaded.mError;
     EXPECT_TRUE( GetMemory( MEMORY, lBytes.size() ) == lBytes );
     EXPECT_EQ( RunGev( "dump", { "0x100000", "0x100000", "-o", lBack } ).mStatus, 0 );
-    EXPECT_TRUE( ReadFile( lBack ) == lBytes );
+    EXPECT_TRUE( ReadWholeFile( lBack ) == lBytes );
     EXPECT_FALSE( IsControlHeld() );
 }
 
@@ -166,10 +166,10 @@ TEST_F( Memory, TheLastBytesOfAllAddressesCanBeReached )
     Serve( lConfiguration );
     const std::string lFile = mFolder.GetPath( "file" );
     const std::string lBack = mFolder.GetPath( "back" );
-    WriteFile( lFile, "end" );
+    WriteWholeFile( lFile, "end" );
     EXPECT_EQ( RunGev( "load", { "0xFFFFFFFD", lFile } ).mStatus, 0 );
     EXPECT_EQ( RunGev( "dump", { "0xFFFFFFFD", "3", "-o", lBack } ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lBack ), "end" );
+    EXPECT_EQ( ReadWholeFile( lBack ), "end" );
     const Outcome lBeyond = RunGev( "dump", { "0xFFFFFFFD", "4" } );
     EXPECT_EQ( lBeyond.mStatus, 2 );
     EXPECT_THAT( lBeyond.mError, HasSubstr( "together exceed 32-bit addresses" ) );
@@ -187,7 +187,7 @@ TEST_F( Memory, AFailedDumpLeavesNoFileAndNoRest )
 {
     const std::string lNew = mFolder.GetPath( "new" );
     const std::string lOld = mFolder.GetPath( "old" );
-    WriteFile( lOld, "as it was" );
+    WriteWholeFile( lOld, "as it was" );
     for ( const std::string& lPath : { lNew, lOld } )
     {
         // The memory ends after the first piece.
@@ -200,7 +200,7 @@ TEST_F( Memory, AFailedDumpLeavesNoFileAndNoRest )
         ExpectOneSentence( GetLastLine( lOutcome.mError ) );
     }
     EXPECT_THAT( mFolder.List(), ElementsAre( "old" ) );
-    EXPECT_EQ( ReadFile( lOld ), "as it was" );
+    EXPECT_EQ( ReadWholeFile( lOld ), "as it was" );
 }
 
 TEST_F( Memory, ADumpReplacesAFileAsAWholeAndKeepsALink )
@@ -208,10 +208,10 @@ TEST_F( Memory, ADumpReplacesAFileAsAWholeAndKeepsALink )
     SetMemory( MEMORY, "new!" );
     const std::string lFile = mFolder.GetPath( "file" );
     const std::string lLink = mFolder.GetPath( "link" );
-    WriteFile( lFile, "a long text of before" );
+    WriteWholeFile( lFile, "a long text of before" );
     std::filesystem::create_symlink( "file", lLink );
     EXPECT_EQ( RunGev( "dump", { "0x100000", "4", "-o", lLink } ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lFile ), "new!" );
+    EXPECT_EQ( ReadWholeFile( lFile ), "new!" );
     EXPECT_TRUE( std::filesystem::is_symlink( lLink ) );
     EXPECT_THAT( mFolder.List(), ElementsAre( "file", "link" ) );
 }
@@ -275,7 +275,7 @@ TEST_F( Memory, ALoadCanBeginAndEndAnywhereAndKeepsItsNeighbours )
         {
             SetMemory( MEMORY, lBefore );
             const std::string lText = std::string( "loaded byte" ).substr( 0, lLength );
-            WriteFile( lPath, lText );
+            WriteWholeFile( lPath, lText );
             const Outcome lOutcome =
                 RunGev( "load", { ToText( MEMORY + 4 + lOffset ), lPath, "--json" } );
             EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
@@ -305,7 +305,7 @@ TEST_F( Memory, ALoadCanBeginAndEndAnywhereAndKeepsItsNeighbours )
 TEST_F( Memory, ALoadSaysWhichWordsItMerged )
 {
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, MakeBytes( 6 ) );
+    WriteWholeFile( lPath, MakeBytes( 6 ) );
     const Outcome lOutcome = RunGev( "load", { "0x100003", lPath } );
     EXPECT_EQ( lOutcome.mStatus, 0 );
     EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
@@ -318,7 +318,7 @@ TEST_F( Memory, ALoadSaysWhichWordsItMerged )
 TEST_F( Memory, AnAlignedLoadReadsNothing )
 {
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, MakeBytes( 1300 ) );
+    WriteWholeFile( lPath, MakeBytes( 1300 ) );
     EXPECT_EQ( RunGev( "load", { "0x100000", lPath } ).mStatus, 0 );
     EXPECT_THAT( GetCommands( Command::READMEM ), IsEmpty() );
     std::vector<std::pair<uint32_t, size_t>> lPieces;
@@ -334,7 +334,7 @@ TEST_F( Memory, AnAlignedLoadReadsNothing )
 TEST_F( Memory, ALoadTakesControlFirstAndGivesItBackLast )
 {
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, MakeBytes( 7 ) );
+    WriteWholeFile( lPath, MakeBytes( 7 ) );
     EXPECT_EQ( RunGev( "load", { "0x100001", lPath } ).mStatus, 0 );
     const std::vector<SeenCommand> lSeen = GetCommands();
     ASSERT_GE( lSeen.size(), 3U );
@@ -348,7 +348,7 @@ TEST_F( Memory, ALoadTakesControlFirstAndGivesItBackLast )
 TEST_F( Memory, ALoadThatGetsNoControlSaysThatNothingReachedTheDevice )
 {
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, MakeBytes( 7 ) );
+    WriteWholeFile( lPath, MakeBytes( 7 ) );
     LoopbackDevice& lDevice = GetDevice();
     lDevice.mServer.Access( [&]
                             { lDevice.mDevice.Refuse( Command::WRITEREG, PRIVILEGE, 0x8006 ); } );
@@ -366,7 +366,7 @@ TEST_F( Memory, ALoadWithoutControlLeavesItAlone )
     lConfiguration.mRequireControl = false;
     Serve( lConfiguration );
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, "data" );
+    WriteWholeFile( lPath, "data" );
     EXPECT_EQ( RunGev( "load", { "0x100000", lPath, "--no-control" } ).mStatus, 0 );
     EXPECT_THAT( GetCommands( Command::WRITEREG ), IsEmpty() );
     EXPECT_EQ( GetMemory( MEMORY, 4 ), "data" );
@@ -376,8 +376,8 @@ TEST_F( Memory, AFileThatCannotBeLoadedIsToldBeforeAnythingIsSent )
 {
     const std::string lEmpty = mFolder.GetPath( "empty" );
     const std::string lLong = mFolder.GetPath( "long" );
-    WriteFile( lEmpty, "" );
-    WriteFile( lLong, "12345" );
+    WriteWholeFile( lEmpty, "" );
+    WriteWholeFile( lLong, "12345" );
     const std::vector<std::pair<Arguments, std::string>> lCases = {
         { { "0x100000", mFolder.GetPath( "missing" ) }, "No such file or directory" },
         { { "0x100000", "" }, "No such file or directory" },
@@ -408,7 +408,7 @@ TEST_F( Memory, AnUnreadableFileIsTold )
         ASSERT_EQ( 0, prctl( PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0 ) );
     }
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, "secret" );
+    WriteWholeFile( lPath, "secret" );
     std::filesystem::permissions( lPath, std::filesystem::perms::none );
     const Outcome lOutcome = RunGev( "load", { "0x100000", lPath } );
     EXPECT_EQ( lOutcome.mStatus, 2 );
@@ -420,7 +420,7 @@ TEST_F( Memory, ALoadThatIsRefusedSaysHowManyBytesReachedTheDevice )
 {
     const std::string lPath = mFolder.GetPath( "file" );
     const std::string lBytes = MakeBytes( 2047 );
-    WriteFile( lPath, lBytes );
+    WriteWholeFile( lPath, lBytes );
     LoopbackDevice& lDevice = GetDevice();
     lDevice.mServer.Access(
         [&] { lDevice.mDevice.Refuse( Command::WRITEMEM, MEMORY + 1024, 0x8004 ); } );
@@ -438,7 +438,7 @@ TEST_F( Memory, ALoadThatIsRefusedSaysHowManyBytesReachedTheDevice )
 TEST_F( Memory, APieceThatNeverArrivesIsRepeatedFiveTimes )
 {
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, MakeBytes( 2048 ) );
+    WriteWholeFile( lPath, MakeBytes( 2048 ) );
     SetSilent( MEMORY + 1024 );
     const Outcome lOutcome =
         RunGev( "load", { "0x100000", lPath, "--timeout", "300", "--retries", "2", "--json" } );
@@ -461,7 +461,7 @@ TEST_F( Memory, LossIsMadeGoodAndCounted )
     const std::string lBytes = MakeBytes( 16384 );
     const std::string lFile = mFolder.GetPath( "file" );
     const std::string lBack = mFolder.GetPath( "back" );
-    WriteFile( lFile, lBytes );
+    WriteWholeFile( lFile, lBytes );
     const Outcome lLoaded =
         RunGev( "load", { "0x100000", lFile, "--timeout", "60", "--retries", "2", "--json" } );
     EXPECT_EQ( lLoaded.mStatus, 0 ) << lLoaded.mError;
@@ -469,7 +469,7 @@ TEST_F( Memory, LossIsMadeGoodAndCounted )
     const Outcome lDumped = RunGev( "dump", { "0x100000", "16384", "-o", lBack, "--timeout", "60",
                                               "--retries", "2", "--json" } );
     EXPECT_EQ( lDumped.mStatus, 0 ) << lDumped.mError;
-    EXPECT_TRUE( ReadFile( lBack ) == lBytes );
+    EXPECT_TRUE( ReadWholeFile( lBack ) == lBytes );
     const nlohmann::json lThere = ParseReport( lLoaded );
     const nlohmann::json lHere = ParseReport( lDumped );
     EXPECT_GT(
@@ -499,7 +499,7 @@ TEST_F( Memory, ControlThatRanOutIsTakenAgain )
     Serve( lConfiguration );
     const std::string lPath = mFolder.GetPath( "file" );
     const std::string lBytes = MakeBytes( 1024 );
-    WriteFile( lPath, lBytes );
+    WriteWholeFile( lPath, lBytes );
     OnCommand( Command::WRITEMEM, MEMORY + 512,
                []( LoopbackDevice& aDevice ) { aDevice.mLeapMs = 600001; } );
     const Outcome lOutcome = RunGev( "load", { "0x100000", lPath } );
@@ -512,7 +512,7 @@ TEST_F( Memory, ControlThatRanOutIsTakenAgain )
 TEST_F( Memory, CtrlCDuringALoadSaysHowFarItCameAndGivesControlBack )
 {
     const std::string lPath = mFolder.GetPath( "file" );
-    WriteFile( lPath, MakeBytes( 2048 ) );
+    WriteWholeFile( lPath, MakeBytes( 2048 ) );
     SetSilent( MEMORY + 512 );
     ChildProcess lChild( MakeGevCommand( "load", { "0x100000", lPath, "--timeout", "600000" } ) );
     WaitForCommand( Command::WRITEMEM, MEMORY + 512 );

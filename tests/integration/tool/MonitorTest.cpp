@@ -1,6 +1,6 @@
 // gev monitor.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <QmUtilsLib/Thread.h>
 

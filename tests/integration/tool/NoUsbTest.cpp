@@ -1,6 +1,6 @@
 // The u3v commands of a program that was built without libusb.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 using testing::HasSubstr;
 
@@ -9,8 +9,8 @@ namespace TestSupport
 
 TEST( NoUsb, EveryCommandSaysThatTheProgramHasNoUsb )
 {
-    const TemporaryFolder lFolder;
-    WriteFile( lFolder.GetPath( "image" ), "four" );
+    const TemporaryDirectory lFolder;
+    WriteWholeFile( lFolder.GetPath( "image" ), "four" );
     const Arguments lLines[] = { { "list" },
                                  { "info", "1-1" },
                                  { "read", "1AB200000001", "0" },

@@ -1,6 +1,6 @@
 // gev read and gev write.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <netdb.h>
 

@@ -1,6 +1,6 @@
 // sim gev.
 
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <csignal>
 

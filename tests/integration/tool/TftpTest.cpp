@@ -1,8 +1,8 @@
 // tftp put, tftp get, sim tftp and sim gev --tftp, each test in a network of its own.
 
-#include "integration/tool/ToolTest.h"
-#include "support/LoopbackTftpServer.h"
-#include "support/NetworkNamespace.h"
+#include "tests/integration/tool/ToolTest.h"
+#include "tests/support/LoopbackTftpServer.h"
+#include "tests/support/NetworkNamespace.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -112,7 +112,7 @@ protected:
     // A file of these bytes in the test's folder.
     std::string MakeFile( const std::string& aBytes, const std::string& aName = "image" )
     {
-        WriteFile( mFolder.GetPath( aName ), aBytes );
+        WriteWholeFile( mFolder.GetPath( aName ), aBytes );
         return mFolder.GetPath( aName );
     }
 
@@ -126,7 +126,7 @@ protected:
         EXPECT_EQ( GetCounters().mReceived, 0U );
     }
 
-    TemporaryFolder mFolder;
+    TemporaryDirectory mFolder;
 
 private:
     std::unique_ptr<LoopbackTftpServer> mServer;
@@ -346,7 +346,7 @@ TEST_F( Get, FetchesAFileThatFitsOneBlock )
         const Outcome lOutcome = RunTool( { "tftp", "get", HOST, "a.bin", "-o", lPath } );
         EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
         EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
-        EXPECT_EQ( ReadFile( lPath ), lContent );
+        EXPECT_EQ( ReadWholeFile( lPath ), lContent );
         EXPECT_THAT( mFolder.List(), ElementsAre( "out" ) );
     }
 }
@@ -362,7 +362,7 @@ TEST_F( Get, AFullBlockIsKeptAndSaidToBePossiblyIncomplete )
         EXPECT_EQ( lOutcome.mStatus, 3 );
         ExpectOneSentence( lOutcome.mError );
         EXPECT_THAT( lOutcome.mError, HasSubstr( "possibly incomplete: it has the first 512" ) );
-        EXPECT_EQ( ReadFile( lPath ), lContent.substr( 0, 512 ) );
+        EXPECT_EQ( ReadWholeFile( lPath ), lContent.substr( 0, 512 ) );
         const nlohmann::json lReport = ParseReport( lOutcome );
         EXPECT_EQ( lReport["bytes"], 512 );
         EXPECT_EQ( lReport["possiblyIncomplete"], true );
@@ -379,7 +379,7 @@ TEST_F( Get, ABlockThatIsTooLongIsKeptWhole )
     const Parrot lServer( lBlock );
     const std::string lPath = mFolder.GetPath( "out" );
     EXPECT_EQ( RunTool( { "tftp", "get", HOST, "a.bin", "-o", lPath } ).mStatus, 3 );
-    EXPECT_EQ( ReadFile( lPath ), lContent );
+    EXPECT_EQ( ReadWholeFile( lPath ), lContent );
 }
 
 TEST_F( Get, AnAnswerThatIsNoFirstBlockFailsAndLeavesTheTargetAlone )
@@ -400,7 +400,7 @@ TEST_F( Get, AnAnswerThatIsNoFirstBlockFailsAndLeavesTheTargetAlone )
         ExpectOneSentence( lOutcome.mError );
         EXPECT_THAT( lOutcome.mError, HasSubstr( lSentence ) );
         EXPECT_TRUE( ParseReport( lOutcome ).contains( "error" ) );
-        EXPECT_EQ( ReadFile( lPath ), "before" );
+        EXPECT_EQ( ReadWholeFile( lPath ), "before" );
         EXPECT_THAT( mFolder.List(), ElementsAre( "out" ) );
     }
 }
@@ -423,7 +423,7 @@ TEST_F( Get, TheFileGoesWhereItIsToldOrByItsOwnName )
     lHere.mDirectory = mFolder.GetPath();
     EXPECT_EQ( RunTool( { "tftp", "get", HOST, "../up/a.bin" }, lHere ).mStatus, 0 );
     EXPECT_THAT( mFolder.List(), ElementsAre( "a.bin" ) );
-    EXPECT_EQ( ReadFile( mFolder.GetPath( "a.bin" ) ), "abc" );
+    EXPECT_EQ( ReadWholeFile( mFolder.GetPath( "a.bin" ) ), "abc" );
 }
 
 TEST_F( Get, TargetsThatCannotBeAreRefusedBeforeAnythingIsSent )
@@ -488,16 +488,16 @@ protected:
 
 TEST_F( TftpSim, UploadsGoIntoTheFolderAndItsFilesAreServed )
 {
-    const TemporaryFolder lDevice;
-    WriteFile( lDevice.GetPath( "version" ), "1.2.3" );
+    const TemporaryDirectory lDevice;
+    WriteWholeFile( lDevice.GetPath( "version" ), "1.2.3" );
     Start( { "sim", "tftp", "--dir", lDevice.GetPath() } );
     EXPECT_EQ( mFirstLine, "127.0.0.1:69" );
     const std::string lContent = MakeBytes( 70000 );
     EXPECT_EQ( RunTool( { "tftp", "put", HOST, MakeFile( lContent ) } ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lDevice.GetPath( "image" ) ), lContent );
+    EXPECT_EQ( ReadWholeFile( lDevice.GetPath( "image" ) ), lContent );
     const std::string lPath = mFolder.GetPath( "out" );
     EXPECT_EQ( RunTool( { "tftp", "get", HOST, "version", "-o", lPath } ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lPath ), "1.2.3" );
+    EXPECT_EQ( ReadWholeFile( lPath ), "1.2.3" );
     Stop();
     EXPECT_THAT( lDevice.List(), ElementsAre( "image", "version" ) );
     EXPECT_THAT( mProcess->GetOutput(),
@@ -507,7 +507,7 @@ TEST_F( TftpSim, UploadsGoIntoTheFolderAndItsFilesAreServed )
 
 TEST_F( TftpSim, AnUploadStaysInTheFolderAndReplacesNothingButFiles )
 {
-    const TemporaryFolder lDevice;
+    const TemporaryDirectory lDevice;
     const std::string lOutside = MakeFile( "outside", "outside" );
     ASSERT_EQ( symlink( lOutside.c_str(), lDevice.GetPath( "link" ).c_str() ), 0 );
     ASSERT_EQ( mkfifo( lDevice.GetPath( "pipe" ).c_str(), 0600 ), 0 );
@@ -521,7 +521,7 @@ TEST_F( TftpSim, AnUploadStaysInTheFolderAndReplacesNothingButFiles )
         EXPECT_EQ( lOutcome.mStatus, 1 ) << lName;
         EXPECT_THAT( lOutcome.mError, HasSubstr( "The file cannot be kept" ) ) << lName;
     }
-    EXPECT_EQ( ReadFile( lOutside ), "outside" );
+    EXPECT_EQ( ReadWholeFile( lOutside ), "outside" );
     EXPECT_THAT( lDevice.List(), ElementsAre( "link", "pipe" ) );
     EXPECT_THAT( mFolder.List(), ElementsAre( "image", "outside" ) );
 }
@@ -532,18 +532,18 @@ TEST_F( TftpSim, WithoutAFolderUploadsAreHeldInMemory )
     EXPECT_EQ( RunTool( { "tftp", "put", HOST, MakeFile( "abc" ), "--as", "x/y" } ).mStatus, 0 );
     const std::string lPath = mFolder.GetPath( "out" );
     EXPECT_EQ( RunTool( { "tftp", "get", HOST, "x/y", "-o", lPath } ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lPath ), "abc" );
+    EXPECT_EQ( ReadWholeFile( lPath ), "abc" );
 }
 
 TEST_F( TftpSim, AVirtualCameraServesBothProtocols )
 {
-    const TemporaryFolder lDevice;
+    const TemporaryDirectory lDevice;
     Start( { "sim", "gev", "--port", "0", "--no-broadcast", "--tftp", lDevice.GetPath() } );
     EXPECT_EQ( mProcess->ReadLine().value_or( "" ), "TFTP at 127.0.0.1:69" );
     const std::string lContent = MakeBytes( 1024 );
     EXPECT_EQ( RunTool( { "tftp", "put", HOST, MakeFile( lContent ) } ).mStatus, 0 );
     EXPECT_EQ( RunTool( MakePatient( { "gev", "read", mFirstLine, "0" } ) ).mStatus, 0 );
-    EXPECT_EQ( ReadFile( lDevice.GetPath( "image" ) ), lContent );
+    EXPECT_EQ( ReadWholeFile( lDevice.GetPath( "image" ) ), lContent );
     Stop();
     EXPECT_THAT( mProcess->GetOutput(), AllOf( HasSubstr( "\ndevice: 1 commands: 1 executed" ),
                                                HasSubstr( "\ntftp: 1 uploads published" ) ) );
@@ -551,7 +551,7 @@ TEST_F( TftpSim, AVirtualCameraServesBothProtocols )
 
 TEST_F( TftpSim, TheSummaryIsOneJsonObject )
 {
-    const TemporaryFolder lDevice;
+    const TemporaryDirectory lDevice;
     ChildProcess lProcess(
         MakeToolCommand( { "sim", "gev", "--port", "0", "--tftp", lDevice.GetPath(), "--json" } ) );
     ASSERT_TRUE( lProcess.WaitForError( ", TFTP at 127.0.0.1:69\n" ) );

@@ -1,12 +1,9 @@
-#include "integration/tool/ToolTest.h"
+#include "tests/integration/tool/ToolTest.h"
 
 #include <QmUtilsLib/Thread.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <thread>
 
@@ -88,44 +85,6 @@ void ExpectOneSentence( const std::string& aError )
     EXPECT_EQ( aError.rfind( "htbase: ", 0 ), 0U ) << aError;
     EXPECT_EQ( std::count( aError.begin(), aError.end(), '\n' ), 1 ) << aError;
     EXPECT_TRUE( !aError.empty() && aError.back() == '\n' ) << aError;
-}
-
-TemporaryFolder::TemporaryFolder()
-{
-    mPath = ( std::filesystem::temp_directory_path() / "htbase-test-XXXXXX" ).string();
-    if ( mkdtemp( mPath.data() ) == nullptr )
-    {
-        throw std::runtime_error( "no temporary folder" );
-    }
-}
-
-TemporaryFolder::~TemporaryFolder()
-{
-    std::error_code lIgnored; // what stays behind is in the system's folder for that
-    std::filesystem::remove_all( mPath, lIgnored );
-}
-
-std::vector<std::string> TemporaryFolder::List() const
-{
-    std::vector<std::string> lNames;
-    for ( const auto& lEntry : std::filesystem::directory_iterator( mPath ) )
-    {
-        lNames.push_back( lEntry.path().filename().string() );
-    }
-    std::sort( lNames.begin(), lNames.end() );
-    return lNames;
-}
-
-void WriteFile( const std::string& aPath, const std::string& aBytes )
-{
-    std::ofstream( aPath, std::ios::binary ) << aBytes;
-}
-
-std::string ReadFile( const std::string& aPath )
-{
-    std::ifstream lFile( aPath, std::ios::binary );
-    EXPECT_TRUE( lFile.is_open() ) << aPath;
-    return std::string( std::istreambuf_iterator<char>( lFile ), {} );
 }
 
 std::string MakeBytes( size_t aCount )

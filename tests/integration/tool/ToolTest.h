@@ -1,8 +1,9 @@
 // The htbase program as a child process, and a virtual device for it.
 #pragma once
 
-#include "support/ChildProcess.h"
-#include "support/LoopbackDevice.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/LoopbackDevice.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <nlohmann/json.hpp>
 
@@ -34,27 +35,6 @@ nlohmann::json ParseReport( const Outcome& aOutcome );
 
 // Expects that aError is one line, "htbase: ...", and nothing behind it.
 void ExpectOneSentence( const std::string& aError );
-
-// A folder of the test's own, removed at its end.
-class TemporaryFolder
-{
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder( const TemporaryFolder& ) = delete;
-    TemporaryFolder& operator=( const TemporaryFolder& ) = delete;
-
-    const std::string& GetPath() const { return mPath; }
-    std::string GetPath( const std::string& aName ) const { return mPath + "/" + aName; }
-    // The names in it, in order.
-    std::vector<std::string> List() const;
-
-private:
-    std::string mPath;
-};
-
-void WriteFile( const std::string& aPath, const std::string& aBytes );
-std::string ReadFile( const std::string& aPath );
 
 // aCount bytes that look like chance and are always the same.
 std::string MakeBytes( size_t aCount );

@@ -1,7 +1,7 @@
 // The u3v commands of the program over the real libusb, on a USB bus of the test's own.
 
-#include "integration/tool/ToolTest.h"
-#include "support/VirtualUsb.h"
+#include "tests/integration/tool/ToolTest.h"
+#include "tests/support/VirtualUsb.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -89,7 +89,7 @@ protected:
 
     VirtualUsbBus mBus;
     std::shared_ptr<VirtualUsbDevice> mDevice;
-    const TemporaryFolder mFolder;
+    const TemporaryDirectory mFolder;
 };
 
 } // namespace
@@ -239,7 +239,7 @@ TEST_F( U3v, DumpPrintsLinesAndFillsFilesAndReports )
     const std::string lFile = mFolder.GetPath( "dump" );
     const Outcome lDump = Run( { "dump", GUID, "0x100003", "4990", "-o", lFile } );
     EXPECT_EQ( lDump.mStatus, 0 ) << lDump.mError;
-    EXPECT_EQ( ReadFile( lFile ), lBytes.substr( 3, 4990 ) );
+    EXPECT_EQ( ReadWholeFile( lFile ), lBytes.substr( 3, 4990 ) );
     EXPECT_EQ( GetLargest( 0x81 ), 1024U );
     const nlohmann::json lReport =
         ParseReport( Run( { "dump", "1-1", "0x0123456700000001", "5", "--json" } ) );
@@ -252,7 +252,7 @@ TEST_F( U3v, LoadKeepsTheBytesAroundAndFitsItsCommands )
 {
     SetMemory( MEMORY, std::string( 4000, '.' ) );
     const std::string lBytes = MakeBytes( 3001 );
-    WriteFile( mFolder.GetPath( "image" ), lBytes );
+    WriteWholeFile( mFolder.GetPath( "image" ), lBytes );
     const Outcome lOutcome = Run( { "load", "1-1", "0x100002", mFolder.GetPath( "image" ) } );
     EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
     EXPECT_EQ( GetMemory( MEMORY, 3005 ), ".." + lBytes + ".." );
@@ -268,7 +268,7 @@ TEST_F( U3v, TransfersKeepToASmallDevicesLimits )
     lSmall.mMaxCommandTransferLength = lSmall.mCommandRoom = 32;
     lSmall.mMaxAckTransferLength = lSmall.mAckRoom = 20;
     Plug( lSmall );
-    WriteFile( mFolder.GetPath( "image" ), MakeBytes( 50 ) );
+    WriteWholeFile( mFolder.GetPath( "image" ), MakeBytes( 50 ) );
     ASSERT_EQ( Run( { "load", "1-1", "0x100000", mFolder.GetPath( "image" ) } ).mStatus, 0 );
     EXPECT_EQ( GetLargest( 0x01 ), 32U );
     const nlohmann::json lReport =
@@ -285,7 +285,7 @@ TEST_F( U3v, ADeviceThatReportsNoLimitsGetsWhatTheLinksBuffersHold )
     lSilent.mMaxAckTransferLength = 0;
     Plug( lSilent );
     const std::string lBytes = MakeBytes( 3001 );
-    WriteFile( mFolder.GetPath( "image" ), lBytes );
+    WriteWholeFile( mFolder.GetPath( "image" ), lBytes );
     const Outcome lLoad = Run( { "load", "1-1", "0x100002", mFolder.GetPath( "image" ) } );
     EXPECT_EQ( lLoad.mStatus, 0 ) << lLoad.mError;
     EXPECT_EQ( GetMemory( MEMORY + 2, 3001 ), lBytes );
@@ -296,7 +296,7 @@ TEST_F( U3v, ADeviceThatReportsNoLimitsGetsWhatTheLinksBuffersHold )
 
     const std::string lFile = mFolder.GetPath( "dump" );
     const Outcome lDump = Run( { "dump", "1-1", "0x100002", "3001", "-o", lFile, "--json" } );
-    EXPECT_EQ( ReadFile( lFile ), lBytes );
+    EXPECT_EQ( ReadWholeFile( lFile ), lBytes );
     EXPECT_EQ( GetLargest( 0x81 ), 1024U );
     EXPECT_EQ( ParseReport( lDump )["statistics"]["maxCommandSize"], 0 );
     EXPECT_EQ( ParseReport( lDump )["statistics"]["maxAckSize"], 0 );
@@ -317,7 +317,7 @@ TEST_F( U3v, ADeviceThatRefusesItsRecordIsReachedInSmallPieces )
                         HasSubstr( "GENCP_ACCESS_DENIED" ), HasSubstr( "status 0x00008006" ) ) );
 
     const std::string lBytes = MakeBytes( 301 );
-    WriteFile( mFolder.GetPath( "image" ), lBytes );
+    WriteWholeFile( mFolder.GetPath( "image" ), lBytes );
     const Outcome lLoad = Run( { "load", "1-1", "0x100000", mFolder.GetPath( "image" ) } );
     EXPECT_EQ( lLoad.mStatus, 0 ) << lLoad.mError;
     EXPECT_EQ( GetMemory( MEMORY, 301 ), lBytes );
@@ -325,7 +325,7 @@ TEST_F( U3v, ADeviceThatRefusesItsRecordIsReachedInSmallPieces )
     const std::string lFile = mFolder.GetPath( "dump" );
     const Outcome lDump = Run( { "dump", GUID, "0x100000", "301", "-o", lFile } );
     EXPECT_EQ( lDump.mStatus, 0 ) << lDump.mError;
-    EXPECT_EQ( ReadFile( lFile ), lBytes );
+    EXPECT_EQ( ReadWholeFile( lFile ), lBytes );
     EXPECT_EQ( GetLargest( 0x81 ), 64U );
     for ( const Outcome* const lOutcome : { &lLoad, &lDump } )
     {

@@ -1,6 +1,8 @@
 // The acknowledges of GVCP as they arrive: typed from the standard, whole, cut short at every byte,
 // with length fields that lie, and on top of what an earlier datagram left in the buffer.
 
+#include "tests/support/Packets.h"
+
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
 #include <WdUtilsLib/GEV/CommandHeader.h>
 #include <WdUtilsLib/GEV/Discovery.h>
@@ -24,8 +26,8 @@ namespace
 {
 
 using namespace WdUtilsLib::GEV;
+using TestSupport::Bytes;
 using WdUtilsLib::Network::IpAddress;
-using Bytes = std::vector<uint8_t>;
 
 const Bytes READREG_ACK = {
     0x00, 0x00,             // status: success

@@ -1,5 +1,5 @@
 // What the values of QmUtilsLib do where there is no memory left.
-#include "support/AllocationRounds.h"
+#include "tests/support/AllocationRounds.h"
 
 #include <QmUtilsLib/Logger.h>
 #include <QmUtilsLib/Result.h>

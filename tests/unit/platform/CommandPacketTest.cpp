@@ -1,5 +1,7 @@
 // The commands of GVCP as they leave: every expected packet is typed from the standard.
 
+#include "tests/support/Packets.h"
+
 #include <WdUtilsLib/GEV/CommandHeader.h>
 #include <WdUtilsLib/GEV/Discovery.h>
 #include <WdUtilsLib/GEV/ReadMemory.h>
@@ -22,7 +24,7 @@ namespace
 {
 
 using namespace WdUtilsLib::GEV;
-using Bytes = std::vector<uint8_t>;
+using TestSupport::Bytes;
 
 // The object is the datagram.
 template <class Command>

@@ -1,4 +1,4 @@
-#include "support/AllocationCounter.h"
+#include "tests/support/AllocationCounter.h"
 
 #include <QmUtilsLib/Result.h>
 #include <QmUtilsLib/String.h>
