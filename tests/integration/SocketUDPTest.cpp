@@ -1,5 +1,6 @@
 // The UDP socket over the loopback interface, in real time.
 
+#include "tests/support/AllocationCounter.h"
 #include "tests/support/NetworkNamespace.h"
 
 #include <QmUtilsLib/Result.h>
@@ -7,8 +8,6 @@
 #include <WdUtilsLib/Network/IpAddress.h>
 #include <WdUtilsLib/Network/SocketUDP.h>
 
-#include "tests/support/AllocationCounter.h"
-#include "tests/support/NetworkNamespace.h"
 #include <gtest/gtest.h>
 
 #include <dirent.h>
