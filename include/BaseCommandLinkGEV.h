@@ -27,7 +27,7 @@ namespace HtBaseLib
 //   OK             the device has acknowledged, or none was asked for and the command has left
 //   NOT_CONNECTED  no socket, or a socket that is not open; also when it is closed meanwhile
 //   GENERIC_ERROR  without OS code: the device refused, the description says why; with one: the
-//                  socket could not receive, the OS code says why
+//                  socket could not receive, the OS code says why, or memory is missing (ENOMEM)
 //   TIMEOUT        no answer to any attempt; logged on the library logger
 //   NOT_INITIALIZED  the derived link allows no attempt at all; logged on the library logger
 //

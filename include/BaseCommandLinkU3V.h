@@ -28,9 +28,9 @@ namespace HtBaseLib
 //   OK             the device has acknowledged
 //   NOT_CONNECTED  the link was never opened; or the control interface is not open
 //   0x4001         the command, or the acknowledge it asks for, is larger than the link lets
-//                  through, which is logged; the data fit no packet; the command does not fit the
-//                  buffer of the link, or a limit leaves no room for data, which the description
-//                  says; or what came is no acknowledge
+//                  through, which is logged; the data does not fit a packet, the command does not
+//                  fit the buffer of the link, or a limit leaves no room for data, which the
+//                  description says; or what came is not an acknowledge
 //   GENERIC_ERROR  the device refused: the OS code is its status and the description names it,
 //                  logged at 40000 on the library logger; or the control interface failed, then the
 //                  OS code is the system's

@@ -75,7 +75,8 @@ public:
     // frequency: what could not be read is 0 then. Every other read must succeed. After a failure
     // the record is not initialised, holds what was read so far, and the next Init starts anew.
     // Blocks as long as its reads do, one transaction of the link each; on an initialised record it
-    // is OK at once, but for the wait for the mutex. 0x001C from within an Init of this record,
+    // is OK at once, but for the wait for the mutex. GENERIC_ERROR with ENOMEM as OS code where
+    // memory is missing. 0x001C from within an Init of this record,
     // where a callback of its reads calls it: that one goes on, and this one changes nothing.
     //
     // Logs "Reading device properties" before it waits for the mutex, each thing found at 20000,

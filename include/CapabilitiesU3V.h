@@ -74,7 +74,8 @@ public:
     //
     // Result: OK, or what the link gave for the read that ended it: every read must succeed. After
     // a failure the record is not initialised, holds what was read so far, and the next Init reads
-    // everything again. On an initialised record it is OK at once. 0x001C from within an Init of
+    // everything again. On an initialised record it is OK at once. GENERIC_ERROR with ENOMEM as OS
+    // code where memory is missing. 0x001C from within an Init of
     // this record, where a callback of its reads calls it: that one goes on, and this one changes
     // nothing.
     //

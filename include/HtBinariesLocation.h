@@ -12,5 +12,6 @@
 // On OK aLocation is the directory: absolute, with symbolic links resolved, and without a separator
 // at its end (but for the root directory, "/"). It is the one that the library was loaded from,
 // also after a change of the working directory. 0x0019 when the system does not tell, or not the
-// whole path; aLocation is then unchanged. Logs nothing. May be called at any time from any thread.
+// whole path; GENERIC_ERROR with ENOMEM as OS code when memory is missing. aLocation is then
+// unchanged. Logs nothing. May be called at any time from any thread.
 HTBASE_API HtResult HtBinariesLocation( HtString& aLocation );

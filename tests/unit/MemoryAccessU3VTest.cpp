@@ -21,6 +21,7 @@ using namespace TestSupport;
 using QmUtilsLib::Result;
 
 constexpr const char* INVALID_ADDRESS = "Status GENCP_INVALID_ADDRESS received from the device.";
+constexpr const char* BEYOND_A_PACKET = "The data does not fit a packet.";
 constexpr const char* BEYOND_THE_BUFFER = "The command does not fit the buffer of the link.";
 constexpr const char* NO_ROOM_FOR_DATA = "The limit of the link leaves no room for data.";
 constexpr const char* BUSY = "Status GENCP_BUSY received from the device.";
@@ -544,7 +545,7 @@ TEST_F( MemoryAccessU3VTest, WritesAsMuchAsTheBuffersTakeWhereThereIsNoLimit )
     EXPECT_EQ( GetLastCommand().mCapacity, 16U );
     for ( const std::size_t lSize : { 1005U, 1024U, 65535U } )
     {
-        ExpectResult( Write( Pattern( lSize ), 0x100 ), 0x4001 );
+        ExpectResult( Write( Pattern( lSize ), 0x100 ), 0x4001, 0, BEYOND_A_PACKET );
     }
     EXPECT_EQ( GetCallCount(), 1U );
     ExpectLog( {} );
@@ -569,7 +570,7 @@ TEST_F( MemoryAccessU3VTest, HoldsTheWholeSizeOfAWriteAgainstALimit )
     Open();
     ExpectResult( Write( Pattern( 65540 ), 0x100 ), 0x4001, 0,
                   "Command of 65560 bytes is larger than maximum command size, 64" );
-    ExpectResult( Write( Pattern( 1005 ), 0x100 ), 0x4001 ); // fits no packet, so has no message
+    ExpectResult( Write( Pattern( 1005 ), 0x100 ), 0x4001, 0, BEYOND_A_PACKET ); // not logged
     EXPECT_EQ( GetCallCount(), 0U );
     ExpectLog( { SizeLine( 65560, 64 ) } );
 }
@@ -719,7 +720,7 @@ TEST_F( AtomicWriteAndReadTest, ReturnsAWriteThatFitsNoPacket )
 {
     Open();
     GuardedBuffer lBuffer( 53 );
-    ExpectResult( Exchange( Pattern( 1005 ), lBuffer, 53 ), 0x4001 ); // without message
+    ExpectResult( Exchange( Pattern( 1005 ), lBuffer, 53 ), 0x4001, 0, BEYOND_A_PACKET );
     EXPECT_EQ( GetCallCount(), 0U );
     ExpectLog( {} );
 }

@@ -1,11 +1,33 @@
 #include <WdUtilsLib/U3V/WriteMem.h>
 
+#include <QmUtilsLib/String.h>
+
+#include <new>
+
 namespace WdUtilsLib
 {
 namespace U3V
 {
 
 using QmUtilsLib::Result;
+
+namespace
+{
+
+// Without memory for the text the code stands alone.
+Result MakeTooMuchData()
+{
+    try
+    {
+        return Result( INVALID_PACKET, 0, QmUtilsLib::String( "The data does not fit a packet." ) );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return INVALID_PACKET;
+    }
+}
+
+} // namespace
 
 Result WriteMemCmd::Attach( unsigned char* aBuffer, unsigned int aSize )
 {
@@ -30,7 +52,7 @@ Result WriteMemCmd::SetCurrentDataSize( unsigned short aSize )
                            .IsWhole();
     if ( !lFits || lLength > UINT16_MAX )
     {
-        return INVALID_PACKET;
+        return MakeTooMuchData();
     }
     mCommandHeader.SetLength( static_cast<unsigned short>( lLength ) );
     return Result::OK;

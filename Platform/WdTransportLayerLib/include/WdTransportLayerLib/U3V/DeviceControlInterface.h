@@ -72,10 +72,11 @@ public:
     // aMaster tells whether the caller means to be the device's master; it changes nothing on the
     // wire, since the claimed interface is exclusive anyway.
     //
-    // Opening the device that is open already succeeds and changes nothing. Another device replaces
-    // it only once that is open; on failure the old one stays open. Beside the time that the system
-    // takes it waits at most half a second for each text that it must ask a device for, and for a
-    // Close and another Open that run at the same moment.
+    // Opening the device that is open already succeeds and changes nothing, unless its identity is
+    // asked for and cannot be read. Another device replaces it only once that is open; on failure
+    // the old one stays open. Beside the time that the system takes it waits at most half a second
+    // for each text that it must ask a device for, and for a Close and another Open that run at the
+    // same moment.
     QmUtilsLib::Result Open( QmUtilsLib::String& aDevicePath, const WdUtilsLib::U3V::U3VGUID& aGUID,
                              bool aMaster );
 

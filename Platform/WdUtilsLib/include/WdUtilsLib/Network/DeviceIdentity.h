@@ -35,7 +35,7 @@ public:
     using Prefix = std::array<uint8_t, 3>;
 
     // Add makes one address, or every address under a prefix, known as that product. What is known
-    // already stays so.
+    // already stays so. Throws std::bad_alloc, with the table unchanged, where memory is missing.
     static void Add( Product aProduct, const EthernetAddress& aAddress );
     static void Add( Product aProduct, const Prefix& aPrefix );
 

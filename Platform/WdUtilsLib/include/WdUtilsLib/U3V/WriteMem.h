@@ -74,9 +74,9 @@ public:
     CommandHeader* GetCommandHeader() { return &mCommandHeader; }
     WriteMemCmdHeader* GetWriteMemCmdHeader() { return &mWriteMemCmdHeader; }
 
-    // SetCurrentDataSize sets how many bytes of data the command carries. INVALID_PACKET, and
-    // nothing changed, when these do not fit the attached memory or the 16 bits of the length
-    // field.
+    // SetCurrentDataSize sets how many bytes of data the command carries. INVALID_PACKET with
+    // a description, and nothing changed, when these do not fit the attached memory or the 16 bits
+    // of the length field.
     QmUtilsLib::Result SetCurrentDataSize( unsigned short aSize );
 
     // The bytes of data that the length field tells, never more than the memory has room for, and
