@@ -8,12 +8,14 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev
 DEMO_PACKAGES="iproute2 util-linux"
 # To emulate a USB bus with a virtual device on it, which is built with the tests.
 USB_PACKAGES="libumockdev-dev umockdev libgtest-dev libgmock-dev"
-# To judge the installed tree and the packages: another compiler, what compares binary interfaces, what
-# makes packages, and what reads man pages.
-INSTALL_PACKAGES="clang abigail-tools dpkg-dev file groff-base"
+# To judge the format and the habits of sources.
+STYLE_PACKAGES="clang-format clang-tidy"
+# To judge the installed tree and the packages: another compiler, what names the places in reports of
+# its sanitizers, what compares binary interfaces, what makes packages, and what reads man pages.
+INSTALL_PACKAGES="clang llvm abigail-tools dpkg-dev file groff-base"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
-TEST_PACKAGES="$USB_PACKAGES $INSTALL_PACKAGES aravis-tools aravis-tools-cli tshark iproute2
+TEST_PACKAGES="$USB_PACKAGES $STYLE_PACKAGES $INSTALL_PACKAGES aravis-tools aravis-tools-cli tshark iproute2
     util-linux libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils doxygen"
 # TFTP servers that judge our client. Their packages would start services and conflict with one
 # another, so they are unpacked, not installed; the libraries that they need are named above.

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ios>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -61,8 +61,9 @@ private:
 // The whole content of a file; empty when it cannot be read.
 inline std::string ReadWholeFile( const std::string& aPath )
 {
-    std::ifstream lFile( aPath, std::ios::binary );
-    return std::string( std::istreambuf_iterator<char>( lFile ), {} );
+    std::ostringstream lContent;
+    lContent << std::ifstream( aPath, std::ios::binary ).rdbuf();
+    return lContent.str();
 }
 
 // Makes a file of that content.

@@ -1,14 +1,13 @@
 // Fitting a USB3 Vision link to its device.
 
 #include "tests/support/ScriptedControlTest.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/Assert.h>
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 namespace
@@ -238,10 +237,8 @@ TEST_F( LinkSizingU3VTest, KeepsItsInvariants )
 // the compiler has seen that as well.
 TEST( LinkSizingU3VAssertions, AreCompiledIn )
 {
-    std::ifstream lFile( "/proc/self/exe", std::ios::binary );
-    ASSERT_TRUE( lFile.is_open() );
-    const std::string lProgram( ( std::istreambuf_iterator<char>( lFile ) ),
-                                std::istreambuf_iterator<char>() );
+    const std::string lProgram = TestSupport::ReadWholeFile( "/proc/self/exe" );
+    ASSERT_FALSE( lProgram.empty() );
     // Put together here, so that the texts are not this test's own.
     for ( const std::string lWhat : { "CMD CommandSize", "ACK AckSize" } )
     {

@@ -1,0 +1,44 @@
+# shellcheck shell=bash
+# Sourced by the other scripts, from the project's root: which sources there are, and how they are
+# judged.
+
+# Tests at a time: more than there are cores, since most of them wait.
+test_jobs()
+{
+    echo $((2 * $(nproc)))
+}
+
+list_sources()
+{
+    find Examples Libraries Platform Simulators Tools benchmarks fuzz include tests \
+        -name '*.h' -o -name '*.cpp' | LC_ALL=C sort
+}
+
+# list_changed COMMIT: the sources that differ from it, and those that git does not know yet.
+list_changed()
+{
+    {
+        git diff --name-only --diff-filter=d "$1" -- '*.h' '*.cpp'
+        git ls-files --others --exclude-standard -- '*.h' '*.cpp'
+    } | sort -u
+}
+
+# Of the sources on standard input, those that clang-tidy looks at. Headers are looked at where they
+# are included.
+only_tidied()
+{
+    grep -E '^(Libraries|Platform|Simulators)/.*\.cpp$' || true
+}
+
+# check_format FILE...
+check_format()
+{
+    [ $# -eq 0 ] || clang-format --dry-run -Werror "$@"
+}
+
+# tidy FILE...: by the commands of the debug build, of which clang does not know every option.
+tidy()
+{
+    [ $# -eq 0 ] || printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" \
+        clang-tidy --quiet -p build/dev --extra-arg=-Wno-ignored-optimization-argument
+}
