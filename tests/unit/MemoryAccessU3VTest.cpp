@@ -1181,7 +1181,7 @@ TEST_F( LimitsTest, Of0MakeOnePiece )
     }
     const std::size_t lCalls = mControl.GetCalls().size();
     const Bytes lData = Pattern( 1005 );
-    ExpectResult( mLink.Write( lData.data(), 0x5000, 1005, false ), 0x4001 );
+    ExpectResult( mLink.Write( lData.data(), 0x5000, 1005, false ), 0x4001, 0, BEYOND_A_PACKET );
     EXPECT_EQ( mControl.GetCalls().size(), lCalls );
 }
 
