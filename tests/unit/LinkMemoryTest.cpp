@@ -65,7 +65,7 @@ protected:
     template <typename Exception>
     void ThrowFromCallbacks( const Exception& aException )
     {
-        mLink.mOnRead = [&aException]
+        mLink.mOnRead = [aException]
         {
             throw aException;
         };

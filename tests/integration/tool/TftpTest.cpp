@@ -176,7 +176,7 @@ private:
 
 TEST_F( Put, FilesOfEverySizeArriveByteForByte )
 {
-    for ( const size_t lSize : { 0, 1, 511, 512, 513, 1024, 100000 } )
+    for ( const size_t lSize : { 0U, 1U, 511U, 512U, 513U, 1024U, 100000U } )
     {
         const std::string lContent = MakeBytes( lSize );
         const Outcome lOutcome = RunTool( { "tftp", "put", HOST, MakeFile( lContent ) } );
@@ -338,7 +338,7 @@ TEST_F( Put, ASecondCtrlCEndsTheProgramAtOnce )
 
 TEST_F( Get, FetchesAFileThatFitsOneBlock )
 {
-    for ( const size_t lSize : { 0, 1, 511 } )
+    for ( const size_t lSize : { 0U, 1U, 511U } )
     {
         const std::string lContent = MakeBytes( lSize );
         SetFile( "a.bin", lContent );
@@ -353,7 +353,7 @@ TEST_F( Get, FetchesAFileThatFitsOneBlock )
 
 TEST_F( Get, AFullBlockIsKeptAndSaidToBePossiblyIncomplete )
 {
-    for ( const size_t lSize : { 512, 513, 5000 } )
+    for ( const size_t lSize : { 512U, 513U, 5000U } )
     {
         const std::string lContent = MakeBytes( lSize );
         SetFile( "a.bin", lContent );
