@@ -10,9 +10,10 @@ DEMO_PACKAGES="iproute2 util-linux"
 USB_PACKAGES="libumockdev-dev umockdev libgtest-dev libgmock-dev"
 # To judge the format and the habits of sources.
 STYLE_PACKAGES="clang-format clang-tidy"
-# To judge the installed tree and the packages: another compiler with its sanitizers, what names the places in their
-# reports, what compares binary interfaces, what makes packages, and what reads man pages.
-INSTALL_PACKAGES="clang libclang-rt-14-dev llvm abigail-tools dpkg-dev file groff-base"
+# To judge the installed tree and the packages: another compiler with its sanitizers, what names the
+# places in their reports, what compares binary interfaces, what makes packages, and what reads man
+# pages.
+INSTALL_PACKAGES="clang libclang-rt-dev llvm abigail-tools dpkg-dev file groff-base"
 # To build and run the tests: the test framework, the programs of others that judge ours, and the
 # tools that make them a network of their own.
 TEST_PACKAGES="$USB_PACKAGES $STYLE_PACKAGES $INSTALL_PACKAGES aravis-tools aravis-tools-cli tshark iproute2
