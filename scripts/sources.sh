@@ -36,9 +36,11 @@ check_format()
     [ $# -eq 0 ] || clang-format --dry-run -Werror "$@"
 }
 
-# tidy FILE...: by the commands of the debug build, of which clang does not know every option.
+# tidy FILE...: by the commands of the build by clang, which is configured for that, not built.
 tidy()
 {
-    [ $# -eq 0 ] || printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" \
-        clang-tidy --quiet -p build/dev --extra-arg=-Wno-ignored-optimization-argument
+    [ $# -gt 0 ] || return 0
+    [ -e build/clang/build.ninja ] || cmake --preset clang >/dev/null
+    ninja -C build/clang build.ninja >/dev/null
+    printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build/clang
 }
