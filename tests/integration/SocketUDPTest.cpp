@@ -610,6 +610,7 @@ TEST( SocketUDP, SignalsChangeNoTimeOutOfTheSocket )
 
 TEST_F( SocketPair, AReceiveThatASignalHasCutTakesWhatComes )
 {
+    gSignals = 0; // the sender counts on it, so before it starts
     std::thread lSender(
         [this]
         {
@@ -620,7 +621,6 @@ TEST_F( SocketPair, AReceiveThatASignalHasCutTakesWhatComes )
             EXPECT_TRUE( SendText( mDevice, "at last" ).IsOK() );
         } );
     {
-        gSignals = 0;
         const SignalStorm lStorm;
         EXPECT_LT( Measure( [&] { EXPECT_EQ( ReceiveText( mHost ), "at last" ); } ), LONG_MS );
         EXPECT_GE( gSignals, 20 );
