@@ -48,7 +48,7 @@ class HTBASE_API CapabilitiesGEV
 public:
     // A record for the device of that address: reads nothing, logs nothing. Whether the device is
     // one of the maker's is asked of WdUtilsLib::Network::DeviceIdentity now and never again.
-    // Throws std::bad_alloc where there is no memory; copying and assigning need none.
+    // Throws std::bad_alloc where memory is missing. Copying and assigning need no memory.
     explicit CapabilitiesGEV( WdUtilsLib::Network::EthernetAddress aAddress );
     CapabilitiesGEV( const CapabilitiesGEV& aOther );
     CapabilitiesGEV& operator=( const CapabilitiesGEV& aOther );

@@ -49,8 +49,8 @@ class HTBASE_API CapabilitiesU3V
 {
 public:
     // A record for that device: reads nothing, logs nothing. The second argument is kept for
-    // callers of old; nothing looks at it, and it may be null. Throws std::bad_alloc where there
-    // is no memory; copying and assigning need none.
+    // callers of old; nothing looks at it, and it may be null. Throws std::bad_alloc where memory
+    // is missing. Copying and assigning need no memory.
     CapabilitiesU3V( const WdUtilsLib::U3V::U3VGUID& aGUID, unsigned char* aUnused );
     CapabilitiesU3V( const CapabilitiesU3V& aOther );
     CapabilitiesU3V& operator=( const CapabilitiesU3V& aOther );
