@@ -1,9 +1,9 @@
 #include <BaseCommandLinkGEV.h>
 
-#include "Diagnostics.h"
-#include "Guarded.h"
-#include "LinkAssignment.h"
-#include "Replaced.h"
+#include "Libraries/HtBase/Link/LinkAssignment.h"
+#include "Libraries/HtBase/Link/Replaced.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
+#include "Libraries/HtBase/Support/Guarded.h"
 
 #include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>

@@ -1,8 +1,8 @@
 #include <BaseCommandLinkU3V.h>
 
-#include "Diagnostics.h"
-#include "Guarded.h"
-#include "Replaced.h"
+#include "Libraries/HtBase/Link/Replaced.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
+#include "Libraries/HtBase/Support/Guarded.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/String.h>

@@ -1,9 +1,9 @@
 #include <CapabilitiesGEV.h>
 
-#include "CapabilityRecord.h"
-#include "CapabilityRegistry.h"
-#include "Diagnostics.h"
-#include "Guarded.h"
+#include "Libraries/HtBase/Capabilities/CapabilityRecord.h"
+#include "Libraries/HtBase/Capabilities/CapabilityRegistry.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
+#include "Libraries/HtBase/Support/Guarded.h"
 
 #include <BaseCommandLinkGEV.h>
 #include <QmUtilsLib/Mutex.h>

@@ -1,9 +1,9 @@
 #include <CapabilitiesU3V.h>
 
-#include "CapabilityRecord.h"
-#include "CapabilityRegistry.h"
-#include "Diagnostics.h"
-#include "Guarded.h"
+#include "Libraries/HtBase/Capabilities/CapabilityRecord.h"
+#include "Libraries/HtBase/Capabilities/CapabilityRegistry.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
+#include "Libraries/HtBase/Support/Guarded.h"
 
 #include <BaseCommandLinkU3V.h>
 #include <QmUtilsLib/Mutex.h>

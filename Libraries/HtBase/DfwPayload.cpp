@@ -1,6 +1,6 @@
-#include "DfwPayload.h"
+#include "Libraries/HtBase/DfwPayload.h"
 
-#include "SRecordReader.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 
 #include <HtDfwPayload.h>
 #include <QmUtilsLib/Assert.h>

@@ -15,7 +15,7 @@
 //   'E' end             4        32-bit value
 #pragma once
 
-#include "IoStream.h"
+#include "Libraries/HtBase/IoStream.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #include <HtBinariesLocation.h>
 
-#include "Guarded.h"
-#include "ModulePath.h"
+#include "Libraries/HtBase/Location/ModulePath.h"
+#include "Libraries/HtBase/Support/Guarded.h"
 
 #include <algorithm>
 

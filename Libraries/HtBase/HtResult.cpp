@@ -1,6 +1,6 @@
 #include <HtResult.h>
 
-#include "Diagnostics.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
 
 #include <QmUtilsLib/Result.h>
 #include <QmUtilsLib/String.h>

@@ -1,6 +1,6 @@
 #include <HtString.h>
 
-#include "Diagnostics.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
 
 #include <QmUtilsLib/String.h>
 

@@ -1,6 +1,6 @@
 #include <HtStringList.h>
 
-#include "Diagnostics.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
 
 #include <cstddef>
 #include <iterator>

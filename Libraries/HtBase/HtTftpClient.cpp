@@ -1,7 +1,7 @@
 #include <HtTftpClient.h>
 
-#include "Diagnostics.h"
-#include "TftpClient.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
+#include "Libraries/HtBase/TftpClient.h"
 
 #include <QmUtilsLib/Result.h>
 #include <QmUtilsLib/String.h>

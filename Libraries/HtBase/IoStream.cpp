@@ -1,4 +1,4 @@
-#include "IoStream.h"
+#include "Libraries/HtBase/IoStream.h"
 
 #include <sys/types.h>
 

@@ -1,8 +1,8 @@
 #include <SimpleCommandLinkGEV.h>
 
-#include "Diagnostics.h"
-#include "LinkAssignment.h"
-#include "Replaced.h"
+#include "Libraries/HtBase/Link/LinkAssignment.h"
+#include "Libraries/HtBase/Link/Replaced.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
 
 namespace HtBaseLib
 {

@@ -1,6 +1,6 @@
 #include <SimpleCommandLinkU3V.h>
 
-#include "Diagnostics.h"
+#include "Libraries/HtBase/Support/Diagnostics.h"
 
 namespace HtBaseLib
 {

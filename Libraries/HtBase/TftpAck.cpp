@@ -1,4 +1,4 @@
-#include "TftpAck.h"
+#include "Libraries/HtBase/TftpAck.h"
 
 #include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>

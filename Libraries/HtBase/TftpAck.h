@@ -1,7 +1,7 @@
 // TFTP: what answers a block, and what refuses one.
 #pragma once
 
-#include "TftpPacket.h"
+#include "Libraries/HtBase/Tftp/TftpPacket.h"
 
 #include <cstdint>
 

@@ -1,8 +1,8 @@
-#include "TftpClient.h"
+#include "Libraries/HtBase/TftpClient.h"
 
-#include "TftpAck.h"
-#include "TftpRrq.h"
-#include "TftpWrq.h"
+#include "Libraries/HtBase/TftpAck.h"
+#include "Libraries/HtBase/TftpRrq.h"
+#include "Libraries/HtBase/TftpWrq.h"
 
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/String.h>

@@ -1,8 +1,8 @@
 // The engine behind HtTftpClient: one TFTP transfer at a time with one device.
 #pragma once
 
-#include "IoStream.h"
-#include "TftpData.h"
+#include "Libraries/HtBase/IoStream.h"
+#include "Libraries/HtBase/TftpData.h"
 
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/Result.h>

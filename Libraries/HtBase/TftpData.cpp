@@ -1,4 +1,4 @@
-#include "TftpData.h"
+#include "Libraries/HtBase/TftpData.h"
 
 #include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>

@@ -1,7 +1,7 @@
 // TFTP: a block of data.
 #pragma once
 
-#include "TftpPacket.h"
+#include "Libraries/HtBase/Tftp/TftpPacket.h"
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "TftpRrq.h"
+#include "Libraries/HtBase/TftpRrq.h"
 
 #include <QmUtilsLib/Assert.h>
 

@@ -1,4 +1,4 @@
-#include "TftpWrq.h"
+#include "Libraries/HtBase/TftpWrq.h"
 
 #include <QmUtilsLib/Assert.h>
 

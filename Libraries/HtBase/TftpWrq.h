@@ -1,7 +1,7 @@
 // TFTP: the write request.
 #pragma once
 
-#include "TftpRequest.h"
+#include "Libraries/HtBase/Tftp/TftpRequest.h"
 
 namespace HtBaseLib
 {

@@ -1,6 +1,6 @@
 // What the posix body says of the file that holds the library's code; here, of the program.
 
-#include "Libraries/HtBase/ModulePath.h"
+#include "Libraries/HtBase/Location/ModulePath.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include <HtBinariesLocation.h>
 
-#include "Libraries/HtBase/ModulePath.h"
+#include "Libraries/HtBase/Location/ModulePath.h"
 
 #include "tests/support/AllocationCounter.h"
 

@@ -1,7 +1,7 @@
 // What read and write requests of TFTP have in common.
 #pragma once
 
-#include "TftpPacket.h"
+#include "Libraries/HtBase/Tftp/TftpPacket.h"
 
 #include <cstdint>
 

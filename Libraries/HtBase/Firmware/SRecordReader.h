@@ -1,7 +1,7 @@
 // Reads an S-record file into a firmware payload.
 #pragma once
 
-#include "DfwPayload.h"
+#include "Libraries/HtBase/DfwPayload.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "SRecordReader.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "Libraries/HtBase/ModulePath.h"
+#include "Libraries/HtBase/Location/ModulePath.h"
 
 #include <dlfcn.h>
 #include <link.h>

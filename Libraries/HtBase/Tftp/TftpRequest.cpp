@@ -1,4 +1,4 @@
-#include "TftpRequest.h"
+#include "Libraries/HtBase/Tftp/TftpRequest.h"
 
 #include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>

@@ -1,4 +1,4 @@
-#include "Libraries/HtBase/ModulePath.h"
+#include "Libraries/HtBase/Location/ModulePath.h"
 
 #include <HtBase/Scripted/ModulePath.h>
 

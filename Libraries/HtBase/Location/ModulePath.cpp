@@ -1,4 +1,4 @@
-#include "ModulePath.h"
+#include "Libraries/HtBase/Location/ModulePath.h"
 
 namespace HtBaseLib
 {
