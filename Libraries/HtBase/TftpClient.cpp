@@ -1,11 +1,11 @@
 #include "Libraries/HtBase/TftpClient.h"
 
+#include "Libraries/HtBase/Support/Results.h"
 #include "Libraries/HtBase/TftpAck.h"
 #include "Libraries/HtBase/TftpRrq.h"
 #include "Libraries/HtBase/TftpWrq.h"
 
 #include <QmUtilsLib/Mutex.h>
-#include <QmUtilsLib/String.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,7 +19,6 @@ namespace HtBaseLib
 
 using QmUtilsLib::LockScope;
 using QmUtilsLib::Result;
-using QmUtilsLib::String;
 using WdUtilsLib::Network::IpAddress;
 
 namespace
@@ -43,19 +42,6 @@ constexpr const char* RECEIVE_GIVEN_UP =
     "Reached the maximum number of retries. Aborting send operation.";
 constexpr const char* BLOCKS_GIVEN_UP =
     "Maximum number of retries reached attempting to receive a data block";
-
-// Without memory for its text a failure is its code alone.
-Result MakeFailure( const char* aText )
-{
-    try
-    {
-        return Result( TRANSFER_FAILED, 0, String( aText ) );
-    }
-    catch ( const std::bad_alloc& )
-    {
-        return TRANSFER_FAILED;
-    }
-}
 
 // Tells whether opening the file may wait for somebody to open its other end. A pipe without a
 // name, as behind /dev/stdout, has both.
@@ -99,6 +85,25 @@ private:
     TftpClient* const mClient;
 };
 
+// Stores, when its scope ends, how many bytes were written to a stream.
+class TftpClient::CountStored
+{
+public:
+    CountStored( const std::unique_ptr<IoStream>& aStream, unsigned int& aCount )
+        : mStream( aStream )
+        , mCount( aCount )
+    {
+    }
+    ~CountStored() { mCount = mStream != nullptr ? mStream->GetBytesWritten() : 0; }
+
+    CountStored( const CountStored& ) = delete;
+    CountStored& operator=( const CountStored& ) = delete;
+
+private:
+    const std::unique_ptr<IoStream>& mStream;
+    unsigned int& mCount;
+};
+
 TftpClient::TftpClient()
     : mPacket( std::make_unique<unsigned char[]>( BUFFER_SIZE ) )
     , mStaging( std::make_unique<unsigned char[]>( BUFFER_SIZE ) )
@@ -123,11 +128,6 @@ Result TftpClient::Init( const IpAddress& aAddress, const char* aRemoteFileName 
 
 Result TftpClient::SendFile( const char* aPath )
 {
-    const Hold lHold( this );
-    if ( !lHold.IsGranted() )
-    {
-        return Result::BUSY;
-    }
     return Run(
         [this, aPath]() -> Result
         {
@@ -148,11 +148,6 @@ Result TftpClient::SendFile( const char* aPath )
 
 Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
 {
-    const Hold lHold( this );
-    if ( !lHold.IsGranted() )
-    {
-        return Result::BUSY;
-    }
     return Run(
         [this, aData, aSize]
         {
@@ -164,11 +159,6 @@ Result TftpClient::SendData( const unsigned char* aData, unsigned int aSize )
 
 Result TftpClient::GetFile( const char* aPath )
 {
-    const Hold lHold( this );
-    if ( !lHold.IsGranted() )
-    {
-        return Result::BUSY;
-    }
     return Run(
         [this, aPath]
         {
@@ -179,19 +169,14 @@ Result TftpClient::GetFile( const char* aPath )
 
 Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
 {
-    const Hold lHold( this );
-    if ( !lHold.IsGranted() )
-    {
-        return Result::BUSY;
-    }
-    Result lResult = Run(
-        [this, aBuffer, aSize]
+    return Run(
+        [this, aBuffer, &aSize]
         {
+            // KEEP: on failure too
+            const CountStored lCount( mStream, aSize );
             Start<IoStreamRaw>( aBuffer, aSize );
             return ReceiveLoop();
         } );
-    aSize = mStream != nullptr ? mStream->GetBytesWritten() : 0; // KEEP: on failure too
-    return lResult;
 }
 
 Result TftpClient::Abort()
@@ -287,6 +272,11 @@ void TftpClient::OpenFile( IoStreamFile& aFile, const char* aPath, const char* a
 template <typename Transfer>
 Result TftpClient::Run( const Transfer& aTransfer )
 {
+    const Hold lHold( this );
+    if ( !lHold.IsGranted() )
+    {
+        return Result::BUSY;
+    }
     Result lResult;
     try
     {
@@ -424,73 +414,51 @@ void TftpClient::CountMissingAck()
 // KEEP: ends with the first datagram that comes, so a read brings at most one block.
 Result TftpClient::ReceiveLoop()
 {
-    bool lIsRequestSent = false;
     while ( !mIsAborted.load() )
     {
-        if ( !lIsRequestSent )
+        SendRequest<TftpRrq>();
+        if ( mIsAborted.load() )
         {
-            SendRequest<TftpRrq>();
-            lIsRequestSent = true;
-            continue;
+            break;
         }
         unsigned int lCount = 0;
-        if ( !Receive( lCount ) )
+        if ( Receive( lCount ) )
         {
-            if ( HandleTimeout().IsPending() && mBlockID == 1 )
-            {
-                lIsRequestSent = false;
-            }
-            continue;
+            HandleDatagram( lCount );
+            return Result::OK;
         }
-        Result lResult = HandleDatagram( lCount );
-        if ( lResult.IsSuccess() )
-        {
-            return lResult;
-        }
+        CountMissingData();
     }
     return Result::ABORTED;
 }
 
-Result TftpClient::HandleDatagram( unsigned int aCount )
+void TftpClient::HandleDatagram( unsigned int aCount )
 {
     TftpData lData;
-    if ( lData.Decode( mPacket.get(), aCount ) )
+    if ( !lData.Decode( mPacket.get(), aCount ) )
     {
-        // KEEP: after a full block more would follow, and the read is a success all the same.
-        const Result lResult = HandleData( lData );
-        return lResult.IsPending() ? Result( Result::OK ) : lResult;
+        RaiseError( aCount );
+        // KEEP: anything else ends the read with success too, and nothing stored.
+        QueueWarning( "Unexpected packet" );
+        return;
     }
-    RaiseError( aCount );
-    // KEEP: anything else ends the read with success too, and nothing stored.
-    QueueWarning( "Unexpected packet" );
-    return Result::OK;
-}
-
-// PENDING after a full block, since more would follow; OK after the last.
-Result TftpClient::HandleData( const TftpData& aData )
-{
-    if ( aData.GetBlockID() != mBlockID )
+    if ( lData.GetBlockID() != mBlockID )
     {
-        return HandleUnexpectedBlock();
+        RefuseBlock();
+        return;
     }
+    // KEEP: after a full block more would follow, and the read is a success all the same.
     unsigned int lLength = 0;
-    aData.GetData( mStaging.get(), BUFFER_SIZE, lLength );
+    lData.GetData( mStaging.get(), BUFFER_SIZE, lLength );
     if ( lLength != 0 )
     {
         (void)mStream->Write( mStaging.get(), 1, lLength ); // a buffer takes what it has room for
     }
     SendAck();
-    if ( lLength < Tftp::BLOCK_SIZE )
-    {
-        return Result::OK;
-    }
-    mRetries = 0;
-    ++mBlockID;
-    return Result::PENDING;
 }
 
 // KEEP: ends the read with success and nothing stored, unless it is one failure too many.
-Result TftpClient::HandleUnexpectedBlock()
+void TftpClient::RefuseBlock()
 {
     ++mRetries;
     QueueWarning( "Unexpected block ID. Resending ACK" );
@@ -499,25 +467,17 @@ Result TftpClient::HandleUnexpectedBlock()
     {
         Raise( BLOCKS_GIVEN_UP );
     }
-    return Result::OK;
 }
 
 // KEEP: counts before it warns: 21 time-outs in a row make 20 warnings.
-Result TftpClient::HandleTimeout()
+void TftpClient::CountMissingData()
 {
     ++mRetries;
     if ( mRetries > RETRY_LIMIT )
     {
         Raise( RECEIVE_GIVEN_UP );
     }
-    if ( mBlockID == 1 )
-    {
-        QueueWarning( "Failed to receive first block. Resending read command" );
-        return Result::PENDING;
-    }
-    QueueWarning( "Failed to receive a block. Resending ACK" );
-    SendAck();
-    return Result::PENDING;
+    QueueWarning( "Failed to receive first block. Resending read command" );
 }
 
 // A name that is too long for the packet is not sent; the wait that follows fails as for a silent
@@ -582,7 +542,7 @@ void TftpClient::RaiseError( unsigned int aCount ) const
 
 void TftpClient::Raise( const char* aText )
 {
-    throw Failure{ MakeFailure( aText ) };
+    throw Failure{ MakeResult( TRANSFER_FAILED, 0, aText ) };
 }
 
 void TftpClient::QueueWarning( std::string aText )

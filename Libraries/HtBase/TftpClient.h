@@ -86,6 +86,7 @@ public:
     QmUtilsLib::Result GetProgress( long long& aDone, long long& aTotal ) const;
 
 private:
+    class CountStored;
     class Hold;
     struct Failure;
 
@@ -105,10 +106,9 @@ private:
     void CountMissingAck();
 
     QmUtilsLib::Result ReceiveLoop();
-    QmUtilsLib::Result HandleDatagram( unsigned int aCount );
-    QmUtilsLib::Result HandleData( const TftpData& aData );
-    QmUtilsLib::Result HandleUnexpectedBlock();
-    QmUtilsLib::Result HandleTimeout();
+    void HandleDatagram( unsigned int aCount );
+    void RefuseBlock();
+    void CountMissingData();
 
     template <typename Request>
     void SendRequest();
