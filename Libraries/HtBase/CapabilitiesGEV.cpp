@@ -3,7 +3,7 @@
 #include "Libraries/HtBase/Capabilities/CapabilityRecord.h"
 #include "Libraries/HtBase/Capabilities/CapabilityRegistry.h"
 #include "Libraries/HtBase/Support/Diagnostics.h"
-#include "Libraries/HtBase/Support/Guarded.h"
+#include "Libraries/HtBase/Support/Results.h"
 
 #include <BaseCommandLinkGEV.h>
 #include <QmUtilsLib/Mutex.h>
@@ -52,29 +52,69 @@ constexpr long long STREAM_CHANNEL_DISTANCE = 0x40;
 constexpr unsigned int DEVICE_CLASS_MASK = 0x70000000;
 constexpr unsigned int DEVICE_CLASS_SHIFT = 28;
 
-// Bits of GVCP Capability.
-constexpr unsigned int CONCATENATION = 0x00000001;
-constexpr unsigned int WRITE_MEM = 0x00000002;
-constexpr unsigned int PACKET_RESEND = 0x00000004;
-constexpr unsigned int EVENT = 0x00000008;
-constexpr unsigned int EVENT_DATA = 0x00000010;
-constexpr unsigned int PENDING = 0x00000020;
-constexpr unsigned int ACTION = 0x00000040;
-constexpr unsigned int SCHEDULED_ACTION = 0x00020000;
-constexpr unsigned int V2_EXTENDED_STATUS_CODES = 0x00040000;
-constexpr unsigned int IEEE1588 = 0x00080000;
-constexpr unsigned int UNCONDITIONAL_ACTION = 0x00100000;
-constexpr unsigned int APPLICATION_SWITCH_OVER = 0x00200000;
-constexpr unsigned int V1_1_EXTENDED_CODES = 0x00400000;
-constexpr unsigned int CUSTOM_DISCOVERY_DELAY = 0x00800000;
-constexpr unsigned int DISCOVERY_DELAY_REG = 0x01000000;
-constexpr unsigned int TEST_DATA = 0x02000000;
-constexpr unsigned int MANIFEST_TABLE = 0x04000000;
-constexpr unsigned int CCP_OWNER_DISCOVERY = 0x08000000;
-constexpr unsigned int LINK_SPEED_REGISTER = 0x10000000;
-constexpr unsigned int HEARTBEAT_DISABLE = 0x20000000;
-constexpr unsigned int SERIAL_NUMBER = 0x40000000;
-constexpr unsigned int USER_DEFINED_NAME = 0x80000000;
+// Versions of the standard, as the register Version tells them.
+constexpr unsigned int ANY_VERSION = 0x00000000;
+constexpr unsigned int V1_1 = 0x00010001;
+constexpr unsigned int V1_2 = 0x00010002;
+constexpr unsigned int V2_0 = 0x00020000;
+
+// A bit of GVCP Capability, the first version of the standard in which it counts, and the line that
+// Init logs.
+struct Capability
+{
+    unsigned int mMask;
+    unsigned int mSince;
+    const char* mFormat;
+};
+
+constexpr Capability CONCATENATION = { 0x00000001, ANY_VERSION, "Concatenation: %s" };
+constexpr Capability WRITE_MEM = { 0x00000002, ANY_VERSION, "Write memory: %s" };
+constexpr Capability PACKET_RESEND = { 0x00000004, ANY_VERSION, "Resends: %s" };
+constexpr Capability EVENT = { 0x00000008, ANY_VERSION, "Event: %s" };
+constexpr Capability EVENT_DATA = { 0x00000010, ANY_VERSION, "Event data: %s" };
+constexpr Capability PENDING = { 0x00000020, V1_1, "Pending acknowledge: %s" };
+constexpr Capability ACTION = { 0x00000040, V1_1, "Action commands: %s" };
+constexpr Capability SCHEDULED_ACTION = { 0x00020000, V2_0, "Scheduled action commands: %s" };
+constexpr Capability V2_EXTENDED_STATUS_CODES = { 0x00040000, V2_0,
+                                                  "V2 extended status codes: %s" };
+constexpr Capability IEEE1588 = { 0x00080000, V2_0, "IEEE 1588 PTP: %s" };
+constexpr Capability UNCONDITIONAL_ACTION = { 0x00100000, V2_0,
+                                              "Unconditional action command: %s" };
+constexpr Capability APPLICATION_SWITCH_OVER = { 0x00200000, V2_0, "Application Switch Over: %s" };
+constexpr Capability V1_1_EXTENDED_CODES = { 0x00400000, V1_1, "v1.1 extended codes: %s" };
+constexpr Capability CUSTOM_DISCOVERY_DELAY = { 0x00800000, V1_1, "Custom discovery delay: %s" };
+constexpr Capability DISCOVERY_DELAY_REG = { 0x01000000, V1_1, "Discovery delay register: %s" };
+constexpr Capability TEST_DATA = { 0x02000000, V1_1, "Standardized test data: %s" };
+constexpr Capability MANIFEST_TABLE = { 0x04000000, V1_1, "Manifest table: %s" };
+constexpr Capability CCP_OWNER_DISCOVERY = { 0x08000000, V1_1, "CCP owner discovery: %s" };
+constexpr Capability LINK_SPEED_REGISTER = { 0x10000000, V1_1, "Link speed register: %s" };
+constexpr Capability HEARTBEAT_DISABLE = { 0x20000000, V1_1, "Heartbeat disable: %s" };
+constexpr Capability SERIAL_NUMBER = { 0x40000000, V1_1, "Serial number: %s" };
+constexpr Capability USER_DEFINED_NAME = { 0x80000000, V1_1, "User defined name: %s" };
+
+// The order in which they are logged.
+constexpr const Capability* CAPABILITIES[] = { &CONCATENATION,
+                                               &WRITE_MEM,
+                                               &PACKET_RESEND,
+                                               &EVENT,
+                                               &EVENT_DATA,
+                                               &PENDING,
+                                               &ACTION,
+                                               &SCHEDULED_ACTION,
+                                               &V2_EXTENDED_STATUS_CODES,
+                                               &IEEE1588,
+                                               &UNCONDITIONAL_ACTION,
+                                               &APPLICATION_SWITCH_OVER,
+                                               &V1_1_EXTENDED_CODES,
+                                               &CUSTOM_DISCOVERY_DELAY,
+                                               &DISCOVERY_DELAY_REG,
+                                               &TEST_DATA,
+                                               &MANIFEST_TABLE,
+                                               &CCP_OWNER_DISCOVERY,
+                                               &LINK_SPEED_REGISTER,
+                                               &HEARTBEAT_DISABLE,
+                                               &SERIAL_NUMBER,
+                                               &USER_DEFINED_NAME };
 
 // Bits of Message Channel Capability and of GVSP Capability.
 constexpr unsigned int SOURCE_PORT = 0x80000000;
@@ -98,6 +138,21 @@ constexpr int LATER_DESIGN = 0x50;
 const char* GetText( bool aValue )
 {
     return aValue ? "true" : "false";
+}
+
+// Values are those of a record.
+template <typename Values>
+bool HasVersion( unsigned int aVersion, const Values& aValues )
+{
+    const unsigned int lMajor = aValues.mVersionMajor;
+    return ( lMajor << 16 | aValues.mVersionMinor ) >= aVersion;
+}
+
+template <typename Values>
+bool IsSupported( const Capability& aCapability, const Values& aValues )
+{
+    return HasVersion( aCapability.mSince, aValues ) &&
+           HasBit( aValues.mGvcpCapability, aCapability.mMask );
 }
 
 // Finds the last pair of brackets in a text that ends within aLimit characters: the text from its
@@ -269,47 +324,16 @@ Result CapabilitiesGEV::ReadDeviceClass( BaseCommandLinkGEV* aLink )
 
 Result CapabilitiesGEV::ReadGvcpCapability( BaseCommandLinkGEV* aLink )
 {
-    struct Row
-    {
-        const char* mFormat;
-        bool ( CapabilitiesGEV::*mQuery )() const;
-    };
-    static constexpr Row ROWS[] = {
-        { "Concatenation: %s", &CapabilitiesGEV::IsConcatenationSupported },
-        { "Write memory: %s", &CapabilitiesGEV::IsWriteMemSupported },
-        { "Resends: %s", &CapabilitiesGEV::IsPacketResendSupported },
-        { "Event: %s", &CapabilitiesGEV::IsEventSupported },
-        { "Event data: %s", &CapabilitiesGEV::IsEventDataSupported },
-        { "Pending acknowledge: %s", &CapabilitiesGEV::IsPendingSupported },
-        { "Action commands: %s", &CapabilitiesGEV::IsActionSupported },
-        { "Scheduled action commands: %s", &CapabilitiesGEV::IsScheduledActionSupported },
-        { "V2 extended status codes: %s", &CapabilitiesGEV::IsV2ExtendedStatusCodesSupported },
-        { "IEEE 1588 PTP: %s", &CapabilitiesGEV::IsIEEE1588Supported },
-        { "Unconditional action command: %s", &CapabilitiesGEV::IsUnconditionalActionSupported },
-        { "Application Switch Over: %s", &CapabilitiesGEV::IsApplicationSwitchOverSupported },
-        { "v1.1 extended codes: %s", &CapabilitiesGEV::IsV1_1ExtendedCodesSupported },
-        { "Custom discovery delay: %s", &CapabilitiesGEV::IsCustomDiscoveryDelaySupported },
-        { "Discovery delay register: %s", &CapabilitiesGEV::IsDiscoveryDelayRegSupported },
-        { "Standardized test data: %s", &CapabilitiesGEV::IsTestDataSupported },
-        { "Manifest table: %s", &CapabilitiesGEV::IsManifestTableSupported },
-        { "CCP owner discovery: %s", &CapabilitiesGEV::IsCCPOwnerDiscoverySupported },
-        { "Link speed register: %s", &CapabilitiesGEV::IsLinkSpeedRegisterSupported },
-        { "Heartbeat disable: %s", &CapabilitiesGEV::IsHeartbeatDisableSupported },
-        { "Serial number: %s", &CapabilitiesGEV::IsSerialNumberSupported },
-        { "User defined name: %s", &CapabilitiesGEV::IsUserDefinedNameSupported },
-    };
-    static_assert( std::size( ROWS ) == 22, "one line for each bit that the standard defines" );
-
     mValues.mGvcpCapability = 0;
     Result lResult = aLink->ReadRegister( &mValues.mGvcpCapability, GVCP_CAPABILITY );
     if ( !lResult.IsOK() )
     {
         return lResult;
     }
-    for ( const Row& lRow : ROWS )
+    for ( const Capability* const lCapability : CAPABILITIES )
     {
-        HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, lRow.mFormat,
-                    GetText( ( this->*lRow.mQuery )() ) );
+        HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, lCapability->mFormat,
+                    GetText( IsSupported( *lCapability, mValues ) ) );
     }
     return lResult;
 }
@@ -559,112 +583,112 @@ unsigned int CapabilitiesGEV::GetMessageChannelSourcePort() const
 
 bool CapabilitiesGEV::IsConcatenationSupported() const
 {
-    return HasBit( mValues.mGvcpCapability, CONCATENATION );
+    return IsSupported( CONCATENATION, mValues );
 }
 
 bool CapabilitiesGEV::IsWriteMemSupported() const
 {
-    return HasBit( mValues.mGvcpCapability, WRITE_MEM );
+    return IsSupported( WRITE_MEM, mValues );
 }
 
 bool CapabilitiesGEV::IsPacketResendSupported() const
 {
-    return HasBit( mValues.mGvcpCapability, PACKET_RESEND );
+    return IsSupported( PACKET_RESEND, mValues );
 }
 
 bool CapabilitiesGEV::IsEventSupported() const
 {
-    return HasBit( mValues.mGvcpCapability, EVENT );
+    return IsSupported( EVENT, mValues );
 }
 
 bool CapabilitiesGEV::IsEventDataSupported() const
 {
-    return HasBit( mValues.mGvcpCapability, EVENT_DATA );
+    return IsSupported( EVENT_DATA, mValues );
 }
 
 bool CapabilitiesGEV::IsPendingSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, PENDING );
+    return IsSupported( PENDING, mValues );
 }
 
 bool CapabilitiesGEV::IsActionSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, ACTION );
+    return IsSupported( ACTION, mValues );
 }
 
 bool CapabilitiesGEV::IsV1_1ExtendedCodesSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, V1_1_EXTENDED_CODES );
+    return IsSupported( V1_1_EXTENDED_CODES, mValues );
 }
 
 bool CapabilitiesGEV::IsCustomDiscoveryDelaySupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, CUSTOM_DISCOVERY_DELAY );
+    return IsSupported( CUSTOM_DISCOVERY_DELAY, mValues );
 }
 
 bool CapabilitiesGEV::IsDiscoveryDelayRegSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, DISCOVERY_DELAY_REG );
+    return IsSupported( DISCOVERY_DELAY_REG, mValues );
 }
 
 bool CapabilitiesGEV::IsTestDataSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, TEST_DATA );
+    return IsSupported( TEST_DATA, mValues );
 }
 
 bool CapabilitiesGEV::IsManifestTableSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, MANIFEST_TABLE );
+    return IsSupported( MANIFEST_TABLE, mValues );
 }
 
 bool CapabilitiesGEV::IsCCPOwnerDiscoverySupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, CCP_OWNER_DISCOVERY );
+    return IsSupported( CCP_OWNER_DISCOVERY, mValues );
 }
 
 bool CapabilitiesGEV::IsLinkSpeedRegisterSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, LINK_SPEED_REGISTER );
+    return IsSupported( LINK_SPEED_REGISTER, mValues );
 }
 
 bool CapabilitiesGEV::IsHeartbeatDisableSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, HEARTBEAT_DISABLE );
+    return IsSupported( HEARTBEAT_DISABLE, mValues );
 }
 
 bool CapabilitiesGEV::IsSerialNumberSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, SERIAL_NUMBER );
+    return IsSupported( SERIAL_NUMBER, mValues );
 }
 
 bool CapabilitiesGEV::IsUserDefinedNameSupported() const
 {
-    return HasV1_1() && HasBit( mValues.mGvcpCapability, USER_DEFINED_NAME );
+    return IsSupported( USER_DEFINED_NAME, mValues );
 }
 
 bool CapabilitiesGEV::IsScheduledActionSupported() const
 {
-    return HasV2_0() && HasBit( mValues.mGvcpCapability, SCHEDULED_ACTION );
+    return IsSupported( SCHEDULED_ACTION, mValues );
 }
 
 bool CapabilitiesGEV::IsV2ExtendedStatusCodesSupported() const
 {
-    return HasV2_0() && HasBit( mValues.mGvcpCapability, V2_EXTENDED_STATUS_CODES );
+    return IsSupported( V2_EXTENDED_STATUS_CODES, mValues );
 }
 
 bool CapabilitiesGEV::IsIEEE1588Supported() const
 {
-    return HasV2_0() && HasBit( mValues.mGvcpCapability, IEEE1588 );
+    return IsSupported( IEEE1588, mValues );
 }
 
 bool CapabilitiesGEV::IsUnconditionalActionSupported() const
 {
-    return HasV2_0() && HasBit( mValues.mGvcpCapability, UNCONDITIONAL_ACTION );
+    return IsSupported( UNCONDITIONAL_ACTION, mValues );
 }
 
 bool CapabilitiesGEV::IsApplicationSwitchOverSupported() const
 {
-    return HasV2_0() && HasBit( mValues.mGvcpCapability, APPLICATION_SWITCH_OVER );
+    return IsSupported( APPLICATION_SWITCH_OVER, mValues );
 }
 
 // KEEP: the version takes the place of the bit here, where everywhere else it is asked beside it.
@@ -681,19 +705,17 @@ bool CapabilitiesGEV::IsEndOfBlockResendRequestSupported() const
 
 bool CapabilitiesGEV::HasV1_1() const
 {
-    return mValues.mVersionMajor > 1 ||
-           ( mValues.mVersionMajor == 1 && mValues.mVersionMinor >= 1 );
+    return HasVersion( V1_1, mValues );
 }
 
 bool CapabilitiesGEV::HasV1_2() const
 {
-    return mValues.mVersionMajor > 1 ||
-           ( mValues.mVersionMajor == 1 && mValues.mVersionMinor >= 2 );
+    return HasVersion( V1_2, mValues );
 }
 
 bool CapabilitiesGEV::HasV2_0() const
 {
-    return mValues.mVersionMajor > 1;
+    return HasVersion( V2_0, mValues );
 }
 
 bool CapabilitiesGEV::IsMCSPSupported() const

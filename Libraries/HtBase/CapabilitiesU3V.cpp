@@ -3,10 +3,12 @@
 #include "Libraries/HtBase/Capabilities/CapabilityRecord.h"
 #include "Libraries/HtBase/Capabilities/CapabilityRegistry.h"
 #include "Libraries/HtBase/Support/Diagnostics.h"
-#include "Libraries/HtBase/Support/Guarded.h"
+#include "Libraries/HtBase/Support/Results.h"
 
 #include <BaseCommandLinkU3V.h>
 #include <QmUtilsLib/Mutex.h>
+
+#include <initializer_list>
 
 namespace HtBaseLib
 {
@@ -44,22 +46,30 @@ constexpr uint64_t EIRM_ADDRESS = 0x2C;
 constexpr uint64_t EIRM_LENGTH = 0x34;
 constexpr uint64_t IIDC2_ADDRESS = 0x38;
 
+// A bit of a capability register, and the line that Init logs.
+struct Capability
+{
+    uint64_t mMask;
+    const char* mFormat;
+};
+
 // Bits of Device Capability.
-constexpr uint64_t USER_NAME = 0x001;
-constexpr uint64_t ACCESS_PRIVILEGE = 0x002;
-constexpr uint64_t MESSAGE_CHANNEL = 0x004;
-constexpr uint64_t TIMESTAMP = 0x008;
+constexpr Capability USER_NAME = { 0x001, "User Name Available: %s" };
+constexpr Capability ACCESS_PRIVILEGE = { 0x002, "Access Privilege Available: %s" };
+constexpr Capability MESSAGE_CHANNEL = { 0x004, "Message Channel Supported: %s" };
+constexpr Capability TIMESTAMP = { 0x008, "Timestamp Supported: %s" };
 constexpr uint64_t STRING_ENCODING_MASK = 0x0F0;
 constexpr unsigned int STRING_ENCODING_SHIFT = 4;
-constexpr uint64_t FAMILY_NAME = 0x100;
-constexpr uint64_t SBRM = 0x200;
-constexpr uint64_t ENDIANESS_REGISTERS = 0x400;
-constexpr uint64_t WRITTEN_LENGTH_FIELD = 0x800;
+constexpr Capability FAMILY_NAME = { 0x100, "Family Name Available: %s" };
+constexpr Capability SBRM = { 0x200, "SBRM Supported: %s" };
+// KEEP: "Endianess" is how the line is spelt.
+constexpr Capability ENDIANESS_REGISTERS = { 0x400, "Endianess Registers Supported: %s" };
+constexpr Capability WRITTEN_LENGTH_FIELD = { 0x800, "Written Length Field Supported: %s" };
 
 // Bits of U3VCP Capability Register.
-constexpr uint64_t SIRM = 0x1;
-constexpr uint64_t EIRM = 0x2;
-constexpr uint64_t IIDC2 = 0x4;
+constexpr Capability SIRM = { 0x1, "SIRM Available: %s" };
+constexpr Capability EIRM = { 0x2, "EIRM Available: %s" };
+constexpr Capability IIDC2 = { 0x4, "IIDC2 Available: %s" };
 
 // KEEP: timestamps count nanoseconds, so no device is asked.
 constexpr unsigned long long TIMESTAMP_TICK_FREQUENCY = 1000000000;
@@ -68,6 +78,16 @@ constexpr unsigned long long TIMESTAMP_TICK_FREQUENCY = 1000000000;
 const char* GetText( bool aValue )
 {
     return aValue ? "True" : "False";
+}
+
+void LogBits( const Logger& aLogger, const char* aFunction, uint64_t aRegister,
+              std::initializer_list<Capability> aCapabilities )
+{
+    for ( const Capability& lCapability : aCapabilities )
+    {
+        HTBASE_LOG( &aLogger, Logger::DETAIL, UNIT, aFunction, lCapability.mFormat,
+                    GetText( HasBit( aRegister, lCapability.mMask ) ) );
+    }
 }
 
 const char* GetText( StringEncoding aEncoding )
@@ -220,25 +240,12 @@ Result CapabilitiesU3V::ReadDeviceCapability( BaseCommandLinkU3V* aLink )
     {
         return lResult;
     }
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "User Name Available: %s",
-                GetText( IsUserNameAvailable() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Access Privilege Available: %s",
-                GetText( IsAccessPrivilegeAvailable() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Message Channel Supported: %s",
-                GetText( IsMessageChannelSupported() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Timestamp Supported: %s",
-                GetText( IsTimestampSupported() ) );
+    LogBits( *mLogger, UPDATE_ABRM, mValues.mDeviceCapability,
+             { USER_NAME, ACCESS_PRIVILEGE, MESSAGE_CHANNEL, TIMESTAMP } );
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "String Encoding: %s",
                 GetText( GetStringEncoding() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Family Name Available: %s",
-                GetText( IsFamilyNameAvailable() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "SBRM Supported: %s",
-                GetText( IsSBRMSupported() ) );
-    // KEEP: "Endianess" is how the line is spelt.
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Endianess Registers Supported: %s",
-                GetText( IsEndianessRegistersSupported() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Written Length Field Supported: %s",
-                GetText( IsWrittenLengthFieldSupported() ) );
+    LogBits( *mLogger, UPDATE_ABRM, mValues.mDeviceCapability,
+             { FAMILY_NAME, SBRM, ENDIANESS_REGISTERS, WRITTEN_LENGTH_FIELD } );
     return lResult;
 }
 
@@ -278,12 +285,7 @@ Result CapabilitiesU3V::UpdateSBRM( BaseCommandLinkU3V* aLink )
     {
         return lResult;
     }
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "SIRM Available: %s",
-                GetText( IsSIRMAvailable() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "EIRM Available: %s",
-                GetText( IsEIRMAvailable() ) );
-    HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "IIDC2 Available: %s",
-                GetText( IsIIDC2Available() ) );
+    LogBits( *mLogger, UPDATE_SBRM, mValues.mU3VCPCapability, { SIRM, EIRM, IIDC2 } );
 
     lResult = ReadTransferLengths( aLink );
     if ( !lResult.IsOK() )
@@ -477,22 +479,22 @@ unsigned long long CapabilitiesU3V::GetIIDC2Address() const
 
 bool CapabilitiesU3V::IsUserNameAvailable() const
 {
-    return HasBit( mValues.mDeviceCapability, USER_NAME );
+    return HasBit( mValues.mDeviceCapability, USER_NAME.mMask );
 }
 
 bool CapabilitiesU3V::IsAccessPrivilegeAvailable() const
 {
-    return HasBit( mValues.mDeviceCapability, ACCESS_PRIVILEGE );
+    return HasBit( mValues.mDeviceCapability, ACCESS_PRIVILEGE.mMask );
 }
 
 bool CapabilitiesU3V::IsMessageChannelSupported() const
 {
-    return HasBit( mValues.mDeviceCapability, MESSAGE_CHANNEL );
+    return HasBit( mValues.mDeviceCapability, MESSAGE_CHANNEL.mMask );
 }
 
 bool CapabilitiesU3V::IsTimestampSupported() const
 {
-    return HasBit( mValues.mDeviceCapability, TIMESTAMP );
+    return HasBit( mValues.mDeviceCapability, TIMESTAMP.mMask );
 }
 
 StringEncoding CapabilitiesU3V::GetStringEncoding() const
@@ -504,37 +506,37 @@ StringEncoding CapabilitiesU3V::GetStringEncoding() const
 
 bool CapabilitiesU3V::IsFamilyNameAvailable() const
 {
-    return HasBit( mValues.mDeviceCapability, FAMILY_NAME );
+    return HasBit( mValues.mDeviceCapability, FAMILY_NAME.mMask );
 }
 
 bool CapabilitiesU3V::IsSBRMSupported() const
 {
-    return HasBit( mValues.mDeviceCapability, SBRM );
+    return HasBit( mValues.mDeviceCapability, SBRM.mMask );
 }
 
 bool CapabilitiesU3V::IsEndianessRegistersSupported() const
 {
-    return HasBit( mValues.mDeviceCapability, ENDIANESS_REGISTERS );
+    return HasBit( mValues.mDeviceCapability, ENDIANESS_REGISTERS.mMask );
 }
 
 bool CapabilitiesU3V::IsWrittenLengthFieldSupported() const
 {
-    return HasBit( mValues.mDeviceCapability, WRITTEN_LENGTH_FIELD );
+    return HasBit( mValues.mDeviceCapability, WRITTEN_LENGTH_FIELD.mMask );
 }
 
 bool CapabilitiesU3V::IsSIRMAvailable() const
 {
-    return HasBit( mValues.mU3VCPCapability, SIRM );
+    return HasBit( mValues.mU3VCPCapability, SIRM.mMask );
 }
 
 bool CapabilitiesU3V::IsEIRMAvailable() const
 {
-    return HasBit( mValues.mU3VCPCapability, EIRM );
+    return HasBit( mValues.mU3VCPCapability, EIRM.mMask );
 }
 
 bool CapabilitiesU3V::IsIIDC2Available() const
 {
-    return HasBit( mValues.mU3VCPCapability, IIDC2 );
+    return HasBit( mValues.mU3VCPCapability, IIDC2.mMask );
 }
 
 } // namespace HtBaseLib
