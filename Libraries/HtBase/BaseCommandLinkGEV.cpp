@@ -2,8 +2,9 @@
 
 #include "Libraries/HtBase/Link/LinkAssignment.h"
 #include "Libraries/HtBase/Link/Replaced.h"
+#include "Libraries/HtBase/Link/StatusText.h"
 #include "Libraries/HtBase/Support/Diagnostics.h"
-#include "Libraries/HtBase/Support/Guarded.h"
+#include "Libraries/HtBase/Support/Results.h"
 
 #include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>
@@ -45,20 +46,11 @@ constexpr std::size_t WRITE_ACKNOWLEDGE_SIZE = 12;
 constexpr std::size_t LENGTH_OFFSET = 4;
 constexpr std::size_t REGISTER_SIZE = 4;
 
-// A write of a size that no packet carries.
-constexpr unsigned int SIZE_REFUSED = 0x4001;
-
 // After the deadline every stray datagram buys one more wait of 1 ms, so that an answer that is
 // already queued behind it is found. A flood of strays must not keep the transaction for ever.
 constexpr int MAX_STRAYS_AFTER_DEADLINE = 65536;
 
 constexpr const char* INVALID_ANSWER = "Invalid answer received from device";
-
-struct StatusText
-{
-    unsigned short mStatus;
-    const char* mText;
-};
 
 // Status codes of GVCP with a text of their own; every other refusal reads INVALID_ANSWER.
 constexpr StatusText STATUS_TEXTS[] = {
@@ -72,7 +64,6 @@ constexpr StatusText STATUS_TEXTS[] = {
     { 0x8008, "Local problem status received from the device." },
     { 0x800A, "Invalid protocol status received from the device." },
 };
-static_assert( std::size( STATUS_TEXTS ) == 8, "eight statuses have a text of their own" );
 
 // KEEP: neither logged nor an OS code, where the twin of USB3 Vision is both. The last text has no
 // full stop.
@@ -82,11 +73,7 @@ Result TranslateStatus( unsigned short aStatus )
     {
         return Result::OK;
     }
-    const auto* const lEntry =
-        std::find_if( std::begin( STATUS_TEXTS ), std::end( STATUS_TEXTS ),
-                      [aStatus]( const StatusText& aText ) { return aText.mStatus == aStatus; } );
-    const char* const lErrorMsg =
-        lEntry != std::end( STATUS_TEXTS ) ? lEntry->mText : INVALID_ANSWER;
+    const char* const lErrorMsg = FindStatusText( STATUS_TEXTS, aStatus, INVALID_ANSWER );
     QMUTILSLIB_ASSERT( lErrorMsg != NULL );
     return MakeResult( Result::GENERIC_ERROR, 0, lErrorMsg );
 }
@@ -292,7 +279,7 @@ Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, l
 {
     if ( aSize < 0 || aSize > static_cast<long long>( GEV::WriteMemoryCommand::MAX_DATA_SIZE ) )
     {
-        return SIZE_REFUSED;
+        return INVALID_ARGUMENT;
     }
     GEV::WriteMemoryCommand lCommand;
     lCommand.InitFlagAcknowledge( !aNoAck );

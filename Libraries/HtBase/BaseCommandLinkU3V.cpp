@@ -1,8 +1,9 @@
 #include <BaseCommandLinkU3V.h>
 
 #include "Libraries/HtBase/Link/Replaced.h"
+#include "Libraries/HtBase/Link/StatusText.h"
 #include "Libraries/HtBase/Support/Diagnostics.h"
-#include "Libraries/HtBase/Support/Guarded.h"
+#include "Libraries/HtBase/Support/Results.h"
 
 #include <CapabilitiesU3V.h>
 #include <QmUtilsLib/String.h>
@@ -42,20 +43,10 @@ constexpr uint32_t INITIAL_MAX_SIZE = 64;
 constexpr unsigned int MIN_READ_ACK_SIZE = 16;
 constexpr long long MIN_READ_ACK_DATA_SIZE = 4;
 
-// A packet larger than the limits or the buffers, bytes that are no acknowledge, or a limit that
-// leaves no byte for data.
-constexpr unsigned int PACKET_REFUSED = 0x4001;
-
 constexpr const char* BEYOND_THE_BUFFER = "The command does not fit the buffer of the link.";
 constexpr const char* NO_ROOM_FOR_DATA = "The limit of the link leaves no room for data.";
 
 constexpr const char* UNKNOWN_STATUS = "Unknown status received from the device.";
-
-struct StatusText
-{
-    unsigned short mStatus;
-    const char* mText;
-};
 
 // Status codes of GenCP with a text of their own; every other one reads UNKNOWN_STATUS.
 constexpr StatusText STATUS_TEXTS[] = {
@@ -71,15 +62,6 @@ constexpr StatusText STATUS_TEXTS[] = {
     { 0x800F, "Status GENCP_WRONG_CONFIG received from the device." },
     { 0x8FFF, "Status GENCP_ERROR received from the device." },
 };
-static_assert( std::size( STATUS_TEXTS ) == 11, "eleven statuses have a text of their own" );
-
-const char* GetStatusText( unsigned short aStatus )
-{
-    const auto* const lEntry =
-        std::find_if( std::begin( STATUS_TEXTS ), std::end( STATUS_TEXTS ),
-                      [aStatus]( const StatusText& aText ) { return aText.mStatus == aStatus; } );
-    return lEntry != std::end( STATUS_TEXTS ) ? lEntry->mText : UNKNOWN_STATUS;
-}
 
 // A command in a buffer of its own, a place for its acknowledge, and the record of both that the
 // control interface gets.
@@ -217,7 +199,7 @@ Result TransferPieces( long long aSize, long long aChunk, Transfer aTransfer )
         }
         if ( lPiece == 0 )
         {
-            return MakeResult( PACKET_REFUSED, 0, NO_ROOM_FOR_DATA );
+            return MakeResult( INVALID_ARGUMENT, 0, NO_ROOM_FOR_DATA );
         }
         lOffset += lPiece;
     }
@@ -466,7 +448,7 @@ Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned 
 // KEEP: logged, and an OS code, where the twin of GigE Vision does neither.
 Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
 {
-    const char* const lText = GetStatusText( aStatus );
+    const char* const lText = FindStatusText( STATUS_TEXTS, aStatus, UNKNOWN_STATUS );
     HTBASE_LOG( GetLibLogger(), Logger::FAILURE, UNIT, RESULT_FROM_STATUS, "%s", lText );
     return MakeResult( Result::GENERIC_ERROR, aStatus, lText );
 }
@@ -504,7 +486,7 @@ void BaseCommandLinkU3V::KeepReplaced( std::shared_ptr<const void> aObject )
 
 Result BaseCommandLinkU3V::RefuseSize( unsigned int aSize, unsigned int aLimit )
 {
-    return GetLibLogger()->LogResult( PACKET_REFUSED, UNIT, __LINE__, SEND_ATOMIC_COMMANDS,
+    return GetLibLogger()->LogResult( INVALID_ARGUMENT, UNIT, __LINE__, SEND_ATOMIC_COMMANDS,
                                       "Command of %d bytes is larger than maximum command size, %d",
                                       ToLogged( aSize ), ToLogged( aLimit ) );
 }
@@ -517,7 +499,7 @@ Result BaseCommandLinkU3V::FitBuffers( DCI_COMMAND* aRecords, unsigned int aCoun
         DCI_COMMAND& lRecord = aRecords[lIndex];
         if ( mMaxCommandSize == 0 && lRecord.mCommandLength > CMD_BUFFER_SIZE )
         {
-            return MakeResult( PACKET_REFUSED, 0, BEYOND_THE_BUFFER );
+            return MakeResult( INVALID_ARGUMENT, 0, BEYOND_THE_BUFFER );
         }
         if ( mMaxAckSize == 0 )
         {
@@ -576,7 +558,7 @@ Result BaseCommandLinkU3V::Examine( const DCI_COMMAND& aRecord, Ack& aAck )
     }
     if ( !aAck.IsValid() )
     {
-        return PACKET_REFUSED;
+        return INVALID_ARGUMENT;
     }
     const unsigned short lStatus = aAck.GetAckHeader()->GetStatus();
     return lStatus == 0 ? Result( Result::OK ) : ResultFromStatus( lStatus );

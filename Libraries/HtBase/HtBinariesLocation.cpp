@@ -1,7 +1,7 @@
 #include <HtBinariesLocation.h>
 
 #include "Libraries/HtBase/Location/ModulePath.h"
-#include "Libraries/HtBase/Support/Guarded.h"
+#include "Libraries/HtBase/Support/Results.h"
 
 #include <algorithm>
 

@@ -1,6 +1,7 @@
 #include <HtTftpClient.h>
 
 #include "Libraries/HtBase/Support/Diagnostics.h"
+#include "Libraries/HtBase/Support/Results.h"
 #include "Libraries/HtBase/TftpClient.h"
 
 #include <QmUtilsLib/Result.h>
@@ -17,7 +18,6 @@ namespace
 {
 
 constexpr const char* UNIT = "Libraries/HtBase/HtTftpClient";
-constexpr unsigned int INVALID_ARGUMENT = 0x4001;
 
 // Callers return this call itself: a result that is copied on its way out has lost its internal
 // code. Without memory for its description the result goes without.
@@ -45,12 +45,12 @@ HtResult RefuseAddress()
     try
     {
         const QmUtilsLib::Logger lLogger( HtBaseLib::LOGGER_NAME, HtBaseLib::LOGGER_CONFIGURATION );
-        return Convert( lLogger.LogResult( INVALID_ARGUMENT, UNIT, __LINE__, "HtTftpClient::Init",
-                                           "Invalid IP address provided." ) );
+        return Convert( lLogger.LogResult( HtBaseLib::INVALID_ARGUMENT, UNIT, __LINE__,
+                                           "HtTftpClient::Init", "Invalid IP address provided." ) );
     }
     catch ( const std::bad_alloc& )
     {
-        return HtResult( INVALID_ARGUMENT );
+        return HtResult( HtBaseLib::INVALID_ARGUMENT );
     }
 }
 

@@ -1,7 +1,7 @@
 // What the capability records of both kinds of device have in common.
 #pragma once
 
-#include "Libraries/HtBase/Support/Guarded.h"
+#include "Libraries/HtBase/Support/Results.h"
 
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/Result.h>

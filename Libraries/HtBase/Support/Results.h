@@ -1,4 +1,4 @@
-// What becomes of operations and results where there is no memory.
+// Results as the units of this library make them, also where memory is missing.
 #pragma once
 
 #include <QmUtilsLib/Result.h>
@@ -9,6 +9,9 @@
 
 namespace HtBaseLib
 {
+
+// An argument that the operation cannot take: a size that fits no packet, an address that is none.
+constexpr unsigned int INVALID_ARGUMENT = 0x4001;
 
 // Guarded runs an operation that returns a result, of either kind. Where memory is short it is
 // GENERIC_ERROR with ENOMEM as OS code, since std::bad_alloc must not leave the library. Other
