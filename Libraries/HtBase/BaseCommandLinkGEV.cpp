@@ -46,8 +46,9 @@ constexpr std::size_t WRITE_ACKNOWLEDGE_SIZE = 12;
 constexpr std::size_t LENGTH_OFFSET = 4;
 constexpr std::size_t REGISTER_SIZE = 4;
 
-// After the deadline every stray datagram buys one more wait of 1 ms, so that an answer that is
-// already queued behind it is found. A flood of strays must not keep the transaction for ever.
+// SAFE: After the deadline, 65536 stray datagrams in a row count as silence. Each of them makes
+// the transaction look once more for an answer that is queued behind it, so a flood would keep it
+// for ever.
 constexpr int MAX_STRAYS_AFTER_DEADLINE = 65536;
 
 constexpr const char* INVALID_ANSWER = "Invalid answer received from device";
@@ -65,8 +66,8 @@ constexpr StatusText STATUS_TEXTS[] = {
     { 0x800A, "Invalid protocol status received from the device." },
 };
 
-// KEEP: neither logged nor an OS code, where the twin of USB3 Vision is both. The last text has no
-// full stop.
+// KEEP: A status from the device is not logged and is not an OS code. It becomes `GENERIC_ERROR`
+// with a text, unlike the status of a USB3 Vision device. The last of the texts has no full stop.
 Result TranslateStatus( unsigned short aStatus )
 {
     if ( aStatus == 0 )
@@ -92,13 +93,15 @@ struct ReadArea
 };
 
 // Tells whether the acknowledge in the area, which is a valid one, has a whole value in it. What
-// follows the value is nobody's concern, as behind the bytes of a memory read.
+// follows the value does not count, as behind the bytes of a memory read.
 bool HasRegister( const ReadArea& aArea )
 {
     PacketBytes::BigReader lReader( aArea.mBytes, sizeof( aArea.mBytes ) );
     return lReader.Skip( LENGTH_OFFSET ).Get16() >= REGISTER_SIZE;
 }
 
+// SAFE: A read whose acknowledge carries fewer bytes than asked is `GENERIC_ERROR`, "Invalid
+// answer received from device". The caller's buffer is unchanged.
 Result MakeInvalidAnswer()
 {
     return MakeResult( Result::GENERIC_ERROR, 0, INVALID_ANSWER );
@@ -113,8 +116,9 @@ unsigned int GetRemaining( long long aStart, int aTimeout )
     return static_cast<unsigned int>( lRemaining );
 }
 
-// The device asks for more time for this very command. What is shorter than a PENDINGACK is none,
-// whatever an earlier datagram left in the buffer.
+// Tells whether the device asks for more time for this very command.
+// SAFE: A datagram shorter than a header is never judged by the bytes of the one before it, and
+// a pending acknowledge needs 12 bytes.
 bool IsPending( const GEV::PendingAcknowledgeHeader& aAcknowledge, unsigned int aReceived,
                 const GEV::CommandHeader& aCommand )
 {
@@ -225,7 +229,7 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
         } );
 }
 
-// KEEP: a write that nobody acknowledges is told to WriteCallback too, as soon as it has left.
+// KEEP: A write without an acknowledge calls `WriteCallback` as soon as it has been sent.
 Result BaseCommandLinkGEV::WriteRegister( const unsigned int* aValue, long long aAddress,
                                           bool aNoAck )
 {
@@ -279,6 +283,7 @@ Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, l
 {
     if ( aSize < 0 || aSize > static_cast<long long>( GEV::WriteMemoryCommand::MAX_DATA_SIZE ) )
     {
+        // SAFE: `WriteMemory` beyond 536 bytes is 0x4001 and sends nothing.
         return INVALID_ARGUMENT;
     }
     GEV::WriteMemoryCommand lCommand;
@@ -407,7 +412,9 @@ void BaseCommandLinkGEV::Publish() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
                                         long long aAckBufferSize, bool aNoAck )
 {
-    Result lResult; // KEEP: NOT_INITIALIZED where there is no attempt
+    // KEEP: With a retry count of 0 the result is `NOT_INITIALIZED`, since nothing was tried. A
+    // request identifier is used up all the same.
+    Result lResult;
     for ( int lAttempt = 0; lAttempt < GetRetryCount(); ++lAttempt )
     {
         if ( lAttempt > 0 )
@@ -419,8 +426,8 @@ Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
         {
             return Result::OK;
         }
-        // KEEP: a refused send does not skip the wait. It paces the attempts, and an answer to an
-        // earlier attempt may still come.
+        // KEEP: A refused send still waits the whole answer time-out. The wait paces the
+        // attempts, and an answer to an earlier attempt may still arrive.
         lResult = WaitForAnswer( aCommand, aAckBuffer, aAckBufferSize );
         if ( lResult.IsOK() )
         {
@@ -428,7 +435,8 @@ Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
                                                        static_cast<std::size_t>( aAckBufferSize ) );
             return TranslateStatus( lAcknowledge.GetStatus() );
         }
-        // KEEP: any other failure of a receive ends it all, without a message.
+        // KEEP: A receive error other than a time-out ends the transaction at once, without
+        // another attempt and without a message.
         if ( lResult != Result::TIMEOUT )
         {
             return lResult;
@@ -460,8 +468,9 @@ bool BaseCommandLinkGEV::SendAttempt( const Command& aCommand )
     return false;
 }
 
-// Waits for the acknowledge of aCommand. OK: it lies in the buffer.
-// KEEP: a wait is never shorter than 1 ms, also after the deadline.
+// Waits for the acknowledge of aCommand, and returns OK when it lies in the buffer.
+// KEEP: A wait is never shorter than 1 ms, also after the deadline. So each stray datagram buys
+// one more look at the queue, and an answer that is already there is taken.
 Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuffer,
                                           long long aAckBufferSize )
 {
@@ -491,8 +500,9 @@ Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuf
         }
         if ( IsPending( lAnswer, lSize, aCommand ) )
         {
-            // KEEP: the device's own estimate replaces what is left of the wait, also if it is
-            // shorter, as often as the device gives one.
+            // KEEP: A pending acknowledge replaces the remaining wait, also by a shorter one, as
+            // often as the device sends one, and uses up no attempt. Closing the socket ends such a
+            // wait.
             lStart = Thread::GetTickCount();
             lTimeout = lAnswer.GetTimeToCompletion();
             lStraysAfterDeadline = 0;

@@ -39,7 +39,8 @@ constexpr const char* UPDATE_MAX_SIZES = "HtBaseLib::BaseCommandLinkU3V::UpdateM
 // What a new link lets through: enough for the registers that tell what the device can do.
 constexpr uint32_t INITIAL_MAX_SIZE = 64;
 
-// KEEP: the least room offered for the acknowledge of a READMEM; the device may fill it.
+// KEEP: The room for the acknowledge of `ReadMemory` is at least 16 bytes, and the device may
+// fill it.
 constexpr unsigned int MIN_READ_ACK_SIZE = 16;
 constexpr long long MIN_READ_ACK_DATA_SIZE = 4;
 
@@ -79,8 +80,9 @@ public:
 
     DCI_COMMAND& GetRecord() { return mRecord; }
 
-    // Builds a READMEM. KEEP: the field that carries the size takes its low 16 bits, the room for
-    // the acknowledge is that of the whole.
+    // Builds a READMEM.
+    // KEEP: The length field of a READMEM takes the low 16 bits of the size. The room for the
+    // acknowledge is that of the whole size, and the limits are held against it.
     Result BuildRead( long long aAddress, long long aSize )
     {
         ReadMemCmd lPacket;
@@ -100,8 +102,9 @@ public:
         return lResult;
     }
 
-    // Builds a WRITEMEM. KEEP: the packet takes the low 16 bits of the size; its length, which the
-    // limit is held against, is that of the whole.
+    // Builds a WRITEMEM.
+    // KEEP: A WRITEMEM takes the low 16 bits of the size. Its length, which the limits are held
+    // against, is that of the whole size.
     Result BuildWrite( const void* aData, long long aAddress, long long aSize )
     {
         WriteMemCmd lPacket;
@@ -133,15 +136,18 @@ private:
     DCI_COMMAND mRecord;
 };
 
-// Whatever a control interface tells, no more has come than there was room for.
+// SAFE: The memory operations of a USB3 Vision link take no more of an acknowledge than the room
+// that they offered for it, whatever the control interface tells.
 void KeepToRoom( DCI_COMMAND& aRecord, unsigned int aRoom )
 {
     aRecord.mAckLength = std::min( aRecord.mAckLength, aRoom );
 }
 
-// Stores what the acknowledge carries, which is no more than there was room for. KEEP: it is not
-// held against the size asked for. The sizes below the least room are the exception: there more may
-// come than the caller has a place for.
+// Stores what the acknowledge carries.
+// KEEP: An acknowledge with fewer bytes than asked is OK. `ReadCallback` gets the size asked
+// for, and the rest of the caller's buffer is unchanged.
+// SAFE: A read of 0 to 3 bytes over USB3 Vision stores no more than that, and one of a negative
+// size stores nothing. The least room of 16 bytes would let an acknowledge bring 4.
 void StoreData( const ReadMemAck& aAck, void* aData, long long aSize )
 {
     long long lSize = aAck.GetCurrentDataSize();
@@ -158,8 +164,9 @@ long long Advance( long long aAddress, long long aOffset )
                                    static_cast<unsigned long long>( aOffset ) );
 }
 
-// Says that the device could do more than the link's buffers. KEEP: both figures go with each
-// message, whose text does not show them.
+// Says that the device could do more than the link's buffers.
+// KEEP: The two messages about buffers that are too small carry the device's length and 1024 as
+// arguments that their texts do not show.
 void WarnOfSmallBuffers( const Logger& aLogger, const DCIConfiguration& aConfiguration )
 {
 #if defined( __GNUC__ )
@@ -183,8 +190,9 @@ void WarnOfSmallBuffers( const Logger& aLogger, const DCIConfiguration& aConfigu
 #endif
 }
 
-// Calls aTransfer( offset, size ) for pieces of at most aChunk bytes, until one fails. A piece of
-// nothing that succeeds would be followed by another for ever.
+// Calls aTransfer( offset, size ) for pieces of at most aChunk bytes, until one fails.
+// SAFE: `Read` and `Write` over USB3 Vision whose limit leaves no byte for data do their first,
+// empty piece and return its failure, or 0x4001. The piece would be followed by another for ever.
 template <typename Transfer>
 Result TransferPieces( long long aSize, long long aChunk, Transfer aTransfer )
 {
@@ -216,7 +224,8 @@ BaseCommandLinkU3V::BaseCommandLinkU3V()
 {
 }
 
-// KEEP: the control interface and the path, text and all, are shared with the source.
+// KEEP: A copy shares the control interface and the text of the device path with its source. The
+// identity and the limits are each link's own. Opening one of them connects both.
 BaseCommandLinkU3V::BaseCommandLinkU3V( const BaseCommandLinkU3V& aOther )
     : BaseCommandLink( aOther )
     , mDCI( aOther.mDCI )
@@ -227,7 +236,8 @@ BaseCommandLinkU3V::BaseCommandLinkU3V( const BaseCommandLinkU3V& aOther )
 {
 }
 
-// KEEP: the device that the link had stays open until the link is destroyed.
+// KEEP: Assigning to a link closes nothing. The device that the link had stays open until the
+// link is destroyed.
 BaseCommandLinkU3V& BaseCommandLinkU3V::operator=( const BaseCommandLinkU3V& aOther )
 {
     KeepReplaced( mDCI );
@@ -241,7 +251,7 @@ BaseCommandLinkU3V& BaseCommandLinkU3V::operator=( const BaseCommandLinkU3V& aOt
     return *this;
 }
 
-// KEEP: closes for the link's copies as well.
+// KEEP: The destructor closes the device for the link's copies too.
 BaseCommandLinkU3V::~BaseCommandLinkU3V()
 {
     (void)BaseCommandLinkU3V::Close(); // nobody is left to be told
@@ -268,8 +278,9 @@ Result BaseCommandLinkU3V::Open( const U3VGUID& aGUID, const std::string& aDevic
         } );
 }
 
-// KEEP: the path stays, so the link goes on to count as connected, and the limits of 0 let
-// everything through to the control interface, which answers for being closed.
+// KEEP: `Close` keeps the device path. So `IsConnected` stays true; the limits become 0, which
+// lets every size through to the control interface, and the identity becomes empty. A later `Open`
+// leaves the limits at 0 until `UpdateMaxSizes`.
 Result BaseCommandLinkU3V::Close()
 {
     mGUID.Clear();
@@ -313,8 +324,8 @@ Result BaseCommandLinkU3V::ReadMemory( void* aData, long long aAddress, long lon
         } );
 }
 
-// KEEP: noAck is ignored; there is an acknowledge always, and what it says was written is not
-// looked at.
+// KEEP: `noAck` is ignored. The device is always asked for an acknowledge, and the count of
+// bytes in it is not compared with the size.
 Result BaseCommandLinkU3V::WriteMemory( const void* aData, long long aAddress, long long aSize,
                                         bool /*aNoAck*/ )
 {
@@ -342,9 +353,11 @@ Result BaseCommandLinkU3V::WriteMemory( const void* aData, long long aAddress, l
         } );
 }
 
-// KEEP: the chunk leaves room for a READMEM command instead of an acknowledge header, and wraps
-// around with limits below that, 0 among them: everything is one piece then, which the limit
-// refuses or, being 0, lets through.
+// KEEP: `Read` leaves room for the header of a READMEM command, not for the smaller header of
+// its acknowledge. A limit of 64 makes pieces of 40 bytes, not of 52. A limit below 24, 0 among
+// them, wraps around to one piece. `Write` makes one piece of a limit of 0 by rule; a limit from 1
+// to 19 wraps around. A size of 0 or less is OK and sends nothing, also on a link that was never
+// opened.
 Result BaseCommandLinkU3V::Read( void* aData, long long aAddress, long long aSize )
 {
     const uint32_t lChunk = mMaxAckSize - ReadMemCmd::GetRequiredBufferSize();
@@ -388,7 +401,7 @@ Result BaseCommandLinkU3V::AtomicWriteAndRead( const void* aWriteData, long long
     {
         return lResult;
     }
-    // KEEP: no least room for the acknowledge here, and no callback at the end.
+    // KEEP: `AtomicWriteAndRead` has no least room for its acknowledge and calls no callback.
     Exchange lRead;
     lResult = lRead.BuildRead( aReadAddress, aReadSize );
     if ( !lResult.IsOK() )
@@ -426,7 +439,8 @@ Result BaseCommandLinkU3V::SendCommand( unsigned char* aCommand, unsigned int aC
     return lResult;
 }
 
-// KEEP: whether the link is open is for the control interface to say.
+// KEEP: `SendCommand` and `SendAtomicCommands` do not ask whether the link is open. The control
+// interface answers for being closed.
 Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned int aCount )
 {
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
@@ -436,7 +450,8 @@ Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned 
         {
             return RefuseSize( lCommand.mCommandLength, mMaxCommandSize );
         }
-        // KEEP: the message speaks of a command here too.
+        // KEEP: An acknowledge that is too large is refused as a "Command of ... bytes", in the
+        // words for a command.
         if ( mMaxAckSize != 0 && lCommand.mAckLength > mMaxAckSize )
         {
             return RefuseSize( lCommand.mAckLength, mMaxAckSize );
@@ -445,7 +460,8 @@ Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned 
     return Guarded( [&] { return mDCI->SendCommands( aCommands, aCount ); } );
 }
 
-// KEEP: logged, and an OS code, where the twin of GigE Vision does neither.
+// KEEP: A status from the device is logged at 40000 and is the OS code, unlike the status of a
+// GigE Vision device.
 Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
 {
     const char* const lText = FindStatusText( STATUS_TEXTS, aStatus, UNKNOWN_STATUS );
@@ -453,8 +469,9 @@ Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
     return MakeResult( Result::GENERIC_ERROR, aStatus, lText );
 }
 
-// KEEP: the limits stay within the link's buffers; the control interface is told what the device
-// reported.
+// KEEP: `UpdateMaxSizes` cuts the link's limits to 1024, and tells the control interface the
+// device's own lengths. The library never calls it. After a `Close` it takes the lengths from the
+// record of the empty identity.
 void BaseCommandLinkU3V::UpdateMaxSizes()
 {
     CapabilitiesU3V* const lCapabilities = CapabilitiesU3V::GetCapabilities( mGUID, nullptr );
@@ -491,7 +508,9 @@ Result BaseCommandLinkU3V::RefuseSize( unsigned int aSize, unsigned int aLimit )
                                       ToLogged( aSize ), ToLogged( aLimit ) );
 }
 
-// Holds records to the link's buffers where there is no limit that does.
+// SAFE: A memory operation of a USB3 Vision link whose limits are 0 offers no more than its
+// acknowledge buffer of 1024 bytes and refuses a longer command with 0x4001. Where there is a limit
+// the true lengths are held against it.
 Result BaseCommandLinkU3V::FitBuffers( DCI_COMMAND* aRecords, unsigned int aCount ) const
 {
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )

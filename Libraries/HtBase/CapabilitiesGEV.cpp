@@ -128,8 +128,10 @@ constexpr unsigned int FIXED_SCSP = 20202;
 constexpr unsigned int MEMORY_SIZE = 512;
 constexpr unsigned int MEMORY_SIZE_CORVANE = 536;
 
-// KEEP: in the device version the search runs as far as in the manufacturer information, which
-// follows it: a version without NUL in its 32 characters is read on into its first 16.
+// KEEP: The search in the device version runs 48 characters, on into the manufacturer
+// information, when a version of 32 characters has no NUL.
+// SAFE: The two texts that a record searches for brackets lie in one array, so the search stays
+// inside it.
 constexpr int BRACKET_SEARCH_LIMIT = 48;
 
 // Early designs have a second identification byte below this one.
@@ -156,8 +158,8 @@ bool IsSupported( const Capability& aCapability, const Values& aValues )
 }
 
 // Finds the last pair of brackets in a text that ends within aLimit characters: the text from its
-// opening bracket on, or null. KEEP: the last opening and the last closing one count, so "(a)(b)"
-// gives "(b)" and "(a) (" gives nothing.
+// opening bracket on, or null.
+// KEEP: The last brackets of a text count: "(a)(b)" gives "(b)", and "(a) (" gives nothing.
 const char* FindBrackets( const char* aText, int aLimit )
 {
     int lOpening = -1;
@@ -199,7 +201,8 @@ CapabilitiesGEV::CapabilitiesGEV( const CapabilitiesGEV& aOther )
     *this = aOther;
 }
 
-// KEEP: the mutex and the logger are shared with the source.
+// KEEP: A copy shares the mutex and the logger with its source and has an initialised flag of
+// its own.
 CapabilitiesGEV& CapabilitiesGEV::operator=( const CapabilitiesGEV& aOther )
 {
     const bool lIsInitialized = IsPublished( aOther.mInitialized ); // before what it publishes
@@ -248,7 +251,8 @@ Result CapabilitiesGEV::Init( BaseCommandLinkGEV* aLink )
 {
     char lAddress[128] = {};
     mValues.mAddress.GetString( lAddress, sizeof( lAddress ) );
-    // KEEP: logged ahead of the lock, also when there is nothing left to read.
+    // KEEP: "Reading device properties" is logged before the lock is taken, also when there is
+    // nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)", lAddress );
     return FillOnce( mInitialized, mIsFilling, *mMutex,
                      [this, aLink] { return ReadDevice( aLink ); } );
@@ -282,7 +286,8 @@ Result CapabilitiesGEV::ReadDevice( BaseCommandLinkGEV* aLink )
     {
         return lResult;
     }
-    // KEEP: a device may refuse the source ports of its streams, but not the one of its messages.
+    // KEEP: A device may refuse the source ports of its streams, but not the source port of its
+    // messages that it has announced. A fixed port does not replace one that was refused.
     (void)ReadSCSPs( aLink );
     ReadTickFrequency( aLink );
     lResult = ReadTexts( aLink );
@@ -293,7 +298,8 @@ Result CapabilitiesGEV::ReadDevice( BaseCommandLinkGEV* aLink )
     return lResult;
 }
 
-// KEEP: the version is the one field that keeps its old value when it cannot be read.
+// KEEP: The version keeps its old value when it cannot be read. Every other field is cleared
+// before it is read.
 Result CapabilitiesGEV::ReadVersion( BaseCommandLinkGEV* aLink )
 {
     unsigned int lVersion = 0;
@@ -407,7 +413,7 @@ Result CapabilitiesGEV::ReadMCSP( BaseCommandLinkGEV* aLink )
 
 Result CapabilitiesGEV::ReadSCSPs( BaseCommandLinkGEV* aLink )
 {
-    // KEEP: the port from before this call.
+    // KEEP: `ReadSCSPs` first logs the port from before the call.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, READ_SCSPS, "Streaming channel source port: %i",
                 ToLogged( mValues.mStreamChannelSourcePorts[0] ) );
     std::fill( std::begin( mValues.mStreamChannelSourcePorts ),
@@ -472,7 +478,8 @@ Result CapabilitiesGEV::ReadTexts( BaseCommandLinkGEV* aLink )
     return aLink->ReadMemory( lManufacturerInfo, MANUFACTURER_INFO, MANUFACTURER_INFO_SIZE );
 }
 
-// The ports that the record has room for, whatever the device counts.
+// SAFE: At most 512 source ports of stream channels are read or kept, whatever count the device
+// reports. The port of a channel from 512 on is 0.
 unsigned int CapabilitiesGEV::GetBoundedChannelCount() const
 {
     return std::min( mValues.mStreamingChannelCount, STREAM_CHANNEL_MAX );
@@ -493,7 +500,8 @@ void CapabilitiesGEV::ParseInfos()
     {
         return;
     }
-    // KEEP: %i takes a leading zero for octal, so "(02.08" reads 2.0 and "(08.00" is no version.
+    // KEEP: A leading zero of a version is read as octal: "(02.08" is 2.0, and "(08.00" is not a
+    // version.
     const char* const lVersion = FindBrackets( mValues.mTexts, BRACKET_SEARCH_LIMIT );
     int lMajor = -1;
     int lMinor = -1;
@@ -506,6 +514,7 @@ void CapabilitiesGEV::ParseInfos()
     mValues.mIsEndOfBlockResendRequestSupported = lIsLaterDesign || lIsLaterFirmware;
 }
 
+// KEEP: `IsInitialized` is the one query that is not const.
 bool CapabilitiesGEV::IsInitialized()
 {
     return IsPublished( mInitialized );
@@ -561,8 +570,9 @@ unsigned int CapabilitiesGEV::GetMaxWriteMemSize() const
     return mValues.mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
 }
 
-// KEEP: the fixed ports stand in for an Init that has not succeeded, not for what it has stored: a
-// channel that the device does not count has port 0 afterwards.
+// KEEP: The fixed ports of the maker's devices stand in for an `Init` that has not succeeded,
+// also after a failed one. After a successful one a channel that the device does not count has port
+// 0.
 unsigned int CapabilitiesGEV::GetStreamChannelSourcePort( unsigned short aChannel ) const
 {
     if ( !IsPublished( mInitialized ) && mValues.mIsCorvaneDevice )
@@ -691,7 +701,8 @@ bool CapabilitiesGEV::IsApplicationSwitchOverSupported() const
     return IsSupported( APPLICATION_SWITCH_OVER, mValues );
 }
 
-// KEEP: the version takes the place of the bit here, where everywhere else it is asked beside it.
+// KEEP: `IsLegacy16BitsBlockIdSupported` is true for every device of major version 1. Everywhere
+// else the version is asked beside the bit.
 bool CapabilitiesGEV::IsLegacy16BitsBlockIdSupported() const
 {
     return mValues.mVersionMajor == 1 ||

@@ -62,7 +62,7 @@ constexpr uint64_t STRING_ENCODING_MASK = 0x0F0;
 constexpr unsigned int STRING_ENCODING_SHIFT = 4;
 constexpr Capability FAMILY_NAME = { 0x100, "Family Name Available: %s" };
 constexpr Capability SBRM = { 0x200, "SBRM Supported: %s" };
-// KEEP: "Endianess" is how the line is spelt.
+// KEEP: "Endianess" is spelt like that.
 constexpr Capability ENDIANESS_REGISTERS = { 0x400, "Endianess Registers Supported: %s" };
 constexpr Capability WRITTEN_LENGTH_FIELD = { 0x800, "Written Length Field Supported: %s" };
 
@@ -71,10 +71,12 @@ constexpr Capability SIRM = { 0x1, "SIRM Available: %s" };
 constexpr Capability EIRM = { 0x2, "EIRM Available: %s" };
 constexpr Capability IIDC2 = { 0x4, "IIDC2 Available: %s" };
 
-// KEEP: timestamps count nanoseconds, so no device is asked.
+// KEEP: The tick frequency is 1000000000, whatever the device says, also before `Init`.
+// Timestamps count nanoseconds.
 constexpr unsigned long long TIMESTAMP_TICK_FREQUENCY = 1000000000;
 
-// KEEP: with capitals, unlike the record of GigE Vision.
+// KEEP: Flags are logged as "True" and "False", with capitals, unlike those of the GigE Vision
+// record.
 const char* GetText( bool aValue )
 {
     return aValue ? "True" : "False";
@@ -116,7 +118,8 @@ int GetMinor( uint32_t aVersion )
     return static_cast<int>( aVersion & 0xFFFF );
 }
 
-// Reads one register. KEEP: as the link stores it, without a change of the byte order.
+// Reads one register.
+// KEEP: Fields are the bytes that the link stores, without a change of their order.
 template <typename Register>
 Result ReadInto( Register& aField, BaseCommandLinkU3V* aLink, uint64_t aAddress )
 {
@@ -127,7 +130,7 @@ using Registry = CapabilityRegistry<U3VGUID, CapabilitiesU3V>;
 
 } // namespace
 
-// KEEP: nobody looks at the second argument.
+// KEEP: `GetCapabilities` and the constructor take a pointer that nothing reads.
 CapabilitiesU3V::CapabilitiesU3V( const U3VGUID& aGUID, unsigned char* /*aUnused*/ )
     : mMutex( std::make_shared<Mutex>() )
     , mLogger( std::make_shared<Logger>( LOGGER_NAME, LOGGER_CONFIGURATION ) )
@@ -140,7 +143,8 @@ CapabilitiesU3V::CapabilitiesU3V( const CapabilitiesU3V& aOther )
     *this = aOther;
 }
 
-// KEEP: the mutex and the logger are shared with the source.
+// KEEP: A copy shares the mutex and the logger with its source and has an initialised flag of
+// its own.
 CapabilitiesU3V& CapabilitiesU3V::operator=( const CapabilitiesU3V& aOther )
 {
     const bool lIsInitialized = IsPublished( aOther.mInitialized ); // before what it publishes
@@ -177,7 +181,8 @@ void CapabilitiesU3V::Destroy()
 
 Result CapabilitiesU3V::Init( BaseCommandLinkU3V* aLink )
 {
-    // KEEP: logged ahead of the lock, also when there is nothing left to read.
+    // KEEP: "Reading device properties" is logged before the lock is taken, also when there is
+    // nothing left to read.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, INIT, "Reading device properties (%s)",
                 mValues.mGUID.Get() );
     return FillOnce( mInitialized, mIsFilling, *mMutex,
@@ -211,7 +216,7 @@ Result CapabilitiesU3V::UpdateABRM( BaseCommandLinkU3V* aLink )
     {
         return lResult;
     }
-    // KEEP: "reponse" is how the line is spelt.
+    // KEEP: "reponse" is spelt like that.
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_ABRM, "Max device reponse time: %d",
                 ToLogged( mValues.mMaxDeviceResponseTime ) );
 
@@ -249,7 +254,8 @@ Result CapabilitiesU3V::ReadDeviceCapability( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
-// KEEP: the one field that loses what it held before; the others keep it when they are not read.
+// KEEP: Only the timestamp increment is cleared before it is read. Every other field keeps its
+// old value when it is not, or cannot be, read again.
 Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
 {
     mValues.mTimestampIncrement = 0;
@@ -266,7 +272,8 @@ Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
     return Result::OK;
 }
 
-// KEEP: whatever IsSBRMSupported says, since there is no USB3 Vision device without an SBRM.
+// KEEP: The SBRM is always read, whatever `IsSBRMSupported` says. There is no USB3 Vision device
+// without one.
 Result CapabilitiesU3V::UpdateSBRM( BaseCommandLinkU3V* aLink )
 {
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Reading device SBRM properties (%s)",
@@ -323,7 +330,7 @@ Result CapabilitiesU3V::ReadTransferLengths( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
-// KEEP: the count of streams decides, not the bit of the SIRM.
+// KEEP: The SIRM is read when there is a stream channel. Its own bit decides nothing.
 Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
 {
     Result lResult =
@@ -356,7 +363,8 @@ Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
-// KEEP: the message channel of the ABRM decides, not the bit of the EIRM.
+// KEEP: The EIRM is read when there is a message channel. Its own bit decides nothing; the bit
+// of IIDC2 does.
 Result CapabilitiesU3V::ReadEIRM( BaseCommandLinkU3V* aLink )
 {
     if ( !IsMessageChannelSupported() )
@@ -397,6 +405,7 @@ Result CapabilitiesU3V::ReadIIDC2( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
+// KEEP: `IsInitialized` is the one query that is not const.
 bool CapabilitiesU3V::IsInitialized()
 {
     return IsPublished( mInitialized );

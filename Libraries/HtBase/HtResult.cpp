@@ -98,8 +98,8 @@ HtResult::HtResult( unsigned int aCode, unsigned int aOSCode, const HtString& aD
     SetDescription( aDescription );
 }
 
-// KEEP: a copy does not keep the internal code: SetCode replaces it by the public one. Only the
-// object that was given the raw code tells it.
+// KEEP: A copy of an `HtResult` loses the internal code. Copying and assigning run `SetCode`
+// with the source's public code, so only the object that was given the raw code can tell it.
 HtResult::HtResult( const HtResult& aOther )
     : mCode( NOT_INITIALIZED )
     , mInternalCode( aOther.mInternalCode )
@@ -110,8 +110,9 @@ HtResult::HtResult( const HtResult& aOther )
     CopyDescription( aOther );
 }
 
-// KEEP: the code of a result that has gone is one that no living result has. It is written through
-// a volatile lvalue, since a store to an object that is about to go may otherwise be dropped.
+// KEEP: The destructor writes 0x0400 into the code, which no living result has. It writes
+// through a volatile lvalue, since a store to an object that is about to go may otherwise be
+// dropped.
 HtResult::~HtResult()
 {
     *const_cast<volatile unsigned int*>( &mCode ) = DESTROYED;
@@ -229,7 +230,8 @@ bool HtResult::operator!=( const HtResult& aB ) const
     return Result( mCode ) != Result( aB.mCode );
 }
 
-// KEEP: the number is not converted, so a value that SetCode converts equals no result.
+// KEEP: `HtResult == number` does not convert the number: `HtResult( 0x0010 ) == 0x0010`
+// compares 0x4000 with 0x0010 and is false.
 bool HtResult::operator==( unsigned int aB ) const
 {
     return Result( mCode ) == Result( aB );
@@ -240,7 +242,7 @@ bool HtResult::operator!=( unsigned int aB ) const
     return Result( mCode ) != Result( aB );
 }
 
-// KEEP: only the public code accumulates; SetCode would also overwrite the internal code.
+// KEEP: `|=` changes the code only. The internal code, the OS code and the description stay.
 const HtResult& HtResult::operator|=( const HtResult& aB )
 {
     ASSERT_B();
@@ -250,8 +252,8 @@ const HtResult& HtResult::operator|=( const HtResult& aB )
     return *this;
 }
 
-// KEEP: the description of an OK result is not taken over, so that the text of an earlier failure
-// can still be read.
+// KEEP: Assigning an OK result keeps the old description, so that the text of an earlier failure
+// can still be read. Copying an OK result copies no description.
 void HtResult::CopyDescription( const HtResult& aOther )
 {
     if ( aOther.IsOK() || &aOther == this )

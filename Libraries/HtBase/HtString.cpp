@@ -60,6 +60,8 @@ const HtString& HtString::operator=( const HtString& aValue )
     return *this;
 }
 
+// KEEP: Appending appends each form to its like, so a surrogate without its partner stays in the
+// wide form. Only a UTF-8 character that was cut between both texts is converted anew.
 const HtString& HtString::operator+=( const HtString& aValue )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );
@@ -138,9 +140,9 @@ unsigned int HtString::GetLength() const
     return mThis->GetLength();
 }
 
-// KEEP: the views point at where the implementation keeps its two forms, and nothing reads them:
-// users of the library that look into the object find them where they always were. The storage has
-// a fixed address, unlike the characters in it, so the pointers never dangle.
+// KEEP: `HtString` keeps two pointers that nothing reads, into the storage of its
+// implementation. They keep the object's layout. They point at members with a fixed address, so
+// they never dangle.
 void HtString::SetViews()
 {
     mAsciiView = mThis->GetAsciiStorage();

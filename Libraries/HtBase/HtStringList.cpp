@@ -24,7 +24,8 @@ HtStringList::~HtStringList()
     delete mThis;
 }
 
-// KEEP: parks the cursor, so reading starts again with GetFirst.
+// KEEP: Adding to an `HtStringList` moves the cursor to the end. Reading starts again with
+// `GetFirst`.
 void HtStringList::Add( const HtString& aValue )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );

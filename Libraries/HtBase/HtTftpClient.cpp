@@ -102,7 +102,8 @@ HtResult HtTftpClient::GetData( unsigned char* aBuffer, unsigned int aSize,
     *aReceived = 0;
     unsigned int lSize = aSize;
     const Result lResult = mThis->GetData( aBuffer, lSize );
-    // KEEP: after a failure nothing counts as received, although the engine tells what was stored.
+    // KEEP: After a failure `HtTftpClient::GetData` tells 0 bytes, although the engine tells
+    // what was stored.
     if ( lResult.IsOK() )
     {
         *aReceived = lSize;
@@ -129,7 +130,9 @@ HtResult HtTftpClient::GetWarning( HtString& aText )
     {
         std::string lWarning;
         const Result lResult = mThis->GetWarning( lWarning );
-        aText = HtString( lWarning.c_str() ); // KEEP: emptied also when there is no warning
+        // KEEP: `HtTftpClient::GetWarning` empties the caller's text also when there is no
+        // warning.
+        aText = HtString( lWarning.c_str() );
         return Convert( lResult );
     }
     catch ( const std::bad_alloc& )

@@ -26,8 +26,8 @@ unsigned int GetNext( unsigned int aSlot )
     return ( aSlot + 1 ) % CAPACITY;
 }
 
-// KEEP: the numbers are signed on their way to floating point, so a span of 2^63 us or more is
-// negative.
+// KEEP: A span of 2^63 us or more is negative, since numbers are signed on their way to floating
+// point.
 double ToDouble( unsigned long long aValue )
 {
     return static_cast<double>( static_cast<long long>( aValue ) );
@@ -47,7 +47,9 @@ InstantStats::~InstantStats() = default;
 void InstantStats::Report( unsigned long long aTimestamp, unsigned int aBytes, bool aExcludeLast )
 {
     LockScope lLock( *mMutex );
-    mExcludeLast = aExcludeLast; // KEEP: for the whole history
+    // KEEP: `aExcludeLast` of the latest report holds for the whole history, whatever came with
+    // the earlier reports.
+    mExcludeLast = aExcludeLast;
     Place( aTimestamp, aBytes );
     mLastTimestamp = aTimestamp;
     mLastBytes = aBytes;
@@ -76,13 +78,16 @@ void InstantStats::Reset()
     mRate.store( 0.0, std::memory_order_relaxed );
 }
 
-// KEEP: times are measured from the start of the newest slot, not from the report before, so a
-// stream may be silent for less than 2 s and begin anew all the same. KEEP: a time before that
-// start wraps around to a long silence.
+// KEEP: Times are measured from the start of the newest slot, not from the report before. A
+// stream of one report in 0.19 s still opens a slot for every second one, and a silence of 1.81 s
+// can begin a new history.
+// KEEP: A time before the start of the newest slot wraps around and counts as a long silence.
 void InstantStats::Place( unsigned long long aTimestamp, unsigned int aBytes )
 {
     const unsigned long long lElapsed = aTimestamp - mSlots[mNewest].mTimestamp;
-    const bool lHasInterval = mUsed > 1; // KEEP: the first two reports open a slot each
+    // KEEP: The first two reports open a slot each, however near or far they are. After `Reset`
+    // the same.
+    const bool lHasInterval = mUsed > 1;
     if ( lHasInterval && lElapsed < JOIN_BELOW )
     {
         mSlots[mNewest].mBytes += aBytes;
@@ -91,7 +96,9 @@ void InstantStats::Place( unsigned long long aTimestamp, unsigned int aBytes )
     }
     if ( lHasInterval && lElapsed > SILENCE_ABOVE )
     {
-        mOldest = mNewest; // KEEP: with all that has joined it
+        // KEEP: After a silence everything that had joined the newest slot before it still
+        // counts, as if it had arrived at once.
+        mOldest = mNewest;
         OpenSlot( aTimestamp, aBytes );
         mUsed = 2;
         return;
@@ -111,7 +118,8 @@ void InstantStats::OpenSlot( unsigned long long aTimestamp, unsigned int aBytes 
     mSlots[mNewest] = { aTimestamp, aBytes, 1, aBytes };
 }
 
-// KEEP: where there is nothing to reckon with, rate and bandwidth stay as they are, each by itself.
+// KEEP: Rate and bandwidth keep their last value where there is nothing to compute them from,
+// each by itself: no time span, or fewer than two bytes. A stream that has stopped does not show 0.
 void InstantStats::Recompute()
 {
     const Slot& lOldest = mSlots[mOldest];

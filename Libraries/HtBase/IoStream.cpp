@@ -44,6 +44,8 @@ int IoStreamFile::Open( const char* aPath, const char* aMode )
     return mFile != nullptr ? 0 : errno;
 }
 
+// SAFE: Reading and writing a file stream that is not open does nothing and returns 0. Closing
+// twice closes once.
 int IoStreamFile::Close()
 {
     if ( mFile == nullptr )
@@ -62,8 +64,9 @@ unsigned int IoStreamFile::Write( const void* aData, unsigned int aSize, unsigne
         return 0;
     }
     const auto lWritten = static_cast<unsigned int>( std::fwrite( aData, aSize, aCount, mFile ) );
-    // KEEP: adds count x count, not count x size: callers know the sum and never take it for the
-    // length of the file.
+    // KEEP: `IoStreamFile::Write` adds count times count to the bytes written, not count times
+    // size: 3 elements of 4 bytes add 9. Callers know the sum and never take it for the length of a
+    // file.
     mBytesWritten += lWritten * aCount;
     return lWritten;
 }
@@ -98,6 +101,8 @@ IoStreamRaw::IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity )
 {
 }
 
+// SAFE: Bytes handed over to be sent are never written to: the stream over them stores no zero,
+// so they may lie in read-only memory.
 IoStreamRaw::IoStreamRaw( ReadOnly, const unsigned char* aBytes, unsigned int aCount )
     : mBuffer( aBytes )
     , mTarget( nullptr )
@@ -112,7 +117,9 @@ IoStreamRaw::~IoStreamRaw()
 
 int IoStreamRaw::Close()
 {
-    // KEEP: the zero that ends a received text or a built payload, wherever the position is.
+    // KEEP: Closing or destroying an `IoStreamRaw` stores a zero byte at its position, wherever
+    // that is, unless it is the end. The zero ends a received text and is not counted. A stream
+    // that was never used has its first byte zeroed.
     if ( mTarget != nullptr && mPosition < mCapacity )
     {
         mTarget[mPosition] = 0;
@@ -128,7 +135,8 @@ unsigned int IoStreamRaw::GetCopyCount( unsigned int aSize, unsigned int aCount 
     return static_cast<unsigned int>( std::min<unsigned long long>( lWanted, lLeft ) );
 }
 
-// KEEP: returns bytes where the stream over a file returns elements.
+// KEEP: A stream over memory returns bytes, a stream over a file returns elements. In memory a
+// part of an element is copied too.
 unsigned int IoStreamRaw::Write( const void* aData, unsigned int aSize, unsigned int aCount )
 {
     if ( mTarget == nullptr )
@@ -153,15 +161,16 @@ unsigned int IoStreamRaw::Read( void* aData, unsigned int aSize, unsigned int aC
 
 int IoStreamRaw::Rewind()
 {
-    mPosition = 0; // KEEP: what is written again counts again
+    // KEEP: `Rewind` keeps the bytes written. What is written again counts again.
+    mPosition = 0;
     return 0;
 }
 
 unsigned int IoStreamRaw::Skip( unsigned int aOffset )
 {
     const unsigned long long lPosition = static_cast<unsigned long long>( mPosition ) + aOffset;
-    // KEEP: exactly to the end is refused too, so that whoever searches record by record ends
-    // there.
+    // KEEP: `Skip` to exactly the end of memory is refused, `Skip( 0 )` at the end too. A search
+    // record by record ends there.
     if ( lPosition >= mCapacity )
     {
         return SKIP_FAILED;

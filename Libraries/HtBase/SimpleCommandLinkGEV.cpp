@@ -59,8 +59,9 @@ SimpleCommandLinkGEV& SimpleCommandLinkGEV::operator=( const SimpleCommandLinkGE
 
 SimpleCommandLinkGEV::~SimpleCommandLinkGEV() = default;
 
-// KEEP: the socket is the caller's to close, and whether it leads to a device only a transaction
-// tells.
+// KEEP: `SimpleCommandLinkGEV::Close` is `NOT_SUPPORTED`, and `IsConnected` is always true. The
+// socket is the caller's to close, and only a transaction tells whether it leads to a device.
+// KEEP: Links neither set nor obey the connection-lost flag. It belongs to the link's owner.
 Result SimpleCommandLinkGEV::Close()
 {
     return Result::NOT_SUPPORTED;
@@ -96,8 +97,8 @@ SocketUDP* SimpleCommandLinkGEV::GetSocket()
     return mSocket;
 }
 
-// KEEP: the counter skips 0 and the identifier does not: 0xB000 is issued whenever the counter's
-// low 12 bits are 0. Nothing depends on it, since an identifier is never 0.
+// KEEP: The identifier counter skips 0, the identifiers do not skip 0xB000. It is used whenever
+// the low 12 bits of the counter are 0. No identifier is 0.
 unsigned short SimpleCommandLinkGEV::GetRequestID()
 {
     unsigned short lCounter = mRequestID.load( std::memory_order_relaxed );

@@ -12,7 +12,7 @@ SimpleCommandLinkU3V::SimpleCommandLinkU3V()
 {
 }
 
-// KEEP: the logger is shared with the source.
+// KEEP: A copy shares the logger with its source.
 SimpleCommandLinkU3V::SimpleCommandLinkU3V( const SimpleCommandLinkU3V& aOther ) = default;
 
 SimpleCommandLinkU3V& SimpleCommandLinkU3V::operator=( const SimpleCommandLinkU3V& aOther )
@@ -28,7 +28,9 @@ SimpleCommandLinkU3V& SimpleCommandLinkU3V::operator=( const SimpleCommandLinkU3
 
 SimpleCommandLinkU3V::~SimpleCommandLinkU3V()
 {
-    mLogger.reset(); // KEEP: before the base closes the link, which must not log any more
+    // KEEP: The logger goes before the base class closes the device, which must not log any
+    // more.
+    mLogger.reset();
 }
 
 Logger* SimpleCommandLinkU3V::GetLibLogger()

@@ -25,7 +25,9 @@ bool TftpAck::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned i
         QMUTILSLIB_ASSERT( false );
         return false;
     }
-    aLength = Tftp::MIN_PACKET; // KEEP: only when the packet fits, unlike the other encoders
+    // KEEP: `TftpAck::Encode` tells its length only when the packet fits, unlike the other
+    // encoders.
+    aLength = Tftp::MIN_PACKET;
     return true;
 }
 
@@ -42,8 +44,9 @@ bool TftpAck::Decode( const unsigned char* aBytes, unsigned int aCount )
     return true;
 }
 
-// KEEP: the numbers as they lie in memory, no zero behind the message, no look at the capacity and
-// no length. Nothing in this library sends an error.
+// KEEP: `TftpError::Encode` writes its two numbers as they lie in memory, without a zero behind
+// the message, without a look at the capacity, and tells no length. Nothing in the library sends an
+// error.
 bool TftpError::Encode( unsigned char* aBuffer, unsigned int /*aCapacity*/,
                         unsigned int& /*aLength*/ ) const
 {
@@ -55,6 +58,8 @@ bool TftpError::Encode( unsigned char* aBuffer, unsigned int /*aCapacity*/,
     return lWriter.IsWhole();
 }
 
+// SAFE: A device's error message is cut after 1023 characters and always terminated, also when
+// its packet has no zero. It is never a format.
 bool TftpError::Decode( const unsigned char* aBytes, unsigned int aCount )
 {
     BigReader lReader( aBytes, aCount );

@@ -37,14 +37,15 @@ constexpr unsigned int NO_WARNING = 0x0015;
 constexpr const char* SEND_GIVEN_UP =
     "Reached the maximum number of retries. Please ensure that the firewall is disabled. The "
     "device must be power cycled before trying again.";
-// KEEP: speaks of a send although it ends a read.
+// KEEP: A read that gives up speaks of a send operation.
 constexpr const char* RECEIVE_GIVEN_UP =
     "Reached the maximum number of retries. Aborting send operation.";
 constexpr const char* BLOCKS_GIVEN_UP =
     "Maximum number of retries reached attempting to receive a data block";
 
-// Tells whether opening the file may wait for somebody to open its other end. A pipe without a
-// name, as behind /dev/stdout, has both.
+// SAFE: A FIFO counts as a file that cannot be opened, for sending and for fetching. Opening it
+// would wait for its other end, out of reach of `Abort`. A pipe without a name, as behind
+// `/dev/stdout`, is opened.
 bool IsFifo( const char* aPath )
 {
     std::error_code lError;
@@ -59,7 +60,10 @@ struct TftpClient::Failure
     Result mResult;
 };
 
-// A transfer's hold on the client. However the transfer ends, the client is free again.
+// A transfer's hold on the client.
+// SAFE: However a transfer ends, by an exception of the caller's own code too, the stream is
+// gone, the socket closed and the client free, and the result is not pending: 0x4000 where such an
+// exception passes. Of two transfers that begin at once one is refused.
 class TftpClient::Hold
 {
 public:
@@ -135,7 +139,8 @@ Result TftpClient::SendFile( const char* aPath )
             std::error_code lError;
             if ( !std::filesystem::exists( aPath, lError ) )
             {
-                // KEEP: the socket stays open and the result PENDING until the next transfer.
+                // KEEP: After a missing file the socket stays open and the result stays PENDING
+                // until the next transfer.
                 mStream.reset();
                 return FILE_NOT_FOUND;
             }
@@ -172,7 +177,7 @@ Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
     return Run(
         [this, aBuffer, &aSize]
         {
-            // KEEP: on failure too
+            // KEEP: `TftpClient::GetData` tells what was stored also after a failure.
             const CountStored lCount( mStream, aSize );
             Start<IoStreamRaw>( aBuffer, aSize );
             return ReceiveLoop();
@@ -181,7 +186,8 @@ Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
 
 Result TftpClient::Abort()
 {
-    // KEEP: an aborted transfer, or one without a file, stays PENDING, so this is OK for it too.
+    // KEEP: `Abort` is OK after an aborted transfer and after a missing file, although nothing
+    // runs: their result stays PENDING. The next transfer is not refused.
     if ( mResultCode.load() != Result::PENDING )
     {
         return Result::BUSY;
@@ -219,8 +225,7 @@ Result TftpClient::GetProgress( long long& aDone, long long& aTotal ) const
     return Result::OK;
 }
 
-// KEEP: the total stays what the last send has set. The stream is there before the socket is open,
-// so End closes both, whatever fails from now on.
+// KEEP: A read leaves the total of the last send.
 template <typename Stream, typename... Arguments>
 Stream& TftpClient::Start( Arguments... aArguments )
 {
@@ -255,7 +260,7 @@ void TftpClient::End()
 }
 
 // An empty path means the device's name for the file.
-// KEEP: a file that cannot be opened stops nothing: a send goes out with zeros, a read stores
+// KEEP: A local file that cannot be opened stops nothing: a send sends zeros, a read stores
 // nothing.
 void TftpClient::OpenFile( IoStreamFile& aFile, const char* aPath, const char* aMode ) const
 {
@@ -267,8 +272,7 @@ void TftpClient::OpenFile( IoStreamFile& aFile, const char* aPath, const char* a
 }
 
 // Runs a transfer to its end, whatever that is, and publishes its result.
-// KEEP: an aborted transfer, and one whose file is missing, stay PENDING for those who look from
-// outside.
+// KEEP: An aborted transfer, and one whose file is missing, stay PENDING in `GetTransferResult`.
 template <typename Transfer>
 Result TftpClient::Run( const Transfer& aTransfer )
 {
@@ -316,7 +320,7 @@ void TftpClient::OfferFile()
     while ( !lIsTaken && !mIsAborted.load() )
     {
         SendRequest<TftpWrq>();
-        // KEEP: whatever its block number, an acknowledge takes the offer.
+        // KEEP: Any acknowledge accepts a write request, whatever its block number.
         lIsTaken = WaitForAck( false );
     }
 }
@@ -328,12 +332,12 @@ Result TftpClient::SendBlocks()
         SendBlock();
         if ( !WaitForAck( true ) )
         {
-            // KEEP: at once, whatever has come; a duplicate acknowledge is not waited out.
+            // KEEP: A wrong acknowledge, a duplicate too, sends the block again at once.
             continue;
         }
         if ( mIsLastBlock )
         {
-            // KEEP: the last block is not added to the bytes done.
+            // KEEP: The last block is not added to the bytes done: 700 bytes end at 512 of 700.
             return Result::OK;
         }
         mBytesDone.fetch_add( mBlockLength );
@@ -356,13 +360,16 @@ void TftpClient::SendBlock()
     }
 }
 
+// SAFE: What could not be read of a local file is zeroed in every block. Otherwise it would send
+// what an earlier transfer has left in the buffer, perhaps to another device.
 void TftpClient::ReadBlock()
 {
     mBlockLength = std::min( Tftp::BLOCK_SIZE, mTotalSize.load() - mBytesDone.load() );
     if ( mBlockLength != 0 )
     {
-        // KEEP: whatever was read, the block has the length that was announced at the start; what
-        // is missing is zeros.
+        // KEEP: Each block has the length that the file had at the start, whatever could be
+        // read. Only a regular file has a length: a directory, like a device file, is sent as an
+        // empty file.
         const unsigned int lRead = mStream->Read( mStaging.get(), 1, mBlockLength );
         std::fill( mStaging.get() + lRead, mStaging.get() + mBlockLength, '\0' );
     }
@@ -396,8 +403,8 @@ bool TftpClient::WaitForAck( bool aCheckBlock )
     return false;
 }
 
-// KEEP: warns before it counts, where a read counts first: 21 failures in a row make 18 warnings
-// here.
+// KEEP: A send warns before it counts a failure, and is quiet for the first three: 21 failures
+// in a row make 18 warnings.
 void TftpClient::CountMissingAck()
 {
     if ( mRetries >= QUIET_RETRIES )
@@ -411,7 +418,8 @@ void TftpClient::CountMissingAck()
     }
 }
 
-// KEEP: ends with the first datagram that comes, so a read brings at most one block.
+// KEEP: A read ends with the first datagram that arrives, and with success, unless that is an
+// error: at most one block is ever fetched.
 Result TftpClient::ReceiveLoop()
 {
     while ( !mIsAborted.load() )
@@ -438,7 +446,7 @@ void TftpClient::HandleDatagram( unsigned int aCount )
     if ( !lData.Decode( mPacket.get(), aCount ) )
     {
         RaiseError( aCount );
-        // KEEP: anything else ends the read with success too, and nothing stored.
+        // KEEP: Garbage in a read stores nothing and is OK. A warning tells.
         QueueWarning( "Unexpected packet" );
         return;
     }
@@ -447,7 +455,7 @@ void TftpClient::HandleDatagram( unsigned int aCount )
         RefuseBlock();
         return;
     }
-    // KEEP: after a full block more would follow, and the read is a success all the same.
+    // KEEP: A full block in a read, behind which more would follow, is OK too.
     unsigned int lLength = 0;
     lData.GetData( mStaging.get(), BUFFER_SIZE, lLength );
     if ( lLength != 0 )
@@ -457,7 +465,8 @@ void TftpClient::HandleDatagram( unsigned int aCount )
     SendAck();
 }
 
-// KEEP: ends the read with success and nothing stored, unless it is one failure too many.
+// KEEP: A wrong block number in a read stores nothing and is OK, unless it is the 21st failure.
+// A warning tells.
 void TftpClient::RefuseBlock()
 {
     ++mRetries;
@@ -469,7 +478,7 @@ void TftpClient::RefuseBlock()
     }
 }
 
-// KEEP: counts before it warns: 21 time-outs in a row make 20 warnings.
+// KEEP: A read counts a failure before it warns: 21 time-outs in a row make 20 warnings.
 void TftpClient::CountMissingData()
 {
     ++mRetries;
@@ -494,7 +503,7 @@ void TftpClient::SendRequest()
     }
 }
 
-// KEEP: names the block that is expected, not the one that has come.
+// KEEP: An acknowledge in a read names the block that is expected, not the one that has arrived.
 void TftpClient::SendAck()
 {
     TftpAck lAck;
@@ -513,8 +522,8 @@ void TftpClient::Send( unsigned int aCount, unsigned short aPort )
 }
 
 // True: a datagram of aCount bytes lies in the packet buffer.
-// KEEP: whoever it comes from, even if it is of no use, gets what is sent next; only its port
-// counts. Where none comes the port stays.
+// KEEP: What is sent next goes to the port of the last datagram, also of one that was of no use
+// and of one from another address. The address stays the device's. A time-out leaves the port.
 bool TftpClient::Receive( unsigned int& aCount )
 {
     int lReceived = 0;
@@ -553,6 +562,7 @@ void TftpClient::QueueWarning( std::string aText )
 
 // The code goes first: who has read a new result finds its code in Abort and GetProgress. What the
 // result was goes when the lock is free again.
+// KEEP: The result has a lock of its own, held only while it is copied or swapped.
 void TftpClient::SetTransferResult( Result aResult )
 {
     mResultCode.store( aResult.GetCode() );

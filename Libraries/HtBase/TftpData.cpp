@@ -36,7 +36,8 @@ void TftpData::GetData( unsigned char* aBytes, unsigned int aCapacity, unsigned 
 
 bool TftpData::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
-    aLength = Tftp::MIN_PACKET + mLength; // KEEP: also when the packet does not fit
+    // KEEP: `TftpData` tells its length also when the packet does not fit.
+    aLength = Tftp::MIN_PACKET + mLength;
     BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( aLength );
     lWriter.Put16( Tftp::DATA );
     lWriter.Put16( lBlockID );

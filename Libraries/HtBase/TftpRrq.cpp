@@ -7,7 +7,7 @@ namespace HtBaseLib
 
 bool TftpRrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
-    // KEEP: an unknown mode goes out as an empty text, where a write request asserts.
+    // KEEP: A read request with an unknown mode is sent with an empty one.
     const char* const lKnownMode = GetModeText( mMode );
     const char* const lMode = lKnownMode != nullptr ? lKnownMode : "";
     if ( !EncodeAs( Tftp::RRQ, lMode, aBuffer, aCapacity, aLength ) )

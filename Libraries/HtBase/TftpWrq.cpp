@@ -7,7 +7,7 @@ namespace HtBaseLib
 
 bool TftpWrq::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
-    // KEEP: an unknown mode is refused, where a read request writes an empty text.
+    // KEEP: A write request with an unknown mode asserts and is not encoded.
     const char* const lMode = GetModeText( mMode );
     if ( lMode == nullptr )
     {

@@ -44,8 +44,9 @@ private:
 
 // Fills a record by aRead, which returns a Result, and marks it as initialised when that is OK,
 // all under the record's mutex. A record that is marked already is left alone: OK. One that is
-// being filled is BUSY: the mutex is re-entrant, so this is a call from within aRead, and nobody
-// may publish fields that are still written.
+// being filled is BUSY: the mutex is re-entrant, so this is a call from within aRead.
+// SAFE: An `Init` of a record from a callback of that record's own reads is 0x001C. It would
+// publish fields that are still written, or never end.
 template <typename Read>
 QmUtilsLib::Result FillOnce( std::atomic<bool>& aInitialized, bool& aIsFilling,
                              QmUtilsLib::Mutex& aMutex, Read aRead )

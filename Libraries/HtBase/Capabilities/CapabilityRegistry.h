@@ -50,8 +50,9 @@ public:
         return lEntry->second.get();
     }
 
-    // Destroy deletes every record. KEEP: it also makes the next Get register the clean-up once
-    // more. Exit handlers run last in, first out, so the records made after an explicit Destroy go
+    // Destroy deletes every record.
+    // KEEP: `Destroy` makes the next `GetCapabilities` register it at exit once more. Exit
+    // handlers run last in, first out, so the records that were made after an explicit `Destroy` go
     // before everything that was registered ahead of them.
     void Destroy()
     {

@@ -10,6 +10,8 @@ namespace HtBaseLib
 {
 
 // What a link keeps beside its counters.
+// SAFE: Copies of links and records share the mutex and the logger through shared ownership, so
+// destroying both releases them once.
 struct BaseCommandLinkGEV::Holdings
 {
     // Owns the published mutex, or the one that an assignment is about to publish. It and all else
@@ -47,6 +49,10 @@ private:
 //
 // A thread waits for the target's published mutex first, then for the copy mutex of both links in
 // the order of their addresses. So links may be assigned to each other.
+// SAFE: What assigning to a link replaces is kept until that link is destroyed. Assigning to a
+// GigE Vision link waits for its transaction, and a thread that waited for the replaced mutex takes
+// the new one. A USB3 Vision link serves one thread, so it must not be assigned to while another
+// thread uses it.
 class BaseCommandLinkGEV::Assignment
 {
 public:

@@ -24,8 +24,10 @@ const void* GetModule()
     return gModule;
 }
 
-// KEEP: where the separator is a backslash, a forward slash is none, and a root directory has none
-// left.
+// KEEP: Where a backslash separates, a forward slash does not: `C:/a\b.dll` lies in `C:/a`. A
+// root directory is named without its separator: `C:\module.dll` lies in `C:`.
+// SAFE: A path of the library's file that holds no separator is 0x0019, since there is nothing
+// to cut.
 bool CutFileName( std::string& aPath, char aSeparator )
 {
     const std::string::size_type lPlace = aPath.find_last_of( aSeparator );

@@ -19,7 +19,7 @@ inline bool IsPresent( const void* aAddress )
     return lAddress != nullptr;
 }
 
-// KEEP: numbers are logged signed, so 0xFFFFFFFF reads -1.
+// KEEP: Numbers of the device are logged signed: 0xFFFFFFFF reads -1.
 inline int ToLogged( unsigned int aValue )
 {
     return static_cast<int>( aValue );

@@ -25,7 +25,9 @@ enum Opcode : uint16_t
 
 constexpr unsigned int BLOCK_SIZE = 512; // a shorter block is the last
 
-// What decoders accept. KEEP: two bytes more than a packet of the standard with a full block.
+// What decoders accept.
+// KEEP: Blocks of up to 514 bytes are decoded, and written, although 512 is the most that is
+// sent.
 constexpr unsigned int MAX_DATA = 514;
 constexpr unsigned int MIN_PACKET = 4;
 constexpr unsigned int MAX_PACKET = MIN_PACKET + MAX_DATA;

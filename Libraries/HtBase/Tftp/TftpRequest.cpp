@@ -24,6 +24,8 @@ constexpr std::size_t MODE_CAPACITY = 10 + 1; // longer modes are refused unseen
 
 } // namespace
 
+// SAFE: A request longer than 1024 bytes, so one for a name of more than 1015, is not sent. The
+// waits that follow fail as for a silent device. A name is kept up to 1023 characters.
 void TftpRequest::SetFileName( const char* aName )
 {
     const std::size_t lLength = std::min( std::strlen( aName ), sizeof( mFileName ) - 1 );
@@ -40,7 +42,7 @@ bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigne
                             unsigned int aCapacity, unsigned int& aLength ) const
 {
     // Opcode and two zeros; the texts are short.
-    // KEEP: the length is told also when the packet does not fit.
+    // KEEP: An encoder tells its length before it finds that the packet does not fit.
     aLength = static_cast<unsigned int>( std::strlen( mFileName ) + std::strlen( aModeText ) + 4 );
     BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( aLength );
     lWriter.Put16( aOpcode );
@@ -49,6 +51,7 @@ bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigne
     return lWriter.IsWhole();
 }
 
+// SAFE: A request is decoded within its bytes: a name or mode without its zero is refused.
 TftpRequest::Verdict TftpRequest::DecodeAs( Tftp::Opcode aOpcode, const unsigned char* aBytes,
                                             unsigned int aCount )
 {
@@ -56,8 +59,9 @@ TftpRequest::Verdict TftpRequest::DecodeAs( Tftp::Opcode aOpcode, const unsigned
     {
         return Verdict::REFUSED;
     }
-    // KEEP: the opcode is compared as it lies in memory, so that on a little-endian host a request
-    // of the wire, and of our own encoder, is refused.
+    // KEEP: The opcode of a request is compared as it lies in memory. On a little-endian host a
+    // request from the wire, and one of our own encoder, is refused. Nothing in the library decodes
+    // requests.
     ByteReader<ByteOrder::HOST> lReader( aBytes, aCount );
     if ( lReader.Get16() != aOpcode )
     {
