@@ -21,10 +21,10 @@ constexpr size_t EARLIER_MAX = 8;
 // machine.
 uint64_t FaultPlan::Generator::Next()
 {
-    mState += 0x9E3779B97F4A7C15u;
+    mState += 0x9E3779B97F4A7C15U;
     uint64_t lValue = mState;
-    lValue = ( lValue ^ ( lValue >> 30 ) ) * 0xBF58476D1CE4E5B9u;
-    lValue = ( lValue ^ ( lValue >> 27 ) ) * 0x94D049BB133111EBu;
+    lValue = ( lValue ^ ( lValue >> 30 ) ) * 0xBF58476D1CE4E5B9U;
+    lValue = ( lValue ^ ( lValue >> 27 ) ) * 0x94D049BB133111EBU;
     return lValue ^ ( lValue >> 31 );
 }
 
@@ -126,7 +126,7 @@ bool FaultPlan::Corrupt( Bytes& aBytes, Generator& aDetails )
     }
     const size_t lReach =
         mRates.mCorruptData ? aBytes.size() : std::min( aBytes.size(), HEADER_SIZE );
-    const size_t lOffset = static_cast<size_t>( aDetails.Below( lReach ) );
+    const auto lOffset = static_cast<size_t>( aDetails.Below( lReach ) );
     const uint64_t lChange = 1 + aDetails.Below( 255 ); // at least one bit
     aBytes[lOffset] = static_cast<uint8_t>( aBytes[lOffset] ^ lChange );
     ++mCounters.mCorrupted;

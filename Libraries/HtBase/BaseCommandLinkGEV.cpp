@@ -152,7 +152,7 @@ BaseCommandLinkGEV::Assignment::Assignment( BaseCommandLinkGEV& aTarget,
     , mTurn( aTarget )
 {
     Keep( aTarget.mHoldings->mReplaced, aTarget.mHoldings->mMutex );
-    const bool lIsTargetFirst = std::less<const BaseCommandLinkGEV*>()( &aTarget, &aSource );
+    const bool lIsTargetFirst = std::less<>()( &aTarget, &aSource );
     (void)( lIsTargetFirst ? aTarget : aSource ).mHoldings->mCopyMutex.Wait(); // cannot fail
     (void)( lIsTargetFirst ? aSource : aTarget ).mHoldings->mCopyMutex.Wait(); // nor this
 }

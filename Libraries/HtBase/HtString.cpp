@@ -56,7 +56,7 @@ const HtString& HtString::operator=( const HtString& aValue )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );
     ASSERT_VALUE();
-    *mThis = *aValue.mThis;
+    *mThis = *aValue.mThis; // NOLINT(clang-analyzer-core.NonNullParamChecker): asserted above
     return *this;
 }
 

@@ -103,7 +103,7 @@ IoStreamRaw::IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity )
 
 // SAFE: Bytes handed over to be sent are never written to: the stream over them stores no zero,
 // so they may lie in read-only memory.
-IoStreamRaw::IoStreamRaw( ReadOnly, const unsigned char* aBytes, unsigned int aCount )
+IoStreamRaw::IoStreamRaw( ReadOnly /*aReadOnly*/, const unsigned char* aBytes, unsigned int aCount )
     : mBuffer( aBytes )
     , mTarget( nullptr )
     , mCapacity( aCount )

@@ -102,7 +102,7 @@ public:
 
     // The same over aCount bytes that are only lent for reading: nothing is ever stored there, no
     // zero either, and Write copies nothing and returns 0.
-    IoStreamRaw( ReadOnly, const unsigned char* aBytes, unsigned int aCount );
+    IoStreamRaw( ReadOnly /*aReadOnly*/, const unsigned char* aBytes, unsigned int aCount );
 
     ~IoStreamRaw() override; // closes
 

@@ -178,7 +178,8 @@ size_t GetMemorySize( const ConfigurationGEV& aConfiguration )
 
 void AddManufacturersRegisters( AddressSpace& aSpace )
 {
-    aSpace.SetAccess( Register::SCRATCH, Register::SCRATCH_COUNT * 4, Access::READ_WRITE );
+    aSpace.SetAccess( Register::SCRATCH, size_t{ Register::SCRATCH_COUNT } * 4,
+                      Access::READ_WRITE );
     Set( aSpace, Register::READ_ONLY_WORD, Register::READ_ONLY_VALUE, Access::READ_ONLY );
     Set( aSpace, Register::BUSY_WORD, 0, Access::READ_WRITE );
     Set( aSpace, Register::BUSY_COUNT, 0, Access::READ_WRITE );

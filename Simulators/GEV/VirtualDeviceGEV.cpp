@@ -13,7 +13,7 @@ namespace
 // Faults belong to whole words.
 uint32_t GetWordAddress( uint32_t aAddress )
 {
-    return aAddress & ~3u;
+    return aAddress & ~3U;
 }
 
 } // namespace

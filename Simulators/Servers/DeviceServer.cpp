@@ -140,6 +140,7 @@ Result DeviceServer::ServeOpen()
                      lListeners.begin() + static_cast<std::ptrdiff_t>( lTurn % lListeners.size() ),
                      lListeners.end() );
         std::vector<SocketUDP*> lSockets;
+        lSockets.reserve( lListeners.size() );
         for ( const Listener& lListener : lListeners )
         {
             lSockets.push_back( lListener.mSocket );

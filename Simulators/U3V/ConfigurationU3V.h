@@ -68,7 +68,7 @@ struct ConfigurationU3V
 
     // Memory that can be written, and such memory at addresses above 32 bits.
     uint64_t mMemoryBase = 0x00100000;
-    size_t mMemorySize = 1024 * 1024;
+    size_t mMemorySize = 0x00100000;
     uint64_t mHighMemoryBase = 0x0123456700000000;
     size_t mHighMemorySize = 4096;
 

@@ -1,6 +1,6 @@
 #include <QmUtilsLib/Thread.h>
 
-#include <time.h>
+#include <ctime>
 
 namespace QmUtilsLib
 {

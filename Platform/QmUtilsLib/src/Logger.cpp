@@ -28,7 +28,7 @@ struct SinkHolder
 
 std::shared_ptr<const LogSink> GetSink()
 {
-    SinkHolder& lHolder = GetImmortal<SinkHolder>();
+    auto& lHolder = GetImmortal<SinkHolder>();
     LockScope lLock( lHolder.mMutex );
     return lHolder.mSink;
 }
@@ -55,7 +55,7 @@ public:
         try
         {
             mLong.resize( static_cast<std::size_t>( lLength ) );
-            (void)std::vsnprintf( &mLong[0], mLong.size() + 1, aFormat, aArguments );
+            (void)std::vsnprintf( mLong.data(), mLong.size() + 1, aFormat, aArguments );
         }
         catch ( const std::bad_alloc& )
         {
@@ -135,7 +135,7 @@ void Logger::SetSink( LogSink aSink )
     {
         lSink = std::make_shared<const LogSink>( std::move( aSink ) );
     }
-    SinkHolder& lHolder = GetImmortal<SinkHolder>();
+    auto& lHolder = GetImmortal<SinkHolder>();
     LockScope lLock( lHolder.mMutex );
     lHolder.mSink.swap( lSink );
     // The lock is released before lSink, declared above it, lets the old sink go.

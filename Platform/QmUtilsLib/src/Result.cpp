@@ -48,7 +48,7 @@ constexpr const char* UNNAMED = "UNNAMED";
 
 const char* GetNumericName( unsigned int aCode )
 {
-    NumericNames& lKept = GetImmortal<NumericNames>();
+    auto& lKept = GetImmortal<NumericNames>();
     LockScope lLock( lKept.mMutex );
     const auto lFound = lKept.mNames.find( aCode );
     if ( lFound != lKept.mNames.end() )

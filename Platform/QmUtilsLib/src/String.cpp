@@ -31,11 +31,17 @@ struct LeadByte
 LeadByte ClassifyLeadByte( unsigned char aByte )
 {
     if ( aByte < 0x80 )
+    {
         return { 0, aByte, 0x80, 0xBF };
+    }
     if ( aByte < 0xC2 )
+    {
         return { -1, 0, 0x80, 0xBF };
+    }
     if ( aByte < 0xE0 )
+    {
         return { 1, aByte & 0x1FU, 0x80, 0xBF };
+    }
     if ( aByte < 0xF0 )
     {
         const unsigned char lMin = aByte == 0xE0 ? 0xA0 : 0x80;

@@ -38,6 +38,7 @@ std::string Describe( const std::vector<Bytes>& aCommands )
 std::vector<Bytes> GetBytes( const std::vector<ScriptedControl::Command>& aCommands )
 {
     std::vector<Bytes> lBytes;
+    lBytes.reserve( aCommands.size() );
     for ( const ScriptedControl::Command& lCommand : aCommands )
     {
         lBytes.push_back( lCommand.mBytes );

@@ -106,7 +106,7 @@ std::string DiscoveryAcknowledge::GetText( std::size_t aOffset, std::size_t aSiz
         return std::string();
     }
     std::string lText( aSize, '\0' );
-    MakeReader( HEADER_SIZE + aOffset ).GetBytes( &lText[0], aSize );
+    MakeReader( HEADER_SIZE + aOffset ).GetBytes( lText.data(), aSize );
     return lText.substr( 0, lText.find( '\0' ) );
 }
 

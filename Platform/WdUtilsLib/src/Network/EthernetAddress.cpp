@@ -13,11 +13,17 @@ namespace
 int GetDigit( char aCharacter )
 {
     if ( aCharacter >= '0' && aCharacter <= '9' )
+    {
         return aCharacter - '0';
+    }
     if ( aCharacter >= 'a' && aCharacter <= 'f' )
+    {
         return aCharacter - 'a' + 10;
+    }
     if ( aCharacter >= 'A' && aCharacter <= 'F' )
+    {
         return aCharacter - 'A' + 10;
+    }
     return -1;
 }
 
