@@ -27,7 +27,7 @@ list_changed()
 # are included.
 only_tidied()
 {
-    grep -E '^(Libraries|Platform|Simulators)/.*\.cpp$' || true
+    grep -E '^(Examples|Libraries|Platform|Simulators|Tools|benchmarks|fuzz)/.*\.cpp$' || true
 }
 
 # check_format FILE...
@@ -36,11 +36,13 @@ check_format()
     [ $# -eq 0 ] || clang-format --dry-run -Werror "$@"
 }
 
-# tidy FILE...: by the commands of the build by clang, which is configured for that, not built.
+# tidy FILE...: by the commands of a build by clang that is configured for that and never built, so
+# without precompiled headers.
 tidy()
 {
     [ $# -gt 0 ] || return 0
-    [ -e build/clang/build.ninja ] || cmake --preset clang >/dev/null
-    ninja -C build/clang build.ninja >/dev/null
-    printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build/clang
+    [ -e build/tidy/build.ninja ] ||
+        cmake --preset clang -B build/tidy -D CMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null
+    ninja -C build/tidy build.ninja >/dev/null
+    printf '%s\0' "$@" | xargs -0 -n 1 -P "$(nproc)" clang-tidy --quiet -p build/tidy
 }
