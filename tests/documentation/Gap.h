@@ -1,19 +1,25 @@
-// A header that tells of all but one declaration.
+/// @file
+/// A header that documents all but one declaration.
 #pragma once
 
-// Told of.
+/// Documented.
 class HTBASE_API Gap
 {
 public:
-    // Told of together.
+    /// Documented together.
+    ///@{
     void First();
     void Second();
+    ///@}
 
-    void Third();  // told of alone
-    void Fourth(); // likewise
+    void Third();  ///< documented alone
+    void Fourth(); ///< likewise
 
+    /// Documented together.
+    ///@{
     Gap( const Gap& aOther );
     Gap& operator=( const Gap& aOther );
+    ///@}
 
     void Untold();
 };

@@ -1,3 +1,4 @@
+/// @file
 /// PacketBytes: the order of a number's bytes in a packet.
 #pragma once
 

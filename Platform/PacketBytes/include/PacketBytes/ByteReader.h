@@ -1,3 +1,4 @@
+/// @file
 /// PacketBytes: reading a packet, field by field.
 #pragma once
 
@@ -34,6 +35,7 @@ public:
     std::size_t GetLeft() const { return mLeft; }
 
     /// The next field, a number of one byte.
+    ///@{
     uint8_t Get8()
     {
         const unsigned char* const lBytes = Take( 1 );
@@ -42,6 +44,7 @@ public:
     uint16_t Get16() { return GetNumber<uint16_t>(); } ///< one of 2 bytes
     uint32_t Get32() { return GetNumber<uint32_t>(); } ///< one of 4 bytes
     uint64_t Get64() { return GetNumber<uint64_t>(); } ///< one of 8 bytes
+    ///@}
 
     /// Copies the next aCount bytes to aTarget; nothing where the packet ends before.
     void GetBytes( void* aTarget, std::size_t aCount )

@@ -1,3 +1,4 @@
+/// @file
 /// PacketBytes: writing a packet, field by field.
 #pragma once
 
@@ -34,10 +35,12 @@ public:
     std::size_t GetLeft() const { return mLeft; }
 
     /// Writes a number of one byte.
+    ///@{
     void Put8( uint8_t aValue ) { PutBytes( &aValue, sizeof( aValue ) ); }
     void Put16( uint16_t aValue ) { PutNumber( aValue ); } ///< one of 2 bytes
     void Put32( uint32_t aValue ) { PutNumber( aValue ); } ///< one of 4 bytes
     void Put64( uint64_t aValue ) { PutNumber( aValue ); } ///< one of 8 bytes
+    ///@}
 
     /// Writes the aCount bytes at aSource, which may be null where aCount is 0.
     void PutBytes( const void* aSource, std::size_t aCount )

@@ -1,4 +1,5 @@
-// QmUtilsLib: assertions of programming errors.
+/// @file
+/// QmUtilsLib: assertions of programming errors.
 #pragma once
 
 #include <QmUtilsLib/Export.h>
@@ -6,31 +7,32 @@
 namespace QmUtilsLib
 {
 
-// AssertionHandler is called when an assertion of a debug build does not hold.
-// aExpression is the text of the assertion exactly as it stands in the source, aFile the source
-// file, aLine its line; all live as long as the program. The handler may end the process or return;
-// when it returns, the code goes on as a release build would.
+/// AssertionHandler is called when an assertion of a debug build does not hold.
+/// aExpression is the text of the assertion exactly as it stands in the source, aFile the source
+/// file, aLine its line; all live as long as the program. The handler may end the process or
+/// return; when it returns, the code goes on as a release build would.
 using AssertionHandler = void ( * )( const char* aExpression, const char* aFile, int aLine );
 
-// SetAssertionHandler replaces the process-wide handler and returns the one before it. A null
-// handler brings back the default, which prints the assertion to standard error and aborts.
-// Safe from any thread.
+/// SetAssertionHandler replaces the process-wide handler and returns the one before it. A null
+/// handler brings back the default, which prints the assertion to standard error and aborts.
+/// Safe from any thread.
 QMUTILSLIB_API AssertionHandler SetAssertionHandler( AssertionHandler aHandler );
 
-// AssertionFailed calls the handler. Use the macros below.
+/// AssertionFailed calls the handler. Use the macros below.
 QMUTILSLIB_API void AssertionFailed( const char* aExpression, const char* aFile, int aLine );
 
 } // namespace QmUtilsLib
 
-// QMUTILSLIB_ASSERT( condition ) reports its condition, letter for letter, when it does not hold.
-// QMUTILSLIB_ASSERT_TEXT( condition, text ) reports the given text instead.
-// Release builds (NDEBUG) compile neither: the condition is not evaluated.
 #if defined( NDEBUG )
 #define QMUTILSLIB_ASSERT_TEXT( aCondition, aText ) static_cast<void>( 0 )
 #define QMUTILSLIB_ASSERT( aCondition ) static_cast<void>( 0 )
 #else
+/// QMUTILSLIB_ASSERT_TEXT calls AssertionFailed with aText when aCondition is false. A release
+/// build (NDEBUG) does not evaluate the condition.
 #define QMUTILSLIB_ASSERT_TEXT( aCondition, aText ) \
     ( ( aCondition ) ? static_cast<void>( 0 )       \
                      : ::QmUtilsLib::AssertionFailed( aText, __FILE__, __LINE__ ) )
+
+/// QMUTILSLIB_ASSERT does the same with the condition's own text.
 #define QMUTILSLIB_ASSERT( aCondition ) QMUTILSLIB_ASSERT_TEXT( aCondition, #aCondition )
 #endif

@@ -1,9 +1,9 @@
-// QmUtilsLib: what the library shows to others.
+/// @file
+/// QmUtilsLib: what the library exports.
 #pragma once
 
-// QMUTILSLIB_API marks what is exported.
 #if defined( _WIN32 )
 #define QMUTILSLIB_API
 #else
-#define QMUTILSLIB_API [[gnu::visibility( "default" )]]
+#define QMUTILSLIB_API [[gnu::visibility( "default" )]] ///< exported
 #endif

@@ -1,4 +1,5 @@
-// QmUtilsLib: mutual exclusion of threads.
+/// @file
+/// QmUtilsLib: mutual exclusion of threads.
 #pragma once
 
 #include <QmUtilsLib/Export.h>
@@ -10,8 +11,8 @@
 namespace QmUtilsLib
 {
 
-// Mutex is an unnamed mutex of this process, re-entrant for the thread that owns it: who has waited
-// n times releases n times. It must not be owned by anyone when it is destroyed.
+/// Mutex is an unnamed mutex of this process, re-entrant for the thread that owns it: who has
+/// waited n times releases n times. It must not be owned by anyone when it is destroyed.
 class QMUTILSLIB_API QMUTILSLIB_CAPABILITY( "mutex" ) Mutex
 {
 public:
@@ -19,23 +20,25 @@ public:
     Mutex( const Mutex& ) = delete;
     Mutex& operator=( const Mutex& ) = delete;
 
-    // Wait blocks until the calling thread owns the mutex. OK always.
+    /// Wait blocks until the calling thread owns the mutex. OK always.
     Result Wait() QMUTILSLIB_ACQUIRE();
 
-    // Release gives up one ownership of the calling thread, which must have one.
+    /// Release gives up one ownership of the calling thread, which must have one.
     void Release() QMUTILSLIB_RELEASE();
 
 private:
     std::recursive_mutex mMutex;
 };
 
-// LockScope owns a mutex from its construction to its destruction. The mutex is borrowed.
+/// LockScope owns a mutex from its construction to its destruction. The mutex is borrowed.
 class QMUTILSLIB_API QMUTILSLIB_SCOPED_CAPABILITY LockScope
 {
 public:
-    // Waits for the mutex.
+    /// Waits for the mutex.
+    ///@{
     explicit LockScope( Mutex& aMutex ) QMUTILSLIB_ACQUIRE( aMutex );
     ~LockScope() QMUTILSLIB_RELEASE();
+    ///@}
 
     LockScope( const LockScope& ) = delete;
     LockScope& operator=( const LockScope& ) = delete;

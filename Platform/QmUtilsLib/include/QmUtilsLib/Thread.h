@@ -1,4 +1,5 @@
-// QmUtilsLib: the one source of time.
+/// @file
+/// QmUtilsLib: the one source of time.
 #pragma once
 
 #include <QmUtilsLib/Export.h>
@@ -6,14 +7,14 @@
 namespace QmUtilsLib
 {
 
-// Thread groups what the calling thread may ask of the system.
+/// Thread groups what the calling thread may ask of the system.
 class QMUTILSLIB_API Thread
 {
 public:
     Thread() = delete;
 
-    // GetTickCount gives a monotonic time in milliseconds since a moment that never changes while
-    // the process runs. Safe from any thread.
+    /// GetTickCount gives a monotonic time in milliseconds since a moment that never changes while
+    /// the process runs. Safe from any thread.
     static long long GetTickCount();
 };
 

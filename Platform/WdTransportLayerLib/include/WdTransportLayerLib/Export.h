@@ -1,9 +1,9 @@
-// WdTransportLayerLib: what the library shows to others.
+/// @file
+/// WdTransportLayerLib: what the library exports.
 #pragma once
 
-// WDTRANSPORTLAYERLIB_API marks what is exported.
 #if defined( _WIN32 )
 #define WDTRANSPORTLAYERLIB_API
 #else
-#define WDTRANSPORTLAYERLIB_API [[gnu::visibility( "default" )]]
+#define WDTRANSPORTLAYERLIB_API [[gnu::visibility( "default" )]] ///< exported
 #endif

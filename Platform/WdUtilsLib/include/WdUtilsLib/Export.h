@@ -1,9 +1,9 @@
-// WdUtilsLib: what the library shows to others.
+/// @file
+/// WdUtilsLib: what the library exports.
 #pragma once
 
-// WDUTILSLIB_API marks what is exported.
 #if defined( _WIN32 )
 #define WDUTILSLIB_API
 #else
-#define WDUTILSLIB_API [[gnu::visibility( "default" )]]
+#define WDUTILSLIB_API [[gnu::visibility( "default" )]] ///< exported
 #endif

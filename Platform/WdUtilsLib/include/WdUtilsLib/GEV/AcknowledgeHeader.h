@@ -1,4 +1,5 @@
-// WdUtilsLib: the acknowledges of GVCP, the GigE Vision control protocol.
+/// @file
+/// WdUtilsLib: the acknowledges of GVCP, the GigE Vision control protocol.
 #pragma once
 
 #include <PacketBytes/ByteReader.h>
@@ -13,33 +14,34 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-// AcknowledgeHeader is a view of a buffer into which an acknowledge is, or will be, received.
-//
-//   offset  size
-//   0       2     status, 0x0000 success
-//   2       2     acknowledge code, the command's plus one
-//   4       2     length of the payload behind the header
-//   6       2     acknowledge identifier, the command's request identifier
-//
-// The buffer is borrowed and must outlive the view. No operation looks past the size given; a field
-// beyond it reads as 0. Values are returned in host order. Whether the datagram in the buffer is
-// long enough for a field only the caller knows: ask IsValid with the bytes received first.
+/// AcknowledgeHeader is a view of a buffer into which an acknowledge is, or will be, received.
+///
+///     offset  size
+///     0       2     status, 0x0000 success
+///     2       2     acknowledge code, the command's plus one
+///     4       2     length of the payload behind the header
+///     6       2     acknowledge identifier, the command's request identifier
+///
+/// The buffer is borrowed and must outlive the view. No operation looks past the size given; a
+/// field beyond it reads as 0. Values are returned in host order. Whether the datagram in the
+/// buffer is long enough for a field only the caller knows: ask IsValid with the bytes received
+/// first.
 class AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t HEADER_SIZE = 8; // bytes in front of the payload
+    static constexpr std::size_t HEADER_SIZE = 8; ///< bytes in front of the payload
 
-    // A view of the aSize bytes at aBuffer.
+    /// A view of the aSize bytes at aBuffer.
     AcknowledgeHeader( const void* aBuffer, std::size_t aSize )
         : mBytes( static_cast<const uint8_t*>( aBuffer ) )
         , mSize( aSize )
     {
     }
 
-    // IsValid tells whether the aReceived bytes in the buffer are the complete acknowledge of
-    // aCommand: header and payload length make up what was received, the code is the command's plus
-    // one and the identifier is the command's. The status plays no part, since a refusal is a valid
-    // answer; nor does the payload's size, which the operation that reads it must judge.
+    /// IsValid tells whether the aReceived bytes in the buffer are the complete acknowledge of
+    /// aCommand: header and payload length make up what was received, the code is the command's
+    /// plus one and the identifier is the command's. The status plays no part, since a refusal is a
+    /// valid answer; nor does the payload's size, which the operation that reads it must judge.
     bool IsValid( unsigned int aReceived, const CommandHeader& aCommand ) const
     {
         PacketBytes::BigReader lReader =
@@ -53,23 +55,25 @@ public:
                lAcknowledgeId == aCommand.GetRequestId();
     }
 
-    // The fields of the header; 0 where the buffer is shorter than a header.
+    /// The fields of the header; 0 where the buffer is shorter than a header.
+    ///@{
     unsigned short GetStatus() const { return GetField( STATUS_OFFSET ); }
     unsigned short GetAcknowledge() const { return GetField( ACKNOWLEDGE_OFFSET ); }
     unsigned short GetLength() const { return GetField( LENGTH_OFFSET ); }
     unsigned short GetAcknowledgeId() const { return GetField( ACKNOWLEDGE_ID_OFFSET ); }
+    ///@}
 
 protected:
-    // A reader from an offset in the datagram to the end of the payload: that of the length field,
-    // or the buffer's where it ends before.
+    /// A reader from an offset in the datagram to the end of the payload: that of the length field,
+    /// or the buffer's where it ends before.
     PacketBytes::BigReader MakeReader( std::size_t aOffset ) const
     {
         const std::size_t lTotalLength = HEADER_SIZE + GetLength();
         return PacketBytes::BigReader( mBytes, std::min( mSize, lTotalLength ) ).Skip( aOffset );
     }
 
-    // Reads at an offset from the start of the buffer, whatever the length field says. 0 where the
-    // buffer ends before, or within the header.
+    /// Reads at an offset from the start of the buffer, whatever the length field says. 0 where the
+    /// buffer ends before, or within the header.
     unsigned short GetField( std::size_t aOffset ) const
     {
         return mSize < HEADER_SIZE
@@ -87,25 +91,25 @@ private:
     std::size_t mSize;
 };
 
-// PendingAcknowledgeHeader is a view of a PENDINGACK: the device asks for more time.
-//
-//   offset  size
-//   8       2     reserved
-//   10      2     time to completion, milliseconds
+/// PendingAcknowledgeHeader is a view of a PENDINGACK: the device asks for more time.
+///
+///     offset  size
+///     8       2     reserved
+///     10      2     time to completion, milliseconds
 class PendingAcknowledgeHeader : public AcknowledgeHeader
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = 0x0089; // its acknowledge code
-    static constexpr std::size_t SIZE = 12;               // bytes of the whole datagram
+    static constexpr unsigned short ACKNOWLEDGE = 0x0089; ///< its acknowledge code
+    static constexpr std::size_t SIZE = 12;               ///< bytes of the whole datagram
 
-    // A view of the aSize bytes at aBuffer.
+    /// A view of the aSize bytes at aBuffer.
     PendingAcknowledgeHeader( const void* aBuffer, std::size_t aSize )
         : AcknowledgeHeader( aBuffer, aSize )
     {
     }
 
-    // Milliseconds the device still needs, counted from the arrival of this datagram. The length
-    // field plays no part.
+    /// Milliseconds the device still needs, counted from the arrival of this datagram. The length
+    /// field plays no part.
     unsigned short GetTimeToCompletion() const { return GetField( TIME_OFFSET ); }
 
 private:

@@ -1,4 +1,5 @@
-// WdUtilsLib: the commands of GVCP, the GigE Vision control protocol.
+/// @file
+/// WdUtilsLib: the commands of GVCP, the GigE Vision control protocol.
 #pragma once
 
 #include <PacketBytes/ByteReader.h>
@@ -13,34 +14,36 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-// The UDP port on which a device listens for GVCP.
+/// The UDP port on which a device listens for GVCP.
 constexpr unsigned short GVCP_PORT = 3956;
 
-// CommandHeader is a whole GVCP command: the object is the datagram, so what is sent is
-// GetTotalLength() bytes from the object's own address.
-//
-//   offset  size
-//   0       1     key, 0x42
-//   1       1     flags: 0x01 acknowledge required
-//   2       2     command
-//   4       2     length of the payload behind the header
-//   6       2     request identifier, never 0 on the wire
-//
-// The classes derived from it add operations on the payload and no members. Bytes behind the
-// payload are never sent and have no value. All values are given and returned in host order.
-// Objects of these classes follow the rules of int for threads.
+/// CommandHeader is a whole GVCP command: the object is the datagram, so what is sent is
+/// GetTotalLength() bytes from the object's own address.
+///
+///     offset  size
+///     0       1     key, 0x42
+///     1       1     flags: 0x01 acknowledge required
+///     2       2     command
+///     4       2     length of the payload behind the header
+///     6       2     request identifier, never 0 on the wire
+///
+/// The classes derived from it add operations on the payload and no members. Bytes behind the
+/// payload are never sent and have no value. All values are given and returned in host order.
+/// Objects of these classes follow the rules of int for threads.
 class CommandHeader
 {
 public:
-    // The header; the largest datagram that GVCP allows, and the largest payload in it.
+    /// The header; the largest datagram that GVCP allows, and the largest payload in it.
+    ///@{
     static constexpr std::size_t HEADER_SIZE = 8;
     static constexpr std::size_t MAX_SIZE = 548;
     static constexpr std::size_t MAX_PAYLOAD_SIZE = MAX_SIZE - HEADER_SIZE;
+    ///@}
 
-    static constexpr uint8_t KEY = 0x42;              // the first byte of every command
-    static constexpr uint8_t FLAG_ACKNOWLEDGE = 0x01; // acknowledge required
+    static constexpr uint8_t KEY = 0x42;              ///< the first byte of every command
+    static constexpr uint8_t FLAG_ACKNOWLEDGE = 0x01; ///< acknowledge required
 
-    // A command without payload, acknowledge required, request identifier 0.
+    /// A command without payload, acknowledge required, request identifier 0.
     explicit CommandHeader( unsigned short aCommand )
     {
         PacketBytes::BigWriter lWriter( mBytes, HEADER_SIZE );
@@ -51,32 +54,36 @@ public:
         lWriter.Put16( 0 ); // request identifier
     }
 
-    // Sets the request identifier, which the acknowledge echoes.
+    /// Sets the request identifier, which the acknowledge echoes.
     void InitRequestId( unsigned short aRequestId )
     {
         MakeHeaderWriter( REQUEST_ID_OFFSET ).Put16( aRequestId );
     }
 
-    // Sets or clears the acknowledge-required flag.
+    /// Sets or clears the acknowledge-required flag.
     void InitFlagAcknowledge( bool aRequired ) { InitFlag( FLAG_ACKNOWLEDGE, aRequired ); }
 
-    // The fields of the header.
+    /// The fields of the header.
+    ///@{
     unsigned short GetRequestId() const { return MakeHeaderReader( REQUEST_ID_OFFSET ).Get16(); }
     unsigned short GetCommand() const { return MakeHeaderReader( COMMAND_OFFSET ).Get16(); }
     bool GetFlagAcknowledge() const
     {
         return ( MakeHeaderReader( FLAGS_OFFSET ).Get8() & FLAG_ACKNOWLEDGE ) != 0;
     }
+    ///@}
 
-    // Bytes of payload, and bytes to send: header and payload.
+    /// Bytes of payload, and bytes to send: header and payload.
+    ///@{
     unsigned short GetLength() const { return MakeHeaderReader( LENGTH_OFFSET ).Get16(); }
     unsigned short GetTotalLength() const
     {
         return static_cast<unsigned short>( HEADER_SIZE + GetLength() ); // at most MAX_SIZE
     }
+    ///@}
 
 protected:
-    // Sets the flags byte's other bits, which some commands define.
+    /// Sets the flags byte's other bits, which some commands define.
     void InitFlag( uint8_t aFlag, bool aSet )
     {
         const int lOthers = MakeHeaderReader( FLAGS_OFFSET ).Get8() & ~aFlag;
@@ -84,8 +91,8 @@ protected:
             .Put8( static_cast<uint8_t>( lOthers | ( aSet ? aFlag : 0 ) ) );
     }
 
-    // Sets the payload's length. What the payload gains is zeros, so that whatever is sent has been
-    // written. False, and nothing changed, beyond MAX_PAYLOAD_SIZE.
+    /// Sets the payload's length. What the payload gains is zeros, so that whatever is sent has
+    /// been written. False, and nothing changed, beyond MAX_PAYLOAD_SIZE.
     bool InitLength( std::size_t aLength )
     {
         const std::size_t lBefore = GetLength();
@@ -99,7 +106,7 @@ protected:
         return true;
     }
 
-    // A writer from an offset in the datagram to the end of the payload.
+    /// A writer from an offset in the datagram to the end of the payload.
     PacketBytes::BigWriter MakeWriter( std::size_t aOffset )
     {
         PacketBytes::BigWriter lWriter( mBytes, sizeof( mBytes ) );

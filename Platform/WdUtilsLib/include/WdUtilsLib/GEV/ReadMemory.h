@@ -1,4 +1,5 @@
-// WdUtilsLib: GVCP READMEM.
+/// @file
+/// WdUtilsLib: GVCP READMEM.
 #pragma once
 
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
@@ -9,31 +10,31 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-// ReadMemoryCommand reads consecutive bytes.
-//
-//   offset  size
-//   8       4     address, a multiple of 4
-//   12      2     reserved
-//   14      2     count of bytes, a multiple of 4
+/// ReadMemoryCommand reads consecutive bytes.
+///
+///     offset  size
+///     8       4     address, a multiple of 4
+///     12      2     reserved
+///     14      2     count of bytes, a multiple of 4
 class ReadMemoryCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0084; // the command code
+    static constexpr unsigned short COMMAND = 0x0084; ///< the command code
 
-    // Address and count are 0.
+    /// Address and count are 0.
     ReadMemoryCommand()
         : CommandHeader( COMMAND )
     {
         (void)InitLength( 8 ); // fits
     }
 
-    // Sets the count; the field has 16 bits and takes the low ones.
+    /// Sets the count; the field has 16 bits and takes the low ones.
     void InitCount( unsigned int aCount )
     {
         MakeWriter( COUNT_OFFSET ).Put16( static_cast<uint16_t>( aCount ) );
     }
 
-    // Sets the address.
+    /// Sets the address.
     void InitAddress( unsigned int aAddress ) { MakeWriter( ADDRESS_OFFSET ).Put32( aAddress ); }
 
 private:
@@ -42,22 +43,22 @@ private:
 };
 static_assert( sizeof( ReadMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-// ReadMemoryAcknowledge carries the bytes.
-//
-//   offset  size
-//   8       4     address
-//   12      n     data
+/// ReadMemoryAcknowledge carries the bytes.
+///
+///     offset  size
+///     8       4     address
+///     12      n     data
 class ReadMemoryAcknowledge : public AcknowledgeHeader
 {
 public:
-    // A view of the aSize bytes at aBuffer.
+    /// A view of the aSize bytes at aBuffer.
     ReadMemoryAcknowledge( const void* aBuffer, std::size_t aSize )
         : AcknowledgeHeader( aBuffer, aSize )
     {
     }
 
-    // CopyData copies the first aSize bytes of the data. False, and nothing copied, when the packet
-    // carries fewer or aSize is negative.
+    /// CopyData copies the first aSize bytes of the data. False, and nothing copied, when the
+    /// packet carries fewer or aSize is negative.
     bool CopyData( void* aData, long long aSize ) const
     {
         PacketBytes::BigReader lReader = MakeReader( DATA_OFFSET );

@@ -1,4 +1,5 @@
-// WdUtilsLib: GVCP READREG.
+/// @file
+/// WdUtilsLib: GVCP READREG.
 #pragma once
 
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
@@ -9,30 +10,30 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-// ReadRegisterCommand reads 32-bit registers.
-//
-//   offset     size
-//   8 + 4 i    4     address of register i, a multiple of 4
+/// ReadRegisterCommand reads 32-bit registers.
+///
+///     offset     size
+///     8 + 4 i    4     address of register i, a multiple of 4
 class ReadRegisterCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0080;                  // the command code
-    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 4; // registers in a packet
+    static constexpr unsigned short COMMAND = 0x0080;                  ///< the command code
+    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 4; ///< registers in a packet
 
     ReadRegisterCommand()
         : CommandHeader( COMMAND )
     {
     }
 
-    // Sets how many registers are read, 1 to MAX_QUANTITY; a new one has address 0. False, and
-    // nothing changed, beyond.
+    /// Sets how many registers are read, 1 to MAX_QUANTITY; a new one has address 0. False, and
+    /// nothing changed, beyond.
     bool InitOperationQty( unsigned int aQuantity )
     {
         return aQuantity != 0 && InitLength( REGISTER_SIZE * aQuantity );
     }
 
-    // Sets the address of register aIndex. False, and nothing changed, where the packet has no such
-    // register.
+    /// Sets the address of register aIndex. False, and nothing changed, where the packet has no
+    /// such register.
     bool InitAddress( unsigned int aIndex, unsigned int aAddress )
     {
         PacketBytes::BigWriter lWriter = MakeWriter( ADDRESS_OFFSET + REGISTER_SIZE * aIndex );
@@ -46,21 +47,21 @@ private:
 };
 static_assert( sizeof( ReadRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-// ReadRegisterAcknowledge carries the values in the order of the addresses.
-//
-//   offset     size
-//   8 + 4 i    4     value of register i
+/// ReadRegisterAcknowledge carries the values in the order of the addresses.
+///
+///     offset     size
+///     8 + 4 i    4     value of register i
 class ReadRegisterAcknowledge : public AcknowledgeHeader
 {
 public:
-    // A view of the aSize bytes at aBuffer.
+    /// A view of the aSize bytes at aBuffer.
     ReadRegisterAcknowledge( const void* aBuffer, std::size_t aSize )
         : AcknowledgeHeader( aBuffer, aSize )
     {
     }
 
-    // The value of register aIndex, in host order, or with its bytes as they lie in the packet.
-    // 0 where the packet has no such value.
+    /// The value of register aIndex, in host order, or with its bytes as they lie in the packet.
+    /// 0 where the packet has no such value.
     unsigned int GetValue( unsigned int aIndex, bool aHostOrder ) const
     {
         PacketBytes::BigReader lReader = MakeReader( VALUE_OFFSET + REGISTER_SIZE * aIndex );

@@ -1,4 +1,5 @@
-// WdUtilsLib: GVCP WRITEMEM.
+/// @file
+/// WdUtilsLib: GVCP WRITEMEM.
 #pragma once
 
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
@@ -9,31 +10,31 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-// WriteMemoryCommand writes consecutive bytes.
-//
-//   offset  size
-//   8       4     address, a multiple of 4
-//   12      n     data
+/// WriteMemoryCommand writes consecutive bytes.
+///
+///     offset  size
+///     8       4     address, a multiple of 4
+///     12      n     data
 class WriteMemoryCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0086; // the command code
+    static constexpr unsigned short COMMAND = 0x0086; ///< the command code
 
-    // The most data that one packet carries: 536 bytes.
+    /// The most data that one packet carries: 536 bytes.
     static constexpr std::size_t MAX_DATA_SIZE = MAX_PAYLOAD_SIZE - 4;
 
-    // The address is 0 and there is no data.
+    /// The address is 0 and there is no data.
     WriteMemoryCommand()
         : CommandHeader( COMMAND )
     {
         (void)InitLength( 4 ); // fits
     }
 
-    // Sets the address.
+    /// Sets the address.
     void InitAddress( unsigned int aAddress ) { MakeWriter( ADDRESS_OFFSET ).Put32( aAddress ); }
 
-    // SetData copies aSize bytes into the packet. False, and nothing changed, when aSize is
-    // negative or more than MAX_DATA_SIZE.
+    /// SetData copies aSize bytes into the packet. False, and nothing changed, when aSize is
+    /// negative or more than MAX_DATA_SIZE.
     bool SetData( const void* aData, long long aSize )
     {
         if ( aSize < 0 || aSize > static_cast<long long>( MAX_DATA_SIZE ) )
@@ -52,23 +53,23 @@ private:
 };
 static_assert( sizeof( WriteMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-// WriteMemoryAcknowledge tells how far the device came.
-//
-//   offset  size
-//   8       2     reserved
-//   10      2     index: bytes written
+/// WriteMemoryAcknowledge tells how far the device came.
+///
+///     offset  size
+///     8       2     reserved
+///     10      2     index: bytes written
 class WriteMemoryAcknowledge : public AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12; // bytes of the whole datagram
+    static constexpr std::size_t SIZE = 12; ///< bytes of the whole datagram
 
-    // A view of the aSize bytes at aBuffer.
+    /// A view of the aSize bytes at aBuffer.
     WriteMemoryAcknowledge( const void* aBuffer, std::size_t aSize )
         : AcknowledgeHeader( aBuffer, aSize )
     {
     }
 
-    // Bytes that the device has written.
+    /// Bytes that the device has written.
     unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
 
 private:

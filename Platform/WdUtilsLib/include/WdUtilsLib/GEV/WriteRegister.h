@@ -1,4 +1,5 @@
-// WdUtilsLib: GVCP WRITEREG.
+/// @file
+/// WdUtilsLib: GVCP WRITEREG.
 #pragma once
 
 #include <WdUtilsLib/GEV/AcknowledgeHeader.h>
@@ -9,31 +10,32 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-// WriteRegisterCommand writes 32-bit registers.
-//
-//   offset      size
-//   8 + 8 i     4     address of register i, a multiple of 4
-//   12 + 8 i    4     value of register i
+/// WriteRegisterCommand writes 32-bit registers.
+///
+///     offset      size
+///     8 + 8 i     4     address of register i, a multiple of 4
+///     12 + 8 i    4     value of register i
 class WriteRegisterCommand : public CommandHeader
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0082;                  // the command code
-    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 8; // registers in a packet
+    static constexpr unsigned short COMMAND = 0x0082;                  ///< the command code
+    static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 8; ///< registers in a packet
 
     WriteRegisterCommand()
         : CommandHeader( COMMAND )
     {
     }
 
-    // Sets how many registers are written, 1 to MAX_QUANTITY; a new one has address and value 0.
-    // False, and nothing changed, beyond.
+    /// Sets how many registers are written, 1 to MAX_QUANTITY; a new one has address and value 0.
+    /// False, and nothing changed, beyond.
     bool InitOperationQty( unsigned int aQuantity )
     {
         return aQuantity != 0 && InitLength( REGISTER_SIZE * aQuantity );
     }
 
-    // Set the address, and the value in host order, of register aIndex. False, and nothing changed,
-    // where the packet has no such register.
+    /// Set the address, and the value in host order, of register aIndex. False, and nothing
+    /// changed, where the packet has no such register.
+    ///@{
     bool InitAddress( unsigned int aIndex, unsigned int aAddress )
     {
         return InitField( ADDRESS_OFFSET + REGISTER_SIZE * aIndex, aAddress );
@@ -42,6 +44,7 @@ public:
     {
         return InitField( VALUE_OFFSET + REGISTER_SIZE * aIndex, aValue );
     }
+    ///@}
 
 private:
     static constexpr std::size_t ADDRESS_OFFSET = 8;
@@ -57,23 +60,23 @@ private:
 };
 static_assert( sizeof( WriteRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-// WriteRegisterAcknowledge tells how far the device came.
-//
-//   offset  size
-//   8       2     reserved
-//   10      2     index: registers written
+/// WriteRegisterAcknowledge tells how far the device came.
+///
+///     offset  size
+///     8       2     reserved
+///     10      2     index: registers written
 class WriteRegisterAcknowledge : public AcknowledgeHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12; // bytes of the whole datagram
+    static constexpr std::size_t SIZE = 12; ///< bytes of the whole datagram
 
-    // A view of the aSize bytes at aBuffer.
+    /// A view of the aSize bytes at aBuffer.
     WriteRegisterAcknowledge( const void* aBuffer, std::size_t aSize )
         : AcknowledgeHeader( aBuffer, aSize )
     {
     }
 
-    // Registers that the device has written.
+    /// Registers that the device has written.
     unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
 
 private:

@@ -1,4 +1,5 @@
-// WdUtilsLib: the acknowledges of GenCP as USB3 Vision carries them.
+/// @file
+/// WdUtilsLib: the acknowledges of GenCP as USB3 Vision carries them.
 #pragma once
 
 #include <PacketBytes/ByteReader.h>
@@ -15,56 +16,58 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-// AckHeader is a view of the header that every GenCP acknowledge begins with.
-//
-//   offset  size
-//   0       4     prefix, as in the command
-//   4       2     status, 0x0000 success
-//   6       2     acknowledge code, the command's plus one
-//   8       2     length of the data behind the header
-//   10      2     request identifier of the command
-//
-// The memory is borrowed and must outlive the view. All values are returned in host order; a view
-// that is not attached, which is how one begins, reads as 0.
+/// AckHeader is a view of the header that every GenCP acknowledge begins with.
+///
+///     offset  size
+///     0       4     prefix, as in the command
+///     4       2     status, 0x0000 success
+///     6       2     acknowledge code, the command's plus one
+///     8       2     length of the data behind the header
+///     10      2     request identifier of the command
+///
+/// The memory is borrowed and must outlive the view. All values are returned in host order; a view
+/// that is not attached, which is how one begins, reads as 0.
 class WDUTILSLIB_API AckHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;                   // bytes of the header
-    static constexpr uint32_t PREFIX = CommandHeader::PREFIX; // "U3VC" on the wire
+    static constexpr std::size_t SIZE = 12;                   ///< bytes of the header
+    static constexpr uint32_t PREFIX = CommandHeader::PREFIX; ///< "U3VC" on the wire
 
     AckHeader() = default;
 
-    // Attach shows the first aSize bytes at aBuffer, which are all that was received.
-    // INVALID_PACKET, and nothing is attached, where these are fewer than a header or aBuffer is
-    // null.
+    /// Attach shows the first aSize bytes at aBuffer, which are all that was received.
+    /// INVALID_PACKET, and nothing is attached, where these are fewer than a header or aBuffer is
+    /// null.
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
 
-    // IsValid tells whether the prefix is right, the acknowledge code is aAcknowledge and the
-    // header with the data it announces is not more than what was attached. The status plays no
-    // part, since a refusal is a valid answer; nor does the identifier, which the sender has
-    // matched.
+    /// IsValid tells whether the prefix is right, the acknowledge code is aAcknowledge and the
+    /// header with the data it announces is not more than what was attached. The status plays no
+    /// part, since a refusal is a valid answer; nor does the identifier, which the sender has
+    /// matched.
     bool IsValid( unsigned short aAcknowledge ) const
     {
         return GetPrefix() == PREFIX && GetAcknowledge() == aAcknowledge &&
                MakeReader( SIZE ).Skip( GetLength() ).IsWhole();
     }
 
-    // The fields of the header.
+    /// The fields of the header.
+    ///@{
     uint32_t GetPrefix() const { return MakeReader( PREFIX_OFFSET ).Get32(); }
     unsigned short GetStatus() const { return MakeReader( STATUS_OFFSET ).Get16(); }
     unsigned short GetAcknowledge() const { return MakeReader( ACKNOWLEDGE_OFFSET ).Get16(); }
     unsigned short GetLength() const { return MakeReader( LENGTH_OFFSET ).Get16(); }
     unsigned short GetRequestID() const { return MakeReader( REQUEST_ID_OFFSET ).Get16(); }
+    ///@}
 
-    // GetCurrentDataSize gives the bytes of data that may be read: the length field, or less where
-    // what was attached ends before.
+    /// GetCurrentDataSize gives the bytes of data that may be read: the length field, or less where
+    /// what was attached ends before.
     unsigned int GetCurrentDataSize() const
     {
         const std::size_t lAttached = MakeReader( SIZE ).GetLeft();
         return static_cast<unsigned int>( std::min<std::size_t>( GetLength(), lAttached ) );
     }
 
-    // GetData points at the data, or is null when nothing is attached.
+    /// GetData points at the data, or is null when nothing is attached.
     const unsigned char* GetData() const { return mBytes == nullptr ? nullptr : mBytes + SIZE; }
 
 private:
@@ -83,31 +86,31 @@ private:
     unsigned int mSize = 0;
 };
 
-// PendingAck is a view of a PENDING acknowledge: the device asks for more time.
-//
-//   offset  size
-//   12      2     reserved
-//   14      2     time-out, milliseconds
+/// PendingAck is a view of a PENDING acknowledge: the device asks for more time.
+///
+///     offset  size
+///     12      2     reserved
+///     14      2     time-out, milliseconds
 class WDUTILSLIB_API PendingAck
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = 0x0805; // its acknowledge code
-    static constexpr unsigned int SIZE = 16;              // bytes of the whole acknowledge
+    static constexpr unsigned short ACKNOWLEDGE = 0x0805; ///< its acknowledge code
+    static constexpr unsigned int SIZE = 16;              ///< bytes of the whole acknowledge
 
-    // Attach binds the view to what was received. INVALID_PACKET for less than a header.
+    /// Attach binds the view to what was received. INVALID_PACKET for less than a header.
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
 
-    // IsValid tells whether this is a PENDING acknowledge with its time-out.
+    /// IsValid tells whether this is a PENDING acknowledge with its time-out.
     bool IsValid() const
     {
         return mHeader.IsValid( ACKNOWLEDGE ) &&
                mHeader.GetCurrentDataSize() >= SIZE - AckHeader::SIZE;
     }
 
-    // The view belongs to this object and is valid as long as it is.
+    /// The view belongs to this object and is valid as long as it is.
     AckHeader* GetAckHeader() { return &mHeader; }
 
-    // Milliseconds, from the arrival of this acknowledge, within which the next one will come.
+    /// Milliseconds, from the arrival of this acknowledge, within which the next one will come.
     unsigned short GetTimeout() const
     {
         PacketBytes::LittleReader lData( mHeader.GetData(), mHeader.GetCurrentDataSize() );

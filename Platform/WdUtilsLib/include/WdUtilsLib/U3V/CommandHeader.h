@@ -1,4 +1,5 @@
-// WdUtilsLib: the commands of GenCP as USB3 Vision carries them.
+/// @file
+/// WdUtilsLib: the commands of GenCP as USB3 Vision carries them.
 #pragma once
 
 #include <PacketBytes/ByteReader.h>
@@ -12,39 +13,39 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-// The code of the results that say that a packet does not fit the memory it is attached to, or that
-// what lies there is no packet.
+/// The code of the results that say that a packet does not fit the memory it is attached to, or
+/// that what lies there is no packet.
 constexpr unsigned int INVALID_PACKET = 0x4001;
 
-// CommandHeader is a view of the header that every GenCP command begins with.
-//
-//   offset  size
-//   0       4     prefix, 0x43563355 ("U3VC": bytes 55 33 56 43)
-//   4       2     flags: 0x4000 an acknowledge is requested
-//   6       2     command
-//   8       2     length of the command-specific data behind the header
-//   10      2     request identifier
-//
-// All numbers are little-endian on the wire and host order here. The memory is borrowed and must
-// outlive the view. A view that is not attached, which is how one begins, reads as 0 and writes
-// nothing. Views follow the rules of int for threads, and so does what they show.
+/// CommandHeader is a view of the header that every GenCP command begins with.
+///
+///     offset  size
+///     0       4     prefix, 0x43563355 ("U3VC": bytes 55 33 56 43)
+///     4       2     flags: 0x4000 an acknowledge is requested
+///     6       2     command
+///     8       2     length of the command-specific data behind the header
+///     10      2     request identifier
+///
+/// All numbers are little-endian on the wire and host order here. The memory is borrowed and must
+/// outlive the view. A view that is not attached, which is how one begins, reads as 0 and writes
+/// nothing. Views follow the rules of int for threads, and so does what they show.
 class CommandHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12;              // bytes of the header
-    static constexpr uint32_t PREFIX = 0x43563355;       // "U3VC" on the wire
-    static constexpr uint16_t FLAG_REQUEST_ACK = 0x4000; // an acknowledge is requested
+    static constexpr std::size_t SIZE = 12;              ///< bytes of the header
+    static constexpr uint32_t PREFIX = 0x43563355;       ///< "U3VC" on the wire
+    static constexpr uint16_t FLAG_REQUEST_ACK = 0x4000; ///< an acknowledge is requested
 
     CommandHeader() = default;
 
-    // Shows aSize bytes at aBuffer; where these are fewer than a header, nothing is attached.
+    /// Shows aSize bytes at aBuffer; where these are fewer than a header, nothing is attached.
     CommandHeader( unsigned char* aBuffer, unsigned int aSize )
         : mBytes( aSize < SIZE ? nullptr : aBuffer )
     {
     }
 
-    // Initialize fills the header: the prefix, the command and the length of its data; no flags,
-    // request identifier 0.
+    /// Initialize fills the header: the prefix, the command and the length of its data; no flags,
+    /// request identifier 0.
     void Initialize( unsigned short aCommand, unsigned short aLength )
     {
         PacketBytes::LittleWriter lWriter = MakeWriter( 0 );
@@ -55,7 +56,7 @@ public:
         lWriter.Put16( 0 ); // request identifier
     }
 
-    // SetRequestAck sets or clears the flag that asks for an acknowledge.
+    /// SetRequestAck sets or clears the flag that asks for an acknowledge.
     void SetRequestAck( bool aRequested )
     {
         const int lOthers = MakeReader( FLAGS_OFFSET ).Get16() & ~FLAG_REQUEST_ACK;
@@ -63,17 +64,18 @@ public:
             .Put16( static_cast<uint16_t>( lOthers | ( aRequested ? FLAG_REQUEST_ACK : 0 ) ) );
     }
 
-    // SetRequestID sets the identifier that the acknowledge echoes. The device control interface
-    // does this when it sends.
+    /// SetRequestID sets the identifier that the acknowledge echoes. The device control interface
+    /// does this when it sends.
     void SetRequestID( unsigned short aRequestID )
     {
         MakeWriter( REQUEST_ID_OFFSET ).Put16( aRequestID );
     }
 
-    // SetLength sets the bytes of data behind the header.
+    /// SetLength sets the bytes of data behind the header.
     void SetLength( unsigned short aLength ) { MakeWriter( LENGTH_OFFSET ).Put16( aLength ); }
 
-    // The fields of the header.
+    /// The fields of the header.
+    ///@{
     uint32_t GetPrefix() const { return MakeReader( PREFIX_OFFSET ).Get32(); }
     bool GetRequestAck() const
     {
@@ -82,6 +84,7 @@ public:
     unsigned short GetCommand() const { return MakeReader( COMMAND_OFFSET ).Get16(); }
     unsigned short GetLength() const { return MakeReader( LENGTH_OFFSET ).Get16(); }
     unsigned short GetRequestID() const { return MakeReader( REQUEST_ID_OFFSET ).Get16(); }
+    ///@}
 
 private:
     static constexpr std::size_t PREFIX_OFFSET = 0;

@@ -1,4 +1,5 @@
-// WdUtilsLib: what a USB3 Vision device's control interface says of the device.
+/// @file
+/// WdUtilsLib: what a USB3 Vision device's control interface says of the device.
 #pragma once
 
 #include <QmUtilsLib/Result.h>
@@ -12,30 +13,32 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-// The class, subclass and protocol of the USB interface that carries GenCP.
+/// The class, subclass and protocol of the USB interface that carries GenCP.
+///@{
 constexpr uint8_t INTERFACE_CLASS = 0xEF;
 constexpr uint8_t INTERFACE_SUBCLASS = 0x05;
 constexpr uint8_t CONTROL_PROTOCOL = 0x00;
+///@}
 
-// DeviceInfoDescriptor is a view of the class-specific descriptor behind the control interface's
-// own.
-//
-//   offset  size
-//   0       1     length, 20
-//   1       1     descriptor type, 0x24
-//   2       1     descriptor subtype, 0x01
-//   3       4     GenCP version, little-endian, major in the upper 16 bits
-//   7       4     USB3 Vision version, likewise
-//   11      8     indices of string descriptors, see Text; 0: there is none
-//   19      1     speeds supported, one bit each
-//
-// The memory is borrowed and must outlive the view; not attached, it reads as 0.
+/// DeviceInfoDescriptor is a view of the class-specific descriptor behind the control interface's
+/// own.
+///
+///     offset  size
+///     0       1     length, 20
+///     1       1     descriptor type, 0x24
+///     2       1     descriptor subtype, 0x01
+///     3       4     GenCP version, little-endian, major in the upper 16 bits
+///     7       4     USB3 Vision version, likewise
+///     11      8     indices of string descriptors, see Text; 0: there is none
+///     19      1     speeds supported, one bit each
+///
+/// The memory is borrowed and must outlive the view; not attached, it reads as 0.
 class WDUTILSLIB_API DeviceInfoDescriptor
 {
 public:
-    static constexpr std::size_t SIZE = 20; // bytes of the descriptor
+    static constexpr std::size_t SIZE = 20; ///< bytes of the descriptor
 
-    // The texts, in the order of the descriptor.
+    /// The texts, in the order of the descriptor.
     enum class Text : uint8_t
     {
         GUID,
@@ -48,15 +51,17 @@ public:
         USER_DEFINED_NAME
     };
 
-    // Attach looks for the descriptor among the aSize bytes of descriptors that follow an interface
-    // descriptor, and shows the first. INVALID_PACKET, and nothing is attached, where there is none
-    // or it does not lie there whole.
+    /// Attach looks for the descriptor among the aSize bytes of descriptors that follow an
+    /// interface descriptor, and shows the first. INVALID_PACKET, and nothing is attached, where
+    /// there is none or it does not lie there whole.
     QmUtilsLib::Result Attach( const unsigned char* aDescriptors, std::size_t aSize );
 
-    // The fields of the descriptor.
+    /// The fields of the descriptor.
+    ///@{
     uint32_t GetGenCPVersion() const;
     uint32_t GetU3VVersion() const;
     uint8_t GetTextIndex( Text aText ) const;
+    ///@}
 
 private:
     const unsigned char* mBytes = nullptr;

@@ -1,4 +1,5 @@
-// WdUtilsLib: GenCP READMEM.
+/// @file
+/// WdUtilsLib: GenCP READMEM.
 #pragma once
 
 #include <PacketBytes/ByteReader.h>
@@ -13,26 +14,27 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-// ReadMemCmdHeader is a view of READMEM's own fields.
-//
-//   offset  size
-//   12      8     address
-//   20      2     reserved
-//   22      2     count of bytes to read
+/// ReadMemCmdHeader is a view of READMEM's own fields.
+///
+///     offset  size
+///     12      8     address
+///     20      2     reserved
+///     22      2     count of bytes to read
 class ReadMemCmdHeader
 {
 public:
-    static constexpr std::size_t SIZE = 12; // bytes of the fields
+    static constexpr std::size_t SIZE = 12; ///< bytes of the fields
 
     ReadMemCmdHeader() = default;
 
-    // Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
+    /// Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
     explicit ReadMemCmdHeader( unsigned char* aBytes )
         : mBytes( aBytes )
     {
     }
 
-    // The fields.
+    /// The fields.
+    ///@{
     void SetRegisterAddress( unsigned long long aAddress )
     {
         MakeWriter( ADDRESS_OFFSET ).Put64( aAddress );
@@ -43,6 +45,7 @@ public:
     }
     unsigned long long GetRegisterAddress() const { return MakeReader( ADDRESS_OFFSET ).Get64(); }
     unsigned short GetReadLength() const { return MakeReader( READ_LENGTH_OFFSET ).Get16(); }
+    ///@}
 
 private:
     friend class ReadMemCmd;
@@ -64,31 +67,33 @@ private:
     unsigned char* mBytes = nullptr;
 };
 
-// ReadMemCmd is a view of a whole READMEM command. The memory is borrowed and must outlive it.
+/// ReadMemCmd is a view of a whole READMEM command. The memory is borrowed and must outlive it.
 class WDUTILSLIB_API ReadMemCmd
 {
 public:
-    static constexpr unsigned short COMMAND = 0x0800; // the command code
+    static constexpr unsigned short COMMAND = 0x0800; ///< the command code
 
     ReadMemCmd() = default;
 
-    // Attach binds the packet to memory of the caller. INVALID_PACKET, and the packet is not
-    // attached, when that is null or smaller than GetRequiredBufferSize().
+    /// Attach binds the packet to memory of the caller. INVALID_PACKET, and the packet is not
+    /// attached, when that is null or smaller than GetRequiredBufferSize().
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
-    // Initialize fills every field: no acknowledge requested, request identifier, address and count
-    // 0.
+    /// Initialize fills every field: no acknowledge requested, request identifier, address and
+    /// count 0.
     void Initialize()
     {
         mCommandHeader.Initialize( COMMAND, ReadMemCmdHeader::SIZE );
         mReadMemCmdHeader.MakeWriter( 0 ).PutZeros( ReadMemCmdHeader::SIZE );
     }
 
-    // The two views belong to this object and are valid as long as it is.
+    /// The two views belong to this object and are valid as long as it is.
+    ///@{
     CommandHeader* GetCommandHeader() { return &mCommandHeader; }
     ReadMemCmdHeader* GetReadMemCmdHeader() { return &mReadMemCmdHeader; }
+    ///@}
 
-    // Bytes of the whole command: 24.
+    /// Bytes of the whole command: 24.
     static unsigned int GetRequiredBufferSize()
     {
         return CommandHeader::SIZE + ReadMemCmdHeader::SIZE;
@@ -99,33 +104,35 @@ private:
     ReadMemCmdHeader mReadMemCmdHeader;
 };
 
-// ReadMemAck is a view of a READMEM acknowledge.
-//
-//   offset  size
-//   12      n     data
+/// ReadMemAck is a view of a READMEM acknowledge.
+///
+///     offset  size
+///     12      n     data
 class WDUTILSLIB_API ReadMemAck
 {
 public:
-    static constexpr unsigned short ACKNOWLEDGE = ReadMemCmd::COMMAND + 1; // its code
+    static constexpr unsigned short ACKNOWLEDGE = ReadMemCmd::COMMAND + 1; ///< its code
 
     ReadMemAck() = default;
 
-    // Attach binds the view to the aSize bytes received. INVALID_PACKET, and nothing is attached,
-    // when that is less than the header or aBuffer is null.
+    /// Attach binds the view to the aSize bytes received. INVALID_PACKET, and nothing is attached,
+    /// when that is less than the header or aBuffer is null.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
-    // IsValid tells whether what was attached is a whole READMEM acknowledge, of any status.
+    /// IsValid tells whether what was attached is a whole READMEM acknowledge, of any status.
     bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }
 
-    // The view belongs to this object and is valid as long as it is.
+    /// The view belongs to this object and is valid as long as it is.
     AckHeader* GetAckHeader() { return &mAckHeader; }
 
-    // The data that the acknowledge carries: its length field bounded by what was attached, and
-    // where it lies.
+    /// The data that the acknowledge carries: its length field bounded by what was attached, and
+    /// where it lies.
+    ///@{
     unsigned int GetCurrentDataSize() const { return mAckHeader.GetCurrentDataSize(); }
     const unsigned char* GetData() const { return mAckHeader.GetData(); }
+    ///@}
 
-    // Bytes of an acknowledge with aDataSize bytes of data: 12 and these, modulo 2^32.
+    /// Bytes of an acknowledge with aDataSize bytes of data: 12 and these, modulo 2^32.
     static unsigned int GetRequiredBufferSize( unsigned int aDataSize )
     {
         return static_cast<unsigned int>( AckHeader::SIZE ) + aDataSize;
