@@ -13,12 +13,12 @@ class Logger;
 namespace HtBaseLib
 {
 
-/// BaseCommandLink is the abstract control channel to one device: whoever reads or writes a
-/// device's registers and memory does it through this interface, whatever the transport.
+/// BaseCommandLink is the abstract control channel to one device: it reads and writes the device's
+/// registers and memory over any transport.
 ///
-/// The order of the virtual operations is part of the contract: each has its place in the table of
-/// virtual operations, the destructor first, and the transports add theirs behind the last.
-/// Serialising requests is the transport's business.
+/// The order of the virtual operations is part of the contract. The destructor is the first, and
+/// each transport adds its own behind the last one here. Each transport states which calls may run
+/// at the same moment.
 class HTBASE_API BaseCommandLink
 {
 public:
@@ -32,24 +32,25 @@ public:
 
     virtual ~BaseCommandLink() = default;
 
-    /// ReadMemory fills aSize bytes at aData from the device's address aAddress. On success it
-    /// calls ReadCallback before it returns; on failure aData is unchanged.
+    /// ReadMemory reads aSize bytes from the device's address aAddress into aData. On success it
+    /// calls ReadCallback before it returns.
     virtual QmUtilsLib::Result ReadMemory( void* aData, long long aAddress, long long aSize ) = 0;
 
-    /// WriteMemory writes aSize bytes at aData to the device's address aAddress. What aNoAck does
-    /// is the transport's. On success it calls WriteCallback before it returns.
+    /// WriteMemory writes aSize bytes at aData to the device's address aAddress. The transport
+    /// states what aNoAck does. On success WriteMemory calls WriteCallback before it returns.
     virtual QmUtilsLib::Result WriteMemory( const void* aData, long long aAddress, long long aSize,
                                             bool aNoAck ) = 0;
 
     /// Close releases what the link owns.
     virtual QmUtilsLib::Result Close() = 0;
 
-    /// IsConnected tells whether the link can carry a request; what that means is the transport's.
+    /// IsConnected tells whether the link can carry a request. The transport states what that
+    /// means.
     virtual bool IsConnected() const = 0;
 
-    /// The connection-lost flag: the link's owner raises it when it has concluded that the device
-    /// is gone, and clears it. Links neither set nor obey it. It is a plain bool: its owner sees to
-    /// it that no two threads use it at the same moment.
+    /// The connection-lost flag belongs to the link's owner, who sets it when the device is gone,
+    /// and clears it. No link sets it or acts on it. It is a plain bool: two threads that use it
+    /// need the caller's lock.
     ///@{
     void SetConnectionLost() { mConnectionLost = true; }
     void ResetConnectionLost() { mConnectionLost = false; }
@@ -57,18 +58,19 @@ public:
     ///@}
 
 protected:
-    /// The logger for failures of whole operations, and the one for events of the link: retries,
-    /// time-outs, stray answers. Never null; may be the same. The link owns them.
-    ///@{
+    /// GetLibLogger returns the logger for failures of whole operations. It is not null, and the
+    /// link owns it.
     virtual QmUtilsLib::Logger* GetLibLogger() = 0;
-    virtual QmUtilsLib::Logger* GetLinkLogger() = 0;
-    ///@}
 
-    /// ReadCallback and WriteCallback observe every transfer that succeeded, after it: the caller's
-    /// own buffer, the device's address and the count of bytes. They are called on the caller's
-    /// thread and may use the link. The transfer stands whatever they throw: std::bad_alloc makes
-    /// the result of the operation GENERIC_ERROR with ENOMEM as OS code, anything else passes to
-    /// the caller.
+    /// GetLinkLogger returns the logger for events of the link: retries, time-outs, stray answers.
+    /// It is not null, the link owns it, and it may be the same as that of GetLibLogger.
+    virtual QmUtilsLib::Logger* GetLinkLogger() = 0;
+
+    /// ReadCallback and WriteCallback are called after each transfer that succeeded, with the
+    /// caller's buffer, the device's address and the number of bytes. They run on the caller's
+    /// thread and may use the link. An exception that they throw does not undo the transfer:
+    /// `std::bad_alloc` makes the operation's result GENERIC_ERROR with ENOMEM as OS code, any
+    /// other exception passes to the caller.
     ///@{
     virtual void ReadCallback( const void* /*aData*/, long long /*aAddress*/, long long /*aSize*/ )
     {

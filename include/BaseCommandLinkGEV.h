@@ -14,101 +14,103 @@
 namespace HtBaseLib
 {
 
-/// BaseCommandLinkGEV reads and writes a GigE Vision device by GVCP over UDP. A derived link brings
-/// the socket, the request identifiers and the patience.
+/// BaseCommandLinkGEV reads and writes a GigE Vision device by GVCP over UDP. A derived class
+/// provides the socket, the request identifiers, the number of attempts and the answer time-out.
 ///
-/// Every operation is one transaction: one command, sent again until its acknowledge has come or
-/// the attempts are used up. None splits a transfer. A transaction holds the link's mutex, so any
-/// thread may call at any time and transactions follow one another; links of their own run beside
-/// each other. With a silent device a transaction blocks for GetRetryCount() x GetAnswerTimeout(),
-/// with one that keeps asking for more time as long as it asks; closing the socket from another
-/// thread ends it at once.
+/// Every operation is one transaction: it sends one command, and sends it again until the
+/// acknowledge arrives or the attempts are used up. No operation splits a transfer.
+///
+/// A transaction holds the link's mutex, so any thread may call at any time and the transactions of
+/// one link follow one another. Different links run at the same moment. A transaction with a silent
+/// device blocks for GetRetryCount() x GetAnswerTimeout(). A device that sends PENDING_ACK extends
+/// that for as long as it sends them. Closing the socket from another thread ends a transaction at
+/// once.
 ///
 /// Results of a transaction:
-///     OK             the device has acknowledged, or none was asked for and the command has left
-///     NOT_CONNECTED  no socket, or a socket that is not open; also when it is closed meanwhile
-///     GENERIC_ERROR  without OS code: the device refused, the description says why; with one: the
-///                    socket could not receive, the OS code says why, or memory is missing (ENOMEM)
-///     TIMEOUT        no answer to any attempt; logged on the library logger
-///     NOT_INITIALIZED  the derived link allows no attempt at all; logged on the library logger
+/// - `OK`: the device has acknowledged; or no acknowledge was requested and the command was sent.
+/// - `NOT_CONNECTED`: the socket is null or not open, or was closed meanwhile.
+/// - `GENERIC_ERROR` without OS code: the device refused; the description says why.
+/// - `GENERIC_ERROR` with OS code: the socket could not receive, or memory is missing (ENOMEM).
+/// - `TIMEOUT`: no attempt was answered. Logged on the library logger.
+/// - `NOT_INITIALIZED`: the derived class allows no attempt. Logged on the library logger.
 ///
-/// Copies share the mutex; the counters and the connection-lost flag are copied. A copy and its
-/// source may be used at the same moment.
+/// A copy shares the mutex with its source and copies the counters and the connection-lost flag. A
+/// copy and its source may be used at the same moment.
 ///
-/// Assigning may run beside transactions of either link: it waits for the one of the target, and
-/// for none of the source. Afterwards the transactions of both follow one another, also that of a
-/// thread that waited meanwhile. The mutex that the target had is kept until the target is
-/// destroyed. A thread that holds it by LockMutex waits for the source's and holds that afterwards.
-/// A link must not be assigned to in the middle of a transaction of the same thread; nor beside a
-/// transaction where it is a derived link with fields of its own that transactions use, unless that
-/// says so.
+/// An assignment may run beside transactions of either link. It waits for the target's transaction,
+/// not for the source's. Afterwards both links use the source's mutex, and so does a thread that
+/// was waiting for the target's. The target's old mutex is kept until the target is destroyed. A
+/// thread that holds it by LockMutex waits for the source's mutex and holds that one afterwards.
+/// Two assignments are not allowed: from within a transaction of the same thread, and, unless the
+/// derived class allows it, beside a transaction that uses fields of the derived class.
 class HTBASE_API BaseCommandLinkGEV : public BaseCommandLink
 {
 public:
-    /// Throw std::bad_alloc where there is no memory; an assignment has changed nothing then.
+    /// Constructors and assignment throw `std::bad_alloc` where memory is missing. A failed
+    /// assignment changes nothing.
     ///@{
     BaseCommandLinkGEV();
     BaseCommandLinkGEV( const BaseCommandLinkGEV& aOther );
     BaseCommandLinkGEV& operator=( const BaseCommandLinkGEV& aOther );
-    ~BaseCommandLinkGEV() override;
     ///@}
 
-    /// ReadRegister reads one 32-bit register (READREG) into *aValue, in host order, and calls
-    /// ReadCallback( aValue, aAddress, 4 ) after the link's mutex was released. On failure *aValue
-    /// is unchanged. An acknowledge that carries no value is GENERIC_ERROR. Of the address the low
-    /// 32 bits count.
+    ~BaseCommandLinkGEV() override;
+
+    /// ReadRegister reads one 32-bit register (READREG) into `*aValue`, in host order. The low 32
+    /// bits of aAddress are used. It calls ReadCallback( aValue, aAddress, 4 ) after it has
+    /// released the link's mutex. An acknowledge without a value is GENERIC_ERROR.
     QmUtilsLib::Result ReadRegister( unsigned int* aValue, long long aAddress );
 
-    /// WriteRegister writes one 32-bit register (WRITEREG), given in host order, and calls
-    /// WriteCallback( aValue, aAddress, 4 ). With aNoAck the device is told not to acknowledge, and
-    /// the operation ends as soon as the command has left.
+    /// WriteRegister writes one 32-bit register (WRITEREG) from `*aValue`, in host order. It calls
+    /// WriteCallback( aValue, aAddress, 4 ). With aNoAck the command asks for no acknowledge, and
+    /// the operation ends when the command is sent.
     QmUtilsLib::Result WriteRegister( const unsigned int* aValue, long long aAddress, bool aNoAck );
 
-    /// ReadMemory reads aSize bytes (READMEM), of which the device gives at most 536 at a time; a
-    /// larger request is sent as it is and the device decides. The field that carries the size has
-    /// 16 bits. An acknowledge that carries fewer bytes is GENERIC_ERROR, and aData is unchanged. A
-    /// read of 0 bytes is OK with any acknowledge.
+    /// ReadMemory reads aSize bytes (READMEM). The link does not check aSize: the command's field
+    /// takes the low 16 bits, and GVCP allows 536 bytes. An acknowledge with fewer than aSize bytes
+    /// is GENERIC_ERROR. A read of 0 bytes is OK with any acknowledge.
     QmUtilsLib::Result ReadMemory( void* aData, long long aAddress, long long aSize ) override;
 
-    /// WriteMemory writes 0 to 536 bytes (WRITEMEM); any other size is 0x4001 and nothing is sent.
-    /// With aNoAck as WriteRegister.
+    /// WriteMemory writes 0 to 536 bytes (WRITEMEM). Any other size is 0x4001 and nothing is sent.
+    /// aNoAck is that of WriteRegister.
     QmUtilsLib::Result WriteMemory( const void* aData, long long aAddress, long long aSize,
                                     bool aNoAck ) override;
 
-    /// SendCommand runs one transaction with a finished command of the caller's, which is stamped
-    /// with the request identifier. Answers are received into aAckBuffer of aAckBufferSize bytes;
-    /// its contents after a failure are whatever came. A command whose acknowledge flag is clear
-    /// goes with aNoAck. Takes the link's mutex; logs the events of the link at 30000 on the link
-    /// logger.
+    /// SendCommand runs one transaction with the caller's command, whose request identifier it
+    /// sets. It receives answers into aAckBuffer, which has aAckBufferSize bytes and may hold any
+    /// answer after a failure. Use aNoAck for a command whose acknowledge flag is clear.
+    /// SendCommand takes the link's mutex and logs events of the link at 30000 on the link logger.
     QmUtilsLib::Result SendCommand( WdUtilsLib::GEV::CommandHeader* aCommand, void* aAckBuffer,
                                     long long aAckBufferSize, bool aNoAck );
 
-    /// What has happened on the link since the last ResetStats. Atomic, so they may be asked, and
-    /// reset, at any time from any thread; none takes the mutex.
+    /// Counters since the last ResetStats. They are atomic: any thread may read or reset them at
+    /// any time, and none takes the mutex.
     ///@{
     long long GetRetriesCount() const;             ///< commands sent again
-    long long GetRetriesMax() const;               ///< most re-sends that one command needed
-    long long GetPendingAcknowledgesCount() const; ///< times a device asked for more time
-    long long GetTransmitFailures() const;         ///< datagrams that the socket refused to send
-    void ResetStats();
+    long long GetRetriesMax() const;               ///< most retries of one command
+    long long GetPendingAcknowledgesCount() const; ///< PENDING_ACK received
+    long long GetTransmitFailures() const;         ///< datagrams that the socket failed to send
+    void ResetStats();                             ///< sets all of them to 0
     ///@}
 
 protected:
-    /// How often a command is sent at most, the first time included; asked before every attempt.
+    /// GetRetryCount returns how many times a command is sent at most, the first time included. It
+    /// is called before every attempt.
     virtual int GetRetryCount() const = 0;
 
-    /// Milliseconds to wait for the answer to one attempt; asked at every attempt.
+    /// GetAnswerTimeout returns how long one attempt waits for its answer, in milliseconds. It is
+    /// called at every attempt.
     virtual int GetAnswerTimeout() const = 0;
 
-    /// The socket, connected to the device, or null. Not owned. Once it was not null it must not
-    /// become null before the transaction has ended.
+    /// GetSocket returns the socket, connected to the device, or null. The link does not own it. A
+    /// socket that was returned must stay until the transaction has ended.
     virtual WdUtilsLib::Network::SocketUDP* GetSocket() = 0;
 
-    /// The identifier of the next command; asked once per transaction.
+    /// GetRequestID returns the identifier of the next command. It is called once per transaction.
     virtual unsigned short GetRequestID() = 0;
 
-    /// Wait for, and release, the mutex that serialises the link's transactions. It is re-entrant:
-    /// who holds it may run transactions.
+    /// LockMutex waits for the mutex of the link's transactions, ReleaseMutex releases it. The
+    /// mutex is re-entrant: the thread that holds it may run transactions.
     ///@{
     void LockMutex();
     void ReleaseMutex();

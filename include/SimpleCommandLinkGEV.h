@@ -11,47 +11,50 @@
 namespace HtBaseLib
 {
 
-/// SimpleCommandLinkGEV is the link for a caller who has nothing but a socket connected to a
-/// device: three attempts per command with 400 ms for each answer, so a silent device costs 1.2 s.
+/// SimpleCommandLinkGEV is the link over a socket that the caller has connected to a device. It
+/// makes three attempts per command and waits 400 ms for each answer, so a silent device costs 1.2
+/// s.
 ///
-/// The socket is borrowed: it must outlive the link, and the link never opens or closes it. Two
-/// links on one socket at the same moment take each other's answers. Copies share the socket, the
-/// mutex and the logger, so their transactions follow one another.
+/// The socket is borrowed: it must outlive the link, and the link neither opens nor closes it. Two
+/// independent links on one socket receive each other's answers. Copies share the socket, the mutex
+/// and the logger, so their transactions follow one another.
 ///
-/// Copying and assigning may run beside anything else on either link. What is taken over belongs
-/// together; what an assignment has replaced is kept until the link is destroyed.
+/// Copying and assigning may run beside any other operation of either link, and take over all
+/// values of the source at one moment. What an assignment has replaced is kept until the link is
+/// destroyed.
 class HTBASE_API SimpleCommandLinkGEV : public BaseCommandLinkGEV
 {
 public:
-    /// A link on that socket. With null, or while the socket is closed, transactions are
-    /// NOT_CONNECTED. What makes, copies or assigns a link throws std::bad_alloc where there is no
-    /// memory, as the base's does.
+    /// A link on aSocket. With null, or while the socket is closed, transactions are NOT_CONNECTED.
+    /// Constructors and assignment throw `std::bad_alloc` where memory is missing. A failed
+    /// assignment changes nothing.
     ///@{
     explicit SimpleCommandLinkGEV( WdUtilsLib::Network::SocketUDP* aSocket );
     SimpleCommandLinkGEV( const SimpleCommandLinkGEV& aOther );
     SimpleCommandLinkGEV& operator=( const SimpleCommandLinkGEV& aOther );
-    ~SimpleCommandLinkGEV() override;
     ///@}
 
-    /// NOT_SUPPORTED, and nothing else: the socket is the caller's.
+    ~SimpleCommandLinkGEV() override;
+
+    /// Close does nothing and returns NOT_SUPPORTED, since the socket is the caller's.
     QmUtilsLib::Result Close() override;
 
-    /// Always true: whether the device can be reached, only a transaction can tell.
+    /// IsConnected is always true. Only a transaction shows whether the device can be reached.
     bool IsConnected() const override;
 
 protected:
-    /// One logger, "HtBaseLib", for both.
+    /// Both return the link's one logger, `HtBaseLib`.
     ///@{
     QmUtilsLib::Logger* GetLibLogger() override;
     QmUtilsLib::Logger* GetLinkLogger() override;
     ///@}
 
-    int GetRetryCount() const override;    ///< 3
-    int GetAnswerTimeout() const override; ///< 400
-    WdUtilsLib::Network::SocketUDP* GetSocket() override;
+    int GetRetryCount() const override;                   ///< 3
+    int GetAnswerTimeout() const override;                ///< 400 ms
+    WdUtilsLib::Network::SocketUDP* GetSocket() override; ///< the socket of the constructor
 
-    /// Identifiers lie in 0xB000 to 0xBFFF, drawn from one counter of the process; the first is
-    /// 0xB001. Safe from any thread.
+    /// GetRequestID returns 0xB000 to 0xBFFF from one counter of the process. The first is 0xB001.
+    /// Safe from any thread.
     unsigned short GetRequestID() override;
 
 private:
