@@ -15,114 +15,139 @@
 namespace HtBaseLib
 {
 
-/// BaseCommandLinkU3V reads and writes a USB3 Vision device by GenCP over the control interface of
-/// WdTransportLayerLib. A derived link brings the loggers and tells whether it is the device's
-/// master.
+/// BaseCommandLinkU3V reads and writes a USB3 Vision device by GenCP, over the control interface of
+/// WdTransportLayerLib. A derived class provides the loggers and tells whether the link is the
+/// device's master.
 ///
-/// ReadMemory and WriteMemory are one command each; Read and Write split what is larger. A command
-/// is sent once: the control interface waits for its acknowledge, through pending ones, and the
-/// link adds no lock, no wait and no retry of its own. So a link serves one thread at a time, Close
-/// included; a transaction is ended from another thread by closing a copy of the link, which shares
-/// nothing that is not safe for that.
+/// ReadMemory and WriteMemory send one command each. Read and Write split larger transfers. Each
+/// command is sent once; the control interface waits for its acknowledge, also through PENDING
+/// acknowledges. The link adds no lock, no wait and no retry.
+///
+/// A link has two limits: the largest command and the largest acknowledge, in bytes with headers. A
+/// new link has 64 for both, and UpdateMaxSizes takes them from the device.
+///
+/// Warning: Close sets both limits to 0, and the next Open leaves them at 0. With limits of 0 no
+/// size is checked or split, and a command carries the low 16 bits of a read's size. A read of
+/// 65538 bytes then stores 2 bytes and is OK. After a Close, make a new link, or call
+/// UpdateMaxSizes after Open.
 ///
 /// Results of a transaction:
-///     OK             the device has acknowledged
-///     NOT_CONNECTED  the link was never opened; or the control interface is not open
-///     0x4001         the command, or the acknowledge it asks for, is larger than the link lets
-///                    through, which is logged; the data does not fit a packet, the command does
-///                    not fit the buffer of the link, or a limit leaves no room for data, which the
-///                    description says; or what came is not an acknowledge
-///     GENERIC_ERROR  the device refused: the OS code is its status and the description names it,
-///                    logged at 40000 on the library logger; or the control interface failed, then
-///                    the OS code is the system's
-///     any other      what the control interface returned, not logged
+/// - `OK`: the device has acknowledged.
+/// - `NOT_CONNECTED`: the link was never opened with a device path, or the control interface is not
+///   open.
+/// - 0x4001, logged at 40000 on the library logger: the command, or the acknowledge that it asks
+///   for, is larger than the limit.
+/// - 0x4001 with a description, not logged: the data does not fit a packet, the command does not
+/// fit
+///   the link's buffer, or a limit leaves no room for data.
+/// - 0x4001 without description: the answer is not a whole acknowledge of the command.
+/// - `GENERIC_ERROR`, logged at 40000 on the library logger: the device refused. The OS code is its
+///   GenCP status and the description names it.
+/// - `GENERIC_ERROR`, not logged: the control interface failed. The OS code is an errno value.
+/// - Any other code is that of the control interface, and is not logged.
 ///
-/// Copies share the control interface and the device path with their source; the identity and the
-/// two limits are each link's own. So Open on one of them connects both, and the destructor of
-/// either closes the device for both. Assigning to a link closes nothing and frees nothing: what
-/// the link had before is kept until it is destroyed. Assigning to a link while another thread uses
-/// it is not allowed, nor is copying one that another thread assigns to.
+/// Threads: one thread at a time may use a link, Close included. To end a transaction from another
+/// thread, close a copy of the link that was made before.
 ///
-/// Behind the virtual operations of the abstract link come Open, Read, Write and IsMaster, in this
-/// order.
+/// Copies share the control interface and the device path. Each link has its own identity and
+/// limits. So Open on one connects both, and closing or destroying one closes the device for both.
+/// An assignment closes nothing: what the link had before is kept until the link is destroyed. No
+/// other thread may use a link that is assigned to, or copy it.
+///
+/// The virtual operations of BaseCommandLink are followed by Open, Read, Write and IsMaster, in
+/// this order.
 class HTBASE_API BaseCommandLinkU3V : public BaseCommandLink
 {
 public:
-    /// Bytes of each buffer that a command is built in, that an acknowledge is received in; no
-    /// limit of a link that was sized is larger.
+    /// Bytes of the buffer that a command is built in, and of the buffer that an acknowledge is
+    /// received in. UpdateMaxSizes sets no larger limit.
     ///@{
     static constexpr unsigned int CMD_BUFFER_SIZE = 1024;
     static constexpr unsigned int ACK_BUFFER_SIZE = 1024;
     ///@}
 
-    /// A link to no device, with limits of 64 bytes. This and assigning throw std::bad_alloc where
-    /// there is no memory; an assignment has changed nothing then. Copying needs none.
+    /// A new link has no device and limits of 64 bytes. Constructing a link and assigning to one
+    /// throw `std::bad_alloc` where memory is missing; a failed assignment changes nothing. Copying
+    /// needs no memory.
     ///@{
     BaseCommandLinkU3V();
     BaseCommandLinkU3V( const BaseCommandLinkU3V& aOther );
     BaseCommandLinkU3V& operator=( const BaseCommandLinkU3V& aOther );
-    ~BaseCommandLinkU3V() override; ///< closes
     ///@}
 
-    /// Close closes the device, makes the identity empty and both limits 0, whatever its result is:
-    /// that of the control interface. May be called at any time.
+    ~BaseCommandLinkU3V() override; ///< closes
+
+    /// Close closes the device, empties the identity and sets both limits to 0, where they stay
+    /// after the next Open: see the class. The device path stays, so IsConnected stays true. The
+    /// result is that of the control interface. It may be called when the link is not open.
     // KEEP: the device path stays, so IsConnected stays true after a Close.
     QmUtilsLib::Result Close() override;
 
-    /// IsConnected tells whether the link has a device path: whether it was ever opened with one.
+    /// IsConnected tells whether the link was ever opened with a device path.
     bool IsConnected() const override;
 
-    /// ReadMemory reads aSize bytes with one READMEM. The acknowledge, 12 bytes and the data, must
-    /// keep to GetMaxAckSize(); where that is 0, to 1024. The field that carries the size has 16
-    /// bits.
+    /// ReadMemory reads aSize bytes, 0 to 65535, with one READMEM. The acknowledge, 12 bytes and
+    /// the data, must not exceed GetMaxAckSize(), or 1024 where that is 0.
+    ///
+    /// It stores as many bytes as the acknowledge carries. An acknowledge with fewer than aSize is
+    /// OK too, and ReadCallback gets aSize. A size of 65536 or more is 0x4001 where there is a
+    /// limit; with a limit of 0 the device is asked for the low 16 bits of it.
     // KEEP: as many bytes arrive at aData as the acknowledge carries. An acknowledge with fewer is
     // OK all the same, and ReadCallback gets aSize.
     QmUtilsLib::Result ReadMemory( void* aData, long long aAddress, long long aSize ) override;
 
-    /// WriteMemory writes aSize bytes with one WRITEMEM of 20 bytes and the data, which must keep
-    /// to GetMaxCommandSize(); where that is 0, to 1024. How many bytes the acknowledge says were
-    /// written is not looked at.
+    /// WriteMemory writes aSize bytes, 0 to 65535, with one WRITEMEM. The command, 20 bytes and the
+    /// data, must not exceed GetMaxCommandSize(), or 1024 where that is 0. The number of written
+    /// bytes in the acknowledge is ignored. So is aNoAck: the device is always asked for an
+    /// acknowledge.
     // KEEP: aNoAck changes nothing. The device is always asked for an acknowledge.
     QmUtilsLib::Result WriteMemory( const void* aData, long long aAddress, long long aSize,
                                     bool aNoAck ) override;
 
-    /// Open opens the device's control interface, as master when IsMaster() says so, and takes over
-    /// path and identity; give both, as the enumerator of devices gave them. The limits stay as
-    /// they are: UpdateMaxSizes sets them. On failure, which is the control interface's, the link
-    /// keeps what it had. May be called on an open link, whose device is then replaced.
+    /// Open opens the device's control interface, as master where IsMaster() is true, and takes
+    /// over identity and path. Give both, as DeviceEnumerator gave them. The limits stay as they
+    /// are: 64 on a new link, 0 after a Close, until UpdateMaxSizes sets them.
+    ///
+    /// A failure is that of the control interface, and the link keeps the device that it had. On an
+    /// open link the new device replaces the old one.
     virtual QmUtilsLib::Result Open( const WdUtilsLib::U3V::U3VGUID& aGUID,
                                      const std::string& aDevicePath );
 
-    /// Read reads aSize bytes by as many ReadMemory as it takes, one behind the other, each of
-    /// GetMaxAckSize() - 24 bytes at most, and Write writes them by WriteMemory, each of
-    /// GetMaxCommandSize() - 20 at most; aNoAck is passed on. The first that fails ends it with its
-    /// result; what was done until then stays done. The callbacks come once for each piece. 0x4001
-    /// where a limit leaves no byte for data.
+    /// Read calls ReadMemory for pieces of GetMaxAckSize() - 24 bytes, Write calls WriteMemory for
+    /// pieces of GetMaxCommandSize() - 20 bytes with aNoAck, until aSize bytes are transferred. The
+    /// callbacks are called for each piece.
+    ///
+    /// The first failure ends the transfer; the pieces before it stay done. A limit that leaves no
+    /// byte for data is 0x4001. A size of 0 or less is OK and nothing is sent, also on a link that
+    /// was never opened.
+    ///
+    /// Warning: with a limit of 0, as after Close and Open, the whole transfer is one piece. A read
+    /// of 65536 bytes or more then stores too little and is OK: see the class.
+    ///@{
     // KEEP: OK, and nothing sent, for a size of 0 or less, also on a link that was never opened.
     // KEEP: a read leaves room for a READMEM command, not for the smaller header of its
     // acknowledge. With a limit of 0 everything is one piece.
-    ///@{
     virtual QmUtilsLib::Result Read( void* aData, long long aAddress, long long aSize );
     virtual QmUtilsLib::Result Write( const void* aData, long long aAddress, long long aSize,
                                       bool aNoAck );
     ///@}
 
-    /// AtomicWriteAndRead writes with one WRITEMEM and reads with one READMEM, with no other
-    /// command in between; the same sizes hold as for WriteMemory and ReadMemory. On failure
-    /// aReadData is unchanged, but the write may have been done. Calls neither callback.
+    /// AtomicWriteAndRead sends one WRITEMEM and one READMEM with no other command between them.
+    /// The sizes are those of WriteMemory and ReadMemory. On failure aReadData is unchanged, but
+    /// the device may have executed the write. It calls no callback.
     QmUtilsLib::Result AtomicWriteAndRead( const void* aWriteData, long long aWriteAddress,
                                            long long aWriteSize, void* aReadData,
                                            long long aReadAddress, long long aReadSize );
 
-    /// The identity of the open device; empty before Open and after Close. The reference is the
-    /// link's.
+    /// GetGUID returns the identity that the device was opened with. It is empty before Open and
+    /// after Close. The reference belongs to the link.
     const WdUtilsLib::U3V::U3VGUID& GetGUID() const { return mGUID; }
 
-    /// The path of the device that was opened last, of this link and its copies. The reference is
-    /// valid until the link is destroyed or assigned to.
+    /// GetDevicePath returns the path that the link, or a copy of it, was last opened with. The
+    /// reference is valid until the link is destroyed or assigned to.
     const std::string& GetDevicePath() const { return *mDevicePath; }
 
-    /// The largest command, the largest acknowledge that the link lets through, headers included;
+    /// The largest command and the largest acknowledge that the link allows, in bytes with headers.
     /// 0: no limit but the size of the buffers.
     ///@{
     unsigned int GetMaxCommandSize() const { return mMaxCommandSize; }
@@ -130,39 +155,39 @@ public:
     ///@}
 
 protected:
-    /// IsMaster tells whether the link means to be the device's master; asked once by each Open.
+    /// IsMaster tells whether the link is to be the device's master. Each Open calls it once.
     virtual bool IsMaster() const = 0;
 
-    /// The control interface; never null, owned by the link and its copies.
+    /// GetDCI returns the control interface. It is not null, and the link and its copies own it.
     WdTransportLayerLib::U3V::DeviceControlInterface* GetDCI() { return mDCI.get(); }
 
     /// SendCommand sends one finished command and receives its acknowledge into aAckCapacity bytes
-    /// at aAck. aAckLength becomes the bytes received as the control interface tells them, also on
-    /// failure; aAckCapacity when nothing was sent.
+    /// at aAck. It sets aAckLength to the number of bytes received, also on failure, and to
+    /// aAckCapacity when nothing was sent.
     QmUtilsLib::Result SendCommand( unsigned char* aCommand, unsigned int aCommandLength,
                                     unsigned char* aAck, unsigned int aAckCapacity,
                                     unsigned int& aAckLength );
 
-    /// SendAtomicCommands hands aCount commands to the control interface in one call and returns
-    /// its result; whether the link is open is not asked. When a command or the room for an
-    /// acknowledge is larger than the link's limit, nothing is sent and the result is 0x4001,
-    /// logged on the library logger.
+    /// SendAtomicCommands passes aCount commands to the control interface in one call and returns
+    /// its result. It does not check whether the link is open. When a command, or the room for an
+    /// acknowledge, exceeds the link's limit, it sends nothing, logs that at 40000 on the library
+    /// logger and returns 0x4001.
     QmUtilsLib::Result SendAtomicCommands( WdTransportLayerLib::U3V::DCI_COMMAND* aCommands,
                                            unsigned int aCount );
 
-    /// ResultFromStatus makes a GENERIC_ERROR of a status that is not 0: the OS code is the status,
-    /// the description its text, which is logged at 40000 on the library logger.
+    /// ResultFromStatus makes a GENERIC_ERROR of a GenCP status other than 0. The OS code is the
+    /// status and the description is its text, which is logged at 40000 on the library logger.
     QmUtilsLib::Result ResultFromStatus( unsigned short aStatus );
 
-    /// UpdateMaxSizes fits the limits to what the device's record says, at most 1024 each, and
-    /// tells the control interface what the device reported. A derived link calls it after Open;
-    /// without it the limits of a new link stay, which serve for registers. Initialises the record
-    /// through this link if nobody has. Changes nothing where that fails. Logs at 30000 on the
-    /// library logger when the device could do more than 1024.
+    /// UpdateMaxSizes sets the limits to the lengths in the device's CapabilitiesU3V, at most 1024
+    /// each, and passes the device's own values to the control interface. Call it after every Open.
+    /// It initialises the record through this link where that is not done yet. When the record
+    /// cannot be initialised, nothing changes. It logs at 30000 on the library logger when the
+    /// device allows more than 1024 bytes.
     void UpdateMaxSizes();
 
-    /// KeepReplaced keeps an object that an assignment has replaced until the link is destroyed.
-    /// Throws std::bad_alloc where there is no memory.
+    /// KeepReplaced keeps an object that an assignment has replaced until the link is destroyed. It
+    /// throws `std::bad_alloc` where memory is missing.
     void KeepReplaced( std::shared_ptr<const void> aObject );
 
 private:

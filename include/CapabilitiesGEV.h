@@ -28,80 +28,88 @@ namespace HtBaseLib
 
 class BaseCommandLinkGEV;
 
-/// CapabilitiesGEV is the record of what one GigE Vision device can do: filled once from the
-/// device's bootstrap registers by Init, it then answers without traffic. Ask it before using what
-/// the standard makes optional.
+/// CapabilitiesGEV is the record of what one GigE Vision device can do. Init reads the device's
+/// bootstrap registers once; the queries then answer without traffic. Ask it before using what the
+/// standard makes optional.
 ///
-/// The record of a device that several parts of an application talk to comes from GetCapabilities,
-/// so that the device is read once per process.
+/// GetCapabilities gives the record that the whole process shares, so that a device is read once.
 ///
-/// Until Init has succeeded every number is 0 and every answer is false; exceptions are said where
-/// they are. A record that is initialised stays as it is: it is never read again.
+/// In a new record every number is 0 and every answer is false, except where a query says
+/// otherwise. After a failed Init the record holds what this Init and earlier ones have read; do
+/// not use it. After a successful Init the record is never read again.
 ///
-/// Threads: Init may be called by any thread at any time; it takes the record's mutex. The other
-/// operations take none. They read what Init has stored, so beside a running Init only
-/// IsInitialized may be called; once that, or an Init of one's own, has given the word, any thread
-/// may ask anything. Assigning to a record, or destroying it, may run beside nothing. Copies share
-/// the mutex and the logger of their source, so that their Inits run one after the other; what they
-/// hold, the initialised flag included, is their own.
+/// Threads: any thread may call Init at any time; it takes the record's mutex. The queries take no
+/// lock. Beside a running Init a thread may call IsInitialized, IsCorvaneDevice,
+/// IsCorvaneTransmitter, GetMaxReadMemSize and GetMaxWriteMemSize. A thread that has seen
+/// IsInitialized return true, or its own Init return OK, may call every query. No other operation
+/// may run while a record is assigned to or destroyed.
+///
+/// A copy shares the mutex and the logger of its source, so that their Inits run one after the
+/// other. The values, the initialised flag included, are its own.
 class HTBASE_API CapabilitiesGEV
 {
 public:
-    /// A record for the device of that address: reads nothing, logs nothing. Whether the device is
-    /// one of the maker's is asked of WdUtilsLib::Network::DeviceIdentity now and never again.
-    /// Throws std::bad_alloc where memory is missing. Copying and assigning need no memory.
-    ///@{
+    /// A record for the device with that address. The constructor reads nothing and logs nothing.
+    /// It asks WdUtilsLib::Network::DeviceIdentity, once, whether the device is one of the maker's.
+    /// It throws `std::bad_alloc` where memory is missing.
     explicit CapabilitiesGEV( WdUtilsLib::Network::EthernetAddress aAddress );
+
+    /// Copying and assigning need no memory. See the class.
+    ///@{
     CapabilitiesGEV( const CapabilitiesGEV& aOther );
     CapabilitiesGEV& operator=( const CapabilitiesGEV& aOther );
-    virtual ~CapabilitiesGEV();
     ///@}
 
-    /// GetCapabilities returns the record of the device with that address, and makes it when there
-    /// is none; null only where there is no memory for it. Perhaps it is not initialised: call
-    /// Init, which costs nothing where it is. The record belongs to the library and lives until
-    /// Destroy. Takes the process-wide mutex of the records, which nobody holds while a device is
-    /// read.
+    virtual ~CapabilitiesGEV();
+
+    /// GetCapabilities returns the process's record of the device with that address, and makes a
+    /// new one if there is none. It is null only where memory is missing. The record may not be
+    /// initialised: call Init, which returns at once where it is. The library owns the record and
+    /// keeps it until Destroy. Safe from any thread; it takes the process-wide mutex of the
+    /// records, which is not held while a device is read.
     static CapabilitiesGEV* GetCapabilities( WdUtilsLib::Network::EthernetAddress aAddress );
 
-    /// Destroy deletes every record that GetCapabilities has given; the pointers dangle then, and
-    /// none may be in use. It runs by itself when the process ends or unloads the library. Takes
-    /// the process-wide mutex of the records.
+    /// Destroy deletes every record that GetCapabilities has returned. None of them may be in use,
+    /// and the pointers are invalid afterwards. It runs by itself when the process ends or unloads
+    /// the library. It takes the process-wide mutex of the records.
     static void Destroy();
 
-    /// Init reads the device: Version, Device Mode, GVCP Capability, Number of Stream Channels,
-    /// Number of Message Channels; from version 1.1 on also Message Channel Capability and GVSP
-    /// Capability where there are such channels, and the source ports where the device has them;
-    /// then Timestamp Tick Frequency, Device Version and Manufacturer Specific Information.
+    /// Init reads Version, Device Mode, GVCP Capability, Number of Stream Channels and Number of
+    /// Message Channels. From version 1.1 on it also reads Message Channel Capability and GVSP
+    /// Capability where there are such channels, and the source ports where the device has them.
+    /// Then it reads Timestamp Tick Frequency, Device Version and Manufacturer Specific
+    /// Information.
     ///
-    /// Result: OK, or what the link gave for the read that ended it. A device may lack Message
-    /// Channel Capability, GVSP Capability, the stream channels' source ports and the tick
-    /// frequency: what could not be read is 0 then. Every other read must succeed. After a failure
-    /// the record is not initialised, holds what was read so far, and the next Init starts anew.
-    /// Blocks as long as its reads do, one transaction of the link each; on an initialised record
-    /// it is OK at once, but for the wait for the mutex. GENERIC_ERROR with ENOMEM as OS code where
-    /// memory is missing. 0x001C from within an Init of this record,
-    /// where a callback of its reads calls it: that one goes on, and this one changes nothing.
+    /// Message Channel Capability, GVSP Capability, the source ports of stream channels and the
+    /// tick frequency may fail: they are then 0. Every other read must succeed.
     ///
-    /// Logs "Reading device properties" before it waits for the mutex, each thing found at 20000,
-    /// and the two channel capabilities that cannot be read at 30000.
+    /// Results:
+    /// - `OK`: the record is initialised. Where it was before, nothing is read.
+    /// - 0x001C: a callback of this record's own Init has called Init. Nothing changes.
+    /// - `GENERIC_ERROR` with ENOMEM as OS code: memory is missing.
+    /// - Otherwise the link's result of the read that failed. The next Init reads everything again.
+    ///
+    /// Init blocks for the record's mutex and for one transaction of the link per read. At 20000 it
+    /// logs "Reading device properties" before it waits for the mutex, then the version, the bits
+    /// of GVCP Capability, the numbers of channels, the source ports and the tick frequency. At
+    /// 30000 it logs when Message Channel Capability or GVSP Capability cannot be read.
     QmUtilsLib::Result Init( BaseCommandLinkGEV* aLink );
 
-    /// Init over a SimpleCommandLinkGEV of its own on that socket, which must be connected to the
-    /// device and stays the caller's: it is neither opened nor closed. NOT_CONNECTED where it is
-    /// closed or null.
+    /// The same over a SimpleCommandLinkGEV on aSocket. The caller connects the socket to the
+    /// device and keeps it; Init neither opens nor closes it. NOT_CONNECTED where it is closed or
+    /// null.
     QmUtilsLib::Result Init( WdUtilsLib::Network::SocketUDP* aSocket );
 
-    /// ReadSCSPs fills the source ports of the stream channels; a step of Init. Takes no lock, and
-    /// must not run beside anything else on the record. From registers SCSP 0x0D1C + 0x40 x channel
-    /// where GVSP Capability has them; otherwise the fixed ports for a device of the maker's, and 0
-    /// for others. OK, or the result of the first read that failed: the ports from that channel on
-    /// are 0. At most 512 channels are read, whatever the device counts. Logs the port that channel
-    /// 0 had before, and each port found, at 20000.
+    /// ReadSCSPs reads the source ports of the stream channels, at most 512. It is a step of Init,
+    /// takes no lock, and nothing else may use the record meanwhile.
+    ///
+    /// Where GVSP Capability announces them, it reads the registers SCSP, 0x0D1C + 0x40 x channel.
+    /// Otherwise it sets the fixed ports for the maker's device engines, and 0 for other devices.
+    /// The result is OK or that of the first read that failed; the ports from that channel on are
+    /// 0. At 20000 it logs the port that channel 0 had before, and each port found.
     QmUtilsLib::Result ReadSCSPs( BaseCommandLinkGEV* aLink );
 
-    /// IsInitialized tells whether an Init has succeeded. Safe beside a running Init, and whoever
-    /// has seen true may ask everything else.
+    /// IsInitialized tells whether an Init has succeeded. Safe beside a running Init.
     // KEEP: the one query that is not const.
     bool IsInitialized();
 
@@ -114,38 +122,35 @@ public:
     /// Device Mode: 0 transmitter, 1 receiver, 2 transceiver, 3 peripheral; 4 to 7 are reserved.
     unsigned short GetDeviceClass() const;
 
-    /// Number of Stream Channels, Number of Message Channels: the device's own figures.
-    ///@{
-    unsigned int GetStreamingChannelCount() const;
-    unsigned int GetMessagingChannelCount() const;
-    ///@}
+    unsigned int GetStreamingChannelCount() const; ///< Number of Stream Channels, not bounded
+    unsigned int GetMessagingChannelCount() const; ///< Number of Message Channels, not bounded
 
-    /// Timestamp Tick Frequency: ticks per second, 0 when the device does not give it.
+    /// Timestamp Tick Frequency, in ticks per second. 0 when it cannot be read.
     unsigned long long GetTimestampTickFrequency() const;
 
-    /// Whether the device is one of the maker's device engines, one of its transmitters. Right from
-    /// construction on.
+    /// Whether the device is one of the maker's device engines, or one of its transmitters. Valid
+    /// from construction on.
     ///@{
     bool IsCorvaneDevice() const;
     bool IsCorvaneTransmitter() const;
     ///@}
 
-    /// The most bytes that one READMEM, one WRITEMEM may carry: 512, and 536 with the maker's
-    /// device engines. Right from construction on.
+    /// The most bytes for one READMEM or WRITEMEM: 536 for the maker's device engines, 512 for
+    /// other devices. Valid from construction on.
     ///@{
     unsigned int GetMaxReadMemSize() const;
     unsigned int GetMaxWriteMemSize() const;
     ///@}
 
-    /// The UDP port that a stream channel sends from, that the message channel sends from; 0 when
-    /// the device does not tell, and for channels from 512 on. For a device engine of the maker's
-    /// the fixed ports, 20202 + channel and 4, before Init as well.
+    /// The UDP port that a stream channel, or the message channel, sends from. 0 when the device
+    /// does not tell it, and for channels from 512 on. Until Init has succeeded, a device engine of
+    /// the maker's has the fixed ports: 20202 + aChannel for any channel, and 4.
     ///@{
     unsigned int GetStreamChannelSourcePort( unsigned short aChannel ) const;
     unsigned int GetMessageChannelSourcePort() const;
     ///@}
 
-    /// GVCP Capability, bits that count on any device.
+    /// Bits of GVCP Capability. They count on any device.
     ///@{
     bool IsConcatenationSupported() const; ///< several registers in one command
     bool IsWriteMemSupported() const;      ///< WRITEMEM
@@ -154,7 +159,7 @@ public:
     bool IsEventDataSupported() const;     ///< EVENTDATA
     ///@}
 
-    /// GVCP Capability, bits that count from version 1.1 on.
+    /// Bits of GVCP Capability. They count from version 1.1 on.
     ///@{
     bool IsPendingSupported() const;              ///< PENDING_ACK
     bool IsActionSupported() const;               ///< ACTION
@@ -165,12 +170,12 @@ public:
     bool IsManifestTableSupported() const;        ///< Manifest Table
     bool IsCCPOwnerDiscoverySupported() const;    ///< Primary Application Port and IP Address
     bool IsLinkSpeedRegisterSupported() const;    ///< Link Speed
-    bool IsHeartbeatDisableSupported() const;     ///< the heartbeat can be switched off
+    bool IsHeartbeatDisableSupported() const;     ///< the heartbeat can be disabled
     bool IsSerialNumberSupported() const;         ///< Serial Number
     bool IsUserDefinedNameSupported() const;      ///< User-defined Name
     ///@}
 
-    /// GVCP Capability, bits that count from version 2.0 on.
+    /// Bits of GVCP Capability. They count from version 2.0 on.
     ///@{
     bool IsScheduledActionSupported() const;       ///< ACTION at a given time
     bool IsV2ExtendedStatusCodesSupported() const; ///< status codes of version 2.0
@@ -179,32 +184,28 @@ public:
     bool IsApplicationSwitchOverSupported() const; ///< Control Switchover Key
     ///@}
 
-    /// GVSP Capability: block identifiers of 16 bits. Always on a device of version 1, which has no
-    /// others; on any other the bit decides.
+    /// GVSP Capability: block identifiers of 16 bits. Always true for major version 1, which has no
+    /// other identifiers.
     bool IsLegacy16BitsBlockIdSupported() const;
 
-    /// Whether the device accepts resend requests that name the end of a block. True after Init but
-    /// for device engines of the maker's whose manufacturer information and device version tell an
-    /// early design with a firmware older than 2.3.
+    /// Whether the device accepts a resend request that names the end of a block. After Init it is
+    /// true, except for device engines of the maker's whose Manufacturer Specific Information and
+    /// Device Version tell an early design with a firmware older than 2.3.
     bool IsEndOfBlockResendRequestSupported() const;
 
 protected:
-    /// Version is at least 1.1, 1.2, 2.0.
-    ///@{
-    bool HasV1_1() const;
-    bool HasV1_2() const;
-    bool HasV2_0() const;
-    ///@}
+    bool HasV1_1() const; ///< the version is at least 1.1
+    bool HasV1_2() const; ///< the version is at least 1.2
+    bool HasV2_0() const; ///< the version is at least 2.0
 
-    /// Message Channel Capability, GVSP Capability, from version 1.1 on: the device publishes the
-    /// source ports of its message channel (register MCSP), of its stream channels (registers
-    /// SCSP).
+    /// Whether the device has the source port registers: MCSP by Message Channel Capability, SCSP
+    /// by GVSP Capability. False below version 1.1.
     ///@{
     bool IsMCSPSupported() const;
     bool IsSCSPSupported() const;
     ///@}
 
-    /// ParseInfos decides IsEndOfBlockResendRequestSupported from the two texts; a step of Init.
+    /// ParseInfos sets IsEndOfBlockResendRequestSupported from the two texts. It is a step of Init.
     void ParseInfos();
 
 private:

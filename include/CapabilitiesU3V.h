@@ -21,7 +21,7 @@ namespace HtBaseLib
 
 class BaseCommandLinkU3V;
 
-/// StringEncoding tells how the texts in a device's bootstrap registers are written.
+/// StringEncoding is the encoding of the texts in a device's bootstrap registers.
 enum class StringEncoding : uint32_t
 {
     ASCII = 0,
@@ -30,103 +30,102 @@ enum class StringEncoding : uint32_t
     UNKNOWN = 0xFFFFFFFF
 };
 
-/// CapabilitiesU3V is the record of what one USB3 Vision device can do: filled once by Init from
-/// the device's two bootstrap register maps, the one of GenCP (ABRM) and the one of USB3 Vision
-/// (SBRM), it then answers without traffic.
+/// CapabilitiesU3V is the record of what one USB3 Vision device can do. Init reads the device's two
+/// bootstrap register maps once, that of GenCP (ABRM) and that of USB3 Vision (SBRM); the queries
+/// then answer without traffic.
 ///
-/// The record of a device that several parts of an application talk to comes from GetCapabilities,
-/// so that the device is read once per process.
+/// GetCapabilities gives the record that the whole process shares, so that a device is read once.
 ///
-/// Until Init has succeeded every number is 0 and every answer is false. A record that is
-/// initialised stays as it is: it is never read again.
+/// In a new record every number is 0 and every answer is false, except where a query says
+/// otherwise. After a failed Init the record holds what this Init and earlier ones have read; do
+/// not use it. After a successful Init the record is never read again. The values have the byte
+/// order in which the device sends them: that is host order on a little-endian machine.
 ///
-/// Threads: Init may be called by any thread at any time, on a link that no other thread uses; it
-/// takes the record's mutex. The other operations take none. They read what Init has stored, so
-/// beside a running Init only IsInitialized may be called; once that, or an Init of one's own, has
-/// given the word, any thread may ask anything. Assigning to a record, or destroying it, may run
-/// beside nothing. Copies share the mutex and the logger of their source, so that their Inits run
-/// one after the other; what they hold, the initialised flag included, is their own.
+/// Threads: any thread may call Init at any time, on a link that no other thread uses; it takes the
+/// record's mutex. The queries take no lock. Beside a running Init a thread may call IsInitialized
+/// and GetTimestampTickFrequency. A thread that has seen IsInitialized return true, or its own Init
+/// return OK, may call every query. No other operation may run while a record is assigned to or
+/// destroyed.
+///
+/// A copy shares the mutex and the logger of its source, so that their Inits run one after the
+/// other. The values, the initialised flag included, are its own.
 class HTBASE_API CapabilitiesU3V
 {
 public:
-    /// A record for that device: reads nothing, logs nothing. The second argument is kept for
-    /// callers of old; nothing looks at it, and it may be null. Throws std::bad_alloc where memory
-    /// is missing. Copying and assigning need no memory.
-    ///@{
+    /// A record for the device with that identity. The constructor reads nothing and logs nothing.
+    /// aUnused is ignored and may be null. The constructor throws `std::bad_alloc` where memory is
+    /// missing.
     CapabilitiesU3V( const WdUtilsLib::U3V::U3VGUID& aGUID, unsigned char* aUnused );
+
+    /// Copying and assigning need no memory. See the class.
+    ///@{
     CapabilitiesU3V( const CapabilitiesU3V& aOther );
     CapabilitiesU3V& operator=( const CapabilitiesU3V& aOther );
-    virtual ~CapabilitiesU3V();
     ///@}
 
-    /// GetCapabilities returns the record of the device with that identity, and makes it when there
-    /// is none; null only where there is no memory for it. Perhaps it is not initialised: call
-    /// Init, which costs nothing where it is. The record belongs to the library and lives until
-    /// Destroy. All devices without identity share one record. Takes the process-wide mutex of the
-    /// records, which nobody holds while a device is read; it is another one than that of the GigE
-    /// Vision records. The second argument is handed to the constructor.
+    virtual ~CapabilitiesU3V();
+
+    /// GetCapabilities returns the process's record of the device with that identity, and makes a
+    /// new one if there is none. It is null only where memory is missing. All devices with an empty
+    /// identity share one record. The record may not be initialised: call Init, which returns at
+    /// once where it is. The library owns the record and keeps it until Destroy. aUnused is that of
+    /// the constructor. Safe from any thread; it takes the process-wide mutex of these records,
+    /// which is not held while a device is read.
     static CapabilitiesU3V* GetCapabilities( const WdUtilsLib::U3V::U3VGUID& aGUID,
                                              unsigned char* aUnused );
 
-    /// Destroy deletes every record that GetCapabilities has given; the pointers dangle then, and
-    /// none may be in use. It runs by itself when the process ends or unloads the library. Takes
-    /// the process-wide mutex of the records.
+    /// Destroy deletes every record that GetCapabilities has returned. None of them may be in use,
+    /// and the pointers are invalid afterwards. It runs by itself when the process ends or unloads
+    /// the library. It takes the process-wide mutex of these records.
     static void Destroy();
 
-    /// Init reads the device through aLink's ReadMemory, 4 or 8 bytes at a time, 10 to 16 reads.
+    /// Init reads the device by 10 to 16 calls of aLink's ReadMemory, of 4 or 8 bytes each. Every
+    /// read must succeed.
     ///
-    /// Result: OK, or what the link gave for the read that ended it: every read must succeed. After
-    /// a failure the record is not initialised, holds what was read so far, and the next Init reads
-    /// everything again. On an initialised record it is OK at once. GENERIC_ERROR with ENOMEM as OS
-    /// code where memory is missing. 0x001C from within an Init of
-    /// this record, where a callback of its reads calls it: that one goes on, and this one changes
-    /// nothing.
+    /// Results:
+    /// - `OK`: the record is initialised. Where it was before, nothing is read.
+    /// - 0x001C: a callback of this record's own Init has called Init. Nothing changes.
+    /// - `GENERIC_ERROR` with ENOMEM as OS code: memory is missing.
+    /// - Otherwise the link's result of the read that failed. The next Init reads everything again.
     ///
-    /// Logs "Reading device properties" before it waits for the mutex, and each thing found, all at
-    /// 20000.
+    /// At 20000 it logs "Reading device properties" before it waits for the mutex, then every value
+    /// that it reads.
     QmUtilsLib::Result Init( BaseCommandLinkU3V* aLink );
 
-    /// IsInitialized tells whether an Init has succeeded. Safe beside a running Init, and whoever
-    /// has seen true may ask everything else.
+    /// IsInitialized tells whether an Init has succeeded. Safe beside a running Init.
     // KEEP: not const, as its twin of the GigE Vision record.
     bool IsInitialized();
 
-    /// GenCP Version, U3V Version: major in the upper 16 bits, minor in the lower.
-    ///@{
-    unsigned int GetGenCPVersion() const;
-    unsigned int GetU3VVersion() const;
-    ///@}
+    unsigned int GetGenCPVersion() const; ///< GenCP Version: major in the upper 16 bits, then minor
+    unsigned int GetU3VVersion() const;   ///< U3V Version: major in the upper 16 bits, then minor
 
-    /// Maximum Device Response Time, milliseconds.
-    unsigned int GetMaxDeviceResponseTime() const;
+    unsigned int GetMaxDeviceResponseTime() const;      ///< Maximum Device Response Time, ms
+    unsigned long long GetManifestTableAddress() const; ///< Manifest Table Address
+    unsigned long long GetSBRMAddress() const;          ///< SBRM Address
 
-    /// Manifest Table Address, SBRM Address.
-    ///@{
-    unsigned long long GetManifestTableAddress() const;
-    unsigned long long GetSBRMAddress() const;
-    ///@}
-
-    /// Timestamp Increment, nanoseconds; 0 where the device has no timestamps.
+    /// Timestamp Increment, in nanoseconds. 0 where the device has no timestamps.
     unsigned long long GetTimestampIncrement() const;
 
-    /// Ticks per second of timestamps: always 1000000000, they count nanoseconds.
+    /// Ticks per second of timestamps: always 1000000000, since they count nanoseconds.
     unsigned long long GetTimestampTickFrequency() const;
 
-    /// Maximum Command Transfer Length, Maximum Acknowledge Transfer Length: bytes, headers
-    /// included.
+    /// Maximum Command Transfer Length and Maximum Acknowledge Transfer Length, in bytes with
+    /// headers.
     ///@{
     unsigned int GetMaxCommandTransferLength() const;
     unsigned int GetMaxAckTransferLength() const;
     ///@}
 
-    /// Number of Stream Channels.
-    unsigned int GetStreamChannelCount() const;
+    unsigned int GetStreamChannelCount() const; ///< Number of Stream Channels
 
-    /// Where the register maps of streaming (SIRM), of events (EIRM) and of IIDC2 lie, and their
-    /// bytes. 0 where they were not read.
+    /// The addresses of the register maps of streaming (SIRM), of events (EIRM) and of IIDC2, and
+    /// the lengths in bytes. 0 where they were not read. Init reads those of the SIRM when there is
+    /// a stream channel, and those of the EIRM when IsMessageChannelSupported is true, whatever
+    /// IsSIRMAvailable and IsEIRMAvailable say. It reads that of IIDC2 when IsIIDC2Available is
+    /// true.
+    ///@{
     // KEEP: the SIRM is read when there is a stream channel and the EIRM when there is a message
     // channel; what IsSIRMAvailable and IsEIRMAvailable say plays no part.
-    ///@{
     unsigned long long GetSIRMAddress() const;
     unsigned int GetSIRMLength() const;
     unsigned long long GetEIRMAddress() const;
@@ -155,7 +154,7 @@ public:
     ///@}
 
 protected:
-    /// The two halves of Init, without its lock. UpdateSBRM relies on what UpdateABRM has read.
+    /// The two halves of Init, without its lock. UpdateSBRM uses what UpdateABRM has read.
     ///@{
     QmUtilsLib::Result UpdateABRM( BaseCommandLinkU3V* aLink );
     QmUtilsLib::Result UpdateSBRM( BaseCommandLinkU3V* aLink );
