@@ -6,13 +6,13 @@
 #include <HtResult.h>
 #include <HtString.h>
 
-/// HtBinariesLocation tells the directory that the library's own module file lies in, so that files
-/// shipped beside it are found without configuration. It is not the program's directory, unless the
-/// library was linked into the program.
+/// HtBinariesLocation gives the directory of the library's own module file, in which an application
+/// finds the files installed beside it. It is the program's directory only where the library is
+/// linked into the program.
 ///
-/// On OK aLocation is the directory: absolute, with symbolic links resolved, and without a
-/// separator at its end (but for the root directory, "/"). It is the one that the library was
-/// loaded from, also after a change of the working directory. 0x0019 when the system does not tell,
-/// or not the whole path; GENERIC_ERROR with ENOMEM as OS code when memory is missing. aLocation is
-/// then unchanged. Logs nothing. May be called at any time from any thread.
+/// On OK aLocation is the absolute path of the directory that the library was loaded from, with
+/// symbolic links resolved and without a separator at its end; the root directory is "/". A later
+/// change of the working directory does not matter. 0x0019: the system does not give the whole
+/// path. GENERIC_ERROR with ENOMEM as OS code: memory is missing. It logs nothing. Safe from any
+/// thread.
 HTBASE_API HtResult HtBinariesLocation( HtString& aLocation );

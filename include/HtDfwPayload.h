@@ -13,50 +13,51 @@ namespace HtBaseLib
 class DfwPayloadWriter;
 }
 
-/// HtDfwPayload is a firmware payload in a file or in memory: a flat sequence of records, each a
-/// type letter, a length byte and that many bytes, numbers in big-endian order. Its two builders
-/// make the small payloads that a client sends to name a device or to reset it.
+/// HtDfwPayload is a firmware payload in a file or in memory. A payload is a sequence of records,
+/// each a type letter, a length byte and that many bytes; numbers are big-endian. Two functions
+/// build the small payloads that a client sends to name a device or to reset it.
 ///
-/// Not copyable. Operations on one object need the caller's lock; the builders may run at the same
-/// moment on several threads, unless their buffers overlap. They block for as long as reading the
-/// file takes.
+/// Not copyable. The two builders may run at the same moment on several threads, unless their
+/// buffers overlap. They block while they read the file. The constructors throw `std::bad_alloc`
+/// where memory is missing.
 ///
-/// What goes wrong with a file is printed on standard output, as
-/// "Failed to open input file NAME. error code NUMBER", without an end of line. The constructors
-/// may throw std::bad_alloc.
+/// A failure of a file is reported on standard output only, as
+/// "Failed to open input file NAME. error code NUMBER" without an end of line.
 class HTBASE_API HtDfwPayload
 {
 public:
-    /// Opens a payload file for reading and keeps it open. A file that cannot be opened is reported
-    /// on standard output; the object is good for nothing but its destruction then.
+    /// Opens a payload file for reading and keeps it open. When it cannot be opened, the only
+    /// operation left is the destructor.
     explicit HtDfwPayload( const HtString& aFileName );
 
-    /// A payload in aSize bytes of the caller's, which must outlive the object.
+    /// A payload in aSize bytes at aBuffer, which must outlive the object.
     HtDfwPayload( unsigned char* aBuffer, unsigned int aSize );
 
-    /// The class's only virtual operation. Closes the file; in memory it stores a zero byte at the
-    /// position, which is the first byte of the buffer, unless the buffer is empty.
+    /// The class's only virtual operation. It closes the file. In memory it stores a zero in the
+    /// first byte of the buffer, unless the buffer is empty.
     virtual ~HtDfwPayload();
 
     HtDfwPayload( const HtDfwPayload& ) = delete;
     HtDfwPayload& operator=( const HtDfwPayload& ) = delete;
 
-    /// Builds the payload that tells a device its name: the target and the version record of a
-    /// firmware payload file, then an identification record with the 8-bit form of aDeviceId, which
-    /// has 1 to 255 bytes: a longer one gives no record, an empty one 16 zero bytes without type
-    /// and length. aOutSize is the number of bytes built; where the buffer has room, a zero byte
-    /// follows them that does not count.
+    /// GetDeviceIdRecord builds in aBuffer, of aSize bytes, the payload that gives a device its
+    /// name: the target record and the version record of a payload file, then an identification
+    /// record with the 8-bit form of aDeviceId, 1 to 255 bytes. A longer name gives no
+    /// identification record; an empty one gives 16 zero bytes without type and length. aOutSize is
+    /// the number of bytes built. A zero byte that does not count follows them where there is room.
     ///
-    /// OK, or 0x4000 with ENOMEM as OS code when memory is missing; then aOutSize is unchanged and
-    /// the buffer's first byte may be zeroed. Whether the payload is whole is for the caller to
-    /// see: a record that the file lacks is missing from the payload too, a file that cannot be
-    /// opened gives neither target nor version (and is reported on standard output), and what does
-    /// not fit into aSize bytes is cut off, aOutSize counting what fitted.
+    /// The result is OK, also when the payload is incomplete: check aOutSize. A record that the
+    /// file lacks is left out. A file that cannot be opened gives neither target nor version. What
+    /// does not fit is cut, and aOutSize counts what fitted.
+    ///
+    /// 0x4000 with ENOMEM as OS code: memory is missing. aOutSize is then unchanged, and the first
+    /// byte of the buffer may be 0.
     static HtResult GetDeviceIdRecord( const HtString& aPayloadFile, const HtString& aDeviceId,
                                        unsigned char* aBuffer, unsigned int aSize,
                                        unsigned int& aOutSize );
 
-    /// Builds the payload that resets a device: the same with a reset record at the end.
+    /// GetResetRecord builds in the same way the payload that resets a device: target, version and
+    /// a reset record.
     static HtResult GetResetRecord( const HtString& aPayloadFile, unsigned char* aBuffer,
                                     unsigned int aSize, unsigned int& aOutSize );
 

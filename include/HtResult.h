@@ -5,33 +5,32 @@
 #include <HtExport.h>
 #include <HtString.h>
 
-/// HtResult is what the library's public operations return: a code out of a fixed set, the raw code
-/// it was asked to hold, the operating system's error number and a text for people.
+/// HtResult is what the public clients return: a code out of a fixed set, the internal code that it
+/// was made from, the operating system's error number and a description.
 ///
-/// Classification, comparison, combination and code names are those of QmUtilsLib::Result. Const
-/// operations may run at the same moment on several threads; anything else needs the caller's lock.
+/// Classification, comparison, combination and names of codes are those of QmUtilsLib::Result.
 ///
-/// A result for whose description there is no memory goes without one; its codes hold. Only the
-/// operations that return a text may throw std::bad_alloc.
+/// Where memory for a description is missing, the result has none; its codes hold. Only the
+/// operations that return a text throw `std::bad_alloc`.
 class [[nodiscard]] HTBASE_API HtResult
 {
 public:
-    /// The codes that this library names. Others are held as they are, or become GENERIC_ERROR.
+    /// The codes with a name. SetCode accepts others too.
     enum Code : unsigned int
     {
         OK = 0x0000,              ///< success
-        NOT_CONNECTED = 0x0017,   ///< a command link has no open socket or device interface
+        NOT_CONNECTED = 0x0017,   ///< the link has no open socket or control interface
         TIMEOUT = 0x001E,         ///< no answer within the allowed time
-        NOT_SUPPORTED = 0x0604,   ///< the operation is not offered by this object
-        NOT_INITIALIZED = 0x0605, ///< a result that nothing has set yet
+        NOT_SUPPORTED = 0x0604,   ///< the object does not offer the operation
+        NOT_INITIALIZED = 0x0605, ///< the result has not been set yet
         GENERIC_ERROR = 0x4000    ///< a failure without a more specific code
     };
 
     /// NOT_INITIALIZED, without description.
     HtResult();
 
-    /// From a code (see SetCode), and the operating system's error number and a description where
-    /// they are given. Without them: 0 and no description.
+    /// A result with aCode as SetCode takes it. Without aOSCode the OS code is 0, without
+    /// aDescription there is no description.
     ///@{
     HtResult( unsigned int aCode );
     HtResult( unsigned int aCode, unsigned int aOSCode );
@@ -39,55 +38,51 @@ public:
     HtResult( unsigned int aCode, unsigned int aOSCode, const HtString& aDescription );
     ///@}
 
-    /// A copy holds the other's code, also as its internal code, and its OS code. The description
-    /// is copied only when the other is not OK.
+    /// A copy takes over the code and the OS code. Its internal code is the other's code. It takes
+    /// over the description only when the other is not OK.
     HtResult( const HtResult& aOther );
 
     ~HtResult();
 
-    /// Takes over code and OS code as a copy does. The description is replaced only when the other
-    /// is not OK: what went wrong before can still be read after a success was assigned.
+    /// Takes over codes as a copy does. The description is replaced only when the other is not OK:
+    /// after an OK was assigned, the description of an earlier failure can still be read.
     const HtResult& operator=( const HtResult& aB );
 
-    /// The code; always one of the set that SetCode accepts.
+    /// The code. It is always one that SetCode accepts.
     unsigned int GetCode() const;
 
-    /// The value last given to SetCode, before conversion.
+    /// The value last given to SetCode, before its conversion.
     unsigned int GetInternalCode() const;
 
-    /// The operating system's error number; 0 when there is none.
+    /// The operating system's error number, or 0.
     unsigned int GetOSCode() const;
 
     /// The name of the code, such as "TIMEOUT".
     HtString GetCodeString() const;
 
-    /// A copy of the description; empty when there is none.
+    /// A copy of the description. Empty when there is none.
     HtString GetDescription() const;
 
-    /// The name of the code, valid as long as the process runs. It is a text, not a truth value:
-    /// use IsOK, an `if` on a result does not compile.
-    ///@{
+    /// The name of the code. The text is valid until the process ends.
     operator const char*() const;
-    explicit operator bool() const = delete;
-    ///@}
 
-    /// SetCode keeps the given value as internal code and stores the code: an accepted value
-    /// unchanged, one of the retired values as its successor, any other as GENERIC_ERROR, which is
-    /// logged at priority 20000. OS code and description stay. Never fails.
+    /// A result has no truth value, so `if ( result )` does not compile. Use IsOK.
+    explicit operator bool() const = delete;
+
+    /// SetCode keeps aCode as internal code and sets the code: an accepted value as it is, a
+    /// retired value as its successor, any other as GENERIC_ERROR, which is logged at 20000. OS
+    /// code and description stay. It never fails.
     void SetCode( unsigned int aCode );
 
-    /// Replaces the description.
+    /// SetDescription replaces the description.
     void SetDescription( const HtString& aDescription );
 
-    /// IsOK and IsSuccess: code 0. IsPending: code 0xFFFF. IsFailure: every other code.
-    ///@{
-    bool IsOK() const;
-    bool IsSuccess() const;
-    bool IsPending() const;
-    bool IsFailure() const;
-    ///@}
+    bool IsOK() const;      ///< code 0
+    bool IsSuccess() const; ///< code 0, the same as IsOK
+    bool IsPending() const; ///< code 0xFFFF
+    bool IsFailure() const; ///< every other code
 
-    /// Compare codes only. A number is compared as it is, without the conversion of SetCode.
+    /// Compares codes only. A number is compared without the conversion of SetCode.
     ///@{
     bool operator==( const HtResult& aB ) const;
     bool operator!=( const HtResult& aB ) const;
@@ -95,8 +90,8 @@ public:
     bool operator!=( unsigned int aB ) const;
     ///@}
 
-    /// The conversion to text would otherwise make these compile and compare addresses. Put a
-    /// number on the right, as in `result == 0`; compare names as texts.
+    /// Without these, the conversion to text would compile such comparisons and compare addresses.
+    /// Write a number on the right: `result == 0`. Compare names as texts.
     ///@{
     friend bool operator==( unsigned int aA, const HtResult& aB ) = delete;
     friend bool operator!=( unsigned int aA, const HtResult& aB ) = delete;
@@ -110,8 +105,8 @@ public:
     friend bool operator!=( const HtResult& aA, const T* aB ) = delete;
     ///@}
 
-    /// Accumulates outcomes: a failure keeps its code, anything else takes the other's code unless
-    /// that is OK. Only the code changes; internal code, OS code and description stay.
+    /// Combines outcomes: a failure keeps its code, any other result takes the other's code unless
+    /// that is OK. Internal code, OS code and description stay.
     const HtResult& operator|=( const HtResult& aB );
 
 private:

@@ -9,15 +9,14 @@ namespace QmUtilsLib
 class String;
 }
 
-/// HtString is a text that is available in an 8-bit (UTF-8) and a wide form.
+/// HtString is a text in an 8-bit (UTF-8) and a wide form.
 ///
-/// It is a shell over QmUtilsLib::String, so its layout never changes: how the forms are converted
-/// into one another and compared (exact, case-sensitive) is told there. Texts that are returned
-/// belong to the string and stay valid until it is changed or destroyed. Const operations may run
-/// at the same moment on several threads; anything else needs the caller's lock.
+/// It holds a QmUtilsLib::String, which states how the forms are converted and compared. The layout
+/// of HtString never changes. Pointers that it returns belong to the string and are valid until it
+/// is changed or destroyed.
 ///
-/// Making, changing and comparing with a text given as pointer may throw std::bad_alloc; the string
-/// is then as it was before.
+/// Constructors, `=`, `+=` and comparing with a pointer throw `std::bad_alloc` where memory is
+/// missing; the string is then unchanged.
 class HTBASE_API HtString
 {
 public:
@@ -27,7 +26,7 @@ public:
     /// A copy of another text.
     HtString( const HtString& aValue );
 
-    /// Copies of a text; null gives the empty text.
+    /// A copy of a text. Null gives the empty text.
     ///@{
     HtString( const char* aValue );
     HtString( const wchar_t* aValue );
@@ -39,10 +38,11 @@ public:
     /// Replaces the text. A text may be assigned to itself.
     const HtString& operator=( const HtString& aValue );
 
-    /// Appends a text. A text appended to itself is doubled.
+    /// Appends a text. A text may be appended to itself.
     const HtString& operator+=( const HtString& aValue );
 
-    /// Compare; a text given as pointer must not be null.
+    /// Compares the 8-bit forms, exactly and with upper and lower case apart. A pointer must not be
+    /// null.
     ///@{
     bool operator==( const HtString& aValue ) const;
     bool operator==( const char* aValue ) const;
@@ -52,8 +52,8 @@ public:
     bool operator!=( const wchar_t* aValue ) const;
     ///@}
 
-    /// The conversions to pointers would otherwise make these compile and compare addresses. Put a
-    /// text given as pointer on the right, as in `text == "abc"`.
+    /// Without these, the conversions to pointers would compile such comparisons and compare
+    /// addresses. Write the pointer on the right: `text == "abc"`.
     ///@{
     friend bool operator==( const char* aLeft, const HtString& aRight ) = delete;
     friend bool operator==( const wchar_t* aLeft, const HtString& aRight ) = delete;

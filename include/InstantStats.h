@@ -11,54 +11,54 @@
 namespace HtBaseLib
 {
 
-/// InstantStats measures events that carry bytes, such as blocks or packets received: the caller
-/// reports each with its time and size, and reads back how many there are per second and how many
-/// bits per second they carry, over the last few seconds.
+/// InstantStats measures events that carry bytes, such as received blocks. The caller reports each
+/// event with its time and size. The object gives events per second and bits per second over the
+/// last seconds.
 ///
-/// Times are microseconds of any clock of the caller's; none is read here. The history has at most
-/// 16 slots. A report less than 0.2 s after the start of the newest slot joins that slot, one more
-/// than 2 s after it leaves only that slot and a new one in the history, any other opens a slot and
-/// drops the oldest of 16. The first two reports always open a slot each. So the history covers
-/// 3.2 s or more of a steady stream.
+/// Times are microseconds of any clock of the caller's; the object reads no clock. Its history has
+/// at most 16 slots:
+/// - The first two reports open a slot each.
+/// - A report less than 0.2 s after the start of the newest slot joins that slot.
+/// - A report more than 2 s after that start leaves only the newest slot in the history and opens
+///   another.
+/// - Any other report opens a slot. Of 16 slots the oldest is dropped.
 ///
-/// Rate and bandwidth are those of the latest report for which there was something to reckon with:
-/// a stream that stops keeps them, and so does what gives no time span, such as a clock that was
-/// put back. A caller who wants to see silence looks at his own clock, and calls Reset.
+/// So the history of a steady stream covers 3.2 s or more.
 ///
-/// Threads: any operation may be called at any time from any thread. Report and Reset take the
-/// object's mutex, the getters take none: rate and bandwidth read one after the other may be those
-/// of two reports. Nothing blocks longer than that, nothing but construction allocates, nothing is
-/// logged. Not copyable.
+/// Rate and bandwidth each keep their value until a report gives a new one. They do not change when
+/// the stream stops, or when the reports in the history span no time, as after a clock was set
+/// back. To notice silence, compare the time of the last report with your clock, and call Reset.
+///
+/// Threads: any thread may call any operation at any time. Report and Reset take the object's
+/// mutex; the getters take none, so a rate and a bandwidth may come from two different reports.
+/// Only the constructor allocates. Nothing is logged. Not copyable.
 class HTBASE_API InstantStats
 {
 public:
-    /// An empty history; rate and bandwidth are 0. Throws std::bad_alloc where there is no memory.
-    ///@{
+    /// An empty history; rate and bandwidth are 0. Throws `std::bad_alloc` where memory is missing.
     InstantStats();
     ~InstantStats();
-    ///@}
 
     InstantStats( const InstantStats& ) = delete;
     InstantStats& operator=( const InstantStats& ) = delete;
 
-    /// Adds one event of aBytes bytes at aTimestamp, in microseconds. A time before the start of
-    /// the newest slot counts as a long silence: the history begins anew with that slot and this
-    /// one.
+    /// Report adds one event of aBytes bytes at aTimestamp, in microseconds. A time before the
+    /// start of the newest slot counts as more than 2 s after it.
     ///
-    /// Between n events lie n - 1 intervals, so the bytes of one of them do not count: with
-    /// aExcludeLast those of this event, the latest (where an event is reported when its bytes
-    /// begin to flow), otherwise those of the first in the history (where it is reported when they
-    /// have come). The flag holds for all that is in the history, whatever came with earlier
-    /// reports.
+    /// Between n events lie n - 1 intervals, so the bytes of one event do not count for the
+    /// bandwidth. With aExcludeLast that is the latest event: use it where an event is reported
+    /// when its bytes begin to flow. Otherwise it is the first event in the history: use that where
+    /// an event is reported when its bytes have arrived. The flag of the latest report applies to
+    /// the whole history.
     void Report( unsigned long long aTimestamp, unsigned int aBytes, bool aExcludeLast );
 
-    /// Events per second; 0 before the second report.
+    /// Events per second. 0 before the second report.
     double GetRate() const;
 
-    /// Bits per second; 0 before there were two bytes to count.
+    /// Bits per second. 0 until there are two bytes to count.
     double GetBandwidth() const;
 
-    /// Back to the empty history; rate and bandwidth are 0.
+    /// Reset empties the history and sets rate and bandwidth to 0.
     void Reset();
 
 private:
