@@ -66,13 +66,14 @@ public:
     /// is 0.
     HtResult SendData( const unsigned char* aData, unsigned int aSize );
 
-    /// GetFile fetches the first block of the device's file, at most 512 bytes, into the local file
-    /// aPath, which it creates or empties before. When aPath is empty, the local file has the name
-    /// that was given to Init.
+    /// GetFile fetches the first block of the device's file, 512 bytes by the standard, into the
+    /// local file aPath, which it creates or empties before. When aPath is empty, the local file
+    /// has the name that was given to Init.
     ///
-    /// The transfer ends with the first datagram that arrives. A block of 512 bytes may not be the
-    /// whole file. OK with the warning "Unexpected packet" or "Unexpected block ID. Resending ACK"
-    /// means that the datagram was not a first block and nothing was stored.
+    /// The transfer ends with the first datagram that arrives. A block of 512 bytes or more may not
+    /// be the whole file; one of up to 514 bytes is stored. OK with the warning "Unexpected packet"
+    /// or "Unexpected block ID. Resending ACK" means that the datagram was not a first block and
+    /// nothing was stored.
     HtResult GetFile( const HtString& aPath );
 
     /// GetData does the same into aSize bytes at aBuffer. `*aReceived` is the number of bytes

@@ -7,18 +7,17 @@
 namespace QmUtilsLib
 {
 
-/// AssertionHandler is called when an assertion of a debug build does not hold.
-/// aExpression is the text of the assertion exactly as it stands in the source, aFile the source
-/// file, aLine its line; all live as long as the program. The handler may end the process or
-/// return; when it returns, the code goes on as a release build would.
+/// AssertionHandler is called when an assertion of a debug build fails. aExpression is the text of
+/// the assertion as in the source, aFile the source file, aLine its line. The texts are valid until
+/// the process ends. The handler may end the process or return. When it returns, the code goes on
+/// as in a release build.
 using AssertionHandler = void ( * )( const char* aExpression, const char* aFile, int aLine );
 
-/// SetAssertionHandler replaces the process-wide handler and returns the one before it. A null
-/// handler brings back the default, which prints the assertion to standard error and aborts.
-/// Safe from any thread.
+/// SetAssertionHandler replaces the process-wide handler and returns the old one. Null sets the
+/// default, which prints the assertion to standard error and aborts. Safe from any thread.
 QMUTILSLIB_API AssertionHandler SetAssertionHandler( AssertionHandler aHandler );
 
-/// AssertionFailed calls the handler. Use the macros below.
+/// AssertionFailed calls the handler. Use the macros below instead.
 QMUTILSLIB_API void AssertionFailed( const char* aExpression, const char* aFile, int aLine );
 
 } // namespace QmUtilsLib

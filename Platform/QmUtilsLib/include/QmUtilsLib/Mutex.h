@@ -11,8 +11,8 @@
 namespace QmUtilsLib
 {
 
-/// Mutex is an unnamed mutex of this process, re-entrant for the thread that owns it: who has
-/// waited n times releases n times. It must not be owned by anyone when it is destroyed.
+/// Mutex is an unnamed mutex of this process. It is re-entrant: a thread that has called Wait n
+/// times must call Release n times. It must not be owned when it is destroyed.
 class QMUTILSLIB_API QMUTILSLIB_CAPABILITY( "mutex" ) Mutex
 {
 public:
@@ -20,10 +20,10 @@ public:
     Mutex( const Mutex& ) = delete;
     Mutex& operator=( const Mutex& ) = delete;
 
-    /// Wait blocks until the calling thread owns the mutex. OK always.
+    /// Wait blocks until the calling thread owns the mutex. The result is always OK.
     Result Wait() QMUTILSLIB_ACQUIRE();
 
-    /// Release gives up one ownership of the calling thread, which must have one.
+    /// Release gives up one ownership of the calling thread, which must own the mutex.
     void Release() QMUTILSLIB_RELEASE();
 
 private:
@@ -35,10 +35,10 @@ class QMUTILSLIB_API QMUTILSLIB_SCOPED_CAPABILITY LockScope
 {
 public:
     /// Waits for the mutex.
-    ///@{
     explicit LockScope( Mutex& aMutex ) QMUTILSLIB_ACQUIRE( aMutex );
+
+    /// Releases it.
     ~LockScope() QMUTILSLIB_RELEASE();
-    ///@}
 
     LockScope( const LockScope& ) = delete;
     LockScope& operator=( const LockScope& ) = delete;

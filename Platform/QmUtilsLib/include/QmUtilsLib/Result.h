@@ -11,78 +11,72 @@ namespace QmUtilsLib
 
 class String;
 
-/// Result is the value that every operation of the kit returns: a 32-bit code, the operating
-/// system's error number behind it (0 when there is none) and a text for people (may be empty).
+/// Result is what the operations of the kit return: a 32-bit code, the operating system's error
+/// number (0 when there is none) and a description (may be empty).
 ///
-/// Any code is held unchanged. Exactly one of IsSuccess, IsPending and IsFailure holds. Copies
-/// share their description, which never changes; creating and copying a result without one
-/// allocates nothing. Values of this type follow the rules of int for threads.
+/// Any code is held unchanged. Exactly one of IsSuccess, IsPending and IsFailure is true. Copies
+/// share the description, which never changes. Making and copying a result without description
+/// allocates nothing.
 class [[nodiscard]] QMUTILSLIB_API Result
 {
 public:
-    /// The codes whose role is one and known. Other codes pass through and are written in hex.
+    /// The codes with a name.
     enum Code : unsigned int
     {
         OK = 0x0000,              ///< success
-        ABORTED = 0x0001,         ///< ended on the caller's wish
-        NOT_CONNECTED = 0x0017,   ///< a link or socket that is not open
+        ABORTED = 0x0001,         ///< ended by the caller
+        NOT_CONNECTED = 0x0017,   ///< the link or socket is not open
         BUSY = 0x001C,            ///< an operation of this object is already running
         TIMEOUT = 0x001E,         ///< no answer within the allowed time
-        NOT_SUPPORTED = 0x0604,   ///< the operation is not offered by this object
-        NOT_INITIALIZED = 0x0605, ///< a result that nothing has set yet
+        NOT_SUPPORTED = 0x0604,   ///< the object does not offer the operation
+        NOT_INITIALIZED = 0x0605, ///< the result has not been set yet
         GENERIC_ERROR = 0x4000,   ///< a failure without a more specific code
         PENDING = 0xFFFF          ///< the operation still runs
     };
 
-    /// A result that nothing has set yet: NOT_INITIALIZED.
+    /// NOT_INITIALIZED.
     Result();
 
-    /// From a code, and from a code and the operating system's error number.
-    /// Not explicit: `return Result::OK;` is how operations end.
+    /// A result with aCode and aOSCode, or 0 without the latter. Not explicit, so that an operation
+    /// can end with `return Result::OK;`.
     ///@{
     Result( unsigned int aCode );
     Result( unsigned int aCode, unsigned int aOSCode );
     ///@}
 
-    /// From all three. The text is copied, never taken as a format. Where there is no memory for it
-    /// the result goes without.
+    /// A result with a description too. The text is copied and is not a format. Where memory for it
+    /// is missing the result has no description.
     Result( unsigned int aCode, unsigned int aOSCode, const String& aDescription );
 
-    /// The code, and the operating system's error number.
-    ///@{
+    /// The code.
     unsigned int GetCode() const { return mCode; }
-    unsigned int GetOSCode() const { return mOSCode; }
-    ///@}
 
-    /// GetDescription gives the description, or an empty text. The reference belongs to the result
-    /// and is valid until the result is changed or destroyed.
+    /// The operating system's error number, or 0.
+    unsigned int GetOSCode() const { return mOSCode; }
+
+    /// GetDescription returns the description, or an empty text. The reference belongs to the
+    /// result and is valid until the result is changed or destroyed.
     const String& GetDescription() const;
 
-    /// GetCodeString names the code ("TIMEOUT"); a code whose role nothing tells is named by its
-    /// number ("0x0904"). Never null; the text lives as long as the process. So the process keeps
-    /// the numbers of the first 4096 such codes; further ones, and those for which there is no
-    /// memory, are "UNNAMED".
+    /// GetCodeString returns the name of the code, such as "TIMEOUT", or the number of a code
+    /// without a name, such as "0x0904". It is not null, and the text is valid until the process
+    /// ends. The process keeps the texts of the first 4096 codes without a name; further ones, and
+    /// those for which memory is missing, are "UNNAMED".
     const char* GetCodeString() const;
 
-    /// Code 0. IsOK and IsSuccess are the same.
-    ///@{
-    bool IsOK() const { return mCode == OK; }
-    bool IsSuccess() const { return mCode == OK; }
-    ///@}
+    bool IsOK() const { return mCode == OK; }                       ///< code 0
+    bool IsSuccess() const { return mCode == OK; }                  ///< code 0, the same as IsOK
+    bool IsPending() const { return mCode == PENDING; }             ///< code 0xFFFF
+    bool IsFailure() const { return !IsSuccess() && !IsPending(); } ///< every other code
 
-    /// Code 0xFFFF.
-    bool IsPending() const { return mCode == PENDING; }
-
-    /// Every other code.
-    bool IsFailure() const { return !IsSuccess() && !IsPending(); }
-
-    /// Equal codes; OS codes and descriptions play no role.
+    /// Compares codes only.
     ///@{
     bool operator==( const Result& aOther ) const { return mCode == aOther.mCode; }
     bool operator!=( const Result& aOther ) const { return mCode != aOther.mCode; }
     ///@}
 
-    /// Accumulates: a failure is kept; anything else is replaced by aOther unless aOther is OK.
+    /// Combines outcomes: a failure stays, any other result is replaced by aOther unless that is
+    /// OK.
     const Result& operator|=( const Result& aOther );
 
 private:

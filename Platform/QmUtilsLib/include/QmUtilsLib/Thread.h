@@ -7,14 +7,14 @@
 namespace QmUtilsLib
 {
 
-/// Thread groups what the calling thread may ask of the system.
+/// Thread holds what a thread asks of the system.
 class QMUTILSLIB_API Thread
 {
 public:
     Thread() = delete;
 
-    /// GetTickCount gives a monotonic time in milliseconds since a moment that never changes while
-    /// the process runs. Safe from any thread.
+    /// GetTickCount returns a monotonic time in milliseconds. Its zero is the same for the life of
+    /// the process. Safe from any thread.
     static long long GetTickCount();
 };
 
