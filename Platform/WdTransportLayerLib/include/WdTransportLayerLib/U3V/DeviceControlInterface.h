@@ -15,16 +15,15 @@ namespace WdTransportLayerLib
 namespace U3V
 {
 
-/// DCI_COMMAND is one GenCP command and the place for its acknowledge. Both buffers belong to the
+/// DCI_COMMAND is one GenCP command and the room for its acknowledge. Both buffers belong to the
 /// caller.
 struct DCI_COMMAND
 {
-    QmUtilsLib::Result
-        mResult; ///< out: the outcome of this one command; NOT_INITIALIZED if not sent
+    QmUtilsLib::Result mResult; ///< out: the outcome of this command; NOT_INITIALIZED if not sent
     unsigned char* mCommand = nullptr; ///< the finished command; not changed
-    uint32_t mCommandLength = 0;       ///< its bytes, 12 or more
+    uint32_t mCommandLength = 0;       ///< bytes at mCommand, 12 to 65547
     unsigned char* mAck = nullptr;     ///< where the acknowledge is stored
-    uint32_t mAckLength = 0;           ///< in: room at mAck; out: bytes stored there
+    uint32_t mAckLength = 0;           ///< in: room at mAck in bytes; out: bytes stored there
 };
 
 /// DCIConfiguration is what a device reports about its control endpoint.
@@ -35,92 +34,90 @@ struct DCIConfiguration
     uint32_t mMaxAckTransferLength = 0;     ///< bytes
 };
 
-/// DeviceControlInterface sends GenCP commands to one USB3 Vision device and brings back their
+/// DeviceControlInterface sends GenCP commands to one USB3 Vision device and receives their
 /// acknowledges.
 ///
-/// Results: not open is NOT_CONNECTED, no answer in time is TIMEOUT, everything else that fails is
-/// GENERIC_ERROR with an errno value as OS code (ENODEV: the device is gone; EACCES: the system
-/// does not allow this user to open it, and the description says what to do about it; ENOMEM: there
-/// was no memory, and the call can be repeated). Where the library was built without USB, Open is
-/// NOT_SUPPORTED.
+/// Results:
+/// - `NOT_CONNECTED`: the interface is not open.
+/// - `TIMEOUT`: no answer in time.
+/// - `NOT_SUPPORTED`, of Open: the library was built without USB.
+/// - `GENERIC_ERROR` with an errno value as OS code: any other failure. ENODEV: the device is gone.
+///   EACCES: the system does not allow this user to open it; the description says what to do.
+///   ENOMEM: memory is missing; the call can be repeated.
 ///
-/// All operations may run at the same moment from several threads. Calls of SendCommands take their
-/// turn; Close ends a running one, which then returns NOT_CONNECTED. The destructor must not run
-/// beside anything.
+/// All operations but the destructor may run at the same moment on several threads. Calls of
+/// SendCommands follow one another. Close ends a running one, which returns NOT_CONNECTED.
 class WDTRANSPORTLAYERLIB_API DeviceControlInterface
 {
 public:
-    /// A closed interface. Throws std::bad_alloc where there is no memory for it.
-    ///@{
+    /// A closed interface. Throws `std::bad_alloc` where memory is missing.
     DeviceControlInterface();
     ~DeviceControlInterface(); ///< closes
-    ///@}
 
     DeviceControlInterface( const DeviceControlInterface& ) = delete;
     DeviceControlInterface& operator=( const DeviceControlInterface& ) = delete;
 
-    /// Open finds the device and claims its control interface; a kernel driver that holds it is
-    /// detached until Close.
+    /// Open finds the device and claims its control interface. A kernel driver that holds the
+    /// interface is detached until Close.
     ///
-    /// aDevicePath names bus and ports as the system does ("2-1.4"), aGUID the device. Either may
-    /// be empty, then the other decides; where both are given and do not belong together, Open
-    /// fails with ENODEV, and with EINVAL where neither is. Give both, as the enumerator gave them:
-    /// a path alone opens whatever is plugged in there by now and leaves callers that keep records
-    /// by GUID with one record for all devices; a GUID alone makes Open ask every device of the
-    /// machine for its own, and leaves callers that ask for the path with none. aDevicePath is not
-    /// changed.
+    /// aDevicePath names bus and ports as the system does ("2-1.4"), aGUID the device. Give both,
+    /// as DeviceEnumerator gave them. Either may be empty:
+    /// - A path alone opens whatever device is connected there now. Callers that keep records by
+    ///   identity then have one record for all such devices.
+    /// - An identity alone makes Open ask every device of the machine for its own. Callers that ask
+    ///   for the path then have none.
+    /// - EINVAL: both are empty. ENODEV: they name different devices, or no device.
     ///
-    /// Where no device has that GUID and one would not tell its own, the result is why it would
-    /// not: TIMEOUT, EPIPE for a request that it stalls, EPROTO for a text that is malformed. With
-    /// a path alone it is not needed.
+    /// Where no device has the identity and one could not be asked for its own, the result is that
+    /// of asking: TIMEOUT, EPIPE when the device stalls the request, EPROTO when its text is
+    /// malformed. aDevicePath is not changed. aMaster changes nothing, since a claimed interface is
+    /// exclusive.
     ///
-    /// aMaster tells whether the caller means to be the device's master; it changes nothing on the
-    /// wire, since the claimed interface is exclusive anyway.
-    ///
-    /// Opening the device that is open already succeeds and changes nothing, unless its identity is
-    /// asked for and cannot be read. Another device replaces it only once that is open; on failure
-    /// the old one stays open. Beside the time that the system takes it waits at most half a second
-    /// for each text that it must ask a device for, and for a Close and another Open that run at
-    /// the same moment.
+    /// Opening the device that is open is OK and changes nothing, unless its identity is needed and
+    /// cannot be read. Opening another device replaces the open one, which stays open on failure.
+    /// Open waits at most half a second for each text that it reads from a device, and for a Close
+    /// or another Open that runs at the same moment.
     QmUtilsLib::Result Open( QmUtilsLib::String& aDevicePath, const WdUtilsLib::U3V::U3VGUID& aGUID,
                              bool aMaster );
 
-    /// Close gives everything back, the kernel driver too; the configuration is forgotten. OK also
-    /// when not open. A running SendCommands is woken and has left when Close returns.
+    /// Close releases the device, attaches a kernel driver that was detached, and clears the
+    /// configuration. It is OK also when the interface is not open. A running SendCommands has
+    /// ended when Close returns.
     QmUtilsLib::Result Close();
 
-    /// IsOpened tells whether a device is open; also after it was unplugged, until Close.
+    /// IsOpened tells whether a device is open. It stays true after the device was unplugged, until
+    /// Close.
     bool IsOpened() const;
 
-    /// SetDCIConfiguration takes over what the device reported; until then, and for a response time
-    /// of 0, half a second is waited for an acknowledge. The lengths are kept for the record only:
-    /// what is sent and stored is bounded by the records of SendCommands alone. OK always; may be
-    /// called when not open. aConfiguration is not changed.
+    /// SetDCIConfiguration stores what the device reported. SendCommands uses the response time;
+    /// for 0, and until it is set, half a second. The lengths are stored only: SendCommands is
+    /// bounded by its records. The result is always OK, also when the interface is not open.
+    /// aConfiguration is not changed.
     QmUtilsLib::Result SetDCIConfiguration( DCIConfiguration& aConfiguration );
 
-    /// GetDCIConfiguration gives the configuration back, all 0 until set.
+    /// GetDCIConfiguration returns the stored configuration. All values are 0 until it is set.
     DCIConfiguration GetDCIConfiguration() const;
 
-    /// SendCommands sends aCount commands in order, no other between them, and waits for the
-    /// acknowledge of each before it sends the next. A command goes out under the next request
-    /// identifier, and only the acknowledge that echoes it counts: one of an earlier command that
-    /// came late is dropped. A pending acknowledge makes it wait for as long as the device asks, as
-    /// often as the device asks.
+    /// SendCommands sends aCount commands in order, with no other command between them, and waits
+    /// for the acknowledge of each before it sends the next. It gives each command the next request
+    /// identifier and accepts only the acknowledge with the same one; a late acknowledge of an
+    /// earlier command is dropped. A PENDING acknowledge extends the wait by the time that the
+    /// device asks for, as often as the device sends one.
     ///
-    /// OK only if every command was answered, whatever the status in the answer; the first command
-    /// that is not answered ends the call, and the records behind it are not touched. Of each
-    /// record sent mResult tells its outcome, and mAckLength the bytes stored at mAck, never more
-    /// than the room given there; a longer acknowledge is cut and counts as answered. A record that
-    /// was not answered has a length of 0 and nothing stored. Where there is no memory for a
-    /// command and its acknowledge, that command is not sent.
+    /// The result is OK only when every command was answered, with any status. The first command
+    /// that is not answered ends the call, and the records behind it are not changed. In each
+    /// record sent, mResult is the command's outcome and mAckLength the number of bytes stored at
+    /// mAck, never more than the room there. A longer acknowledge is cut and counts as answered. A
+    /// command that was not answered has the length 0. A command for which memory is missing is not
+    /// sent.
     ///
-    /// A halted endpoint is cleared, so that the next call works, and reported as GENERIC_ERROR
-    /// with EPIPE. A command without the request-acknowledge flag is answered by nobody: it is
-    /// sent, its length is 0 and it counts as answered. A command of less than 12 bytes or more
-    /// than 65547, or a null buffer, is GENERIC_ERROR with EINVAL.
+    /// A command without the request-acknowledge flag is sent, has the length 0 and counts as
+    /// answered. A halted endpoint is cleared and reported as GENERIC_ERROR with EPIPE; the next
+    /// call works. A command of less than 12 or more than 65547 bytes, or a null buffer, is
+    /// GENERIC_ERROR with EINVAL.
     ///
-    /// Blocks for at most the response time for each transfer, and as long as pending acknowledges
-    /// say; a caller ends that with Close from another thread.
+    /// SendCommands blocks for at most the response time for each transfer, and for as long as
+    /// PENDING acknowledges ask. Close from another thread ends it.
     QmUtilsLib::Result SendCommands( DCI_COMMAND* aCommands, unsigned int aCount );
 
 private:

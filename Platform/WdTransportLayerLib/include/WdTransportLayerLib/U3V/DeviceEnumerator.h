@@ -1,5 +1,5 @@
 /// @file
-/// WdTransportLayerLib: which USB3 Vision devices are there.
+/// WdTransportLayerLib: the USB3 Vision devices of this machine.
 #pragma once
 
 #include <QmUtilsLib/Result.h>
@@ -16,10 +16,10 @@ namespace U3V
 {
 
 /// DeviceInfo is what a USB3 Vision device tells about itself without being claimed. Texts are
-/// UTF-8 and empty where the device has none, or where they could not be read.
+/// UTF-8, and empty where the device has none or they could not be read.
 struct DeviceInfo
 {
-    /// How fast a connection is, by the names of USB.
+    /// The speed of a connection, by the names of USB.
     enum class Speed
     {
         UNKNOWN,
@@ -38,7 +38,7 @@ struct DeviceInfo
     uint32_t mGenCPVersion = 0;     ///< major in the upper 16 bits, minor in the lower
     uint32_t mU3VVersion = 0;       ///< likewise
 
-    /// The texts of its device information.
+    /// The texts of the device information descriptor.
     ///@{
     std::string mVendorName;
     std::string mModelName;
@@ -49,8 +49,8 @@ struct DeviceInfo
     std::string mUserDefinedName;
     ///@}
 
-    /// OK, or why the device could not be asked for its texts: an access refused by the system has
-    /// OS code EACCES and says in its description what to do about it.
+    /// OK, or why the texts could not be read. Where the system refuses access, the OS code is
+    /// EACCES and the description says what to do about it.
     QmUtilsLib::Result mAccess = QmUtilsLib::Result::OK;
 };
 
@@ -60,11 +60,12 @@ class WDTRANSPORTLAYERLIB_API DeviceEnumerator
 public:
     DeviceEnumerator() = delete;
 
-    /// GetDevices replaces aDevices by the devices present now, ordered by bus and port. A device
-    /// that is there and cannot be asked is listed too. NOT_SUPPORTED where the library was built
-    /// without USB; another failure has GENERIC_ERROR and an errno value as OS code; aDevices is
-    /// then empty. No device is claimed or changed. Waits at most half a second for each text. Safe
-    /// from any thread.
+    /// GetDevices sets aDevices to the devices present now, ordered by bus and port. It lists a
+    /// device whose texts cannot be read too. It claims and changes no device.
+    ///
+    /// NOT_SUPPORTED: the library was built without USB. Any other failure is GENERIC_ERROR with an
+    /// errno value as OS code. On failure aDevices is empty. It waits at most half a second for
+    /// each text. Safe from any thread.
     static QmUtilsLib::Result GetDevices( std::vector<DeviceInfo>& aDevices );
 };
 
