@@ -13,48 +13,45 @@ namespace WdUtilsLib
 namespace Network
 {
 
-/// DeviceIdentity tells by its MAC address whether a GigE Vision device is one of the maker's own,
-/// so that the kit can use what those can do beyond the standard.
+/// DeviceIdentity tells by its MAC address whether a GigE Vision device is one of the maker's own.
+/// The kit then uses what such devices can do beyond the standard.
 ///
-/// A process has one table. It knows nobody until the application fills it, address by address or
-/// by the three-byte prefix that a maker has its addresses under. Being a device engine and being a
-/// transmitter are independent of each other; an address may be both. All operations are safe from
-/// any thread, exit handlers included; none does more than look at the table, so none blocks.
+/// A process has one table. It is empty until the application adds addresses, or the three-byte
+/// prefixes under which a maker has its addresses. An address may be a device engine, a
+/// transmitter, both or neither. All operations are safe from any thread, also from exit handlers,
+/// and none blocks for longer than an access to the table.
 class WDUTILSLIB_API DeviceIdentity
 {
 public:
     DeviceIdentity() = delete;
 
-    /// What a device is to the kit.
+    /// The maker's kinds of devices.
     enum class Product
     {
-        DEVICE,     ///< one of the maker's device engines
-        TRANSMITTER ///< one of the maker's video transmitters
+        DEVICE,     ///< a device engine
+        TRANSMITTER ///< a video transmitter
     };
 
     /// The first three bytes of an address, in the order in which they are written and sent.
     using Prefix = std::array<uint8_t, 3>;
 
-    /// Add makes one address, or every address under a prefix, known as that product. What is known
-    /// already stays so. Throws std::bad_alloc, with the table unchanged, where memory is missing.
+    /// Add registers one address, or every address with a prefix, as that product. Earlier entries
+    /// stay. It throws `std::bad_alloc` where memory is missing; the table is then unchanged.
     ///@{
     static void Add( Product aProduct, const EthernetAddress& aAddress );
     static void Add( Product aProduct, const Prefix& aPrefix );
     ///@}
 
-    /// Add from a text: an address such as "00:11:1C:0A:0B:0C", or a prefix such as "00:11:1C", as
-    /// EthernetAddress::Set reads them. False for any other text, null included; the table is then
-    /// unchanged.
+    /// The same from a text: an address such as "00:11:1C:0A:0B:0C" or a prefix such as "00:11:1C",
+    /// as EthernetAddress::Set reads them. It returns false for any other text and for null; the
+    /// table is then unchanged.
     [[nodiscard]] static bool Add( Product aProduct, const char* aText );
 
-    /// Clear makes the table know nobody again. Records made before keep what they were told.
+    /// Clear empties the table. A record made before keeps the answers that it got.
     static void Clear();
 
-    /// Whether the table knows the address as a device engine, as a transmitter.
-    ///@{
-    static bool IsCorvaneDevice( const EthernetAddress& aAddress );
-    static bool IsCorvaneTransmitter( const EthernetAddress& aAddress );
-    ///@}
+    static bool IsCorvaneDevice( const EthernetAddress& aAddress );      ///< a device engine
+    static bool IsCorvaneTransmitter( const EthernetAddress& aAddress ); ///< a transmitter
 };
 
 } // namespace Network
