@@ -10,7 +10,7 @@
 namespace PacketBytes
 {
 
-/// ByteOrder says how the bytes of a number lie in a packet.
+/// ByteOrder is the order of a number's bytes in a packet.
 enum class ByteOrder
 {
     BIG,    ///< the most significant byte first: GVCP and TFTP
@@ -18,13 +18,13 @@ enum class ByteOrder
     HOST    ///< as the number lies in this machine's memory
 };
 
-/// The unsigned number of half the size of NUMBER, which has 2, 4 or 8 bytes.
+/// HalfOf is the unsigned number of half the size of NUMBER, which has 2, 4 or 8 bytes.
 template <typename NUMBER>
 using HalfOf = std::conditional_t<sizeof( NUMBER ) == 2, uint8_t,
                                   std::conditional_t<sizeof( NUMBER ) == 4, uint16_t, uint32_t>>;
 
-/// Load gives the unsigned number of sizeof( NUMBER ) bytes at aBytes, which are all there. Written
-/// by halves, which compilers turn into one load and a swap of its bytes where there is need.
+/// Load returns the unsigned number in the `sizeof( NUMBER )` bytes at aBytes. It reads by halves,
+/// which compilers turn into one load and, where needed, a swap of its bytes.
 template <ByteOrder ORDER, typename NUMBER>
 NUMBER Load( const unsigned char* aBytes )
 {
@@ -45,8 +45,7 @@ NUMBER Load( const unsigned char* aBytes )
     return lNumber;
 }
 
-/// Store writes the sizeof( NUMBER ) bytes of an unsigned number to aBytes, which has room for
-/// them.
+/// Store writes an unsigned number to the `sizeof( NUMBER )` bytes at aBytes.
 template <ByteOrder ORDER, typename NUMBER>
 void Store( NUMBER aValue, unsigned char* aBytes )
 {

@@ -1,5 +1,5 @@
 /// @file
-/// PacketBytes: reading a packet, field by field.
+/// PacketBytes: a bounded reader of packets.
 #pragma once
 
 #include <PacketBytes/ByteOrder.h>
@@ -11,42 +11,42 @@
 namespace PacketBytes
 {
 
-/// ByteReader reads the fields of a packet from its first byte on and never looks past its end.
+/// ByteReader reads the fields of a packet in order and never reads beyond its end.
 ///
-/// Numbers come back in host order. A field that does not lie wholly in the packet reads as 0; from
-/// then on everything reads as 0 and IsWhole is false. So a packet is read straight down and judged
-/// once. The bytes are borrowed and must outlive the reader. Objects follow the rules of int for
-/// threads.
+/// Numbers are returned in host order. A field that is not wholly in the packet is 0; from then on
+/// every field is 0 and IsWhole is false. So read a packet field by field and check IsWhole once at
+/// the end. The bytes are borrowed and must outlive the reader.
 template <ByteOrder ORDER>
 class ByteReader
 {
 public:
-    /// Reads aSize bytes at aBytes, which may be null where aSize is 0.
+    /// A reader of aSize bytes at aBytes, which may be null when aSize is 0.
     ByteReader( const void* aBytes, std::size_t aSize )
         : mBytes( static_cast<const unsigned char*>( aBytes ) )
         , mLeft( aSize )
     {
     }
 
-    /// True while every field lay in the packet.
+    /// IsWhole is true while every field was wholly in the packet.
     bool IsWhole() const { return mIsWhole; }
 
-    /// Bytes behind the latest field; 0 once the packet was too short.
+    /// The number of bytes behind the latest field. 0 once the packet was too short.
     std::size_t GetLeft() const { return mLeft; }
 
-    /// The next field, a number of one byte.
+    /// The next field: a number of 1 byte.
     ///@{
     uint8_t Get8()
     {
         const unsigned char* const lBytes = Take( 1 );
         return lBytes == nullptr ? uint8_t{ 0 } : lBytes[0];
     }
-    uint16_t Get16() { return GetNumber<uint16_t>(); } ///< one of 2 bytes
-    uint32_t Get32() { return GetNumber<uint32_t>(); } ///< one of 4 bytes
-    uint64_t Get64() { return GetNumber<uint64_t>(); } ///< one of 8 bytes
+    uint16_t Get16() { return GetNumber<uint16_t>(); } ///< a number of 2 bytes
+    uint32_t Get32() { return GetNumber<uint32_t>(); } ///< a number of 4 bytes
+    uint64_t Get64() { return GetNumber<uint64_t>(); } ///< a number of 8 bytes
     ///@}
 
-    /// Copies the next aCount bytes to aTarget; nothing where the packet ends before.
+    /// GetBytes copies the next aCount bytes to aTarget. It copies nothing where the packet has
+    /// fewer.
     void GetBytes( void* aTarget, std::size_t aCount )
     {
         const unsigned char* const lBytes = Take( aCount );
@@ -56,9 +56,9 @@ public:
         }
     }
 
-    /// Copies a text and its zero to aTarget of aCapacity characters, at least 1. Where no zero
-    /// comes within the packet or the capacity, the characters that fit are stored with a zero
-    /// behind them, and the reader is not whole any more.
+    /// GetText copies a text and its zero to aTarget, which has room for aCapacity characters, at
+    /// least 1. Where no zero lies within the packet and the capacity, it stores the characters
+    /// that fit and a zero, and IsWhole is false.
     void GetText( char* aTarget, std::size_t aCapacity )
     {
         std::size_t lLength = 0;
@@ -72,16 +72,16 @@ public:
         (void)Take( lHasZero ? lLength + 1 : mLeft + 1 ); // without a zero: more than there is
     }
 
-    /// Leaves out aCount bytes. The same reader, so that a field can be read by its offset:
-    /// ByteReader( lPacket, lSize ).Skip( OFFSET ).Get16().
+    /// Skip leaves out aCount bytes and returns this reader, so that a field can be read by its
+    /// offset: `ByteReader( lPacket, lSize ).Skip( OFFSET ).Get16()`.
     ByteReader& Skip( std::size_t aCount )
     {
         (void)Take( aCount );
         return *this;
     }
 
-    /// A reader of the next aCount bytes alone, which this one leaves behind. Where the packet ends
-    /// before, that reader has no bytes and is not whole.
+    /// GetPart returns a reader of the next aCount bytes, and this reader goes on behind them.
+    /// Where the packet has fewer, that reader has no bytes and is not whole.
     ByteReader GetPart( std::size_t aCount )
     {
         const unsigned char* const lBytes = Take( aCount );

@@ -1,5 +1,5 @@
 /// @file
-/// PacketBytes: writing a packet, field by field.
+/// PacketBytes: a bounded writer of packets.
 #pragma once
 
 #include <PacketBytes/ByteOrder.h>
@@ -11,38 +11,36 @@
 namespace PacketBytes
 {
 
-/// ByteWriter writes the fields of a packet from its first byte on and never writes past the end of
-/// the buffer.
+/// ByteWriter writes the fields of a packet in order and never writes beyond the end of its buffer.
 ///
-/// Numbers are given in host order. A field that does not fit is not written, nor is anything after
-/// it, and IsWhole is false from then on. The buffer is borrowed and must outlive the writer.
-/// Objects follow the rules of int for threads.
+/// Numbers are given in host order. A field that does not fit is not written, nor is any field
+/// after it, and IsWhole is false from then on. The buffer is borrowed and must outlive the writer.
 template <ByteOrder ORDER>
 class ByteWriter
 {
 public:
-    /// Writes into aCapacity bytes at aBytes, which may be null where aCapacity is 0.
+    /// A writer into aCapacity bytes at aBytes, which may be null when aCapacity is 0.
     ByteWriter( void* aBytes, std::size_t aCapacity )
         : mBytes( static_cast<unsigned char*>( aBytes ) )
         , mLeft( aCapacity )
     {
     }
 
-    /// True while every field fitted.
+    /// IsWhole is true while every field did fit.
     bool IsWhole() const { return mIsWhole; }
 
-    /// Bytes of the buffer behind the latest field; 0 once a field did not fit.
+    /// The number of bytes behind the latest field. 0 once a field did not fit.
     std::size_t GetLeft() const { return mLeft; }
 
-    /// Writes a number of one byte.
+    /// Writes a number of 1 byte.
     ///@{
     void Put8( uint8_t aValue ) { PutBytes( &aValue, sizeof( aValue ) ); }
-    void Put16( uint16_t aValue ) { PutNumber( aValue ); } ///< one of 2 bytes
-    void Put32( uint32_t aValue ) { PutNumber( aValue ); } ///< one of 4 bytes
-    void Put64( uint64_t aValue ) { PutNumber( aValue ); } ///< one of 8 bytes
+    void Put16( uint16_t aValue ) { PutNumber( aValue ); } ///< a number of 2 bytes
+    void Put32( uint32_t aValue ) { PutNumber( aValue ); } ///< a number of 4 bytes
+    void Put64( uint64_t aValue ) { PutNumber( aValue ); } ///< a number of 8 bytes
     ///@}
 
-    /// Writes the aCount bytes at aSource, which may be null where aCount is 0.
+    /// PutBytes writes the aCount bytes at aSource, which may be null when aCount is 0.
     void PutBytes( const void* aSource, std::size_t aCount )
     {
         unsigned char* const lBytes = Take( aCount );
@@ -52,10 +50,10 @@ public:
         }
     }
 
-    /// Writes a text with its zero.
+    /// PutText writes a text and its zero.
     void PutText( const char* aText ) { PutBytes( aText, std::strlen( aText ) + 1 ); }
 
-    /// Writes aCount zero bytes.
+    /// PutZeros writes aCount zero bytes.
     void PutZeros( std::size_t aCount )
     {
         unsigned char* const lBytes = Take( aCount );
@@ -65,17 +63,17 @@ public:
         }
     }
 
-    /// Leaves aCount bytes of the buffer as they are. The same writer, so that a field can be
-    /// written by its offset: ByteWriter( lPacket, lSize ).Skip( OFFSET ).Put16( lValue ).
+    /// Skip leaves aCount bytes of the buffer as they are and returns this writer, so that a field
+    /// can be written by its offset: `ByteWriter( lPacket, lSize ).Skip( OFFSET ).Put16( lValue )`.
     ByteWriter& Skip( std::size_t aCount )
     {
         (void)Take( aCount );
         return *this;
     }
 
-    /// A writer of the next aCount bytes alone, which this one leaves behind: for a packet that is
-    /// written wholly or not at all. Where the buffer ends before, that writer has no bytes and is
-    /// not whole.
+    /// GetPart returns a writer into the next aCount bytes, and this writer goes on behind them. It
+    /// serves a packet that is written wholly or not at all: where the buffer has fewer bytes, that
+    /// writer has none and is not whole.
     ByteWriter GetPart( std::size_t aCount )
     {
         unsigned char* const lBytes = Take( aCount );

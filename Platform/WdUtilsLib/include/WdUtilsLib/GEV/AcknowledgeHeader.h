@@ -14,7 +14,7 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-/// AcknowledgeHeader is a view of a buffer into which an acknowledge is, or will be, received.
+/// AcknowledgeHeader is a view of a buffer into which an acknowledge is received.
 ///
 ///     offset  size
 ///     0       2     status, 0x0000 success
@@ -22,10 +22,9 @@ namespace GEV
 ///     4       2     length of the payload behind the header
 ///     6       2     acknowledge identifier, the command's request identifier
 ///
-/// The buffer is borrowed and must outlive the view. No operation looks past the size given; a
-/// field beyond it reads as 0. Values are returned in host order. Whether the datagram in the
-/// buffer is long enough for a field only the caller knows: ask IsValid with the bytes received
-/// first.
+/// The buffer is borrowed and must outlive the view. No operation reads beyond its size; a field
+/// beyond it is 0. Values are in host order. The view does not know how many bytes were received:
+/// ask IsValid before the fields.
 class AcknowledgeHeader
 {
 public:
@@ -39,9 +38,9 @@ public:
     }
 
     /// IsValid tells whether the aReceived bytes in the buffer are the complete acknowledge of
-    /// aCommand: header and payload length make up what was received, the code is the command's
-    /// plus one and the identifier is the command's. The status plays no part, since a refusal is a
-    /// valid answer; nor does the payload's size, which the operation that reads it must judge.
+    /// aCommand. Header and payload length must make up aReceived, the code must be the command's
+    /// plus one, and the identifier must be the command's. The status may be any, since a refusal
+    /// is an answer too. The operation that reads the payload must check its length.
     bool IsValid( unsigned int aReceived, const CommandHeader& aCommand ) const
     {
         PacketBytes::BigReader lReader =
@@ -55,7 +54,7 @@ public:
                lAcknowledgeId == aCommand.GetRequestId();
     }
 
-    /// The fields of the header; 0 where the buffer is shorter than a header.
+    /// The fields of the header. 0 where the buffer is shorter than a header.
     ///@{
     unsigned short GetStatus() const { return GetField( STATUS_OFFSET ); }
     unsigned short GetAcknowledge() const { return GetField( ACKNOWLEDGE_OFFSET ); }
@@ -64,16 +63,16 @@ public:
     ///@}
 
 protected:
-    /// A reader from an offset in the datagram to the end of the payload: that of the length field,
-    /// or the buffer's where it ends before.
+    /// MakeReader returns a reader from an offset in the datagram to the end of the payload. The
+    /// end is that of the length field, or of the buffer where that is shorter.
     PacketBytes::BigReader MakeReader( std::size_t aOffset ) const
     {
         const std::size_t lTotalLength = HEADER_SIZE + GetLength();
         return PacketBytes::BigReader( mBytes, std::min( mSize, lTotalLength ) ).Skip( aOffset );
     }
 
-    /// Reads at an offset from the start of the buffer, whatever the length field says. 0 where the
-    /// buffer ends before, or within the header.
+    /// GetField reads 16 bits at an offset from the start of the buffer, whatever the length field
+    /// is. 0 where they do not lie in the buffer, or the buffer is shorter than a header.
     unsigned short GetField( std::size_t aOffset ) const
     {
         return mSize < HEADER_SIZE
@@ -91,7 +90,7 @@ private:
     std::size_t mSize;
 };
 
-/// PendingAcknowledgeHeader is a view of a PENDINGACK: the device asks for more time.
+/// PendingAcknowledgeHeader is a view of a PENDING_ACK, by which the device asks for more time.
 ///
 ///     offset  size
 ///     8       2     reserved
@@ -108,8 +107,8 @@ public:
     {
     }
 
-    /// Milliseconds the device still needs, counted from the arrival of this datagram. The length
-    /// field plays no part.
+    /// Milliseconds that the device still needs, from the arrival of this datagram. The length
+    /// field is ignored.
     unsigned short GetTimeToCompletion() const { return GetField( TIME_OFFSET ); }
 
 private:

@@ -17,8 +17,8 @@ namespace GEV
 /// The UDP port on which a device listens for GVCP.
 constexpr unsigned short GVCP_PORT = 3956;
 
-/// CommandHeader is a whole GVCP command: the object is the datagram, so what is sent is
-/// GetTotalLength() bytes from the object's own address.
+/// CommandHeader is a whole GVCP command. The object is the datagram: GetTotalLength() bytes from
+/// the object's own address are sent.
 ///
 ///     offset  size
 ///     0       1     key, 0x42
@@ -27,23 +27,21 @@ constexpr unsigned short GVCP_PORT = 3956;
 ///     4       2     length of the payload behind the header
 ///     6       2     request identifier, never 0 on the wire
 ///
-/// The classes derived from it add operations on the payload and no members. Bytes behind the
-/// payload are never sent and have no value. All values are given and returned in host order.
-/// Objects of these classes follow the rules of int for threads.
+/// Derived classes add operations on the payload and no members. Bytes behind the payload are never
+/// sent and have no defined value. All values are in host order.
 class CommandHeader
 {
 public:
-    /// The header; the largest datagram that GVCP allows, and the largest payload in it.
-    ///@{
-    static constexpr std::size_t HEADER_SIZE = 8;
-    static constexpr std::size_t MAX_SIZE = 548;
+    static constexpr std::size_t HEADER_SIZE = 8; ///< bytes of the header
+    static constexpr std::size_t MAX_SIZE = 548;  ///< bytes of the largest datagram of GVCP
+
+    /// Bytes of the largest payload.
     static constexpr std::size_t MAX_PAYLOAD_SIZE = MAX_SIZE - HEADER_SIZE;
-    ///@}
 
     static constexpr uint8_t KEY = 0x42;              ///< the first byte of every command
     static constexpr uint8_t FLAG_ACKNOWLEDGE = 0x01; ///< acknowledge required
 
-    /// A command without payload, acknowledge required, request identifier 0.
+    /// A command without payload, with acknowledge required and request identifier 0.
     explicit CommandHeader( unsigned short aCommand )
     {
         PacketBytes::BigWriter lWriter( mBytes, HEADER_SIZE );
@@ -54,13 +52,13 @@ public:
         lWriter.Put16( 0 ); // request identifier
     }
 
-    /// Sets the request identifier, which the acknowledge echoes.
+    /// InitRequestId sets the request identifier. The acknowledge carries the same one.
     void InitRequestId( unsigned short aRequestId )
     {
         MakeHeaderWriter( REQUEST_ID_OFFSET ).Put16( aRequestId );
     }
 
-    /// Sets or clears the acknowledge-required flag.
+    /// InitFlagAcknowledge sets or clears the acknowledge-required flag.
     void InitFlagAcknowledge( bool aRequired ) { InitFlag( FLAG_ACKNOWLEDGE, aRequired ); }
 
     /// The fields of the header.
@@ -73,17 +71,17 @@ public:
     }
     ///@}
 
-    /// Bytes of payload, and bytes to send: header and payload.
-    ///@{
+    /// Bytes of the payload.
     unsigned short GetLength() const { return MakeHeaderReader( LENGTH_OFFSET ).Get16(); }
+
+    /// Bytes to send: header and payload.
     unsigned short GetTotalLength() const
     {
         return static_cast<unsigned short>( HEADER_SIZE + GetLength() ); // at most MAX_SIZE
     }
-    ///@}
 
 protected:
-    /// Sets the flags byte's other bits, which some commands define.
+    /// InitFlag sets or clears a flag that only some commands define.
     void InitFlag( uint8_t aFlag, bool aSet )
     {
         const int lOthers = MakeHeaderReader( FLAGS_OFFSET ).Get8() & ~aFlag;
@@ -91,8 +89,8 @@ protected:
             .Put8( static_cast<uint8_t>( lOthers | ( aSet ? aFlag : 0 ) ) );
     }
 
-    /// Sets the payload's length. What the payload gains is zeros, so that whatever is sent has
-    /// been written. False, and nothing changed, beyond MAX_PAYLOAD_SIZE.
+    /// InitLength sets the payload's length in bytes. Bytes that the payload gains are 0. It
+    /// returns false beyond MAX_PAYLOAD_SIZE, and nothing changes then.
     bool InitLength( std::size_t aLength )
     {
         const std::size_t lBefore = GetLength();
@@ -106,7 +104,7 @@ protected:
         return true;
     }
 
-    /// A writer from an offset in the datagram to the end of the payload.
+    /// MakeWriter returns a writer from an offset in the datagram to the end of the payload.
     PacketBytes::BigWriter MakeWriter( std::size_t aOffset )
     {
         PacketBytes::BigWriter lWriter( mBytes, sizeof( mBytes ) );

@@ -14,21 +14,23 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-/// DiscoveryCommand asks a device, or by broadcast every device, who it is. It has no payload.
+/// DiscoveryCommand (DISCOVERY) asks a device to identify itself, or every device when it is
+/// broadcast. It has no payload.
 class WDUTILSLIB_API DiscoveryCommand : public CommandHeader
 {
 public:
     static constexpr unsigned short COMMAND = 0x0002; ///< the command code
 
+    /// A command with acknowledge required that does not allow an answer by broadcast.
     DiscoveryCommand();
 
-    /// Allows the device to answer by broadcast (flag 0x10), for devices whose address does not fit
-    /// the network they are on.
+    /// InitFlagAllowBroadcastAcknowledge sets or clears flag 0x10: the device may answer by
+    /// broadcast. That serves devices whose address does not fit their network.
     void InitFlagAllowBroadcastAcknowledge( bool aAllow );
 };
 
-/// DiscoveryAcknowledge carries the bootstrap registers 0x0000 to 0x00F7, 248 bytes. The texts end
-/// at their first zero byte or the end of their field; their bytes are the device's own.
+/// DiscoveryAcknowledge (DISCOVERY_ACK) carries the bootstrap registers 0x0000 to 0x00F7, 248
+/// bytes. A text ends at its first zero byte or at the end of its field, and may hold any bytes.
 class WDUTILSLIB_API DiscoveryAcknowledge : public AcknowledgeHeader
 {
 public:
@@ -37,9 +39,12 @@ public:
     /// A view of the aSize bytes at aBuffer.
     DiscoveryAcknowledge( const void* aBuffer, std::size_t aSize );
 
-    /// True when the payload is whole. Everything below reads as zero, or empty, otherwise.
+    /// IsComplete tells whether the payload is whole. Where it is not, every value below is 0 or
+    /// empty.
     bool IsComplete() const;
 
+    /// A bootstrap register. A text throws `std::bad_alloc` where memory is missing.
+    ///@{
     unsigned short GetVersionMajor() const;         ///< 0x0000
     unsigned short GetVersionMinor() const;         ///< 0x0002
     Network::EthernetAddress GetMacAddress() const; ///< 0x0008, 0x000C
@@ -52,6 +57,7 @@ public:
     std::string GetManufacturerInformation() const; ///< 0x00A8, 48 bytes
     std::string GetSerialNumber() const;            ///< 0x00D8, 16 bytes
     std::string GetUserDefinedName() const;         ///< 0x00E8, 16 bytes
+    ///@}
 
 private:
     // The bootstrap block at an offset; zero, or empty, unless it is whole.

@@ -10,31 +10,31 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-/// ReadMemoryCommand reads consecutive bytes.
+/// ReadMemoryCommand (READMEM) reads consecutive bytes.
 ///
 ///     offset  size
 ///     8       4     address, a multiple of 4
 ///     12      2     reserved
-///     14      2     count of bytes, a multiple of 4
+///     14      2     number of bytes, a multiple of 4
 class ReadMemoryCommand : public CommandHeader
 {
 public:
     static constexpr unsigned short COMMAND = 0x0084; ///< the command code
 
-    /// Address and count are 0.
+    /// Address and number of bytes are 0.
     ReadMemoryCommand()
         : CommandHeader( COMMAND )
     {
         (void)InitLength( 8 ); // fits
     }
 
-    /// Sets the count; the field has 16 bits and takes the low ones.
+    /// InitCount sets the number of bytes. The field takes the low 16 bits.
     void InitCount( unsigned int aCount )
     {
         MakeWriter( COUNT_OFFSET ).Put16( static_cast<uint16_t>( aCount ) );
     }
 
-    /// Sets the address.
+    /// InitAddress sets the address.
     void InitAddress( unsigned int aAddress ) { MakeWriter( ADDRESS_OFFSET ).Put32( aAddress ); }
 
 private:
@@ -43,7 +43,7 @@ private:
 };
 static_assert( sizeof( ReadMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-/// ReadMemoryAcknowledge carries the bytes.
+/// ReadMemoryAcknowledge (READMEM_ACK) carries the bytes.
 ///
 ///     offset  size
 ///     8       4     address
@@ -57,8 +57,8 @@ public:
     {
     }
 
-    /// CopyData copies the first aSize bytes of the data. False, and nothing copied, when the
-    /// packet carries fewer or aSize is negative.
+    /// CopyData copies the first aSize bytes of the data. It returns false and copies nothing when
+    /// the packet carries fewer or aSize is negative.
     bool CopyData( void* aData, long long aSize ) const
     {
         PacketBytes::BigReader lReader = MakeReader( DATA_OFFSET );

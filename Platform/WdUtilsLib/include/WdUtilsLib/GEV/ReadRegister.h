@@ -10,7 +10,7 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-/// ReadRegisterCommand reads 32-bit registers.
+/// ReadRegisterCommand (READREG) reads 32-bit registers.
 ///
 ///     offset     size
 ///     8 + 4 i    4     address of register i, a multiple of 4
@@ -20,20 +20,21 @@ public:
     static constexpr unsigned short COMMAND = 0x0080;                  ///< the command code
     static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 4; ///< registers in a packet
 
+    /// A command for no register. Call InitOperationQty before it is sent.
     ReadRegisterCommand()
         : CommandHeader( COMMAND )
     {
     }
 
-    /// Sets how many registers are read, 1 to MAX_QUANTITY; a new one has address 0. False, and
-    /// nothing changed, beyond.
+    /// InitOperationQty sets the number of registers, 1 to MAX_QUANTITY. A register that is added
+    /// has the address 0. It returns false for any other number, and nothing changes then.
     bool InitOperationQty( unsigned int aQuantity )
     {
         return aQuantity != 0 && InitLength( REGISTER_SIZE * aQuantity );
     }
 
-    /// Sets the address of register aIndex. False, and nothing changed, where the packet has no
-    /// such register.
+    /// InitAddress sets the address of register aIndex. It returns false where the packet does not
+    /// have that register, and nothing changes then.
     bool InitAddress( unsigned int aIndex, unsigned int aAddress )
     {
         PacketBytes::BigWriter lWriter = MakeWriter( ADDRESS_OFFSET + REGISTER_SIZE * aIndex );
@@ -47,7 +48,7 @@ private:
 };
 static_assert( sizeof( ReadRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-/// ReadRegisterAcknowledge carries the values in the order of the addresses.
+/// ReadRegisterAcknowledge (READREG_ACK) carries the values in the order of the addresses.
 ///
 ///     offset     size
 ///     8 + 4 i    4     value of register i
@@ -60,8 +61,8 @@ public:
     {
     }
 
-    /// The value of register aIndex, in host order, or with its bytes as they lie in the packet.
-    /// 0 where the packet has no such value.
+    /// GetValue returns the value of register aIndex, in host order or with its bytes as in the
+    /// packet. 0 where the packet does not have that value.
     unsigned int GetValue( unsigned int aIndex, bool aHostOrder ) const
     {
         PacketBytes::BigReader lReader = MakeReader( VALUE_OFFSET + REGISTER_SIZE * aIndex );

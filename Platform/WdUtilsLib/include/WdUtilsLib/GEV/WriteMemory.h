@@ -10,7 +10,7 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-/// WriteMemoryCommand writes consecutive bytes.
+/// WriteMemoryCommand (WRITEMEM) writes consecutive bytes.
 ///
 ///     offset  size
 ///     8       4     address, a multiple of 4
@@ -20,7 +20,7 @@ class WriteMemoryCommand : public CommandHeader
 public:
     static constexpr unsigned short COMMAND = 0x0086; ///< the command code
 
-    /// The most data that one packet carries: 536 bytes.
+    /// Bytes of data that one packet can carry: 536.
     static constexpr std::size_t MAX_DATA_SIZE = MAX_PAYLOAD_SIZE - 4;
 
     /// The address is 0 and there is no data.
@@ -30,11 +30,11 @@ public:
         (void)InitLength( 4 ); // fits
     }
 
-    /// Sets the address.
+    /// InitAddress sets the address.
     void InitAddress( unsigned int aAddress ) { MakeWriter( ADDRESS_OFFSET ).Put32( aAddress ); }
 
-    /// SetData copies aSize bytes into the packet. False, and nothing changed, when aSize is
-    /// negative or more than MAX_DATA_SIZE.
+    /// SetData copies aSize bytes into the packet. It returns false when aSize is negative or more
+    /// than MAX_DATA_SIZE, and nothing changes then.
     bool SetData( const void* aData, long long aSize )
     {
         if ( aSize < 0 || aSize > static_cast<long long>( MAX_DATA_SIZE ) )
@@ -53,7 +53,7 @@ private:
 };
 static_assert( sizeof( WriteMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-/// WriteMemoryAcknowledge tells how far the device came.
+/// WriteMemoryAcknowledge (WRITEMEM_ACK) tells how many bytes were written.
 ///
 ///     offset  size
 ///     8       2     reserved
@@ -69,7 +69,7 @@ public:
     {
     }
 
-    /// Bytes that the device has written.
+    /// The number of bytes that the device has written.
     unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
 
 private:

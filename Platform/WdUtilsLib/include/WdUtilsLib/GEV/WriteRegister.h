@@ -10,7 +10,7 @@ namespace WdUtilsLib
 namespace GEV
 {
 
-/// WriteRegisterCommand writes 32-bit registers.
+/// WriteRegisterCommand (WRITEREG) writes 32-bit registers.
 ///
 ///     offset      size
 ///     8 + 8 i     4     address of register i, a multiple of 4
@@ -21,20 +21,21 @@ public:
     static constexpr unsigned short COMMAND = 0x0082;                  ///< the command code
     static constexpr unsigned int MAX_QUANTITY = MAX_PAYLOAD_SIZE / 8; ///< registers in a packet
 
+    /// A command for no register. Call InitOperationQty before it is sent.
     WriteRegisterCommand()
         : CommandHeader( COMMAND )
     {
     }
 
-    /// Sets how many registers are written, 1 to MAX_QUANTITY; a new one has address and value 0.
-    /// False, and nothing changed, beyond.
+    /// InitOperationQty sets the number of registers, 1 to MAX_QUANTITY. A register that is added
+    /// has address and value 0. It returns false for any other number, and nothing changes then.
     bool InitOperationQty( unsigned int aQuantity )
     {
         return aQuantity != 0 && InitLength( REGISTER_SIZE * aQuantity );
     }
 
-    /// Set the address, and the value in host order, of register aIndex. False, and nothing
-    /// changed, where the packet has no such register.
+    /// InitAddress sets the address of register aIndex, InitValue its value in host order. They
+    /// return false where the packet does not have that register, and nothing changes then.
     ///@{
     bool InitAddress( unsigned int aIndex, unsigned int aAddress )
     {
@@ -60,7 +61,7 @@ private:
 };
 static_assert( sizeof( WriteRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-/// WriteRegisterAcknowledge tells how far the device came.
+/// WriteRegisterAcknowledge (WRITEREG_ACK) tells how many registers were written.
 ///
 ///     offset  size
 ///     8       2     reserved
@@ -76,7 +77,7 @@ public:
     {
     }
 
-    /// Registers that the device has written.
+    /// The number of registers that the device has written.
     unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
 
 private:

@@ -16,7 +16,7 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-/// AckHeader is a view of the header that every GenCP acknowledge begins with.
+/// AckHeader is a view of the header of every GenCP acknowledge.
 ///
 ///     offset  size
 ///     0       4     prefix, as in the command
@@ -25,8 +25,8 @@ namespace U3V
 ///     8       2     length of the data behind the header
 ///     10      2     request identifier of the command
 ///
-/// The memory is borrowed and must outlive the view. All values are returned in host order; a view
-/// that is not attached, which is how one begins, reads as 0.
+/// The memory is borrowed and must outlive the view. Values are in host order. A new view is not
+/// attached: its fields are 0.
 class WDUTILSLIB_API AckHeader
 {
 public:
@@ -35,15 +35,14 @@ public:
 
     AckHeader() = default;
 
-    /// Attach shows the first aSize bytes at aBuffer, which are all that was received.
-    /// INVALID_PACKET, and nothing is attached, where these are fewer than a header or aBuffer is
-    /// null.
+    /// Attach shows the aSize received bytes at aBuffer. Where they are fewer than a header, or
+    /// aBuffer is null, it returns INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
 
-    /// IsValid tells whether the prefix is right, the acknowledge code is aAcknowledge and the
-    /// header with the data it announces is not more than what was attached. The status plays no
-    /// part, since a refusal is a valid answer; nor does the identifier, which the sender has
-    /// matched.
+    /// IsValid tells whether the attached bytes are a whole acknowledge with the code aAcknowledge:
+    /// the prefix is right, and header and data do not exceed them. The status may be any, since a
+    /// refusal is an answer too. The request identifier is not checked, since
+    /// DeviceControlInterface has done so.
     bool IsValid( unsigned short aAcknowledge ) const
     {
         return GetPrefix() == PREFIX && GetAcknowledge() == aAcknowledge &&
@@ -59,15 +58,15 @@ public:
     unsigned short GetRequestID() const { return MakeReader( REQUEST_ID_OFFSET ).Get16(); }
     ///@}
 
-    /// GetCurrentDataSize gives the bytes of data that may be read: the length field, or less where
-    /// what was attached ends before.
+    /// GetCurrentDataSize returns how many bytes of data can be read: the length field, or less
+    /// where fewer bytes are attached.
     unsigned int GetCurrentDataSize() const
     {
         const std::size_t lAttached = MakeReader( SIZE ).GetLeft();
         return static_cast<unsigned int>( std::min<std::size_t>( GetLength(), lAttached ) );
     }
 
-    /// GetData points at the data, or is null when nothing is attached.
+    /// GetData returns the address of the data, or null when nothing is attached.
     const unsigned char* GetData() const { return mBytes == nullptr ? nullptr : mBytes + SIZE; }
 
 private:
@@ -86,7 +85,7 @@ private:
     unsigned int mSize = 0;
 };
 
-/// PendingAck is a view of a PENDING acknowledge: the device asks for more time.
+/// PendingAck is a view of a PENDING_ACK, by which the device asks for more time.
 ///
 ///     offset  size
 ///     12      2     reserved
@@ -97,20 +96,21 @@ public:
     static constexpr unsigned short ACKNOWLEDGE = 0x0805; ///< its acknowledge code
     static constexpr unsigned int SIZE = 16;              ///< bytes of the whole acknowledge
 
-    /// Attach binds the view to what was received. INVALID_PACKET for less than a header.
+    /// Attach does what AckHeader::Attach does.
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
 
-    /// IsValid tells whether this is a PENDING acknowledge with its time-out.
+    /// IsValid tells whether the attached bytes are a PENDING_ACK with its time-out.
     bool IsValid() const
     {
         return mHeader.IsValid( ACKNOWLEDGE ) &&
                mHeader.GetCurrentDataSize() >= SIZE - AckHeader::SIZE;
     }
 
-    /// The view belongs to this object and is valid as long as it is.
+    /// The view belongs to this object and is valid while the object lives.
     AckHeader* GetAckHeader() { return &mHeader; }
 
-    /// Milliseconds, from the arrival of this acknowledge, within which the next one will come.
+    /// Milliseconds from the arrival of this acknowledge within which the next one comes. 0 unless
+    /// IsValid.
     unsigned short GetTimeout() const
     {
         PacketBytes::LittleReader lData( mHeader.GetData(), mHeader.GetCurrentDataSize() );

@@ -13,11 +13,11 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-/// The code of the results that say that a packet does not fit the memory it is attached to, or
-/// that what lies there is no packet.
+/// The result code where a packet does not fit the memory that it is attached to, or that memory
+/// does not hold such a packet.
 constexpr unsigned int INVALID_PACKET = 0x4001;
 
-/// CommandHeader is a view of the header that every GenCP command begins with.
+/// CommandHeader is a view of the header of every GenCP command.
 ///
 ///     offset  size
 ///     0       4     prefix, 0x43563355 ("U3VC": bytes 55 33 56 43)
@@ -26,9 +26,9 @@ constexpr unsigned int INVALID_PACKET = 0x4001;
 ///     8       2     length of the command-specific data behind the header
 ///     10      2     request identifier
 ///
-/// All numbers are little-endian on the wire and host order here. The memory is borrowed and must
-/// outlive the view. A view that is not attached, which is how one begins, reads as 0 and writes
-/// nothing. Views follow the rules of int for threads, and so does what they show.
+/// Numbers are little-endian in the packet and in host order here. The memory is borrowed and must
+/// outlive the view. A new view is not attached: its fields are 0 and writing does nothing. Two
+/// views of the same memory count as one object for threads.
 class CommandHeader
 {
 public:
@@ -38,14 +38,13 @@ public:
 
     CommandHeader() = default;
 
-    /// Shows aSize bytes at aBuffer; where these are fewer than a header, nothing is attached.
+    /// A view of the aSize bytes at aBuffer. It is not attached where they are fewer than a header.
     CommandHeader( unsigned char* aBuffer, unsigned int aSize )
         : mBytes( aSize < SIZE ? nullptr : aBuffer )
     {
     }
 
-    /// Initialize fills the header: the prefix, the command and the length of its data; no flags,
-    /// request identifier 0.
+    /// Initialize sets prefix, command and length of the data. Flags and request identifier are 0.
     void Initialize( unsigned short aCommand, unsigned short aLength )
     {
         PacketBytes::LittleWriter lWriter = MakeWriter( 0 );
@@ -56,7 +55,7 @@ public:
         lWriter.Put16( 0 ); // request identifier
     }
 
-    /// SetRequestAck sets or clears the flag that asks for an acknowledge.
+    /// SetRequestAck sets or clears the flag that requests an acknowledge.
     void SetRequestAck( bool aRequested )
     {
         const int lOthers = MakeReader( FLAGS_OFFSET ).Get16() & ~FLAG_REQUEST_ACK;
@@ -64,14 +63,14 @@ public:
             .Put16( static_cast<uint16_t>( lOthers | ( aRequested ? FLAG_REQUEST_ACK : 0 ) ) );
     }
 
-    /// SetRequestID sets the identifier that the acknowledge echoes. The device control interface
-    /// does this when it sends.
+    /// SetRequestID sets the identifier, which the acknowledge carries too. DeviceControlInterface
+    /// sets it when it sends the command.
     void SetRequestID( unsigned short aRequestID )
     {
         MakeWriter( REQUEST_ID_OFFSET ).Put16( aRequestID );
     }
 
-    /// SetLength sets the bytes of data behind the header.
+    /// SetLength sets the number of bytes of data behind the header.
     void SetLength( unsigned short aLength ) { MakeWriter( LENGTH_OFFSET ).Put16( aLength ); }
 
     /// The fields of the header.

@@ -1,5 +1,5 @@
 /// @file
-/// WdUtilsLib: what a USB3 Vision device's control interface says of the device.
+/// WdUtilsLib: the device information of a USB3 Vision device.
 #pragma once
 
 #include <QmUtilsLib/Result.h>
@@ -20,8 +20,8 @@ constexpr uint8_t INTERFACE_SUBCLASS = 0x05;
 constexpr uint8_t CONTROL_PROTOCOL = 0x00;
 ///@}
 
-/// DeviceInfoDescriptor is a view of the class-specific descriptor behind the control interface's
-/// own.
+/// DeviceInfoDescriptor is a view of the class-specific descriptor that follows the descriptor of
+/// the control interface.
 ///
 ///     offset  size
 ///     0       1     length, 20
@@ -30,9 +30,9 @@ constexpr uint8_t CONTROL_PROTOCOL = 0x00;
 ///     3       4     GenCP version, little-endian, major in the upper 16 bits
 ///     7       4     USB3 Vision version, likewise
 ///     11      8     indices of string descriptors, see Text; 0: there is none
-///     19      1     speeds supported, one bit each
+///     19      1     supported speeds, one bit each
 ///
-/// The memory is borrowed and must outlive the view; not attached, it reads as 0.
+/// The memory is borrowed and must outlive the view. A new view is not attached: its fields are 0.
 class WDUTILSLIB_API DeviceInfoDescriptor
 {
 public:
@@ -51,9 +51,9 @@ public:
         USER_DEFINED_NAME
     };
 
-    /// Attach looks for the descriptor among the aSize bytes of descriptors that follow an
-    /// interface descriptor, and shows the first. INVALID_PACKET, and nothing is attached, where
-    /// there is none or it does not lie there whole.
+    /// Attach searches the aSize bytes of descriptors behind an interface descriptor and shows the
+    /// first such descriptor. Where there is none, or it is not whole, it returns INVALID_PACKET
+    /// and nothing is attached.
     QmUtilsLib::Result Attach( const unsigned char* aDescriptors, std::size_t aSize );
 
     /// The fields of the descriptor.

@@ -14,12 +14,12 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-/// ReadMemCmdHeader is a view of READMEM's own fields.
+/// ReadMemCmdHeader is a view of the fields of READMEM behind the header.
 ///
 ///     offset  size
 ///     12      8     address
 ///     20      2     reserved
-///     22      2     count of bytes to read
+///     22      2     number of bytes to read
 class ReadMemCmdHeader
 {
 public:
@@ -27,7 +27,7 @@ public:
 
     ReadMemCmdHeader() = default;
 
-    /// Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
+    /// A view of the SIZE bytes at aBytes, behind the command header. With null it is not attached.
     explicit ReadMemCmdHeader( unsigned char* aBytes )
         : mBytes( aBytes )
     {
@@ -75,19 +75,19 @@ public:
 
     ReadMemCmd() = default;
 
-    /// Attach binds the packet to memory of the caller. INVALID_PACKET, and the packet is not
-    /// attached, when that is null or smaller than GetRequiredBufferSize().
+    /// Attach shows the aSize bytes at aBuffer. Where they are fewer than GetRequiredBufferSize(),
+    /// or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
-    /// Initialize fills every field: no acknowledge requested, request identifier, address and
-    /// count 0.
+    /// Initialize fills the whole command. Flags, request identifier, address and number of bytes
+    /// are 0.
     void Initialize()
     {
         mCommandHeader.Initialize( COMMAND, ReadMemCmdHeader::SIZE );
         mReadMemCmdHeader.MakeWriter( 0 ).PutZeros( ReadMemCmdHeader::SIZE );
     }
 
-    /// The two views belong to this object and are valid as long as it is.
+    /// The view belongs to this object and is valid while the object lives.
     ///@{
     CommandHeader* GetCommandHeader() { return &mCommandHeader; }
     ReadMemCmdHeader* GetReadMemCmdHeader() { return &mReadMemCmdHeader; }
@@ -104,7 +104,7 @@ private:
     ReadMemCmdHeader mReadMemCmdHeader;
 };
 
-/// ReadMemAck is a view of a READMEM acknowledge.
+/// ReadMemAck is a view of a READMEM acknowledge. The memory is borrowed and must outlive it.
 ///
 ///     offset  size
 ///     12      n     data
@@ -115,24 +115,23 @@ public:
 
     ReadMemAck() = default;
 
-    /// Attach binds the view to the aSize bytes received. INVALID_PACKET, and nothing is attached,
-    /// when that is less than the header or aBuffer is null.
+    /// Attach shows the aSize received bytes at aBuffer, with the results of AckHeader::Attach.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
-    /// IsValid tells whether what was attached is a whole READMEM acknowledge, of any status.
+    /// IsValid tells whether the attached bytes are a whole READMEM acknowledge, of any status.
     bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }
 
-    /// The view belongs to this object and is valid as long as it is.
+    /// The view belongs to this object and is valid while the object lives.
     AckHeader* GetAckHeader() { return &mAckHeader; }
 
-    /// The data that the acknowledge carries: its length field bounded by what was attached, and
-    /// where it lies.
+    /// The number of bytes of data, and their address. The number is the length field, or less
+    /// where fewer bytes are attached. Without an attached acknowledge they are 0 and null.
     ///@{
     unsigned int GetCurrentDataSize() const { return mAckHeader.GetCurrentDataSize(); }
     const unsigned char* GetData() const { return mAckHeader.GetData(); }
     ///@}
 
-    /// Bytes of an acknowledge with aDataSize bytes of data: 12 and these, modulo 2^32.
+    /// Bytes of an acknowledge with aDataSize bytes of data: 12 + aDataSize, modulo 2^32.
     static unsigned int GetRequiredBufferSize( unsigned int aDataSize )
     {
         return static_cast<unsigned int>( AckHeader::SIZE ) + aDataSize;

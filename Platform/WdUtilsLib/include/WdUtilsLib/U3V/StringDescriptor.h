@@ -1,5 +1,5 @@
 /// @file
-/// WdUtilsLib: the texts of a USB device.
+/// WdUtilsLib: the string descriptors of a USB device.
 #pragma once
 
 #include <QmUtilsLib/Result.h>
@@ -19,22 +19,24 @@ namespace U3V
 ///     offset  size
 ///     0       1     length of the whole
 ///     1       1     descriptor type, 3
-///     2       n     UTF-16 code units, little-endian; of descriptor 0 instead the languages
+///     2       n     UTF-16 code units, little-endian; in descriptor 0 the languages
 ///
-/// The memory is borrowed and must outlive the view; not attached, it is empty.
+/// The memory is borrowed and must outlive the view. A new view is not attached and is empty.
 class WDUTILSLIB_API StringDescriptor
 {
 public:
     static constexpr std::size_t MAX_SIZE = 255; ///< bytes of the longest descriptor
 
-    /// Attach binds the view to what was received, bounded by the length that the descriptor tells.
-    /// INVALID_PACKET, and nothing is attached, where that is no string descriptor.
+    /// Attach shows the aSize received bytes at aBytes, or fewer where the descriptor's length is
+    /// smaller. Where they are not a string descriptor it returns INVALID_PACKET and nothing is
+    /// attached.
     QmUtilsLib::Result Attach( const unsigned char* aBytes, std::size_t aSize );
 
-    /// GetLanguage gives the first language of descriptor 0, or 0.
+    /// GetLanguage returns the first language of descriptor 0, or 0.
     uint16_t GetLanguage() const;
 
-    /// GetText gives the text up to its first zero; what is malformed in it becomes U+FFFD.
+    /// GetText returns the text up to its first zero. What is malformed in it becomes U+FFFD. It
+    /// throws `std::bad_alloc` where memory is missing.
     QmUtilsLib::String GetText() const;
 
 private:

@@ -11,13 +11,12 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-/// U3VGUID is the identity that a USB3 Vision device carries in its device information: 12
-/// characters, four hexadecimal digits of the maker's USB-IF vendor id, then eight of the maker's
-/// choosing. It is empty until set.
+/// U3VGUID is the identity that a USB3 Vision device has in its device information. It has 12
+/// characters: four hexadecimal digits of the maker's USB-IF vendor id, then eight of the maker's
+/// choice. It is empty until it is set.
 ///
-/// The text is kept, compared and ordered exactly as given, upper and lower case apart; the empty
-/// identity comes before all others. Copying allocates nothing. Values of this type follow the
-/// rules of int for threads.
+/// The text is kept, compared and ordered exactly as given, with upper and lower case apart. The
+/// empty identity is the first in order. Copying allocates nothing.
 class WDUTILSLIB_API U3VGUID
 {
 public:
@@ -26,27 +25,28 @@ public:
     /// The empty identity.
     U3VGUID() = default;
 
-    /// From a text; what is no identity, null too, makes the empty one.
+    /// The identity with that text, or the empty one where Set would return false.
     explicit U3VGUID( const char* aText );
 
-    /// Set takes a text of exactly 12 printable ASCII characters without blanks, the first four of
-    /// them hexadecimal digits. False, and nothing changed, for any other and for null.
+    /// Set takes a text of exactly 12 printable ASCII characters without blanks, of which the first
+    /// four are hexadecimal digits. It returns false for any other text and for null, and nothing
+    /// changes then.
     bool Set( const char* aText );
 
     /// Clear makes the identity empty.
     void Clear();
 
-    /// IsEmpty tells whether this is no device's identity.
+    /// IsEmpty tells whether the identity is empty.
     bool IsEmpty() const { return mText[0] == '\0'; }
 
-    /// Get gives the text, "" when empty; never null, and valid until this object is changed or
-    /// destroyed.
+    /// Get returns the text, "" when empty. It is not null, and valid until this object is changed
+    /// or destroyed.
     const char* Get() const { return mText; }
 
-    /// GetVendorID gives the USB-IF vendor id in the first four digits; 0 when empty.
+    /// GetVendorID returns the USB-IF vendor id, the number in the first four digits. 0 when empty.
     unsigned short GetVendorID() const;
 
-    /// Compare, and order, the texts.
+    /// Compares, or orders, by the texts.
     ///@{
     bool operator==( const U3VGUID& aOther ) const;
     bool operator!=( const U3VGUID& aOther ) const { return !( *this == aOther ); }

@@ -17,7 +17,7 @@ namespace WdUtilsLib
 namespace U3V
 {
 
-/// WriteMemCmdHeader is a view of WRITEMEM's own field.
+/// WriteMemCmdHeader is a view of the field of WRITEMEM behind the header.
 ///
 ///     offset  size
 ///     12      8     address
@@ -28,13 +28,13 @@ public:
 
     WriteMemCmdHeader() = default;
 
-    /// Shows the SIZE bytes at aBytes, which lie behind the command header; null: not attached.
+    /// A view of the SIZE bytes at aBytes, behind the command header. With null it is not attached.
     explicit WriteMemCmdHeader( unsigned char* aBytes )
         : mBytes( aBytes )
     {
     }
 
-    /// The field.
+    /// The address.
     ///@{
     void SetRegisterAddress( unsigned long long aAddress )
     {
@@ -61,31 +61,32 @@ public:
 
     WriteMemCmd() = default;
 
-    /// Attach binds the packet to memory of the caller. INVALID_PACKET, and the packet is not
-    /// attached, when that is null or smaller than GetRequiredBufferSize( 0 ).
+    /// Attach shows the aSize bytes at aBuffer. Where they are fewer than GetRequiredBufferSize( 0
+    /// ), or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
-    /// Initialize fills every field: no acknowledge requested, request identifier and address 0, no
-    /// data.
+    /// Initialize fills the header fields. Flags, request identifier and address are 0, and there
+    /// is no data.
     void Initialize()
     {
         mCommandHeader.Initialize( COMMAND, WriteMemCmdHeader::SIZE );
         mWriteMemCmdHeader.SetRegisterAddress( 0 );
     }
 
-    /// The two views belong to this object and are valid as long as it is.
+    /// The view belongs to this object and is valid while the object lives.
     ///@{
     CommandHeader* GetCommandHeader() { return &mCommandHeader; }
     WriteMemCmdHeader* GetWriteMemCmdHeader() { return &mWriteMemCmdHeader; }
     ///@}
 
-    /// SetCurrentDataSize sets how many bytes of data the command carries. INVALID_PACKET with
-    /// a description, and nothing changed, when these do not fit the attached memory or the 16 bits
-    /// of the length field.
+    /// SetCurrentDataSize sets the number of bytes of data. Where they do not fit the attached
+    /// memory, or the 16 bits of the length field, it returns INVALID_PACKET with a description and
+    /// nothing changes.
     QmUtilsLib::Result SetCurrentDataSize( unsigned short aSize );
 
-    /// The bytes of data that the length field tells, never more than the memory has room for, and
-    /// where they are to be put; 0 and null when not attached.
+    /// The number of bytes of data, and the address to write them to. The number is that of the
+    /// length field, or less where the memory is smaller. Without attached memory they are 0 and
+    /// null.
     ///@{
     unsigned short GetCurrentDataSize() const
     {
@@ -98,7 +99,7 @@ public:
     unsigned char* GetData() { return mBytes == nullptr ? nullptr : mBytes + HEADERS_SIZE; }
     ///@}
 
-    /// Bytes of a command with aDataSize bytes of data: 20 and these, modulo 2^32.
+    /// Bytes of a command with aDataSize bytes of data: 20 + aDataSize, modulo 2^32.
     static unsigned int GetRequiredBufferSize( unsigned int aDataSize )
     {
         return static_cast<unsigned int>( HEADERS_SIZE ) + aDataSize;
@@ -113,8 +114,8 @@ private:
     unsigned int mSize = 0;
 };
 
-/// WriteMemAck is a view of a WRITEMEM acknowledge. A device that does not report how much it wrote
-/// sends the header alone.
+/// WriteMemAck is a view of a WRITEMEM acknowledge. The memory is borrowed and must outlive it. A
+/// device that does not report the written length sends the header alone.
 ///
 ///     offset  size
 ///     12      2     reserved
@@ -126,17 +127,16 @@ public:
 
     WriteMemAck() = default;
 
-    /// Attach binds the view to the aSize bytes received. INVALID_PACKET, and nothing is attached,
-    /// when that is less than the header, not the whole acknowledge, or aBuffer is null.
+    /// Attach shows the aSize received bytes at aBuffer, with the results of AckHeader::Attach.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
 
-    /// IsValid tells whether what was attached is a whole WRITEMEM acknowledge, of any status.
+    /// IsValid tells whether the attached bytes are a whole WRITEMEM acknowledge, of any status.
     bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }
 
-    /// The view belongs to this object and is valid as long as it is.
+    /// The view belongs to this object and is valid while the object lives.
     AckHeader* GetAckHeader() { return &mAckHeader; }
 
-    /// Room for the longest such acknowledge: 16.
+    /// Bytes of the longest such acknowledge: 16.
     static unsigned int GetRequiredBufferSize()
     {
         return AckHeader::SIZE + 4; // the reserved half, and the bytes written
