@@ -36,7 +36,7 @@ class BaseCommandLinkGEV;
 ///
 /// In a new record every number is 0 and every answer is false, except where a query says
 /// otherwise. After a failed Init the record holds what this Init and earlier ones have read; do
-/// not use it. After a successful Init the record is never read again.
+/// not use it. After a successful Init the device is not read again.
 ///
 /// Threads: any thread may call Init at any time; it takes the record's mutex. The queries take no
 /// lock. Beside a running Init a thread may call IsInitialized, IsCorvaneDevice,

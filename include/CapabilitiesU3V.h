@@ -38,8 +38,8 @@ enum class StringEncoding : uint32_t
 ///
 /// In a new record every number is 0 and every answer is false, except where a query says
 /// otherwise. After a failed Init the record holds what this Init and earlier ones have read; do
-/// not use it. After a successful Init the record is never read again. The values have the byte
-/// order in which the device sends them: that is host order on a little-endian machine.
+/// not use it. After a successful Init the device is not read again. The values have the byte order
+/// in which the device sends them: that is host order on a little-endian machine.
 ///
 /// Threads: any thread may call Init at any time, on a link that no other thread uses; it takes the
 /// record's mutex. The queries take no lock. Beside a running Init a thread may call IsInitialized
@@ -133,24 +133,24 @@ public:
     unsigned long long GetIIDC2Address() const;
     ///@}
 
-    /// Bits of Device Capability.
+    /// Device Capability. Bit 0 is the least significant.
     ///@{
-    bool IsUserNameAvailable() const;
-    bool IsAccessPrivilegeAvailable() const;
-    bool IsMessageChannelSupported() const;
-    bool IsTimestampSupported() const;
-    StringEncoding GetStringEncoding() const;
-    bool IsFamilyNameAvailable() const;
-    bool IsSBRMSupported() const;
-    bool IsEndianessRegistersSupported() const;
-    bool IsWrittenLengthFieldSupported() const;
+    bool IsUserNameAvailable() const;           ///< bit 0: User Defined Name
+    bool IsAccessPrivilegeAvailable() const;    ///< bit 1: Access Privilege
+    bool IsMessageChannelSupported() const;     ///< bit 2: message channel
+    bool IsTimestampSupported() const;          ///< bit 3: timestamps
+    StringEncoding GetStringEncoding() const;   ///< bits 4 to 7
+    bool IsFamilyNameAvailable() const;         ///< bit 8: Family Name
+    bool IsSBRMSupported() const;               ///< bit 9: SBRM
+    bool IsEndianessRegistersSupported() const; ///< bit 10: endianness registers
+    bool IsWrittenLengthFieldSupported() const; ///< bit 11: written length in acknowledges
     ///@}
 
-    /// Bits of U3VCP Capability Register.
+    /// U3VCP Capability Register. Bit 0 is the least significant.
     ///@{
-    bool IsSIRMAvailable() const;
-    bool IsEIRMAvailable() const;
-    bool IsIIDC2Available() const;
+    bool IsSIRMAvailable() const;  ///< bit 0: streaming
+    bool IsEIRMAvailable() const;  ///< bit 1: events
+    bool IsIIDC2Available() const; ///< bit 2: IIDC2
     ///@}
 
 protected:

@@ -51,9 +51,9 @@ public:
         USER_DEFINED_NAME
     };
 
-    /// Attach searches the aSize bytes of descriptors behind an interface descriptor and shows the
-    /// first such descriptor. Where there is none, or it is not whole, it returns INVALID_PACKET
-    /// and nothing is attached.
+    /// Attach searches the aSize bytes of descriptors behind an interface descriptor, and shows the
+    /// first device information descriptor. Where there is none, or it is not whole, it returns
+    /// INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( const unsigned char* aDescriptors, std::size_t aSize );
 
     /// The fields of the descriptor.
