@@ -2,10 +2,10 @@
 /// QmUtilsLib: lock annotations, checked by clang's `-Wthread-safety` and empty elsewhere.
 #pragma once
 
+/// QMUTILSLIB_THREAD_ATTRIBUTE is the attribute for clang and empty for other compilers.
 #if defined( __clang__ )
 #define QMUTILSLIB_THREAD_ATTRIBUTE( aAttribute ) __attribute__( ( aAttribute ) )
 #else
-/// QMUTILSLIB_THREAD_ATTRIBUTE is the attribute where the compiler is clang.
 #define QMUTILSLIB_THREAD_ATTRIBUTE( aAttribute )
 #endif
 
