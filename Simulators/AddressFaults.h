@@ -9,22 +9,22 @@
 namespace Simulators
 {
 
-// AddressFaults holds what a virtual device was told to do wrong at certain addresses: to refuse
-// with a status, or to be silent. Any address may be named. Not safe for several threads at once.
+// AddressFaults holds the faults of a virtual device at certain addresses: a status to refuse a
+// command with, or silence. An address need not exist. Not thread-safe.
 class AddressFaults
 {
 public:
-    // The largest number that a command code can be. It stands for all commands.
+    // Stands for all commands: the largest number that a command code can be.
     static constexpr uint16_t ANY_COMMAND = 0xFFFF;
 
-    // Lets the command be refused with aStatus where it touches aAddress. 0 takes that back.
+    // From now on aCommand is refused with aStatus where it touches aAddress. 0 removes that.
     void Refuse( uint16_t aCommand, uint64_t aAddress, uint16_t aStatus );
 
-    // The status of the lowest address in the span at which the command is refused; what was told
-    // for this command goes before what was told for any. 0 if there is none.
+    // The status with which the command is refused at the lowest such address of the span, or 0. A
+    // status for this command takes precedence over one for ANY_COMMAND.
     uint16_t FindStatus( uint16_t aCommand, uint64_t aAddress, size_t aSize ) const;
 
-    // Lets commands that touch aAddress be silent, or not any more.
+    // Makes commands that touch aAddress silent, or ends that.
     void SetSilent( uint64_t aAddress, bool aIsSilent );
     bool IsSilent( uint64_t aAddress, size_t aSize ) const;
 

@@ -13,7 +13,7 @@
 namespace Simulators
 {
 
-// What may be done with a byte of an address space, the least first.
+// What may be done with a byte of an address space, from the least on.
 enum class Access : uint8_t
 {
     NONE,     // it is not there
@@ -23,11 +23,10 @@ enum class Access : uint8_t
 };
 
 // AddressSpace holds the registers and the memory of a device: regions of bytes at 64-bit
-// addresses, and what may be done with each byte. All numbers have one byte order.
+// addresses, and the access to each byte. All numbers have one byte order.
 //
-// Nothing here enforces the access; the device does. Any span may be asked about, also one that
-// reaches beyond the last address: what is not there reads as 0 and is never written. Not safe for
-// several threads at once.
+// It does not enforce the access; the device does. Any span may be given, also one beyond the last
+// address: bytes that are not there read as 0 and are not written. Not thread-safe.
 class AddressSpace
 {
 public:
@@ -45,12 +44,11 @@ public:
     // The bytes of the span, as many as asked for.
     Bytes Read( uint64_t aAddress, size_t aSize ) const;
 
-    // Writes the bytes, whatever their access. False where some of them are not there; the others
-    // are written all the same.
+    // Writes the bytes that are there, whatever their access. False where some are not there.
     bool Write( uint64_t aAddress, const Bytes& aBytes );
 
-    // A number of 1 to 8 bytes, and one of 4. Of a value that is too large the low bytes are
-    // written; what is not there is left out.
+    // A number of 1 to 8 bytes, and a word of 4. A value that is too large is written with its low
+    // bytes.
     uint64_t GetNumber( uint64_t aAddress, size_t aSize ) const;
     void SetNumber( uint64_t aAddress, uint64_t aValue, size_t aSize );
     uint32_t GetWord( uint64_t aAddress ) const;

@@ -35,11 +35,11 @@ inline bool operator<( const Endpoint& aA, const Endpoint& aB )
     return aA.mAddress != aB.mAddress ? aA.mAddress < aB.mAddress : aA.mPort < aB.mPort;
 }
 
-// A datagram that is to leave for mTo, mDelayMs milliseconds (0 or more) after the call that
-// returned it. The owner of the socket keeps it until then; two that are due at the same time leave
-// in the order in which they were returned. It leaves from the local port mFromPort: 0 is the port
-// that the device listens on, any other number is the device's own name for one of its further
-// ports, which the owner of the sockets may map to another.
+// A datagram to be sent to mTo, mDelayMs milliseconds (0 or more) after the call that returned it.
+// The owner of the socket keeps it until then, and sends two that are due at the same time in the
+// order in which they were returned. mFromPort is the local port to send from: 0 is the port that
+// the device listens on. Any other number is the device's own name for a further port, which the
+// owner of the sockets may map to a real one.
 struct Outgoing
 {
     Bytes mBytes;

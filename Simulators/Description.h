@@ -6,10 +6,10 @@
 namespace Simulators
 {
 
-// What the GenICam descriptions of the virtual devices differ in.
+// The values in which the GenICam descriptions of the virtual devices differ.
 struct Description
 {
-    // A text that the device tells of itself.
+    // A register with a text about the device.
     struct Text
     {
         uint64_t mAddress = 0;
@@ -33,8 +33,8 @@ struct Description
     uint64_t mScratch = 0;
 };
 
-// The description as GenICam XML: width, height and pixel format, start and stop, the three texts,
-// and a word that only keeps what is written.
+// Returns the description as GenICam XML: width, height and pixel format, start and stop, the three
+// texts, and a word without effect.
 std::string MakeDescription( const Description& aDescription );
 
 } // namespace Simulators

@@ -11,17 +11,16 @@
 namespace Simulators
 {
 
-// FaultPlan is a bad network in one direction. Each datagram goes through Apply, which returns what
-// arrives instead. What happens follows from the seed, the rates and the datagrams alone, on every
-// machine; a changed rate of one fault does not change which datagrams have the others. With all
-// rates 0 nothing is changed. Copies go on independently. Not safe for several threads at once.
+// FaultPlan simulates the faults of a network in one direction. Each datagram goes through Apply,
+// which returns what arrives instead. The faults depend on the seed, the rates and the datagrams
+// only, on every machine. Changing the rate of one fault does not change which datagrams have the
+// others. With all rates 0 nothing is changed. Copies are independent. Not thread-safe.
 class FaultPlan
 {
 public:
-    // How likely each fault is for a datagram: 0 never, 1 always. A rate below 0 counts as 0, one
-    // above 1 as 1, not-a-number as 0. Faults are independent of each other: one datagram can be
-    // cut, corrupted and sent twice. A lost datagram has no other fault, but a stray can come in
-    // its place.
+    // The probability of each fault for a datagram: 0 never, 1 always. A rate below 0 counts as 0,
+    // one above 1 as 1, NaN as 0. Faults are independent: one datagram can be truncated, corrupted
+    // and duplicated. A lost datagram has no other fault, but a stray can arrive in its place.
     struct Rates
     {
         double mLoss = 0.0;
@@ -58,11 +57,11 @@ public:
 
     FaultPlan( const Rates& aRates, uint64_t aSeed );
 
-    // Returns what is to be sent in place of aDatagram, in order; possibly nothing. A truncated
-    // datagram keeps 0 to size - 1 bytes; an empty one is neither cut nor corrupted. A corrupted
-    // byte always changes. Both copies of a duplicated datagram are alike and leave together. A
-    // stray goes to the same address from the same port, in front of the datagram or behind it; it
-    // is either 1 to 64 random bytes or one of the last 8 datagrams that came before.
+    // Returns, in order, what is sent in place of aDatagram; possibly nothing. A truncated datagram
+    // keeps 0 to size - 1 bytes. An empty one is neither truncated nor corrupted. A corrupted byte
+    // always changes. Both copies of a duplicated datagram are equal and are sent together. A stray
+    // has the datagram's address and port, and is sent before or after it. It is 1 to 64 random
+    // bytes, or one of the last 8 datagrams.
     std::vector<Outgoing> Apply( const Outgoing& aDatagram );
 
     const Counters& GetCounters() const { return mCounters; }

@@ -10,27 +10,27 @@
 namespace Simulators
 {
 
-// ControlPrivilege is who holds control of a GigE Vision device, and so who may read and write it.
-// The privilege, its holder's address and the heartbeat are registers: they lie in the device's
-// address space, which each operation is given. VirtualDeviceGEV.h has the rules.
+// ControlPrivilege decides which host holds control of a GigE Vision device, and so which hosts may
+// read and write it. The privilege, the holder's address and the heartbeat are registers in the
+// device's address space, which each operation is given. VirtualDeviceGEV.h states the rules.
 class ControlPrivilege
 {
 public:
     explicit ControlPrivilege( const ConfigurationGEV& aConfiguration );
 
-    // A write of aValue to Control Channel Privilege that MayWrite allowed.
+    // Carries out a write of aValue to Control Channel Privilege that MayWrite allowed.
     void Write( AddressSpace& aSpace, const Endpoint& aFrom, uint32_t aValue, int64_t aNowMs );
 
     // Frees control if its holder was silent for longer than Heartbeat Timeout.
     void Expire( AddressSpace& aSpace, int64_t aNowMs );
 
-    // A sign of life of aFrom, which may lie in the future. Only the holder's matters.
+    // A sign of life of aFrom. aTimeMs may lie in the future. It counts only for the holder.
     void KeepAlive( const Endpoint& aFrom, int64_t aTimeMs );
 
-    // Who holds control at that time; empty if nobody does.
+    // The host that holds control at that time. Empty if there is none.
     std::optional<Endpoint> GetHolder( const AddressSpace& aSpace, int64_t aNowMs ) const;
 
-    // Both count on Expire for the time of the access.
+    // Call Expire for the time of the access before these.
     bool MayRead( const AddressSpace& aSpace, const Endpoint& aFrom, uint64_t aAddress ) const;
     bool MayWrite( const Endpoint& aFrom, uint64_t aAddress ) const;
 

@@ -14,8 +14,8 @@
 namespace Simulators
 {
 
-// RegistersGEV holds the registers and the memory of a GigE Vision device, says who may do what
-// with them at the moment, and lets a write have its effects.
+// RegistersGEV holds the registers and the memory of a GigE Vision device, decides which access is
+// allowed at the moment, and carries out the effects of a write.
 class RegistersGEV
 {
 public:

@@ -9,8 +9,8 @@
 namespace Simulators
 {
 
-// ReplyCache keeps the latest command of each sender and what became of it, so that a command that
-// comes again, because its acknowledge was lost or late, is not executed again.
+// ReplyCache keeps the latest command of each sender with its answer. A command that is repeated,
+// because its acknowledge was lost or late, is then not executed again.
 class ReplyCache
 {
 public:

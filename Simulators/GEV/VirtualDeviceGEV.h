@@ -17,10 +17,9 @@
 namespace Simulators
 {
 
-// VirtualDeviceGEV is a GigE Vision device without a socket and without a clock: it gets the
-// datagrams that came to its GVCP port, together with the time, and returns those that it sends.
-// BootstrapGEV.h has its address map. Copies are independent devices. Not safe for several threads
-// at once.
+// VirtualDeviceGEV is a GigE Vision device without a socket and without a clock. It takes the
+// datagrams that arrived at its GVCP port, together with the time, and returns those that it sends.
+// BootstrapGEV.h has its address map. Copies are independent devices. Not thread-safe.
 //
 // What it refuses, in this order:
 //   dropped without an answer   shorter than a header, key not 0x42, request identifier 0
@@ -40,21 +39,20 @@ namespace Simulators
 // payload. A refused WRITEREG or WRITEMEM has written what stands in front of the index that it
 // carries, which counts registers in the one and bytes in the other.
 //
-// Control: a write of 2 (control) or 1 (exclusive) to Control Channel Privilege, from anybody while
-// nobody holds control, makes its sender, by address and port, the holder. A write of 0 by the
-// holder, or its silence for longer than Heartbeat Timeout, frees control and closes the message
-// and stream channels. Each complete command of the holder is a sign of life. Nobody else may
-// write; under exclusive access nobody else may read either, except the privilege register alone.
+// Control: a host takes control by writing 2 (control) or 1 (exclusive) to Control Channel
+// Privilege while no host holds it. The holder is known by address and port. Control is freed, and
+// the message and stream channels are closed, when the holder writes 0 or is silent for longer than
+// Heartbeat Timeout. Each complete command of the holder is a sign of life. No other host may
+// write. Under exclusive access no other host may read either, except the privilege register alone.
 //
-// A command that comes again from the same address and port, the same in every byte and with no
-// other between, is not executed again: it gets the acknowledge of the first time, or while that is
-// still due, another pending acknowledge where the device announces. See
-// ConfigurationGEV::mResendWindowMs for how long. DISCOVERY is always executed.
+// A command is a repetition when it has the same address, port and bytes as the one before it from
+// that sender. It is not executed again: it gets the first acknowledge again, or, while that is
+// still due, another pending acknowledge where the device sends these.
+// ConfigurationGEV::mResendWindowMs says for how long. DISCOVERY is always executed.
 //
-// Writes and unknown commands are acknowledged where their acknowledge-required flag is set;
-// READREG, READMEM and DISCOVERY, which would do nothing without an answer, always are. A command
-// that takes long (see PendingAcknowledge) has its effect when it comes in; other commands are
-// answered meanwhile.
+// Writes and unknown commands are acknowledged where their acknowledge-required flag is set.
+// READREG, READMEM and DISCOVERY are always acknowledged. A command that takes long (see
+// PendingAcknowledge) has its effect when it arrives; other commands are answered meanwhile.
 class VirtualDeviceGEV
 {
 public:
@@ -65,34 +63,35 @@ public:
 
     explicit VirtualDeviceGEV( const Configuration& aConfiguration );
 
-    // Takes one datagram and returns what the device sends because of it, in order. aData may be
-    // null if aSize is 0. aNowMs is any clock that does not run backwards, in milliseconds; the
-    // same for all calls.
+    // Takes one datagram and returns, in order, what the device sends because of it. aData may be
+    // null if aSize is 0. aNowMs is the time in milliseconds of any clock that does not run
+    // backwards, the same clock for all calls.
     std::vector<Outgoing> Receive( const Endpoint& aFrom, const uint8_t* aData, size_t aSize,
                                    int64_t aNowMs );
 
-    // Whether a device takes this datagram when it was broadcast: only a DISCOVERY. For the filter
-    // of a server; Receive does not know how a datagram came. aData may be null if aSize is 0.
+    // Whether a device takes this datagram when it was broadcast: only a DISCOVERY. It serves the
+    // filter of a server, since Receive does not know how a datagram was sent. aData may be null if
+    // aSize is 0.
     static bool TakesFromBroadcast( const uint8_t* aData, size_t aSize );
 
-    // From now on each command that touches the word at aAddress is answered with aStatus; 0 takes
-    // it back. Refuse does so for one command code only and goes before RefuseAddress; DISCOVERY
-    // counts as touching address 0.
+    // From now on each command that touches the word at aAddress is answered with aStatus; 0
+    // removes that. Refuse does so for one command code and takes precedence over RefuseAddress.
+    // DISCOVERY touches address 0.
     void RefuseAddress( uint32_t aAddress, uint16_t aStatus );
     void Refuse( uint16_t aCommand, uint32_t aAddress, uint16_t aStatus );
 
     // From now on a command that touches the word at aAddress is neither executed nor answered.
     void SetSilent( uint32_t aAddress, bool aIsSilent = true );
 
-    // Looks at and changes the device from behind, past all access rules and effects. A word that
-    // is not there reads as 0; WriteWord then returns false.
+    // Read and change the device without access rules and effects. A word that is not there reads
+    // as 0; WriteWord then returns false.
     uint32_t ReadWord( uint32_t aAddress ) const;
     bool WriteWord( uint32_t aAddress, uint32_t aValue );
 
     // The memory at Configuration::mMemoryBase.
     const Bytes& GetMemory() const;
 
-    // Who holds control at that time; empty if nobody does.
+    // The host that holds control at that time. Empty if there is none.
     std::optional<Endpoint> GetHolder( int64_t aNowMs ) const;
 
     // By command code; all commands that are not implemented share one set, that of any of them.

@@ -21,28 +21,26 @@
 namespace Simulators
 {
 
-// DeviceServer gives a device core, which has neither socket nor clock, a UDP address and the time:
-// each datagram that arrives goes to the core, and what the core returns leaves when it is due. A
-// fault plan for each direction makes the network in between a bad one.
+// DeviceServer gives a device core, which has neither socket nor clock, a UDP address and the time.
+// It passes each datagram that arrives to the core, and sends what the core returns when it is due.
+// A fault plan for each direction simulates the network between host and device.
 //
-// The core runs on the serving thread, under the server's mutex. While it serves, look at the core
-// and change it through Access only, or while holding GetMutex().
+// The core runs on the serving thread, under the server's mutex. While it serves, use the core only
+// through Access, or while holding GetMutex().
 //
-// Order of use: Open, then Start or Run, then Stop; after that it may be opened again. Stop may be
-// called at any time from any thread but the serving one; the other operations belong to one
-// thread.
+// Order of use: Open, then Start or Run, then Stop; after that it may be opened again. Any thread
+// but the serving one may call Stop at any time. The other operations belong to one thread.
 class DeviceServer
 {
 public:
     // Takes one datagram and returns what is to be sent because of it. aNowMs is monotonic, in
-    // milliseconds; the calls never overlap.
+    // milliseconds. The calls never overlap.
     using Core = std::function<std::vector<Outgoing>( const Endpoint& aFrom, const uint8_t* aData,
                                                       size_t aSize, int64_t aNowMs )>;
 
-    // The same for a device with further ports, see Outgoing: aToPort is the number, of
-    // the device's own choice, of the port that the datagram came to, 0 for the one it listens on.
-    // The system chooses the real port, when the device first sends from it; all stay open until
-    // Stop.
+    // The same for a device with further ports, see Outgoing. aToPort is the device's own number
+    // for the port that the datagram arrived at, 0 for the one it listens on. The system chooses
+    // the real port when the device first sends from it. All ports stay open until Stop.
     using PortCore =
         std::function<std::vector<Outgoing>( const Endpoint& aFrom, uint16_t aToPort,
                                              const uint8_t* aData, size_t aSize, int64_t aNowMs )>;

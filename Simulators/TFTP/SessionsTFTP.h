@@ -26,15 +26,15 @@ struct SessionTFTP
     int64_t mLastMs = 0; // when its peer was heard
 };
 
-// SessionsTFTP holds the sessions of a server by their transfer ports, which they take in turn.
+// SessionsTFTP holds the sessions of a server, by transfer port. Ports are taken in turn.
 class SessionsTFTP
 {
 public:
     // Ports from aFirstPort on. There is at least one.
     SessionsTFTP( uint16_t aFirstPort, uint16_t aPorts );
 
-    // Begins a session. Where every port has one, the session that was silent for longest makes
-    // room. Valid until it is removed.
+    // Begins a session. Where every port has one, the session that was silent for the longest time
+    // is removed. The reference is valid until the session is removed.
     SessionTFTP& Add( const Endpoint& aPeer, const std::string& aName, int64_t aNowMs );
 
     // The session at the port; null where there is none.

@@ -16,29 +16,28 @@
 namespace Simulators
 {
 
-// VirtualTftpServer is a TFTP server (RFC 1350) without a socket and without a clock: it gets the
-// datagrams that came to its ports, together with the time, and returns those that it sends. Octet
-// mode, uploads and downloads, blocks of 512 bytes; options of later standards are read over.
-// Copies are independent servers. Not safe for several threads at once.
+// VirtualTftpServer is a TFTP server (RFC 1350) without a socket and without a clock. It takes the
+// datagrams that arrived at its ports, together with the time, and returns those that it sends. It
+// supports octet mode, uploads and downloads, and blocks of 512 bytes; it ignores options of later
+// standards. Copies are independent servers. Not thread-safe.
 //
-// Each request begins a session of its own with a transfer port of its own, also one that comes
-// again: an upload lies in its session and becomes a file, or replaces one, only when that
-// session's last block has come. A session is forgotten after a long silence, or when there are too
-// many; one that is complete lives on that long, so that its last acknowledge can be repeated.
+// Each request begins a session with a transfer port of its own, also a repeated request. An upload
+// becomes a file, or replaces one, when its session's last block has arrived. A session ends after
+// a long silence, or when there are too many. A complete session stays that long, so that its last
+// acknowledge can be repeated.
 //
-// The server has no timer, so it never sends anything again on its own. A block that comes again is
-// acknowledged again; after an acknowledge of the block before the current one, the current one is
-// sent again.
+// The server has no timer, so it sends nothing again on its own. It acknowledges a repeated block
+// again. After an acknowledge of the block before the current one, it sends the current one again.
 //
-// What it refuses, with an ERROR packet that ends the session:
+// It refuses with an ERROR packet, which ends the session:
 //   0 not defined          a mode that is not octet; an upload that Configuration::mKeep refuses
-//   1 file not found       a read request for a file that is not there
+//   1 file not found       a read request for a file that does not exist
 //   2 access violation     a write request where Configuration::mIsWritable is false
 //   3 disk full            an upload longer than Configuration::mMaxFileSize
-//   4 illegal operation    a request that cannot be read, another packet on the listening port, a
+//   4 illegal operation    a request that cannot be parsed, another packet on the listening port, a
 //                          block of more than 512 bytes, a packet that does not suit the session
-//   5 unknown transfer ID  anything on a transfer port from somebody else, or without a session;
-//                          this one ends no session
+//   5 unknown transfer ID  a packet on a transfer port from another sender, or without a session;
+//                          it ends no session
 //   6 file already exists  a write request for one where Configuration::mMayReplace is false
 // It never answers an ERROR packet, nor a datagram shorter than 4 bytes.
 class VirtualTftpServer
@@ -82,17 +81,18 @@ public:
     VirtualTftpServer();
     explicit VirtualTftpServer( const Configuration& aConfiguration );
 
-    // Takes one datagram that came to the port aToPort, 0 for the one that the server listens on,
-    // and returns what it sends because of it. aData may be null if aSize is 0. aNowMs is any clock
-    // that does not run backwards, in milliseconds; the same for all calls.
+    // Takes one datagram that arrived at the port aToPort, 0 for the one that the server listens
+    // on, and returns what the server sends because of it. aData may be null if aSize is 0. aNowMs
+    // is the time in milliseconds of any clock that does not run backwards, the same clock for all
+    // calls.
     std::vector<Outgoing> Receive( const Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData,
                                    size_t aSize, int64_t aNowMs );
 
     // Where several disturbances name an answer, the latest call counts.
     void Disturb( const Disturbance& aDisturbance );
 
-    // The files, looked at and put there from behind. FindFile gives null when there is none; the
-    // bytes belong to the server and are valid until the next Receive or SetFile.
+    // The files, without a transfer. FindFile returns null when there is none. The bytes belong to
+    // the server and are valid until the next Receive or SetFile.
     void SetFile( const std::string& aName, const Bytes& aContent );
     const Bytes* FindFile( const std::string& aName ) const;
     std::vector<std::string> GetFileNames() const;

@@ -18,9 +18,9 @@
 namespace Simulators
 {
 
-// VirtualDeviceU3V is a USB3 Vision device without USB and without a clock: it gets the transfers
-// that a host sends to the OUT endpoint of the control interface, together with the time, and gives
-// those that the host fetches from the IN endpoint. BootstrapU3V.h has its address map,
+// VirtualDeviceU3V is a USB3 Vision device without USB and without a clock. It takes the
+// transfers that a host sends to the OUT endpoint of the control interface, together with the time,
+// and gives those that the host fetches from the IN endpoint. BootstrapU3V.h has its address map,
 // DescriptorsU3V.h its descriptors. Copies are independent devices. Not safe for several threads at
 // once.
 //
@@ -31,8 +31,7 @@ namespace Simulators
 //                               ConfigurationU3V::mCommandRoom
 //   as injected                 see Inject
 //   0x8001 not implemented      any command but READMEM and WRITEMEM
-//   0x8002 invalid parameter    data that does not suit the command; a reserved field that is not
-//   0;
+//   0x8002 invalid parameter    data that does not suit the command; a reserved field other than 0;
 //                               a count of 0; an acknowledge longer than ConfigurationU3V::mAckRoom
 //   as told                     see RefuseAddress
 //   0x8005 bad alignment        see ConfigurationU3V::mAlignment
@@ -87,11 +86,11 @@ public:
     void Inject( const FaultU3V& aFault ) { mFaults.push_back( aFault ); }
     size_t GetFaultsLeft() const { return mFaults.size(); }
 
-    // From now on each command that touches the byte at aAddress is answered with aStatus; 0 takes
-    // it back.
+    // From now on each command that touches the byte at aAddress is answered with aStatus; 0
+    // removes that.
     void RefuseAddress( uint64_t aAddress, uint16_t aStatus );
 
-    // Looks at and changes the device from behind, past all access rules and effects.
+    // Read and change the device without access rules and effects.
     AddressSpace& GetMemory() { return mSpace; }
 
     const Counters& GetCounters() const { return mCounters; }
