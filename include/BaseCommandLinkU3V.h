@@ -38,8 +38,7 @@ namespace HtBaseLib
 /// - 0x4001, logged at 40000 on the library logger: the command, or the acknowledge that it asks
 ///   for, is larger than the limit.
 /// - 0x4001 with a description, not logged: the data does not fit a packet, the command does not
-/// fit
-///   the link's buffer, or a limit leaves no room for data.
+///   fit the link's buffer, or a limit leaves no room for data.
 /// - 0x4001 without description: the answer is not a whole acknowledge of the command.
 /// - `GENERIC_ERROR`, logged at 40000 on the library logger: the device refused. The OS code is its
 ///   GenCP status and the description names it.

@@ -23,12 +23,11 @@ class TftpClient;
 /// Results of a transfer:
 /// - 0x0000 (`OK`): it has come to its end.
 /// - 0x0001: it was aborted, see Abort.
-/// - 0x0013: it failed. The description is the device's own message, or says that 21 waits of
-///   1000 ms, or answers, in a row brought nothing usable.
+/// - 0x0013: it failed. The description is the device's own message, or says that nothing usable
+///   came in 21 waits of 1000 ms, or answers, in a row.
 /// - 0x001C: another transfer of this client is running. Nothing changes.
 /// - 0x4000 without OS code, of SendFile: the file does not exist. The internal code of the
-/// returned
-///   object, not of a copy, is 0x0010.
+///   returned object, not of a copy, is 0x0010.
 /// - 0x4000 with ENOMEM as OS code: memory is missing.
 ///
 /// A device that never answers makes a transfer block for 21 s. A device's message may hold any
@@ -42,8 +41,7 @@ class TftpClient;
 /// - A file to be sent must be a regular file of less than 4 GiB. A FIFO counts as a file that
 ///   cannot be opened.
 /// - The remote file name must have at most 1015 bytes. The request for a longer one is not sent,
-/// so
-///   the transfer fails as with a silent device; a debug build asserts.
+///   so the transfer fails as with a silent device; a debug build asserts.
 class HTBASE_API HtTftpClient
 {
 public:

@@ -12,8 +12,8 @@ namespace HtBaseLib
 {
 
 /// SimpleCommandLinkGEV is the link over a socket that the caller has connected to a device. It
-/// makes three attempts per command and waits 400 ms for each answer, so a silent device costs 1.2
-/// s.
+/// makes three attempts per command and waits 400 ms for each answer, so a silent
+/// device costs 1.2 s.
 ///
 /// The socket is borrowed: it must outlive the link, and the link neither opens nor closes it. Two
 /// independent links on one socket receive each other's answers. Copies share the socket, the mutex
