@@ -79,7 +79,6 @@ public:
     /// Close closes the device, empties the identity and sets both limits to 0, where they stay
     /// after the next Open: see the class. The device path stays, so IsConnected stays true. The
     /// result is that of the control interface. It may be called when the link is not open.
-    // KEEP: the device path stays, so IsConnected stays true after a Close.
     QmUtilsLib::Result Close() override;
 
     /// IsConnected tells whether the link was ever opened with a device path.
@@ -91,15 +90,12 @@ public:
     /// It stores as many bytes as the acknowledge carries. An acknowledge with fewer than aSize is
     /// OK too, and ReadCallback gets aSize. A size of 65536 or more is 0x4001 where there is a
     /// limit; with a limit of 0 the device is asked for the low 16 bits of it.
-    // KEEP: as many bytes arrive at aData as the acknowledge carries. An acknowledge with fewer is
-    // OK all the same, and ReadCallback gets aSize.
     QmUtilsLib::Result ReadMemory( void* aData, long long aAddress, long long aSize ) override;
 
     /// WriteMemory writes aSize bytes, 0 to 65535, with one WRITEMEM. The command, 20 bytes and the
     /// data, must not exceed GetMaxCommandSize(), or 1024 where that is 0. The number of written
     /// bytes in the acknowledge is ignored. So is aNoAck: the device is always asked for an
     /// acknowledge.
-    // KEEP: aNoAck changes nothing. The device is always asked for an acknowledge.
     QmUtilsLib::Result WriteMemory( const void* aData, long long aAddress, long long aSize,
                                     bool aNoAck ) override;
 
@@ -123,9 +119,6 @@ public:
     /// Warning: with a limit of 0, as after Close and Open, the whole transfer is one piece. A read
     /// of 65536 bytes or more then stores too little and is OK: see the class.
     ///@{
-    // KEEP: OK, and nothing sent, for a size of 0 or less, also on a link that was never opened.
-    // KEEP: a read leaves room for a READMEM command, not for the smaller header of its
-    // acknowledge. With a limit of 0 everything is one piece.
     virtual QmUtilsLib::Result Read( void* aData, long long aAddress, long long aSize );
     virtual QmUtilsLib::Result Write( const void* aData, long long aAddress, long long aSize,
                                       bool aNoAck );

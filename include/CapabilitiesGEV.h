@@ -110,7 +110,6 @@ public:
     QmUtilsLib::Result ReadSCSPs( BaseCommandLinkGEV* aLink );
 
     /// IsInitialized tells whether an Init has succeeded. Safe beside a running Init.
-    // KEEP: the one query that is not const.
     bool IsInitialized();
 
     /// Version: the version of the standard that the device implements.

@@ -93,7 +93,6 @@ public:
     QmUtilsLib::Result Init( BaseCommandLinkU3V* aLink );
 
     /// IsInitialized tells whether an Init has succeeded. Safe beside a running Init.
-    // KEEP: not const, as its twin of the GigE Vision record.
     bool IsInitialized();
 
     unsigned int GetGenCPVersion() const; ///< GenCP Version: major in the upper 16 bits, then minor
@@ -124,8 +123,6 @@ public:
     /// IsSIRMAvailable and IsEIRMAvailable say. It reads that of IIDC2 when IsIIDC2Available is
     /// true.
     ///@{
-    // KEEP: the SIRM is read when there is a stream channel and the EIRM when there is a message
-    // channel; what IsSIRMAvailable and IsEIRMAvailable say plays no part.
     unsigned long long GetSIRMAddress() const;
     unsigned int GetSIRMLength() const;
     unsigned long long GetEIRMAddress() const;
