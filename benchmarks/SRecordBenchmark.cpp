@@ -8,6 +8,7 @@
 #include "benchmarks/Ratios.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <benchmark/benchmark.h>
@@ -164,7 +165,9 @@ void Reader( benchmark::State& aState )
         std::FILE* const lFile = lImage.Open();
         HtBaseLib::DfwPayloadWriter lWriter( std::make_unique<HtBaseLib::IoStreamRaw>(
             lImage.mOutput.data(), static_cast<unsigned int>( lImage.mOutput.size() ) ) );
-        if ( !lWriter.AddSRecords( lFile, "image" ) )
+        HtBaseLib::DfwPayloadSink lSink( lWriter );
+        HtBaseLib::SRecordReader lReader( lSink, HtBaseLib::ReaderMessages::GetPrinter() );
+        if ( !lReader.Convert( lFile, "image" ) )
         {
             aState.SkipWithError( "the image was not converted" );
         }

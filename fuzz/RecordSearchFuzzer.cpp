@@ -3,6 +3,7 @@
 #include "fuzz/FuzzTarget.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/PayloadReader.h"
 #include "tests/support/StringStream.h"
 
 #include <memory>
@@ -10,22 +11,18 @@
 
 using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::IoStreamRaw;
+using HtBaseLib::PayloadReader;
 
 namespace
 {
-
-DfwPayloadWriter OpenBytes( const unsigned char* aData, std::size_t aSize )
-{
-    return DfwPayloadWriter( std::make_unique<IoStreamRaw>( IoStreamRaw::READ_ONLY, aData,
-                                                            static_cast<unsigned int>( aSize ) ) );
-}
 
 // Both records of a payload, in this order, as far as they are found.
 std::string CopyBoth( const unsigned char* aData, std::size_t aSize )
 {
     std::string lCopy;
     DfwPayloadWriter lTarget( std::make_unique<TestSupport::StringStream>( lCopy ) );
-    DfwPayloadWriter lSource = OpenBytes( aData, aSize );
+    IoStreamRaw lStream( IoStreamRaw::READ_ONLY, aData, static_cast<unsigned int>( aSize ) );
+    PayloadReader lSource( lStream );
     const bool lHasTarget = lTarget.CopyTargetRecord( lSource );
     Fuzz::Require( lHasTarget != lCopy.empty(), "a target is written where it is found" );
     const std::size_t lTargetSize = lCopy.size();

@@ -4,6 +4,7 @@
 #include "fuzz/FuzzTarget.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/WordHexReader.h"
 #include "tests/support/ByteFile.h"
 #include "tests/support/StandardOutput.h"
 #include "tests/support/StringStream.h"
@@ -54,7 +55,9 @@ int LLVMFuzzerTestOneInput( const std::uint8_t* aData, std::size_t aSize )
     {
         HtBaseLib::DfwPayloadWriter lWriter(
             std::make_unique<TestSupport::StringStream>( lRecords ) );
-        lAnswer = lWriter.AddWordHex( lFile.Get() );
+        HtBaseLib::DfwPayloadSink lSink( lWriter );
+        HtBaseLib::WordHexReader lReader( lSink, HtBaseLib::ReaderMessages::GetPrinter() );
+        lAnswer = lReader.Convert( lFile.Get() );
     }
     const std::string lOutput = sCapture.Take();
     RequireWholeRecords( lRecords );

@@ -1,189 +1,41 @@
 #include "Libraries/HtBase/DfwPayload.h"
 
+#include "Libraries/HtBase/Firmware/BinaryReader.h"
+#include "Libraries/HtBase/Firmware/PayloadReader.h"
 #include "Libraries/HtBase/Firmware/SRecordReader.h"
+#include "Libraries/HtBase/Firmware/WordHexReader.h"
 
 #include <HtDfwPayload.h>
 #include <QmUtilsLib/Assert.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cinttypes>
-#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
 
 using HtBaseLib::DfwPayloadWriter;
+using HtBaseLib::IoStream;
 using HtBaseLib::IoStreamFile;
 using HtBaseLib::IoStreamRaw;
+using HtBaseLib::PayloadReader;
+using HtBaseLib::ReaderMessages;
 
 namespace
 {
 
-constexpr char TARGET = 'T';
-constexpr char VERSION = 'V';
-constexpr char ADDRESS = 'O';
-constexpr char DATA = 'D';
-constexpr char IDENTIFICATION = 'I';
-constexpr char RESET = 'R';
-constexpr char END = 'E';
-
-constexpr unsigned int MAX_LENGTH = 0xFF;
-
-constexpr unsigned int VERSION_SIZE = 3;
-constexpr unsigned char TARGET_PREFIX = 0x02;
-constexpr unsigned int TARGET_SIZE = 5; // without mode letter
-constexpr unsigned int TARGET_SIZE_WITH_MODE = 6;
-
-struct Mode
-{
-    bool mFirst;
-    bool mSecond;
-    char mLetter;
-};
-
-// KEEP: the lower-case letter is the one that loaders know. (false, true) has none: that record is
-// a byte shorter.
-constexpr Mode MODES[] = {
-    { true, true, 'D' },
-    { false, false, 'U' },
-    { true, false, 'f' },
-};
-
-constexpr unsigned int WORD_HEX_LINE_SIZE = 1024; // characters that are read at a time
-constexpr unsigned int WORD_HEX_SLOTS = 256;
-constexpr unsigned int WORD_HEX_FLUSH = 253; // pending bytes that make a data record
-constexpr std::size_t FOUR_DIGITS = 5;       // the length of a line of so many digits
-constexpr std::size_t TWO_DIGITS = 3;
-
-// KEEP: most texts that are printed here and by the readers have no line end. Programs that run the
-// readers compare them.
-void PrintOpenFailure( const char* aName, int aError )
-{
-    std::printf( "Failed to open input file %s. error code %d", aName, aError );
-}
-
-// An open file, or null after telling why not.
-std::FILE* OpenInput( const char* aName, const char* aMode )
-{
-    std::FILE* const lFile = std::fopen( aName, aMode );
-    if ( lFile == nullptr )
-    {
-        PrintOpenFailure( aName, errno );
-    }
-    return lFile;
-}
-
-// A writer that reads a payload file. When the file cannot be opened it finds no record there.
-std::unique_ptr<DfwPayloadWriter> OpenPayload( const HtString& aFileName )
+// The stream of a payload file. When the file cannot be opened there is nothing to be read from it.
+std::unique_ptr<IoStream> OpenPayload( const HtString& aFileName )
 {
     auto lStream = std::make_unique<IoStreamFile>();
     // KEEP: also what is to be written is opened for reading only.
     const int lError = lStream->Open( aFileName.GetAscii(), "rb" );
     if ( lError != 0 )
     {
-        PrintOpenFailure( aFileName.GetAscii(), lError );
+        ReaderMessages::GetPrinter().FailToOpen( aFileName.GetAscii(), lError );
     }
-    return std::make_unique<DfwPayloadWriter>( std::move( lStream ) );
-}
-
-std::unique_ptr<DfwPayloadWriter> OpenMemory( unsigned char* aBuffer, unsigned int aSize )
-{
-    return std::make_unique<DfwPayloadWriter>( std::make_unique<IoStreamRaw>( aBuffer, aSize ) );
-}
-
-// WordHexReader converts one file of hexadecimal values.
-class WordHexReader
-{
-public:
-    explicit WordHexReader( DfwPayloadWriter& aWriter )
-        : mWriter( aWriter )
-    {
-    }
-
-    bool Convert( std::FILE* aFile );
-
-private:
-    bool ConvertLine( const char* aLine );
-    bool ConvertAddress( const char* aLine );
-    bool ConvertValue( const char* aLine );
-    void Flush();
-
-    DfwPayloadWriter& mWriter;
-    unsigned int mPending = 0; // bytes that wait for their data record
-    // KEEP: not cleared between records, so a slot that is passed over has its word from before. A
-    // value is stored below slot WORD_HEX_FLUSH.
-    std::uint32_t mWords[WORD_HEX_SLOTS] = {};
-};
-
-bool WordHexReader::Convert( std::FILE* aFile )
-{
-    char lLine[WORD_HEX_LINE_SIZE + 1];
-    // KEEP: a file that cannot be read ends here like any other.
-    while ( std::fgets( lLine, sizeof( lLine ), aFile ) != nullptr )
-    {
-        if ( !ConvertLine( lLine ) )
-        {
-            return false;
-        }
-    }
-    Flush();
-    return true;
-}
-
-bool WordHexReader::ConvertLine( const char* aLine )
-{
-    if ( aLine[0] == '@' )
-    {
-        return ConvertAddress( aLine );
-    }
-    return aLine[0] == '/' || ConvertValue( aLine );
-}
-
-bool WordHexReader::ConvertAddress( const char* aLine )
-{
-    std::uint32_t lAddress = 0;
-    if ( std::sscanf( aLine, "@%" SCNx32, &lAddress ) != 1 )
-    {
-        std::printf( "Failed to read address." );
-        return false;
-    }
-    Flush();
-    mWriter.WriteAddressRecord( lAddress * 2 ); // the file counts in units of two bytes
-    return true;
-}
-
-// KEEP: the value goes as a whole word into the slot that the number of pending BYTES names, and a
-// data record takes the first bytes of the slots as they lie in memory. Loaders expect that.
-bool WordHexReader::ConvertValue( const char* aLine )
-{
-    if ( std::sscanf( aLine, "%" SCNx32, &mWords[mPending] ) != 1 )
-    {
-        std::printf( "unexpected data read\n" );
-        QMUTILSLIB_ASSERT_TEXT( false, "unexpected data read" );
-        return false;
-    }
-    // KEEP: the line feed counts, so a last line without one and lines that end in CR LF fail.
-    const std::size_t lLength = std::strlen( aLine );
-    if ( lLength != FOUR_DIGITS && lLength != TWO_DIGITS )
-    {
-        std::printf( "unexpected data %d\n", static_cast<int>( lLength ) );
-        QMUTILSLIB_ASSERT_TEXT( false, "unexpected data" );
-        return false;
-    }
-    mPending += lLength == FOUR_DIGITS ? 2 : 1;
-    if ( mPending >= WORD_HEX_FLUSH )
-    {
-        Flush();
-    }
-    return true;
-}
-
-void WordHexReader::Flush()
-{
-    mWriter.WriteDataRecord( reinterpret_cast<const unsigned char*>( mWords ), mPending );
-    mPending = 0;
+    return lStream;
 }
 
 // Builds a small payload: the target and the version of a payload file, and what aAddRecord writes.
@@ -194,12 +46,13 @@ HtResult Build( const HtString& aPayloadFile, unsigned char* aBuffer, unsigned i
 {
     try
     {
-        const std::unique_ptr<DfwPayloadWriter> lTarget = OpenMemory( aBuffer, aSize );
-        const std::unique_ptr<DfwPayloadWriter> lSource = OpenPayload( aPayloadFile );
-        (void)lTarget->CopyTargetRecord( *lSource );
-        (void)lTarget->CopyVersionRecord( *lSource );
-        aAddRecord( *lTarget );
-        aOutSize = lTarget->GetSize();
+        DfwPayloadWriter lTarget( std::make_unique<IoStreamRaw>( aBuffer, aSize ) );
+        const std::unique_ptr<IoStream> lStream = OpenPayload( aPayloadFile );
+        PayloadReader lSource( *lStream );
+        (void)lTarget.CopyTargetRecord( lSource );
+        (void)lTarget.CopyVersionRecord( lSource );
+        aAddRecord( lTarget );
+        aOutSize = lTarget.GetSize();
         return HtResult( HtResult::OK );
     }
     catch ( const std::bad_alloc& )
@@ -211,12 +64,13 @@ HtResult Build( const HtString& aPayloadFile, unsigned char* aBuffer, unsigned i
 } // namespace
 
 HtDfwPayload::HtDfwPayload( const HtString& aFileName )
-    : mWriter( OpenPayload( aFileName ) )
+    : mWriter( std::make_unique<DfwPayloadWriter>( OpenPayload( aFileName ) ) )
 {
 }
 
 HtDfwPayload::HtDfwPayload( unsigned char* aBuffer, unsigned int aSize )
-    : mWriter( OpenMemory( aBuffer, aSize ) )
+    : mWriter(
+          std::make_unique<DfwPayloadWriter>( std::make_unique<IoStreamRaw>( aBuffer, aSize ) ) )
 {
 }
 
@@ -248,6 +102,8 @@ HtResult HtDfwPayload::GetResetRecord( const HtString& aPayloadFile, unsigned ch
 namespace HtBaseLib
 {
 
+using namespace PayloadFormat;
+
 DfwPayloadWriter::DfwPayloadWriter( std::unique_ptr<IoStream> aTarget )
     : mTarget( std::move( aTarget ) )
 {
@@ -257,7 +113,7 @@ DfwPayloadWriter::~DfwPayloadWriter()
 {
     if ( mTarget != nullptr )
     {
-        (void)mTarget->Close(); // a destructor has nobody to tell
+        (void)mTarget->Close(); // a destructor cannot return it
     }
 }
 
@@ -276,14 +132,15 @@ bool DfwPayloadWriter::WriteDataRecord( const unsigned char* aBytes, unsigned in
     return aCount == 0 || WriteRecord( DATA, aBytes, aCount );
 }
 
-bool DfwPayloadWriter::WriteDataInPlace( unsigned char* aRecord, unsigned int aCount )
+bool DfwPayloadWriter::WriteDataRecord( DataRecord& aRecord, unsigned int aCount )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
     if ( aCount > MAX_DATA_SIZE )
     {
         return false;
     }
-    return aCount == 0 || WriteInPlace( DATA, aRecord, aCount );
+    return aCount == 0 ||
+           WriteInPlace( DATA, reinterpret_cast<unsigned char*>( &aRecord ), aCount );
 }
 
 bool DfwPayloadWriter::WriteData( const unsigned char* aBytes, unsigned int aCount )
@@ -360,51 +217,7 @@ bool DfwPayloadWriter::WriteEndRecord( std::uint32_t aValue )
     return WriteNumberRecord( END, aValue );
 }
 
-bool DfwPayloadWriter::ReadVersionRecord( unsigned char& aFirst, unsigned char& aSecond,
-                                          unsigned char& aThird )
-{
-    unsigned int lLength = 0;
-    unsigned char lBytes[VERSION_SIZE] = {};
-    // KEEP: a version record of another length is skipped.
-    if ( !FindRecord( VERSION, VERSION_SIZE, VERSION_SIZE, lLength ) ||
-         !ReadBytes( lBytes, VERSION_SIZE ) )
-    {
-        return false;
-    }
-    aFirst = lBytes[0];
-    aSecond = lBytes[1];
-    aThird = lBytes[2];
-    return true;
-}
-
-bool DfwPayloadWriter::ReadTargetRecord( unsigned char& aFirst, unsigned char& aSecond,
-                                         std::uint16_t& aValue, bool& aFirstFlag,
-                                         bool& aSecondFlag )
-{
-    unsigned int lLength = 0;
-    unsigned char lBytes[TARGET_SIZE] = {};
-    // KEEP: a first byte that is unknown ends the search; no later target record is tried.
-    if ( !FindRecord( TARGET, TARGET_SIZE, MAX_LENGTH, lLength ) || !ReadBytes( lBytes, 1 ) ||
-         lBytes[0] != TARGET_PREFIX || !ReadBytes( lBytes + 1, TARGET_SIZE - 1 ) )
-    {
-        return false;
-    }
-    // KEEP: a record that is longer still has no mode either.
-    bool lFirstFlag = false;
-    bool lSecondFlag = true;
-    if ( lLength == TARGET_SIZE_WITH_MODE && !ReadMode( lFirstFlag, lSecondFlag ) )
-    {
-        return false;
-    }
-    aFirst = lBytes[1];
-    aSecond = lBytes[2];
-    aValue = static_cast<std::uint16_t>( lBytes[3] << 8 | lBytes[4] );
-    aFirstFlag = lFirstFlag;
-    aSecondFlag = lSecondFlag;
-    return true;
-}
-
-bool DfwPayloadWriter::CopyVersionRecord( DfwPayloadWriter& aSource )
+bool DfwPayloadWriter::CopyVersionRecord( PayloadReader& aSource )
 {
     unsigned char lFirst = 0;
     unsigned char lSecond = 0;
@@ -413,7 +226,7 @@ bool DfwPayloadWriter::CopyVersionRecord( DfwPayloadWriter& aSource )
            WriteVersionRecord( lFirst, lSecond, lThird );
 }
 
-bool DfwPayloadWriter::CopyTargetRecord( DfwPayloadWriter& aSource )
+bool DfwPayloadWriter::CopyTargetRecord( PayloadReader& aSource )
 {
     unsigned char lFirst = 0;
     unsigned char lSecond = 0;
@@ -429,75 +242,26 @@ unsigned int DfwPayloadWriter::GetSize() const
     return mTarget->GetBytesWritten();
 }
 
-bool DfwPayloadWriter::AddSRecordFile( const char* aName )
+bool DfwPayloadWriter::AddSRecordFile( const char* aName, ReaderMessages& aMessages )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
-    // KEEP: never closed, whatever becomes of it.
-    std::FILE* const lFile = OpenInput( aName, "r" );
-    return lFile != nullptr && AddSRecords( lFile, aName );
+    DfwPayloadSink lSink( *this );
+    return SRecordReader( lSink, aMessages ).ConvertFile( aName );
 }
 
-bool DfwPayloadWriter::AddSRecords( std::FILE* aFile, const char* aName )
-{
-    try
-    {
-        return SRecordReader( aFile, aName, *this ).Convert();
-    }
-    catch ( const std::bad_alloc& )
-    {
-        return false; // there is no block to read into
-    }
-}
-
-bool DfwPayloadWriter::AddBinaryFile( const char* aName, std::uint32_t aAddress )
+bool DfwPayloadWriter::AddBinaryFile( const char* aName, std::uint32_t aAddress,
+                                      ReaderMessages& aMessages )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
-    std::FILE* const lFile = OpenInput( aName, "rb" );
-    // KEEP: after a failure the file stays open.
-    if ( lFile == nullptr || !AddBinary( lFile, aName, aAddress ) )
-    {
-        return false;
-    }
-    (void)std::fclose( lFile ); // it was only read
-    return true;
+    DfwPayloadSink lSink( *this );
+    return BinaryReader( lSink, aMessages ).ConvertFile( aName, aAddress );
 }
 
-bool DfwPayloadWriter::AddBinary( std::FILE* aFile, const char* aName, std::uint32_t aAddress )
-{
-    WriteAddressRecord( aAddress );
-    for ( ;; )
-    {
-        unsigned char lBytes[MAX_DATA_SIZE];
-        const std::size_t lCount = std::fread( lBytes, 1, MAX_DATA_SIZE, aFile );
-        if ( std::ferror( aFile ) != 0 )
-        {
-            std::printf( "Error reading from file %s", aName );
-            return false;
-        }
-        WriteDataRecord( lBytes, static_cast<unsigned int>( lCount ) );
-        if ( lCount == 0 )
-        {
-            return true;
-        }
-    }
-}
-
-bool DfwPayloadWriter::AddWordHexFile( const char* aName )
+bool DfwPayloadWriter::AddWordHexFile( const char* aName, ReaderMessages& aMessages )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
-    std::FILE* const lFile = OpenInput( aName, "r" );
-    // KEEP: after a failure the file stays open.
-    if ( lFile == nullptr || !AddWordHex( lFile ) )
-    {
-        return false;
-    }
-    (void)std::fclose( lFile ); // it was only read
-    return true;
-}
-
-bool DfwPayloadWriter::AddWordHex( std::FILE* aFile )
-{
-    return WordHexReader( *this ).Convert( aFile );
+    DfwPayloadSink lSink( *this );
+    return WordHexReader( lSink, aMessages ).ConvertFile( aName );
 }
 
 bool DfwPayloadWriter::WriteRecord( char aType, const unsigned char* aBytes, unsigned int aLength )
@@ -529,50 +293,19 @@ bool DfwPayloadWriter::WriteNumberRecord( char aType, std::uint32_t aNumber )
     return WriteRecord( aType, lBytes, sizeof( lBytes ) );
 }
 
-// Past the end of a file a skip succeeds, so the end is where nothing can be read any more.
-// KEEP: the zeros behind a short identification are taken for records of no length, two at a time.
-bool DfwPayloadWriter::FindRecord( char aType, unsigned int aMinLength, unsigned int aMaxLength,
-                                   unsigned int& aLength )
+DfwPayloadSink::DfwPayloadSink( DfwPayloadWriter& aWriter )
+    : mWriter( aWriter )
 {
-    if ( mTarget->Rewind() != 0 )
-    {
-        return false;
-    }
-    unsigned char lHeader[HEADER_SIZE] = {};
-    do
-    {
-        if ( mTarget->Skip( lHeader[1] ) != 0 || !ReadBytes( lHeader, HEADER_SIZE ) )
-        {
-            return false;
-        }
-    } while ( lHeader[0] != static_cast<unsigned char>( aType ) || lHeader[1] < aMinLength ||
-              lHeader[1] > aMaxLength );
-    aLength = lHeader[1];
-    return true;
 }
 
-bool DfwPayloadWriter::ReadMode( bool& aFirstFlag, bool& aSecondFlag )
+bool DfwPayloadSink::TakeAddress( std::uint32_t aAddress )
 {
-    unsigned char lLetter = 0;
-    if ( !ReadBytes( &lLetter, 1 ) )
-    {
-        return false;
-    }
-    for ( const Mode& lMode : MODES )
-    {
-        if ( lMode.mLetter == static_cast<char>( lLetter ) )
-        {
-            aFirstFlag = lMode.mFirst;
-            aSecondFlag = lMode.mSecond;
-            return true;
-        }
-    }
-    return false;
+    return mWriter.WriteAddressRecord( aAddress );
 }
 
-bool DfwPayloadWriter::ReadBytes( unsigned char* aBytes, unsigned int aCount )
+bool DfwPayloadSink::TakeData( DataRecord& aRecord, unsigned int aCount )
 {
-    return mTarget->Read( aBytes, 1, aCount ) == aCount;
+    return mWriter.WriteDataRecord( aRecord, aCount );
 }
 
 } // namespace HtBaseLib

@@ -8,7 +8,8 @@
 #include "Tools/htbase/ReaderOutput.h"
 #include "Tools/htbase/Text.h"
 
-#include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/PayloadReader.h"
+#include "Libraries/HtBase/IoStream.h"
 
 #include <HtDfwPayload.h>
 
@@ -20,8 +21,8 @@
 namespace HtBaseTool
 {
 
-using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::IoStreamFile;
+using HtBaseLib::PayloadReader;
 
 namespace
 {
@@ -51,13 +52,13 @@ Failure MakeRefusal( const std::string& aSentence )
 void CheckHead( const std::string& aPath )
 {
     CheckInputFile( aPath );
-    auto lStream = std::make_unique<IoStreamFile>();
-    const int lError = lStream->Open( aPath.c_str(), "rb" );
+    IoStreamFile lStream;
+    const int lError = lStream.Open( aPath.c_str(), "rb" );
     if ( lError != 0 )
     {
         throw MakeRefusal( "cannot read file '" + aPath + "': " + GetSystemErrorText( lError ) );
     }
-    DfwPayloadWriter lPayload( std::move( lStream ) );
+    PayloadReader lPayload( lStream );
     unsigned char lBytes[3] = {};
     uint16_t lValue = 0;
     bool lFlags[2] = {};

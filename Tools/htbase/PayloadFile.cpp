@@ -4,7 +4,7 @@
 #include "Tools/htbase/Files.h"
 #include "Tools/htbase/Text.h"
 
-#include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/PayloadFormat.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -13,15 +13,10 @@
 namespace HtBaseTool
 {
 
-using HtBaseLib::DfwPayloadWriter;
+namespace PayloadFormat = HtBaseLib::PayloadFormat;
 
 namespace
 {
-
-constexpr size_t HEADER_SIZE = DfwPayloadWriter::HEADER_SIZE;
-constexpr uint8_t TARGET_PREFIX = 0x02;
-constexpr size_t TARGET_SIZE_WITH_MODE = 6;
-const std::string MODES = "DUf";
 
 struct Kind
 {
@@ -32,13 +27,13 @@ struct Kind
 };
 
 constexpr Kind KINDS[] = {
-    { 'T', "target", 5, 255 },
-    { 'V', "version", 3, 3 },
-    { 'O', "address", 4, 4 },
-    { 'D', "data", 1, DfwPayloadWriter::MAX_DATA_SIZE },
-    { 'I', "identification", 1, 255 },
-    { 'R', "reset", 0, 0 },
-    { 'E', "end", 4, 4 },
+    { PayloadFormat::TARGET, "target", PayloadFormat::TARGET_SIZE, PayloadFormat::MAX_LENGTH },
+    { PayloadFormat::VERSION, "version", PayloadFormat::VERSION_SIZE, PayloadFormat::VERSION_SIZE },
+    { PayloadFormat::ADDRESS, "address", 4, 4 },
+    { PayloadFormat::DATA, "data", 1, PayloadFormat::MAX_DATA_SIZE },
+    { PayloadFormat::IDENTIFICATION, "identification", 1, PayloadFormat::MAX_LENGTH },
+    { PayloadFormat::RESET, "reset", 0, 0 },
+    { PayloadFormat::END, "end", 4, 4 },
 };
 
 const Kind* FindKind( uint8_t aType )
@@ -49,15 +44,22 @@ const Kind* FindKind( uint8_t aType )
     return lKind == std::end( KINDS ) ? nullptr : lKind;
 }
 
+bool IsMode( uint8_t aLetter )
+{
+    return std::any_of( std::begin( PayloadFormat::MODES ), std::end( PayloadFormat::MODES ),
+                        [aLetter]( const PayloadFormat::Mode& aMode )
+                        { return aMode.mLetter == static_cast<char>( aLetter ); } );
+}
+
 // What is wrong with the contents of a target record; empty: nothing.
 std::string FindTargetFault( const std::vector<uint8_t>& aBytes )
 {
-    if ( aBytes[0] != TARGET_PREFIX )
+    if ( aBytes[0] != PayloadFormat::TARGET_PREFIX )
     {
         return "does not begin with 0x02";
     }
-    const bool lIsUnknownMode = aBytes.size() == TARGET_SIZE_WITH_MODE &&
-                                MODES.find( static_cast<char>( aBytes[5] ) ) == std::string::npos;
+    const bool lIsUnknownMode =
+        aBytes.size() == PayloadFormat::TARGET_SIZE_WITH_MODE && !IsMode( aBytes.back() );
     return lIsUnknownMode ? "has an unknown mode" : "";
 }
 
@@ -126,7 +128,8 @@ std::optional<PayloadRecord> PayloadFile::Read()
     {
         ThrowCutOff( lRecord );
     }
-    const std::string lFault = lType == 'T' ? FindTargetFault( lRecord.mBytes ) : "";
+    const std::string lFault =
+        lType == PayloadFormat::TARGET ? FindTargetFault( lRecord.mBytes ) : "";
     if ( !lFault.empty() )
     {
         ThrowDamage( "holds a " + lThis + " that " + lFault );
@@ -135,11 +138,13 @@ std::optional<PayloadRecord> PayloadFile::Read()
     return lRecord;
 }
 
-// The zeros behind a short identification are no part of its length. Moves on to the next record.
+// The length of a short identification does not count the zeros behind it. Moves on to the next
+// record.
 void PayloadFile::ReadPadding( const PayloadRecord& aRecord )
 {
     size_t lSize = aRecord.mBytes.size();
-    for ( ; aRecord.mType == 'I' && lSize < DfwPayloadWriter::MIN_ID_SIZE; ++lSize )
+    for ( ; aRecord.mType == PayloadFormat::IDENTIFICATION && lSize < PayloadFormat::MIN_ID_SIZE;
+          ++lSize )
     {
         uint8_t lZero = 0;
         if ( !ReadBytes( &lZero, 1 ) )
@@ -152,7 +157,7 @@ void PayloadFile::ReadPadding( const PayloadRecord& aRecord )
                          " that is not filled up with zeros" );
         }
     }
-    mOffset += HEADER_SIZE + lSize;
+    mOffset += PayloadFormat::HEADER_SIZE + lSize;
 }
 
 uint32_t GetNumber( const PayloadRecord& aRecord, size_t aOffset, size_t aSize )

@@ -1,6 +1,7 @@
 // S-record files that the tools of others have written from random images.
 
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/StandardOutput.h"
@@ -18,7 +19,10 @@
 #include <string>
 #include <vector>
 
+using HtBaseLib::DfwPayloadSink;
 using HtBaseLib::DfwPayloadWriter;
+using HtBaseLib::ReaderMessages;
+using HtBaseLib::SRecordReader;
 using TestSupport::ReadWholeFile;
 using TestSupport::StandardOutputCapture;
 using TestSupport::StringStream;
@@ -108,8 +112,10 @@ protected:
         ASSERT_NE( lFile, nullptr );
         {
             DfwPayloadWriter lWriter( std::make_unique<StringStream>( lPayload ) );
+            DfwPayloadSink lSink( lWriter );
+            SRecordReader lReader( lSink, ReaderMessages::GetPrinter() );
             StandardOutputCapture lCapture;
-            lAnswer = lWriter.AddSRecords( lFile, mSRecords.c_str() );
+            lAnswer = lReader.Convert( lFile, mSRecords.c_str() );
             lOutput = lCapture.Take();
         }
         std::fclose( lFile );

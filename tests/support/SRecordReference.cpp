@@ -1,5 +1,6 @@
 #include "tests/support/SRecordReference.h"
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 #include "tests/support/StandardOutput.h"
 #include "tests/support/StringStream.h"
 
@@ -150,7 +151,9 @@ SRecordOutcome ConvertSRecordsByReader( std::FILE* aFile, const std::string& aNa
 {
     SRecordOutcome lOutcome;
     HtBaseLib::DfwPayloadWriter lWriter( std::make_unique<StringStream>( lOutcome.mRecords ) );
-    lOutcome.mAnswer = lWriter.AddSRecords( aFile, aName.c_str() );
+    HtBaseLib::DfwPayloadSink lSink( lWriter );
+    HtBaseLib::SRecordReader lReader( lSink, HtBaseLib::ReaderMessages::GetPrinter() );
+    lOutcome.mAnswer = lReader.Convert( aFile, aName.c_str() );
     lOutcome.mOutput = aCapture.Take();
     return lOutcome;
 }

@@ -1,4 +1,7 @@
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/BinaryReader.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
+#include "Libraries/HtBase/Firmware/WordHexReader.h"
 
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/ByteFile.h"
@@ -21,7 +24,13 @@
 
 #include <unistd.h>
 
+using HtBaseLib::BinaryReader;
+using HtBaseLib::DfwPayloadSink;
 using HtBaseLib::DfwPayloadWriter;
+using HtBaseLib::PayloadSink;
+using HtBaseLib::ReaderMessages;
+using HtBaseLib::SRecordReader;
+using HtBaseLib::WordHexReader;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -86,7 +95,7 @@ std::string Describe( const std::string& aRecords )
 
 using Reader = std::function<bool( DfwPayloadWriter& )>;
 
-// Whatever a reader has to say, none of it goes to the log.
+// None of the messages of a reader goes to the log.
 Conversion Convert( const Reader& aReader, std::size_t aCapacity = std::string::npos )
 {
     const QmUtilsLib::Scripted::RecordingLogSink lSink;
@@ -103,19 +112,30 @@ Conversion Convert( const Reader& aReader, std::size_t aCapacity = std::string::
     return lConversion;
 }
 
+bool ConvertSRecordsInto( DfwPayloadWriter& aWriter, std::FILE* aFile )
+{
+    DfwPayloadSink lSink( aWriter );
+    return SRecordReader( lSink, ReaderMessages::GetPrinter() ).Convert( aFile, "image.srec" );
+}
+
 Conversion ConvertSRecords( const std::string& aText, std::size_t aFailsAt = ByteFile::NEVER )
 {
     const ByteFile lFile( aText, aFailsAt );
     return Convert( [&]( DfwPayloadWriter& aWriter )
-                    { return aWriter.AddSRecords( lFile.Get(), "image.srec" ); } );
+                    { return ConvertSRecordsInto( aWriter, lFile.Get() ); } );
 }
 
 Conversion ConvertBinary( const std::string& aBytes, std::uint32_t aAddress,
                           std::size_t aFailsAt = ByteFile::NEVER )
 {
     const ByteFile lFile( aBytes, aFailsAt );
-    return Convert( [&]( DfwPayloadWriter& aWriter )
-                    { return aWriter.AddBinary( lFile.Get(), "image.bin", aAddress ); } );
+    return Convert(
+        [&]( DfwPayloadWriter& aWriter )
+        {
+            DfwPayloadSink lSink( aWriter );
+            BinaryReader lReader( lSink, ReaderMessages::GetPrinter() );
+            return lReader.Convert( lFile.Get(), "image.bin", aAddress );
+        } );
 }
 
 // Assertions that the conversion of a word-hex file raised.
@@ -131,8 +151,12 @@ Conversion ConvertWordHex( const std::string& aText, std::size_t aFailsAt = Byte
     gAssertions.clear();
     const auto lPrevious = QmUtilsLib::SetAssertionHandler( RecordAssertion );
     const ByteFile lFile( aText, aFailsAt );
-    const Conversion lConversion =
-        Convert( [&]( DfwPayloadWriter& aWriter ) { return aWriter.AddWordHex( lFile.Get() ); } );
+    const Conversion lConversion = Convert(
+        [&]( DfwPayloadWriter& aWriter )
+        {
+            DfwPayloadSink lSink( aWriter );
+            return WordHexReader( lSink, ReaderMessages::GetPrinter() ).Convert( lFile.Get() );
+        } );
     QmUtilsLib::SetAssertionHandler( lPrevious );
     return lConversion;
 }
@@ -161,7 +185,7 @@ std::string Repeat( const std::string& aText, std::size_t aCount )
     return lAll;
 }
 
-// An S3 record of data given in hex, with a checksum that nobody looks at.
+// An S3 record of data given in hex, with a checksum that is not looked at.
 std::string S3( const std::string& aAddress, const std::string& aData )
 {
     const auto lCount = static_cast<char>( aData.size() / 2 + 5 );
@@ -234,7 +258,7 @@ TEST_F( DfwFileTest, AFileWithoutPermissionIsPrintedWithItsErrorNumber )
 {
     Write( "S0030000FC" );
     std::filesystem::permissions( mPath, std::filesystem::perms::none );
-    // Root may read everything, so it becomes somebody else for a while.
+    // Root may read everything, so it becomes another user for a while.
     const uid_t lUser = geteuid();
     if ( lUser == 0 && seteuid( 65534 ) != 0 )
     {
@@ -255,7 +279,7 @@ TEST_F( DfwFileTest, AFileNameThatIsTooLongIsPrintedWithItsErrorNumber )
     EXPECT_THAT( ConvertByAll( lName ), ElementsAre( lExpected, lExpected, lExpected ) );
 }
 
-TEST_F( DfwFileTest, AFileNameIsNoFormat )
+TEST_F( DfwFileTest, AFileNameIsNotAFormat )
 {
     const std::string lName = mDirectory.GetPath( "%s%n%x" );
     const Conversion lExpected{ false, "",
@@ -410,7 +434,7 @@ TEST( SRecordReader, AByteOf255IsNotTheEndOfTheFile )
                ( Conversion{ true, "O00001000 D01 ", "" } ) );
 }
 
-TEST( SRecordReader, WhatWasWrittenBeforeAFailureStays )
+TEST( SRecordReader, RecordsWrittenBeforeAFailureStay )
 {
     EXPECT_EQ( ConvertSRecords( S3( "00001000", "01" ) + "\nX" ),
                ( Conversion{ false, "O00001000 D01 ", NO_LINE } ) );
@@ -505,7 +529,7 @@ TEST( SRecordReader, ChecksumsAreNotLookedAt )
     EXPECT_EQ( ConvertSRecords( "S3060000100001" ), lExpected );
 }
 
-TEST( SRecordReader, CarriageReturnsDoNoHarm )
+TEST( SRecordReader, CarriageReturnsAtLineEndsAreIgnored )
 {
     EXPECT_EQ( ConvertSRecords( "S0030000FC\r\n" + S3( "00001000", "01" ) + "\r\n" +
                                 S3( "00001001", "02" ) + "\r\nS70500001000EA" ),
@@ -536,7 +560,7 @@ TEST( SRecordReader, ARecordWithoutCountOrAddressFails )
     }
 }
 
-TEST( SRecordReader, ADataByteThatIsNoneFailsAndNothingOfItsLineIsWritten )
+TEST( SRecordReader, AnInvalidDataByteFailsAndNothingOfItsLineIsWritten )
 {
     EXPECT_EQ( ConvertSRecords( "S30600001000" ),
                ( Conversion{ false, "", "failed reading data byte 0" } ) );
@@ -625,7 +649,7 @@ TEST( SRecordReader, AnErrorIndicatorThatWasSetBeforeFailsTheFirstLine )
     ByteFile lFile( lText );
     lFile.SetError();
     EXPECT_EQ( Convert( [&]( DfwPayloadWriter& aWriter )
-                        { return aWriter.AddSRecords( lFile.Get(), "image.srec" ); } ),
+                        { return ConvertSRecordsInto( aWriter, lFile.Get() ); } ),
                ( Conversion{ false, "", "Error reading input file\n" } ) );
 }
 
@@ -635,11 +659,11 @@ TEST( SRecordReader, AnErrorIndicatorThatWasSetBeforeFailsAtAZeroByte )
     ByteFile lFile( lText );
     lFile.SetError();
     EXPECT_EQ( Convert( [&]( DfwPayloadWriter& aWriter )
-                        { return aWriter.AddSRecords( lFile.Get(), "image.srec" ); } ),
+                        { return ConvertSRecordsInto( aWriter, lFile.Get() ); } ),
                ( Conversion{ false, "", "Error reading from file image.srec" } ) );
 }
 
-TEST( SRecordReader, OverlongLinesAreCutAndCostNothing )
+TEST( SRecordReader, OverlongLinesAreCutOff )
 {
     // Only what the record needs is looked at; what follows in a line of any length is not.
     const std::string lTail( 100000, '7' );
@@ -649,8 +673,6 @@ TEST( SRecordReader, OverlongLinesAreCutAndCostNothing )
     EXPECT_EQ( ConvertSRecords( "S9" + lTail + "\nS0" ),
                ( Conversion{ true, "", Warning( '9' ) } ) );
 }
-
-// Binary files
 
 TEST( SRecordReader, WithoutMemoryNothingIsReadAndTheAnswerIsFalse )
 {
@@ -666,7 +688,7 @@ TEST( SRecordReader, WithoutMemoryNothingIsReadAndTheAnswerIsFalse )
         bool lAnswer = false;
         {
             const AllocationFailure lFailure( ++lNumber );
-            lAnswer = lWriter.AddSRecords( lFile.Get(), "image.srec" );
+            lAnswer = ConvertSRecordsInto( lWriter, lFile.Get() );
             lHasFailed = lFailure.HasHappened();
         }
         EXPECT_EQ( lCapture.Take(), "" );
@@ -676,7 +698,9 @@ TEST( SRecordReader, WithoutMemoryNothingIsReadAndTheAnswerIsFalse )
     EXPECT_GT( lNumber, 1U );
 }
 
-TEST( BinaryReader, ABytesFileIsAnAddressAndFullRecords )
+// Binary files
+
+TEST( BinaryReader, AFileOfBytesIsAnAddressAndFullRecords )
 {
     std::string lBytes( 600, '\0' );
     for ( std::size_t lIndex = 0; lIndex < lBytes.size(); ++lIndex )
@@ -771,7 +795,7 @@ TEST( WordHexReader, OneSlashMakesAComment )
                ( Conversion{ true, "D" + InMemory( 0x12 ).substr( 0, 2 ) + " ", "" } ) );
 }
 
-TEST( WordHexReader, OtherLengthsFailAndAreTold )
+TEST( WordHexReader, OtherLengthsFailAndArePrinted )
 {
     const std::pair<std::string, int> lLines[] = {
         { "1\n", 2 },
@@ -796,7 +820,7 @@ TEST( WordHexReader, OtherLengthsFailAndAreTold )
     }
 }
 
-TEST( WordHexReader, WhatIsNoNumberFailsWhateverItsLength )
+TEST( WordHexReader, WhatIsNotANumberFailsWhateverItsLength )
 {
     for ( const std::string& lLine :
           { std::string( "\n" ), std::string( "zzzz\n" ), std::string( "zz\n" ),

@@ -1,4 +1,5 @@
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/PayloadReader.h"
 
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/Packets.h"
@@ -27,6 +28,7 @@
 using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::IoStreamFile;
 using HtBaseLib::IoStreamRaw;
+using HtBaseLib::PayloadReader;
 using TestSupport::AllocationFailure;
 using TestSupport::Bytes;
 using TestSupport::GetLiveAllocationCount;
@@ -105,21 +107,22 @@ private:
     unsigned int mSize;
 };
 
-// A writer over bytes in memory, to read from.
+// A payload in memory, to read from.
 class InMemory
 {
 public:
     explicit InMemory( const Bytes& aContent )
         : mBuffer( aContent )
-        , mWriter( std::make_unique<IoStreamRaw>( mBuffer.Get(), mBuffer.GetSize() ) )
+        , mStream( mBuffer.Get(), mBuffer.GetSize() )
     {
     }
 
-    DfwPayloadWriter& Get() { return mWriter; }
+    PayloadReader& Get() { return mReader; }
 
 private:
     GuardedBuffer mBuffer;
-    DfwPayloadWriter mWriter;
+    IoStreamRaw mStream;
+    PayloadReader mReader{ mStream };
 };
 
 // The same over a file.
@@ -130,16 +133,15 @@ public:
     {
         const std::string lPath = mDirectory.GetPath( "payload" );
         WriteWholeFile( lPath, ToText( aContent ) );
-        auto lStream = std::make_unique<IoStreamFile>();
-        EXPECT_EQ( lStream->Open( lPath.c_str(), "rb" ), 0 );
-        mWriter = std::make_unique<DfwPayloadWriter>( std::move( lStream ) );
+        EXPECT_EQ( mStream.Open( lPath.c_str(), "rb" ), 0 );
     }
 
-    DfwPayloadWriter& Get() { return *mWriter; }
+    PayloadReader& Get() { return mReader; }
 
 private:
     TemporaryDirectory mDirectory;
-    std::unique_ptr<DfwPayloadWriter> mWriter;
+    IoStreamFile mStream;
+    PayloadReader mReader{ mStream };
 };
 
 using Version = std::tuple<int, int, int>;
@@ -148,7 +150,7 @@ using Target = std::tuple<int, int, int, bool, bool>;
 const Version NO_VERSION( -1, -1, -1 );
 const Target NO_TARGET( -1, -1, -1, false, false );
 
-Version ReadVersion( DfwPayloadWriter& aSource )
+Version ReadVersion( PayloadReader& aSource )
 {
     unsigned char lBytes[3] = { 0xA1, 0xA2, 0xA3 };
     if ( !aSource.ReadVersionRecord( lBytes[0], lBytes[1], lBytes[2] ) )
@@ -159,7 +161,7 @@ Version ReadVersion( DfwPayloadWriter& aSource )
     return { lBytes[0], lBytes[1], lBytes[2] };
 }
 
-Target ReadTarget( DfwPayloadWriter& aSource )
+Target ReadTarget( PayloadReader& aSource )
 {
     unsigned char lFirst = 0xA1;
     unsigned char lSecond = 0xA2;
@@ -212,6 +214,7 @@ const Bytes TARGET_D{
 const Bytes VERSION{ 'V', 3, 1, 2, 3 };
 const Bytes DATA{ 'D', 4, 0x54, 0x05, 0x02, 0x56 };
 const Bytes ADDRESS{ 'O', 4, 0, 1, 0, 0 };
+const Bytes RESET{ 'R', 0 };
 
 std::size_t CountDescriptors()
 {
@@ -266,14 +269,15 @@ TEST( DfwRecord, DataOf254BytesIsARecordAndOf255IsRefused )
     EXPECT_EQ( lWritten.GetBytes(), Join( { { 0x44, 0xFE }, Bytes( 254, 0x5A ) } ) );
 }
 
-TEST( DfwRecord, DataBehindRoomForItsHeaderIsWrittenAlike )
+TEST( DfwRecord, DataThatLiesInARecordIsWrittenAlike )
 {
-    Bytes lRecord( 2 + 255, 0x5A );
+    HtBaseLib::PayloadFormat::DataRecord lRecord;
+    std::fill( std::begin( lRecord.mBytes ), std::end( lRecord.mBytes ), 0x5A );
     Written lWritten;
-    EXPECT_TRUE( lWritten->WriteDataInPlace( lRecord.data(), 0 ) );
-    EXPECT_FALSE( lWritten->WriteDataInPlace( lRecord.data(), 255 ) );
+    EXPECT_TRUE( lWritten->WriteDataRecord( lRecord, 0 ) );
+    EXPECT_FALSE( lWritten->WriteDataRecord( lRecord, 255 ) );
     EXPECT_EQ( lWritten.GetBytes(), Bytes{} );
-    EXPECT_TRUE( lWritten->WriteDataInPlace( lRecord.data(), 3 ) );
+    EXPECT_TRUE( lWritten->WriteDataRecord( lRecord, 3 ) );
     EXPECT_EQ( lWritten.GetBytes(), ( Bytes{ 0x44, 0x03, 0x5A, 0x5A, 0x5A } ) );
 }
 
@@ -359,7 +363,7 @@ TEST( DfwRecord, AnIdOfSixteenOrMoreIsNotFilledUp )
     }
 }
 
-TEST( DfwRecord, AnIdThatTheLengthByteCannotTellIsRefused )
+TEST( DfwRecord, AnIdLongerThanTheLengthByteCanSayIsRefused )
 {
     Written lWritten;
     EXPECT_FALSE( lWritten->WriteIdRecord( std::string( 256, 'x' ).c_str(), 256 ) );
@@ -449,7 +453,7 @@ TEST( DfwRecord, EverySearchBeginsAtTheFirstByte )
 {
     InMemory lMemory( Join( { TARGET_D, VERSION, DATA } ) );
     InFile lFile( Join( { TARGET_D, VERSION, DATA } ) );
-    for ( DfwPayloadWriter* const lSource : { &lMemory.Get(), &lFile.Get() } )
+    for ( PayloadReader* const lSource : { &lMemory.Get(), &lFile.Get() } )
     {
         for ( int lRound = 0; lRound < 3; ++lRound )
         {
@@ -566,7 +570,8 @@ TEST( DfwRecord, ARecordThatIsCutOffIsNotRead )
 
 TEST( DfwRecord, ASourceThatIsNotOpenHasNoRecords )
 {
-    DfwPayloadWriter lSource( std::make_unique<IoStreamFile>() );
+    IoStreamFile lStream;
+    PayloadReader lSource( lStream );
     EXPECT_EQ( ReadVersion( lSource ), NO_VERSION );
     EXPECT_EQ( ReadTarget( lSource ), NO_TARGET );
 }
@@ -594,10 +599,12 @@ TEST( DfwRecord, ASourceThatDoesNotRewindIsNotSearched )
         IoStreamRaw mContent;
     };
     GuardedBuffer lBuffer( Join( { TARGET_D, VERSION, DATA } ) );
-    DfwPayloadWriter lTargetSource( std::make_unique<Stuck>( lBuffer ) );
+    Stuck lTargetStream( lBuffer );
+    PayloadReader lTargetSource( lTargetStream );
     EXPECT_EQ( ReadTarget( lTargetSource ), NO_TARGET );
     GuardedBuffer lOther( Join( { TARGET_D, VERSION, DATA } ) );
-    DfwPayloadWriter lVersionSource( std::make_unique<Stuck>( lOther ) );
+    Stuck lVersionStream( lOther );
+    PayloadReader lVersionSource( lVersionStream );
     EXPECT_EQ( ReadVersion( lVersionSource ), NO_VERSION );
 }
 
@@ -613,14 +620,14 @@ TEST( DfwRecord, TheSearchTakesThePaddingOfAnIdForRecords )
     EXPECT_EQ( FindVersion( Join( { lOdd, VERSION, DATA } ) ), NO_VERSION );
 }
 
-TEST( DfwRecord, AnUnknownTargetIsReadNoFurtherThanItsFirstByte )
+TEST( DfwRecord, OfAnUnknownTargetOnlyTheFirstByteIsRead )
 {
     GuardedBuffer lBuffer( { 'T', 5, 3, 1, 2, 3, 4, 9, 9 } );
     {
-        DfwPayloadWriter lWriter(
-            std::make_unique<IoStreamRaw>( lBuffer.Get(), lBuffer.GetSize() ) );
-        EXPECT_EQ( ReadTarget( lWriter ), NO_TARGET );
-        lWriter.WriteResetRecord(); // goes where the search has ended
+        IoStreamRaw lStream( lBuffer.Get(), lBuffer.GetSize() );
+        PayloadReader lReader( lStream );
+        EXPECT_EQ( ReadTarget( lReader ), NO_TARGET );
+        lStream.Write( RESET.data(), 1, 2 ); // goes where the search has ended
     }
     EXPECT_EQ( lBuffer.GetBytes(), ( Bytes{ 'T', 5, 3, 'R', 0, 0, 4, 9, 9 } ) );
 }
@@ -629,12 +636,12 @@ TEST( DfwRecord, ReadingLeavesBytesWrittenAndPositionAlone )
 {
     GuardedBuffer lBuffer( Join( { VERSION, DATA, DATA } ) );
     {
-        DfwPayloadWriter lWriter(
-            std::make_unique<IoStreamRaw>( lBuffer.Get(), lBuffer.GetSize() ) );
-        EXPECT_EQ( ReadVersion( lWriter ), Version( 1, 2, 3 ) );
-        EXPECT_EQ( lWriter.GetSize(), 0U );
-        lWriter.WriteResetRecord(); // goes where the search has ended
-        EXPECT_EQ( lWriter.GetSize(), 2U );
+        IoStreamRaw lStream( lBuffer.Get(), lBuffer.GetSize() );
+        PayloadReader lReader( lStream );
+        EXPECT_EQ( ReadVersion( lReader ), Version( 1, 2, 3 ) );
+        EXPECT_EQ( lStream.GetBytesWritten(), 0U );
+        lStream.Write( RESET.data(), 1, 2 ); // goes where the search has ended
+        EXPECT_EQ( lStream.GetBytesWritten(), 2U );
     }
     EXPECT_EQ( lBuffer.GetBytes(), ( Bytes{ 'V', 3, 1, 2, 3, 'R', 0, 0, 0x05, 0x02, 0x56, 'D', 4,
                                             0x54, 0x05, 0x02, 0x56 } ) );
@@ -779,7 +786,6 @@ public:
     std::string mOutput;
 };
 
-const Bytes RESET{ 'R', 0 };
 const Bytes ID_CAM1{ 'I', 4, 'c', 'a', 'm', '1', 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 };
 
 } // namespace
@@ -932,7 +938,7 @@ Attempt BuildWithoutMemory( unsigned long long aNumber, Builder aBuilder, const 
     return lAttempt;
 }
 
-void ExpectBuilderTellsMissingMemory( Builder aBuilder )
+void ExpectBuilderFailsWithoutMemory( Builder aBuilder )
 {
     const TemporaryDirectory lDirectory;
     const std::string lFile = lDirectory.GetPath( "payload" );
@@ -961,15 +967,15 @@ void ExpectBuilderTellsMissingMemory( Builder aBuilder )
 
 } // namespace
 
-TEST( HtDfwPayload, BuildersTellThatMemoryIsMissing )
+TEST( HtDfwPayload, BuildersFailWhenMemoryIsMissing )
 {
-    ExpectBuilderTellsMissingMemory(
+    ExpectBuilderFailsWithoutMemory(
         []( const HtString& aPath, GuardedBuffer& aBuffer, unsigned int& aOutSize ) {
             return HtDfwPayload::GetResetRecord( aPath, aBuffer.Get(), aBuffer.GetSize(),
                                                  aOutSize );
         } );
     static const HtString ID( "cam1" );
-    ExpectBuilderTellsMissingMemory(
+    ExpectBuilderFailsWithoutMemory(
         []( const HtString& aPath, GuardedBuffer& aBuffer, unsigned int& aOutSize )
         {
             return HtDfwPayload::GetDeviceIdRecord( aPath, ID, aBuffer.Get(), aBuffer.GetSize(),
@@ -1019,7 +1025,7 @@ TEST( HtDfwPayload, AConstructorWithoutMemoryThrowsAndLeavesNothingBehind )
 namespace
 {
 
-void TellAndLeave( const char* aExpression, const char*, int )
+void PrintAndExit( const char* aExpression, const char*, int )
 {
     std::fputs( aExpression, stderr );
     std::_Exit( 3 );
@@ -1049,7 +1055,7 @@ TEST( DfwRecordDeathTest, AWriterWithoutAStreamIsAProgrammingError )
     {
         EXPECT_EXIT(
             {
-                QmUtilsLib::SetAssertionHandler( TellAndLeave );
+                QmUtilsLib::SetAssertionHandler( PrintAndExit );
                 DfwPayloadWriter lWriter( nullptr );
                 lOperation( lWriter );
             },

@@ -1,8 +1,13 @@
 #include "Libraries/HtBase/Firmware/SRecordReader.h"
 
+#include "Libraries/HtBase/Firmware/InputFile.h"
+#include "Libraries/HtBase/Firmware/PayloadSink.h"
+#include "Libraries/HtBase/Firmware/ReaderMessages.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 
 namespace HtBaseLib
 {
@@ -124,34 +129,42 @@ std::size_t GetUsualLength( const unsigned char* aText, std::size_t aAvailable )
 
 } // namespace
 
-SRecordReader::SRecordReader( std::FILE* aFile, const char* aName, DfwPayloadWriter& aWriter )
-    : mFile( aFile )
-    , mName( aName )
-    , mWriter( aWriter )
-    , mBlock( new unsigned char[MARGIN + BLOCK_SIZE] )
-    , mHasFailed( std::ferror( aFile ) != 0 )
+SRecordReader::SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages )
+    : mSink( aSink )
+    , mMessages( aMessages )
 {
+}
+
+bool SRecordReader::ConvertFile( const char* aName )
+{
+    // KEEP: never closed, whatever becomes of it.
+    std::FILE* const lFile = OpenInputFile( aName, "r", mMessages );
+    return lFile != nullptr && Convert( lFile, aName );
+}
+
+bool SRecordReader::Convert( std::FILE* aFile, const char* aName )
+{
+    try
+    {
+        mInput.emplace( aFile );
+        return ConvertLines( aName );
+    }
+    catch ( const std::bad_alloc& )
+    {
+        return false; // there is no block to read into
+    }
 }
 
 // KEEP: the line is processed at the end of the file too, so a file that ends in a line feed has
 // its last line processed twice.
-bool SRecordReader::Convert()
+bool SRecordReader::ConvertLines( const char* aName )
 {
-    for ( ;; )
+    while ( mInput->HasFailed() || ConvertUsualLines() )
     {
-        if ( !mHasFailed )
-        {
-            ConvertUsualLines();
-        }
         const int lEnd = ReadLine();
-        // KEEP: a zero byte ends the reading, and the line before it is dropped.
         if ( lEnd == '\0' )
         {
-            if ( mHasFailed )
-            {
-                std::printf( "Error reading from file %s", mName );
-            }
-            return !mHasFailed;
+            return EndAtZero( aName );
         }
         if ( !ConvertLine() )
         {
@@ -162,60 +175,80 @@ bool SRecordReader::Convert()
             return true;
         }
     }
+    return false;
 }
 
-// Takes lines as long as they are S3 records with all their digits and nothing behind them.
-void SRecordReader::ConvertUsualLines()
+// KEEP: a zero byte ends the reading, and the line before it is dropped.
+bool SRecordReader::EndAtZero( const char* aName )
 {
-    do
+    if ( mInput->HasFailed() )
     {
-        if ( mEnd - mNext <= MARGIN )
-        {
-            ReadAhead();
-        }
-    } while ( ConvertUsualLine() );
+        mMessages.Fail( "Error reading from file %s", aName );
+    }
+    return !mInput->HasFailed();
 }
 
-// Takes nothing and returns false when the next line is another.
-inline bool SRecordReader::ConvertUsualLine()
+// Converts lines as long as they are S3 records with all their digits and nothing behind them.
+// False when the sink stops.
+bool SRecordReader::ConvertUsualLines()
 {
-    const unsigned char* const lText = mBlock.get() + mNext;
-    const std::size_t lLength = GetUsualLength( lText, mEnd - mNext );
-    if ( lLength == 0 )
+    UsualLine lLine;
+    while ( DecodeUsualLine( lLine ) )
+    {
+        if ( !ConvertUsualLine( lLine ) )
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+// False, and nothing is consumed, when the next line is another.
+inline bool SRecordReader::DecodeUsualLine( UsualLine& aLine )
+{
+    if ( mInput->GetSize() <= BlockReader::MAX_LEFT )
+    {
+        KeepUsualLine(); // reading ahead moves it
+        mInput->ReadAhead();
+    }
+    const unsigned char* const lText = mInput->GetText();
+    aLine.mLength = GetUsualLength( lText, mInput->GetSize() );
+    if ( aLine.mLength == 0 )
     {
         return false;
     }
     // The checksum is decoded as well: a line feed in its place would end the line there.
-    const std::size_t lCount = ( lLength - DATA_AT ) / 2;
     const unsigned char* const lData = lText + DATA_AT;
-    std::uint32_t lAddress = 0;
-    if ( !DecodeAll( lData, lData + 2 * lCount, mRecord + DfwPayloadWriter::HEADER_SIZE ) ||
-         !DecodeAddress( lText + ADDRESS_AT, lAddress ) )
-    {
-        return false;
-    }
-    if ( lLength < mUsualLength )
+    const std::size_t lCount = ( aLine.mLength - DATA_AT ) / 2;
+    aLine.mCount = static_cast<int>( lCount - 1 );
+    return DecodeAll( lData, lData + 2 * lCount, mRecord.mBytes ) &&
+           DecodeAddress( lText + ADDRESS_AT, aLine.mAddress );
+}
+
+// Consumes a line whose data lies in mRecord.
+inline bool SRecordReader::ConvertUsualLine( const UsualLine& aLine )
+{
+    if ( aLine.mLength < mUsualLength )
     {
         KeepUsualLine(); // its tail stays in the line buffer
     }
-    mUsualLine = lText;
-    mUsualLength = lLength;
-    mNext += lLength + 1;
-    WriteData( lAddress, static_cast<int>( lCount - 1 ) );
-    return true;
+    mUsualLine = mInput->GetText();
+    mUsualLength = aLine.mLength;
+    mInput->Consume( aLine.mLength + 1 );
+    return HandOver( aLine.mAddress, aLine.mCount );
 }
 
 bool SRecordReader::ConvertLine()
 {
-    if ( mHasFailed )
+    if ( mInput->HasFailed() )
     {
-        std::printf( "Error reading input file\n" );
+        mMessages.Fail( "Error reading input file\n" );
         return false;
     }
     char lType = 0;
     if ( std::sscanf( mLine, "S%c", &lType ) != 1 )
     {
-        std::printf( "Error reading new line from input file\n" );
+        mMessages.Fail( "Error reading new line from input file\n" );
         return false;
     }
     if ( lType == '3' )
@@ -225,7 +258,7 @@ bool SRecordReader::ConvertLine()
     // KEEP: ends and counts of records are warned of like data that is skipped.
     if ( lType != '0' )
     {
-        std::printf( "Warning: unknown record type: S%c", lType );
+        mMessages.Warn( "Warning: unknown record type: S%c", lType );
     }
     return true;
 }
@@ -238,36 +271,38 @@ bool SRecordReader::ConvertDataLine()
     unsigned int lAddress = 0;
     if ( std::sscanf( mLine, "S3%2x%8x", &lByteCount, &lAddress ) != 2 )
     {
-        std::printf( "Failed reading record\n" );
+        mMessages.Fail( "Failed reading record\n" );
         return false;
     }
     const int lCount = static_cast<int>( lByteCount - NOT_DATA ); // "-1" is a byte count too
-    for ( int lIndex = 0; lIndex < lCount; ++lIndex )
+    return ParseData( lCount ) && HandOver( lAddress, lCount );
+}
+
+bool SRecordReader::ParseData( int aCount )
+{
+    for ( int lIndex = 0; lIndex < aCount; ++lIndex )
     {
         const auto lPlace = static_cast<std::size_t>( lIndex );
         unsigned int lByte = 0;
         if ( std::sscanf( mLine + DATA_AT + 2 * lPlace, "%2x", &lByte ) != 1 )
         {
-            std::printf( "failed reading data byte %d", lIndex );
+            mMessages.Fail( "failed reading data byte %d", lIndex );
             return false;
         }
-        mRecord[DfwPayloadWriter::HEADER_SIZE + lPlace] =
-            static_cast<unsigned char>( lByte & 0xFF );
+        mRecord.mBytes[lPlace] = static_cast<unsigned char>( lByte & 0xFF );
     }
-    WriteData( lAddress, lCount );
     return true;
 }
 
+// Gives the sink the first aCount bytes of mRecord. False when the sink stops.
 // KEEP: no address follows on from 0xFFFFFFFF at first, so a first record there has no address
 // record. A byte count below 5 moves the expected address back.
-void SRecordReader::WriteData( std::uint32_t aAddress, int aCount )
+bool SRecordReader::HandOver( std::uint32_t aAddress, int aCount )
 {
-    if ( aAddress != mExpected )
-    {
-        mWriter.WriteAddressRecord( aAddress );
-    }
-    mWriter.WriteDataInPlace( mRecord, static_cast<unsigned int>( std::max( aCount, 0 ) ) );
+    const bool lFollowsOn = aAddress == mExpected;
     mExpected = aAddress + static_cast<std::uint32_t>( aCount );
+    return ( lFollowsOn || mSink.TakeAddress( aAddress ) ) &&
+           ( aCount <= 0 || mSink.TakeData( mRecord, static_cast<unsigned int>( aCount ) ) );
 }
 
 // Stores the characters of a line over those of the lines before it, as many as there is room for,
@@ -280,7 +315,7 @@ int SRecordReader::ReadLine()
     std::size_t lLength = 0;
     for ( ;; )
     {
-        const int lCharacter = ReadCharacter();
+        const int lCharacter = mInput->ReadCharacter();
         if ( lCharacter == '\n' || lCharacter == '\0' || lCharacter == EOF )
         {
             return lCharacter;
@@ -290,38 +325,6 @@ int SRecordReader::ReadLine()
             mLine[lLength++] = static_cast<char>( lCharacter );
         }
     }
-}
-
-int SRecordReader::ReadCharacter()
-{
-    if ( mNext == mEnd )
-    {
-        ReadAhead();
-    }
-    if ( mNext == mEnd )
-    {
-        mHasFailed = mHasFailed || std::ferror( mFile ) != 0;
-        return EOF;
-    }
-    return mBlock[mNext++];
-}
-
-// Reads a block, and moves what is left of the one before it to its front. Whole blocks go where
-// they belong by one call of the system; any other number would take another way in part.
-void SRecordReader::ReadAhead()
-{
-    if ( mHasEnded )
-    {
-        return;
-    }
-    KeepUsualLine();
-    const std::size_t lLeft = mEnd - mNext;
-    unsigned char* const lBlock = mBlock.get() + MARGIN;
-    std::memmove( lBlock - lLeft, mBlock.get() + mNext, lLeft );
-    mNext = MARGIN - lLeft;
-    const std::size_t lRead = std::fread( lBlock, 1, BLOCK_SIZE, mFile );
-    mEnd = MARGIN + lRead;
-    mHasEnded = lRead < BLOCK_SIZE;
 }
 
 // Puts the latest usual line where a shorter line after it will look for its tail.

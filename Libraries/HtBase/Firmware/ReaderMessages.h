@@ -1,0 +1,44 @@
+// What the readers of firmware images tell about their file.
+#pragma once
+
+#include <cstdarg>
+
+namespace HtBaseLib
+{
+
+// ReaderMessages receives the messages of a reader. This class prints them on standard output; a
+// derived class does with them what it likes.
+//
+// KEEP: most messages have no line end. Programs compare what the readers print.
+//
+// A format and its values are those of printf, and are valid during the call only. This class has
+// no state, so any number of threads may use one object.
+class ReaderMessages
+{
+public:
+    ReaderMessages() = default;
+    virtual ~ReaderMessages() = default;
+
+    ReaderMessages( const ReaderMessages& ) = delete;
+    ReaderMessages& operator=( const ReaderMessages& ) = delete;
+
+    // An object that prints, for the rest of the process.
+    static ReaderMessages& GetPrinter();
+
+    // Tells what a reader passes over.
+    [[gnu::format( printf, 2, 3 )]] void Warn( const char* aFormat, ... );
+
+    // Tells why a reader fails, once.
+    [[gnu::format( printf, 2, 3 )]] void Fail( const char* aFormat, ... );
+
+    // Tells that a file cannot be opened, with the error number of the system.
+    void FailToOpen( const char* aName, int aError );
+
+private:
+    [[gnu::format( printf, 2, 0 )]] virtual void TakeWarning( const char* aFormat,
+                                                              std::va_list aValues );
+    [[gnu::format( printf, 2, 0 )]] virtual void TakeFailure( const char* aFormat,
+                                                              std::va_list aValues );
+};
+
+} // namespace HtBaseLib
