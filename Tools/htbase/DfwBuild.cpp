@@ -4,8 +4,8 @@
 #include "Tools/htbase/DfwCommands.h"
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Files.h"
+#include "Tools/htbase/MessageCollector.h"
 #include "Tools/htbase/PayloadStream.h"
-#include "Tools/htbase/ReaderOutput.h"
 #include "Tools/htbase/SRecordCheck.h"
 #include "Tools/htbase/Text.h"
 
@@ -185,18 +185,18 @@ void VerifyInputs( const std::vector<Input>& aInputs )
     }
 }
 
-bool Convert( DfwPayloadWriter& aWriter, const Input& aInput )
+bool Convert( DfwPayloadWriter& aWriter, const Input& aInput, MessageCollector& aMessages )
 {
     switch ( aInput.mKind )
     {
     case InputKind::S_RECORDS:
-        return aWriter.AddSRecordFile( aInput.mPath.c_str() );
+        return aWriter.AddSRecordFile( aInput.mPath.c_str(), aMessages );
     case InputKind::BINARY:
-        return aWriter.AddBinaryFile( aInput.mPath.c_str(), aInput.mAddress );
+        return aWriter.AddBinaryFile( aInput.mPath.c_str(), aInput.mAddress, aMessages );
     case InputKind::WORD_HEX:
         break;
     }
-    return aWriter.AddWordHexFile( aInput.mPath.c_str() );
+    return aWriter.AddWordHexFile( aInput.mPath.c_str(), aMessages );
 }
 
 void AddInput( Program& aProgram, DfwPayloadWriter& aWriter, const Input& aInput )
@@ -208,13 +208,13 @@ void AddInput( Program& aProgram, DfwPayloadWriter& aWriter, const Input& aInput
         aProgram.mReport["warnings"].push_back( lWarning );
         PrintNote( "warning: " + lWarning );
     }
-    ReaderOutput lOutput( aInput.mPath );
-    const bool lIsConverted = Convert( aWriter, aInput );
-    const std::string lMessage = lOutput.Finish();
+    MessageCollector lMessages;
+    const bool lIsConverted = Convert( aWriter, aInput, lMessages );
+    lMessages.PrintWarnings( aInput.mPath );
     if ( !lIsConverted )
     {
         throw Failure( ExitStatus::REFUSED,
-                       "cannot convert file '" + aInput.mPath + "': " + lMessage );
+                       "cannot convert file '" + aInput.mPath + "': " + lMessages.GetFailure() );
     }
 }
 

@@ -5,13 +5,10 @@
 #include "Tools/htbase/Console.h"
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Files.h"
-#include "Tools/htbase/ReaderOutput.h"
 #include "Tools/htbase/Text.h"
 
+#include "Libraries/HtBase/DfwPayload.h"
 #include "Libraries/HtBase/Firmware/PayloadReader.h"
-#include "Libraries/HtBase/IoStream.h"
-
-#include <HtDfwPayload.h>
 
 #include <CLI/CLI.hpp>
 
@@ -21,7 +18,9 @@
 namespace HtBaseTool
 {
 
+using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::IoStreamFile;
+using HtBaseLib::IoStreamRaw;
 using HtBaseLib::PayloadReader;
 
 namespace
@@ -29,8 +28,7 @@ namespace
 
 constexpr size_t MAX_TEXT = 255; // bytes; the length byte tells no more
 
-// A target record of 8 bytes, a version record of 5 and an identification record of 257 at most,
-// and enough over that a payload that was cut off can be told.
+// A target record of 8 bytes, a version record of 5 and an identification record of 257 at most.
 constexpr unsigned int BUFFER_SIZE = 512;
 
 struct SmallOptions
@@ -40,59 +38,51 @@ struct SmallOptions
     std::string mOutput;
 };
 
-// Builds a small payload into memory.
-using Builder = std::function<HtResult( unsigned char*, unsigned int, unsigned int& )>;
+// Writes the record that makes a small payload what it is.
+using AddRecord = std::function<void( DfwPayloadWriter& )>;
 
 Failure MakeRefusal( const std::string& aSentence )
 {
     return Failure( ExitStatus::REFUSED, aSentence );
 }
 
-// The builders leave out what they do not find, and say nothing.
-void CheckHead( const std::string& aPath )
+void OpenPayload( IoStreamFile& aStream, const std::string& aPath )
 {
     CheckInputFile( aPath );
-    IoStreamFile lStream;
-    const int lError = lStream.Open( aPath.c_str(), "rb" );
+    const int lError = aStream.Open( aPath.c_str(), "rb" );
     if ( lError != 0 )
     {
         throw MakeRefusal( "cannot read file '" + aPath + "': " + GetSystemErrorText( lError ) );
     }
-    PayloadReader lPayload( lStream );
-    unsigned char lBytes[3] = {};
-    uint16_t lValue = 0;
-    bool lFlags[2] = {};
-    if ( !lPayload.ReadTargetRecord( lBytes[0], lBytes[1], lValue, lFlags[0], lFlags[1] ) )
+}
+
+// The library's own builders leave out what they do not find, and report a file that they cannot
+// open on standard output.
+void CopyHead( DfwPayloadWriter& aWriter, const std::string& aPath )
+{
+    IoStreamFile lStream;
+    OpenPayload( lStream, aPath );
+    PayloadReader lSource( lStream );
+    if ( !aWriter.CopyTargetRecord( lSource ) )
     {
         throw MakeRefusal( "payload '" + aPath + "' has no target record that can be read" );
     }
-    if ( !lPayload.ReadVersionRecord( lBytes[0], lBytes[1], lBytes[2] ) )
+    if ( !aWriter.CopyVersionRecord( lSource ) )
     {
         throw MakeRefusal( "payload '" + aPath + "' has no version record that can be read" );
     }
 }
 
-void BuildSmall( Program& aProgram, const SmallOptions& aOptions, const Builder& aBuild )
+void BuildSmall( Program& aProgram, const SmallOptions& aOptions, const AddRecord& aAddRecord )
 {
-    CheckHead( aOptions.mPayload );
     unsigned char lBuffer[BUFFER_SIZE] = {};
-    unsigned int lSize = 0;
-    ReaderOutput lOutput( aOptions.mPayload );
-    (void)aBuild( lBuffer, BUFFER_SIZE, lSize ); // always OK
-    const std::string lMessage = lOutput.Finish();
-    if ( !lMessage.empty() )
-    {
-        throw MakeRefusal( lMessage );
-    }
-    if ( lSize >= BUFFER_SIZE )
-    {
-        throw MakeRefusal( "the payload made of '" + aOptions.mPayload + "' is cut off after " +
-                           FormatCount( lSize, "byte" ) );
-    }
+    DfwPayloadWriter lWriter( std::make_unique<IoStreamRaw>( lBuffer, BUFFER_SIZE ) );
+    CopyHead( lWriter, aOptions.mPayload );
+    aAddRecord( lWriter );
     OutputFile lFile( aOptions.mOutput );
-    lFile.Write( lBuffer, lSize );
+    lFile.Write( lBuffer, lWriter.GetSize() );
     lFile.Commit();
-    ReportPayload( aProgram, aOptions.mOutput, lSize );
+    ReportPayload( aProgram, aOptions.mOutput, lWriter.GetSize() );
 }
 
 void BuildId( Program& aProgram, const SmallOptions& aOptions )
@@ -106,11 +96,9 @@ void BuildId( Program& aProgram, const SmallOptions& aOptions )
     aProgram.mReport["payload"] = aOptions.mPayload;
     aProgram.mReport["text"] = aOptions.mText;
     BuildSmall( aProgram, aOptions,
-                [&]( unsigned char* aBuffer, unsigned int aSize, unsigned int& aOutSize )
-                {
-                    return HtDfwPayload::GetDeviceIdRecord( aOptions.mPayload.c_str(),
-                                                            aOptions.mText.c_str(), aBuffer, aSize,
-                                                            aOutSize );
+                [&]( DfwPayloadWriter& aWriter ) {
+                    aWriter.WriteIdRecord( aOptions.mText.c_str(),
+                                           static_cast<unsigned int>( lLength ) );
                 } );
 }
 
@@ -118,10 +106,7 @@ void BuildReset( Program& aProgram, const SmallOptions& aOptions )
 {
     aProgram.mReport["payload"] = aOptions.mPayload;
     BuildSmall( aProgram, aOptions,
-                [&]( unsigned char* aBuffer, unsigned int aSize, unsigned int& aOutSize ) {
-                    return HtDfwPayload::GetResetRecord( aOptions.mPayload.c_str(), aBuffer, aSize,
-                                                         aOutSize );
-                } );
+                []( DfwPayloadWriter& aWriter ) { aWriter.WriteResetRecord(); } );
 }
 
 void AddPayload( CLI::App& aCommand, SmallOptions& aOptions )

@@ -1,0 +1,34 @@
+// What the readers of firmware images tell about a file.
+#pragma once
+
+#include "Libraries/HtBase/Firmware/ReaderMessages.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace HtBaseTool
+{
+
+// MessageCollector keeps the messages of a reader, so that the program prints them in its own
+// sentences and where its own messages go. One thread at a time.
+class MessageCollector final : public HtBaseLib::ReaderMessages
+{
+public:
+    // Prints the warnings about the file aPath on standard error, each once with how often it came;
+    // not those that every good file causes: S5, S7, S8 and S9.
+    void PrintWarnings( const std::string& aPath ) const;
+
+    // Why the reader failed, without line end; empty: it has not.
+    std::string GetFailure() const;
+
+private:
+    void TakeWarning( const char* aFormat, std::va_list aValues ) override;
+    void TakeFailure( const char* aFormat, std::va_list aValues ) override;
+
+    // How often each came. A file may cause any number, so they are counted and not kept.
+    std::map<std::string, uint64_t> mWarnings;
+    std::string mFailure;
+};
+
+} // namespace HtBaseTool
