@@ -27,7 +27,6 @@
 using HtBaseLib::BinaryReader;
 using HtBaseLib::DfwPayloadSink;
 using HtBaseLib::DfwPayloadWriter;
-using HtBaseLib::PayloadSink;
 using HtBaseLib::ReaderMessages;
 using HtBaseLib::SRecordReader;
 using HtBaseLib::WordHexReader;
