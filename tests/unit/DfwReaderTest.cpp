@@ -673,6 +673,34 @@ TEST( SRecordReader, OverlongLinesAreCutOff )
                ( Conversion{ true, "", Warning( '9' ) } ) );
 }
 
+TEST( SRecordReader, ABlockIsReadAheadBeforeItsFirstLineIsConverted )
+{
+    // Gives a line per read, like a pipe that is written slowly.
+    struct Pipe
+    {
+        static ssize_t Read( void* aCookie, char* aBuffer, std::size_t )
+        {
+            auto* const lThis = static_cast<Pipe*>( aCookie );
+            lThis->mRecordsAtEnd = lThis->mRecords.size();
+            const std::string lLine = S3( "00001000", "01" ) + "\n";
+            return lThis->mLines-- > 0 ? static_cast<ssize_t>( lLine.copy( aBuffer, lLine.size() ) )
+                                       : 0;
+        }
+
+        std::string mRecords;
+        std::size_t mRecordsAtEnd = 0;
+        int mLines = 3;
+    };
+    Pipe lPipe;
+    std::FILE* const lFile = fopencookie( &lPipe, "r", { &Pipe::Read, nullptr, nullptr, nullptr } );
+    ASSERT_NE( lFile, nullptr );
+    DfwPayloadWriter lWriter( std::make_unique<StringStream>( lPipe.mRecords ) );
+    EXPECT_TRUE( ConvertSRecordsInto( lWriter, lFile ) );
+    std::fclose( lFile );
+    EXPECT_EQ( lPipe.mRecordsAtEnd, 0U );
+    EXPECT_EQ( lPipe.mRecords.size(), 4U * ( 6 + 3 ) ); // the last line twice
+}
+
 TEST( SRecordReader, WithoutMemoryNothingIsReadAndTheAnswerIsFalse )
 {
     const std::string lText = "S30700001000010203";
