@@ -51,7 +51,7 @@ public:
                             bool aFirstFlag, bool aSecondFlag );
 
     // False, and nothing is written, for more than 255 bytes of text, since the length byte cannot
-    // tell them.
+    // hold that number.
     bool WriteIdRecord( const char* aText, unsigned int aLength );
 
     bool WriteResetRecord();
@@ -64,9 +64,9 @@ public:
     // The stream's bytes written.
     unsigned int GetSize() const;
 
-    // Convert a firmware image by the reader of its kind, which says what becomes of the file. The
-    // messages are printed on standard output, or told to aMessages. True when the whole file was
-    // converted.
+    // Convert a firmware image by the reader of its kind, which documents whether the file is
+    // closed. Messages go to aMessages, by default to standard output. True when the whole file
+    // was converted.
     bool AddSRecordFile( const char* aName,
                          ReaderMessages& aMessages = ReaderMessages::GetPrinter() );
     bool AddBinaryFile( const char* aName, std::uint32_t aAddress,

@@ -26,7 +26,7 @@ using HtBaseLib::PayloadReader;
 namespace
 {
 
-constexpr size_t MAX_TEXT = 255; // bytes; the length byte tells no more
+constexpr size_t MAX_TEXT = 255; // bytes; the length byte holds no greater number
 
 // A target record of 8 bytes, a version record of 5 and an identification record of 257 at most.
 constexpr unsigned int BUFFER_SIZE = 512;

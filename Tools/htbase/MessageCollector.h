@@ -1,4 +1,4 @@
-// What the readers of firmware images tell about a file.
+// The messages of the readers of firmware images, in the program.
 #pragma once
 
 #include "Libraries/HtBase/Firmware/ReaderMessages.h"

@@ -571,14 +571,14 @@ TEST( SRecordReader, AnInvalidDataByteFailsAndNothingOfItsLineIsWritten )
                ( Conversion{ false, "", "failed reading data byte 249" } ) );
 }
 
-TEST( SRecordReader, AShortLineTakesItsRestFromALongerOneBefore )
+TEST( SRecordReader, TheRestOfAShortLineIsReadFromALongerOneBefore )
 {
     // The count says four bytes, the line has one; the rest lies behind it in the line buffer.
     EXPECT_EQ( ConvertSRecords( S3( "00001000", "0A0B0C0D0E" ) + "\nS309000020001F" ),
                ( Conversion{ true, "O00001000 D0A0B0C0D0E O00002000 D1F0B0C0D ", "" } ) );
 }
 
-TEST( SRecordReader, TheRestOfALongLineOutlivesShorterLines )
+TEST( SRecordReader, TheRestOfALongLineStaysBehindShorterLines )
 {
     // Lines of all kinds in between, each shorter than the one before it.
     EXPECT_EQ( ConvertSRecords( S3( "00001000", "A1A2A3A4A5A6A7A8" ) + "\n" +

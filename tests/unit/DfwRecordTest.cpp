@@ -233,7 +233,7 @@ TEST( DfwRecord, AnAddressIsBigEndian )
     EXPECT_EQ( lWritten.GetBytes(), ( Bytes{ 0x4F, 0x04, 0x12, 0x34, 0x56, 0x78 } ) );
 }
 
-TEST( DfwRecord, AnAddressKeepsItsHighBits )
+TEST( DfwRecord, TheHighBitsOfAnAddressAreWritten )
 {
     Written lWritten;
     EXPECT_TRUE( lWritten->WriteAddressRecord( 0xFEDCBA98 ) );
@@ -608,7 +608,7 @@ TEST( DfwRecord, ASourceThatDoesNotRewindIsNotSearched )
     EXPECT_EQ( ReadVersion( lVersionSource ), NO_VERSION );
 }
 
-TEST( DfwRecord, TheSearchTakesThePaddingOfAnIdForRecords )
+TEST( DfwRecord, ThePaddingOfAnIdIsSearchedAsRecords )
 {
     // An even number of zeros is so many empty records. Of an odd number the last one is the type
     // of a record whose length is the letter of the next.
@@ -806,7 +806,7 @@ TEST( HtDfwPayload, TheTargetComesFirstWhereverItIsInTheFile )
     lBuilt.ExpectBuilt( Join( { TARGET_D, VERSION, RESET } ) );
 }
 
-TEST( HtDfwPayload, EveryModeSurvivesTheCopy )
+TEST( HtDfwPayload, EveryModeIsCopied )
 {
     const Bytes lTargets[] = {
         { 'T', 5, 2, 1, 2, 3, 4 },

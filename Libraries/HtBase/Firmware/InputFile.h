@@ -8,7 +8,8 @@ namespace HtBaseLib
 
 class ReaderMessages;
 
-// Opens a file in a mode of fopen. Null when it cannot be opened, which aMessages is told.
+// Opens a file in a mode of fopen. Null when it cannot be opened, which is reported to
+// aMessages.
 std::FILE* OpenInputFile( const char* aName, const char* aMode, ReaderMessages& aMessages );
 
 // Opens a file, has aConvert convert it, and closes it. False when it cannot be opened or aConvert

@@ -9,7 +9,7 @@ namespace HtBaseLib
 {
 
 // PayloadSink takes the addresses and the data of a firmware image in their order. Each operation
-// returns whether the reader is to go on: after false the reader stops, tells no message and
+// returns whether the reader is to go on: after false the reader stops, reports nothing and
 // returns false itself. One thread at a time.
 class PayloadSink
 {

@@ -1,4 +1,4 @@
-// What the readers of firmware images tell about their file.
+// The messages of the readers of firmware images.
 #pragma once
 
 #include <cstdarg>
@@ -7,7 +7,7 @@ namespace HtBaseLib
 {
 
 // ReaderMessages receives the messages of a reader. This class prints them on standard output; a
-// derived class does with them what it likes.
+// derived class may do something else with them.
 //
 // KEEP: most messages have no line end. Programs compare what the readers print.
 //
@@ -25,13 +25,13 @@ public:
     // An object that prints, for the rest of the process.
     static ReaderMessages& GetPrinter();
 
-    // Tells what a reader passes over.
+    // Reports what a reader skips.
     [[gnu::format( printf, 2, 3 )]] void Warn( const char* aFormat, ... );
 
-    // Tells why a reader fails, once.
+    // Reports why a reader fails, once.
     [[gnu::format( printf, 2, 3 )]] void Fail( const char* aFormat, ... );
 
-    // Tells that a file cannot be opened, with the error number of the system.
+    // Reports that a file cannot be opened, with the error number of the system.
     void FailToOpen( const char* aName, int aError );
 
 private:

@@ -31,7 +31,7 @@ public:
     SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages );
 
     // Converts the file aName; true when the whole file was converted. The file is left open.
-    // False, and nothing is told or read, when memory is missing.
+    // False, and nothing is reported or read, when memory is missing.
     bool ConvertFile( const char* aName );
 
     // The same for a file that is open and stays open. aName is what messages call it.
