@@ -29,7 +29,7 @@ namespace
 std::unique_ptr<IoStream> OpenPayload( const HtString& aFileName )
 {
     auto lStream = std::make_unique<IoStreamFile>();
-    // KEEP: also what is to be written is opened for reading only.
+    // KEEP: A payload file is opened for reading only, whatever is meant to be done with it.
     const int lError = lStream->Open( aFileName.GetAscii(), "rb" );
     if ( lError != 0 )
     {
@@ -39,7 +39,8 @@ std::unique_ptr<IoStream> OpenPayload( const HtString& aFileName )
 }
 
 // Builds a small payload: the target and the version of a payload file, and what aAddRecord writes.
-// KEEP: what is missing is left out, and the payload counts as built.
+// KEEP: `GetDeviceIdRecord` and `GetResetRecord` are OK whatever the file holds. A record that is
+// missing or cut off is left out and shows in the size only.
 template <typename AddRecord>
 HtResult Build( const HtString& aPayloadFile, unsigned char* aBuffer, unsigned int aSize,
                 unsigned int& aOutSize, const AddRecord& aAddRecord )
@@ -186,6 +187,8 @@ bool DfwPayloadWriter::WriteTargetRecord( unsigned char aFirst, unsigned char aS
     return WriteRecord( TARGET, lBytes, lSize );
 }
 
+// SAFE: An identification of more than 255 bytes is refused, since its length byte could not
+// tell it.
 bool DfwPayloadWriter::WriteIdRecord( const char* aText, unsigned int aLength )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
@@ -193,12 +196,13 @@ bool DfwPayloadWriter::WriteIdRecord( const char* aText, unsigned int aLength )
     {
         return false;
     }
-    // KEEP: no text gives no type and no length, but the zeros all the same.
+    // KEEP: An empty text writes 16 zeros without type and length.
     if ( aLength > 0 )
     {
         WriteRecord( IDENTIFICATION, reinterpret_cast<const unsigned char*>( aText ), aLength );
     }
-    // KEEP: the zeros lie beyond what the length byte says.
+    // KEEP: The length byte of an identification is that of the text. The zeros up to 16 bytes
+    // lie beyond it.
     if ( aLength < MIN_ID_SIZE )
     {
         const unsigned char lZeros[MIN_ID_SIZE] = {};
@@ -277,7 +281,8 @@ bool DfwPayloadWriter::WriteInPlace( char aType, unsigned char* aRecord, unsigne
     QMUTILSLIB_ASSERT( mTarget != NULL );
     aRecord[0] = static_cast<unsigned char>( aType );
     aRecord[1] = static_cast<unsigned char>( aLength );
-    // KEEP: what was taken is not looked at, so a full stream fails no writer and no reader.
+    // KEEP: A write to a stream that is full succeeds, so that no writer and no reader fails for
+    // it.
     (void)mTarget->Write( aRecord, 1, HEADER_SIZE + aLength );
     return true;
 }

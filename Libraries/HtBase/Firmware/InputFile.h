@@ -19,7 +19,7 @@ bool ConvertInputFile( const char* aName, const char* aMode, ReaderMessages& aMe
                        const Conversion& aConvert )
 {
     std::FILE* const lFile = OpenInputFile( aName, aMode, aMessages );
-    // KEEP: after a failure the file stays open.
+    // KEEP: The readers of word-hex and binary files leave their file open when they fail.
     if ( lFile == nullptr || !aConvert( lFile ) )
     {
         return false;

@@ -45,8 +45,8 @@ struct Mode
     char mLetter;
 };
 
-// KEEP: the lower-case letter is the one that loaders know. (false, true) has none: that record is
-// a byte shorter.
+// KEEP: The mode letter `f` is lower case, and the mode (false, true) has none: its record is a
+// byte shorter.
 constexpr Mode MODES[] = {
     { true, true, 'D' },
     { false, false, 'U' },

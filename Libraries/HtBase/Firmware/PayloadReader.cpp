@@ -23,7 +23,7 @@ bool PayloadReader::ReadVersionRecord( unsigned char& aFirst, unsigned char& aSe
 {
     unsigned int lLength = 0;
     unsigned char lBytes[VERSION_SIZE] = {};
-    // KEEP: a version record of another length is skipped.
+    // KEEP: A version record of another length than 3 is skipped.
     if ( !FindRecord( PayloadFormat::VERSION, VERSION_SIZE, VERSION_SIZE, lLength ) ||
          !ReadBytes( lBytes, VERSION_SIZE ) )
     {
@@ -40,14 +40,15 @@ bool PayloadReader::ReadTargetRecord( unsigned char& aFirst, unsigned char& aSec
 {
     unsigned int lLength = 0;
     unsigned char lBytes[TARGET_SIZE] = {};
-    // KEEP: a first byte that is unknown ends the search; no later target record is tried.
+    // KEEP: A target record that does not begin with 0x02 ends the search, though a good one may
+    // follow.
     if ( !FindRecord( PayloadFormat::TARGET, TARGET_SIZE, MAX_LENGTH, lLength ) ||
          !ReadBytes( lBytes, 1 ) || lBytes[0] != TARGET_PREFIX ||
          !ReadBytes( lBytes + 1, TARGET_SIZE - 1 ) )
     {
         return false;
     }
-    // KEEP: a record that is longer still has no mode either.
+    // KEEP: A target record of 7 bytes or more has no mode and is copied as one of 5.
     bool lFirstFlag = false;
     bool lSecondFlag = true;
     if ( lLength == TARGET_SIZE_WITH_MODE && !ReadMode( lFirstFlag, lSecondFlag ) )
@@ -63,7 +64,11 @@ bool PayloadReader::ReadTargetRecord( unsigned char& aFirst, unsigned char& aSec
 }
 
 // Past the end of a file a skip succeeds, so the end is where nothing can be read any more.
-// KEEP: the zeros behind a short identification are taken for records of no length, two at a time.
+// KEEP: The search takes the zeros behind a short identification for records, two bytes at a
+// time. Behind an identification of an odd length below 16 it finds nothing that it should: put
+// target and version before it.
+// SAFE: A search for a record ends where nothing can be read any more, also in a file. A record
+// that is cut off is not read.
 bool PayloadReader::FindRecord( char aType, unsigned int aMinLength, unsigned int aMaxLength,
                                 unsigned int& aLength )
 {

@@ -9,7 +9,9 @@ namespace HtBaseLib
 // ReaderMessages receives the messages of a reader. This class prints them on standard output; a
 // derived class may do something else with them.
 //
-// KEEP: most messages have no line end. Programs compare what the readers print.
+// KEEP: Most messages have no line end, since programs compare what the readers print. "Error
+// reading new line from input file", "Error reading input file" and "Failed reading record" have
+// one, and so have the two of the word-hex reader that begin with "unexpected data".
 //
 // A format and its values are those of printf, and are valid during the call only. This class has
 // no state, so any number of threads may use one object.

@@ -137,7 +137,7 @@ SRecordReader::SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages )
 
 bool SRecordReader::ConvertFile( const char* aName )
 {
-    // KEEP: never closed, whatever becomes of it.
+    // KEEP: The S-record file is never closed.
     std::FILE* const lFile = OpenInputFile( aName, "r", mMessages );
     return lFile != nullptr && Convert( lFile, aName );
 }
@@ -155,8 +155,8 @@ bool SRecordReader::Convert( std::FILE* aFile, const char* aName )
     }
 }
 
-// KEEP: the line is processed at the end of the file too, so a file that ends in a line feed has
-// its last line processed twice.
+// KEEP: A line is processed at every line feed and at the end of the file. So the last record of
+// a file that ends in a line feed comes twice.
 bool SRecordReader::ConvertLines( const char* aName )
 {
     while ( mInput->HasFailed() || ConvertUsualLines() )
@@ -178,7 +178,7 @@ bool SRecordReader::ConvertLines( const char* aName )
     return false;
 }
 
-// KEEP: a zero byte ends the reading, and the line before it is dropped.
+// KEEP: A zero byte ends the reading with success, and its line is dropped.
 bool SRecordReader::EndAtZero( const char* aName )
 {
     if ( mInput->HasFailed() )
@@ -255,7 +255,7 @@ bool SRecordReader::ConvertLine()
     {
         return ConvertDataLine();
     }
-    // KEEP: ends and counts of records are warned of like data that is skipped.
+    // KEEP: Every type but 0 and 3 is warned of, the usual S5, S7, S8 and S9 too.
     if ( lType != '0' )
     {
         mMessages.Warn( "Warning: unknown record type: S%c", lType );
@@ -263,8 +263,8 @@ bool SRecordReader::ConvertLine()
     return true;
 }
 
-// KEEP: the checksum is not looked at, and a number is what sscanf takes for one: spaces, signs and
-// "0x" included.
+// KEEP: Neither checksum nor length is verified, and a number is what `sscanf` takes for one:
+// spaces, signs and `0x` included. `htbase dfw build` verifies both before.
 bool SRecordReader::ConvertDataLine()
 {
     unsigned int lByteCount = 0;
@@ -295,8 +295,8 @@ bool SRecordReader::ParseData( int aCount )
 }
 
 // Gives the sink the first aCount bytes of mRecord. False when the sink stops.
-// KEEP: no address follows on from 0xFFFFFFFF at first, so a first record there has no address
-// record. A byte count below 5 moves the expected address back.
+// KEEP: A first record at 0xFFFFFFFF has no address record. A byte count below 5 moves the
+// address that is expected next back.
 bool SRecordReader::HandOver( std::uint32_t aAddress, int aCount )
 {
     const bool lFollowsOn = aAddress == mExpected;
@@ -307,8 +307,9 @@ bool SRecordReader::HandOver( std::uint32_t aAddress, int aCount )
 
 // Stores the characters of a line over those of the lines before it, as many as there is room for,
 // and returns what ended it: a line feed, a zero byte or EOF.
-// KEEP: the rest of an earlier line stays behind a shorter one, and the whole of it behind an empty
-// one.
+// KEEP: The line buffer is never cleared. An empty line repeats the one before it, and a line
+// that is too short for its byte count goes on with the rest of an earlier one. A blank line that
+// ends in CR LF fails.
 int SRecordReader::ReadLine()
 {
     KeepUsualLine();

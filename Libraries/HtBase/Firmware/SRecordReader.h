@@ -39,6 +39,8 @@ public:
 
 private:
     // S, type, byte count and 255 bytes of two digits each.
+    // SAFE: The line buffer of the S-record reader holds 514 characters, the most that a record
+    // needs, and a zero behind them. What is longer is cut.
     static constexpr std::size_t MAX_LINE = 514;
 
     static_assert( MAX_LINE + 2 <= BlockReader::MAX_LEFT, "a line with CR LF may be left" );

@@ -39,7 +39,7 @@ bool WordHexReader::ConvertFile( const char* aName )
 bool WordHexReader::Convert( std::FILE* aFile )
 {
     char lLine[LINE_SIZE + 1];
-    // KEEP: a file that cannot be read ends here like any other.
+    // KEEP: A word-hex file that cannot be read is one that has ended.
     while ( std::fgets( lLine, sizeof( lLine ), aFile ) != nullptr )
     {
         if ( !ConvertLine( lLine ) )
@@ -70,8 +70,9 @@ bool WordHexReader::ConvertAddress( const char* aLine )
     return Flush() && mSink.TakeAddress( lAddress * 2 ); // the file counts in units of two bytes
 }
 
-// KEEP: the value goes as a whole word into the slot that the number of pending BYTES names, and a
-// data record takes the first bytes of the slots as they lie in memory. Loaders expect that.
+// KEEP: A value goes as a whole word into the slot that the number of pending bytes names, and a
+// record takes the first bytes of the slots as they lie in memory: 1234 and 5678 become 34 12 00
+// 00.
 bool WordHexReader::ConvertValue( const char* aLine )
 {
     if ( std::sscanf( aLine, "%" SCNx32, &mWords[mPending] ) != 1 )
@@ -80,7 +81,8 @@ bool WordHexReader::ConvertValue( const char* aLine )
         QMUTILSLIB_ASSERT_TEXT( false, "unexpected data read" );
         return false;
     }
-    // KEEP: the line feed counts, so a last line without one and lines that end in CR LF fail.
+    // KEEP: The line feed counts: a last line without one fails, and so does one that ends in CR
+    // LF.
     const std::size_t lLength = std::strlen( aLine );
     if ( lLength != FOUR_DIGITS && lLength != TWO_DIGITS )
     {

@@ -37,8 +37,11 @@ private:
     ReaderMessages& mMessages;
     unsigned int mPending = 0; // bytes that wait for their data record
 
-    // KEEP: not cleared between records, so a slot that is passed over has its word from before. A
-    // value is stored below slot FLUSH_SIZE.
+    // SAFE: The slots of the word-hex reader are zero at first.
+    // KEEP: The slots are not cleared between records, so a slot that is passed over has its
+    // word from before.
+    //
+    // A value is stored below slot FLUSH_SIZE.
     std::uint32_t mWords[SLOT_COUNT] = {};
 };
 
