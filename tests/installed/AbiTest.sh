@@ -20,7 +20,7 @@ abidiff "$KNOWN" "$FRESH" >&2 || STATUS=$?
 # abidiff's status is a set of bits: 1 and 2 errors, 4 a change, 8 one that breaks programs.
 ((STATUS & 3)) && fail "abidiff failed with status $STATUS"
 ((STATUS & 8)) && fail "lib$2 breaks programs that were built with the interface of $KNOWN." \
-    "See CONTRIBUTING.md, \"The face of the libraries\"."
+    "See CONTRIBUTING.md, \"The interface of the libraries\"."
 ((STATUS == 0)) || fail "lib$2 has another binary interface than $KNOWN tells." \
     "If it still serves programs of before, scripts/update-abi.sh renews the description;" \
-    "see CONTRIBUTING.md, \"The face of the libraries\"."
+    "see CONTRIBUTING.md, \"The interface of the libraries\"."
