@@ -64,20 +64,21 @@ std::string GetHint( const Result& aResult )
 {
     if ( aResult == Result::TIMEOUT )
     {
-        return " - no answer: is the address right, does a firewall stop UDP, or is the device on "
+        return " - no answer: is the address right, does a firewall block UDP, or is the device on "
                "another interface?";
     }
     if ( IsAccessDenied( aResult ) )
     {
-        return " - another host holds control of the device, or it wants control to be taken first";
+        return " - another host holds control of the device, or the device requires control to be "
+               "taken first";
     }
     switch ( aResult.GetOSCode() )
     {
     case ECONNREFUSED:
-        return " - nothing listens there: are address and port right?";
+        return " - no program listens there: are the address and the port right?";
     case ENETUNREACH:
     case EHOSTUNREACH:
-        return " - no way leads there: is the device on another network?";
+        return " - there is no route to it: is the device on another network?";
     case EADDRINUSE:
         return " - another program uses this address and port";
     case EADDRNOTAVAIL:

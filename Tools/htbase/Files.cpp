@@ -115,7 +115,7 @@ std::vector<uint8_t> ReadRegular( const std::string& aPath, uint64_t aMax )
     const struct stat lStatus = GetStatus( lFile, aPath );
     if ( !S_ISREG( lStatus.st_mode ) )
     {
-        throw MakeFileFailure( "read", aPath, "it is no regular file" );
+        throw MakeFileFailure( "read", aPath, "it is not a regular file" );
     }
     const auto lMakeTooLong = [&]
     {
@@ -198,7 +198,7 @@ void CheckInputFile( const std::string& aPath )
     const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) );
     if ( !S_ISREG( GetStatus( lFile, aPath ).st_mode ) )
     {
-        throw MakeFileFailure( "read", aPath, "it is no regular file" );
+        throw MakeFileFailure( "read", aPath, "it is not a regular file" );
     }
 }
 

@@ -28,7 +28,7 @@ void AddLinkOptions( CLI::App& aCommand, LinkOptions& aOptions )
         ->capture_default_str();
     aCommand
         .add_option( "--retries", aOptions.mAttempts,
-                     "How often a command is sent at most, the first time included" )
+                     "How many times a command is sent at most, including the first" )
         ->type_name( "N" )
         ->check( CLI::Range( 1, RETRIES_MAX ) )
         ->capture_default_str();
@@ -38,7 +38,7 @@ void AddTarget( CLI::App& aCommand, GevTarget& aTarget )
 {
     aCommand
         .add_option( "HOST", aTarget.mHost,
-                     "The device: dotted IPv4 address or name, and :PORT where it is not 3956" )
+                     "The device: dotted IPv4 address or name, and :PORT if it is not 3956" )
         ->type_name( "" )
         ->required();
     AddLinkOptions( aCommand, aTarget.mLink );

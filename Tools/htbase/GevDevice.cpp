@@ -210,7 +210,7 @@ std::string GevDevice::GetStatisticsText() const
     };
     return "statistics: " + lCount( mLink.GetTransfersCount(), "transfer" ) + ", " +
            lCount( mLink.GetRetriesCount(), "repeated command" ) + " (at most " +
-           std::to_string( mLink.GetRetriesMax() ) + " times the same), " +
+           std::to_string( mLink.GetRetriesMax() ) + " for one command), " +
            lCount( mLink.GetPendingAcknowledgesCount(), "pending acknowledge" ) + ", " +
            lCount( mLink.GetTransmitFailures(), "transmit failure" ) + ", " +
            lCount( mRepeats, "repeated piece" ) + ", " + lCount( mRenewals, "control renewal" );
@@ -242,7 +242,7 @@ ControlScope::~ControlScope()
     const Result lResult = mDevice.ReleaseControl();
     if ( !lResult.IsOK() )
     {
-        PrintNote( "cannot give back control of " + mDevice.GetName() + ": " + Describe( lResult ) +
+        PrintNote( "cannot release control of " + mDevice.GetName() + ": " + Describe( lResult ) +
                    "; the device frees it by itself after its heartbeat timeout" );
     }
 }
@@ -257,7 +257,7 @@ void ControlScope::Release( const std::string& aDone )
     const Result lResult = mDevice.ReleaseControl();
     if ( !lResult.IsOK() )
     {
-        throw Failure( aDone + ", but cannot give back control of " + mDevice.GetName() + ": " +
+        throw Failure( aDone + ", but cannot release control of " + mDevice.GetName() + ": " +
                            Describe( lResult ) +
                            "; the device frees it by itself after its heartbeat timeout",
                        lResult );

@@ -141,7 +141,7 @@ void Discovery::AddInterface( const IpAddress& aAddress )
 
 void Discovery::AddHost( const HostPort& aHost, const std::optional<IpAddress>& aLocal )
 {
-    const std::string lTried = "ask " + aHost.GetName() + " who it is";
+    const std::string lTried = "identify " + aHost.GetName();
     SocketUDP& lSocket = OpenSocket( aLocal ? &*aLocal : nullptr, lTried );
     const Result lResult = lSocket.Connect( aHost.mAddress, aHost.mPort );
     if ( !lResult.IsOK() )
@@ -192,13 +192,13 @@ void Discovery::Ask()
         if ( mLogger.IsPriorityEnabled( Logger::ANOMALY ) )
         {
             mLogger.Log( Logger::ANOMALY, UNIT, __LINE__, "HtBaseTool::Discovery::Ask",
-                         "Cannot ask from %s: %s", lSocket->GetLocalAddress().GetString().c_str(),
+                         "Cannot send from %s: %s", lSocket->GetLocalAddress().GetString().c_str(),
                          Describe( lResult ).c_str() );
         }
     }
     if ( !lIsSent && !mInterruption.IsRequested() )
     {
-        throw Failure( "cannot ask for devices: " + Describe( lFailure ) + GetHint( lFailure ),
+        throw Failure( "cannot discover devices: " + Describe( lFailure ) + GetHint( lFailure ),
                        lFailure );
     }
 }
@@ -217,7 +217,7 @@ void Discovery::Listen( int aTimeoutMs )
                                    static_cast<unsigned int>( lLeft ), nullptr );
         if ( mInterruption.IsRequested() )
         {
-            throw Failure( "interrupted before the discovery was over", Result::ABORTED );
+            throw Failure( "interrupted before the discovery was complete", Result::ABORTED );
         }
         if ( lReady != nullptr )
         {
@@ -239,7 +239,7 @@ void Discovery::Receive( SocketUDP& aSocket )
     {
         if ( mHost && lResult != Result::TIMEOUT && !mInterruption.IsRequested() )
         {
-            throw Failure( "cannot ask " + mHost->GetName() + " who it is: " + Describe( lResult ) +
+            throw Failure( "cannot identify " + mHost->GetName() + ": " + Describe( lResult ) +
                                GetHint( lResult ),
                            lResult );
         }
@@ -338,7 +338,7 @@ std::string AddSockets( Discovery& aDiscovery, const DiscoverOptions& aOptions )
     if ( lWhere.empty() )
     {
         throw Failure( ExitStatus::REFUSED,
-                       "cannot ask for devices: no network interface with an IPv4 address is up" );
+                       "cannot discover devices: no network interface with an IPv4 address is up" );
     }
     return lWhere;
 }
@@ -353,10 +353,10 @@ void Discover( Program& aProgram, const DiscoverOptions& aOptions )
     std::vector<Device> lDevices = lDiscovery.GetDevices();
     if ( lDevices.empty() )
     {
-        throw Failure( "no device found, no answer came " + lWhere + " within " +
+        throw Failure( "no device found: no answer came " + lWhere + " within " +
                            std::to_string( aOptions.mLink.mAttempts ) + " times " +
                            std::to_string( aOptions.mLink.mTimeoutMs ) +
-                           " ms - is the device on another network, or does a firewall stop UDP?",
+                           " ms - is the device on another network, or does a firewall block UDP?",
                        Result::TIMEOUT );
     }
     std::sort( lDevices.begin(), lDevices.end(),
@@ -381,7 +381,7 @@ void AddGevDiscover( CLI::App& aGroup, Program& aProgram )
         aProgram, [lOptions]( Program& aRun ) { Discover( aRun, *lOptions ); } );
     lCommand
         ->add_option( "--interface", lOptions->mInterface,
-                      "Ask only from this address of this machine" )
+                      "Ask only through the interface with this address of this machine" )
         ->type_name( "ADDR" );
     lCommand->add_option( "--to", lOptions->mTo, "Ask only this host, without a broadcast" )
         ->type_name( "HOST[:PORT]" );

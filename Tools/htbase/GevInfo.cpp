@@ -234,7 +234,7 @@ void AddGevInfo( CLI::App& aGroup, Program& aProgram )
 {
     const auto lOptions = std::make_shared<InfoOptions>();
     CLI::App* const lCommand =
-        AddCommand( aGroup, "info", "Print who a device is and what it can do", aProgram,
+        AddCommand( aGroup, "info", "Print a device's identity and capabilities", aProgram,
                     [lOptions]( Program& aRun ) { ShowInfo( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
     AddMakerOptions( *lCommand, lOptions->mMaker );

@@ -70,14 +70,14 @@ void AddGevDump( CLI::App& aGroup, Program& aProgram )
 void AddGevLoad( CLI::App& aGroup, Program& aProgram )
 {
     const auto lOptions = std::make_shared<GevLoadOptions>();
-    CLI::App* const lCommand = AddCommand(
-        aGroup, "load",
-        "Write a file to memory of any alignment, with control of the device taken meanwhile",
-        aProgram, [lOptions]( Program& aRun ) { Load( aRun, *lOptions ); } );
+    CLI::App* const lCommand =
+        AddCommand( aGroup, "load",
+                    "Write a file to memory of any alignment, while holding control of the device",
+                    aProgram, [lOptions]( Program& aRun ) { Load( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
     AddMakerOptions( *lCommand, lOptions->mMaker );
     AddLoadOptions( *lCommand, lOptions->mLoad );
-    lCommand->add_flag( "--no-control", lOptions->mNoControl, "Leave control alone" );
+    lCommand->add_flag( "--no-control", lOptions->mNoControl, "Do not take or release control" );
 }
 
 } // namespace HtBaseTool

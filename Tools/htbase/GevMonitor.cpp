@@ -107,7 +107,8 @@ public:
         mProgram.mReport["address"] = aAddress;
         if ( mView == View::LIVE )
         {
-            Print( "register " + mRegister + " of " + aDevice.GetName() + ", Ctrl-C ends\n" );
+            Print( "register " + mRegister + " of " + aDevice.GetName() +
+                   "; press Ctrl-C to end\n" );
         }
     }
 
@@ -256,7 +257,7 @@ void Judge( const GevDevice& aDevice, const std::string& aTried, const PollState
     }
     const std::string lHowMany = std::to_string( aState.mFailedReads ) + " of " +
                                  FormatCount( aState.mReads, "attempt" ) + " to " + aTried +
-                                 " of " + aDevice.GetName() + " failed, the last by " +
+                                 " of " + aDevice.GetName() + " failed, the last with " +
                                  Describe( aState.mFailure ) + GetHint( aState.mFailure );
     if ( aState.mFailedReads < aState.mReads )
     {
@@ -288,15 +289,15 @@ void AddGevMonitor( CLI::App& aGroup, Program& aProgram )
     const auto lOptions = std::make_shared<MonitorOptions>();
     CLI::App* const lCommand = AddCommand(
         aGroup, "monitor",
-        "Read a register again and again until SIGINT or SIGTERM, and show its value and how the "
-        "link does: a live line on a terminal, elsewhere a line every second. A read that fails is "
-        "counted. Exit status: 0 each read succeeded, 3 some did, 1 none did",
+        "Read a register repeatedly until SIGINT or SIGTERM, and show its value and statistics of "
+        "the link: one line updated in place on a terminal, elsewhere a line every second. A "
+        "failed read is counted. Exit status: 0 every read succeeded, 3 some did, 1 none did",
         aProgram, [lOptions]( Program& aRun ) { Monitor( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
     AddRegisterAddress( *lCommand, lOptions->mAddress );
     lCommand
         ->add_option( "--interval", lOptions->mIntervalMs,
-                      "Milliseconds from the beginning of a read to that of the next" )
+                      "Milliseconds from the start of one read to the start of the next" )
         ->type_name( "MS" )
         ->check( CLI::Range( INTERVAL_MIN, INTERVAL_MAX ) )
         ->capture_default_str();

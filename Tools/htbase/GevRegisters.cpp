@@ -78,14 +78,15 @@ void AddGevWrite( CLI::App& aGroup, Program& aProgram )
 {
     const auto lOptions = std::make_shared<WriteOptions>();
     CLI::App* const lCommand =
-        AddCommand( aGroup, "write", "Write registers, with control of the device taken meanwhile",
+        AddCommand( aGroup, "write", "Write registers, while holding control of the device",
                     aProgram, [lOptions]( Program& aRun ) { Write( aRun, *lOptions ); } );
     AddTarget( *lCommand, lOptions->mTarget );
     AddRegisterPairs( *lCommand, lOptions->mPairs );
-    lCommand->add_flag( "--no-ack", lOptions->mNoAck,
-                        "Ask for no acknowledge: whether the device has written stays unknown" );
+    lCommand->add_flag(
+        "--no-ack", lOptions->mNoAck,
+        "Ask for no acknowledge; whether the device has written then remains unknown" );
     lCommand->add_flag( "--no-control", lOptions->mNoControl,
-                        "Leave control alone, as a write of 0x0A00 does" );
+                        "Do not take or release control; a write to 0x0A00 implies this" );
 }
 
 } // namespace HtBaseTool

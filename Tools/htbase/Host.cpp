@@ -74,7 +74,7 @@ unsigned short ParsePort( const std::string& aText, const std::string& aWhole )
     if ( lPort == 0 || lPort > 65535 )
     {
         throw MakeUsageFailure( "port '" + aText + "' of '" + aWhole +
-                                "' is no number from 1 to 65535" );
+                                "' is not a number from 1 to 65535" );
     }
     return static_cast<unsigned short>( lPort );
 }
@@ -111,7 +111,7 @@ IpAddress ParseAddress( const std::string& aText, const std::string& aWhat )
     IpAddress lAddress;
     if ( !lAddress.Set( aText.c_str() ) )
     {
-        throw MakeUsageFailure( aWhat + " '" + aText + "' is no dotted IPv4 address" );
+        throw MakeUsageFailure( aWhat + " '" + aText + "' is not a dotted IPv4 address" );
     }
     return lAddress;
 }

@@ -42,12 +42,12 @@ void AddMakerOptions( CLI::App& aCommand, MakerOptions& aOptions )
 {
     aCommand
         .add_option( "--maker", aOptions.mDevices,
-                     "A device engine of the maker's: MAC address, or its first three bytes" )
+                     "The maker's device engine: MAC address, or its first three bytes" )
         ->type_name( "MAC-OR-PREFIX" )
         ->allow_extra_args( false );
     aCommand
         .add_option( "--maker-transmitter", aOptions.mTransmitters,
-                     "A video transmitter of the maker's: MAC address, or its first three bytes" )
+                     "The maker's video transmitter: MAC address, or its first three bytes" )
         ->type_name( "MAC-OR-PREFIX" )
         ->allow_extra_args( false );
 }

@@ -29,7 +29,7 @@ using Sink = std::function<void( const uint8_t* aData, size_t aSize )>;
 
 std::string GetBitsText( AddressBits aBits )
 {
-    return std::to_string( static_cast<unsigned int>( aBits ) ) + "-bit addresses";
+    return "the " + std::to_string( static_cast<unsigned int>( aBits ) ) + "-bit address space";
 }
 
 // The next piece from aOffset on, of whole words.
@@ -133,7 +133,7 @@ void MergeWord( Program& aProgram, Device& aDevice, Image& aImage, uint64_t aOff
     if ( !aProgram.mIsJson )
     {
         PrintNote( "the word at " + lName + " keeps " + FormatCount( lKept, "byte" ) +
-                   " that the device holds" );
+                   " from the device" );
     }
 }
 
@@ -215,7 +215,7 @@ Range ParseRange( const DumpOptions& aOptions, AddressBits aBits )
     const uint32_t lLength = ParseNumber( aOptions.mLength, "length" );
     if ( lLength == 0 )
     {
-        throw MakeUsageFailure( "length 0 leaves nothing to dump" );
+        throw MakeUsageFailure( "the length is 0: give at least 1" );
     }
     if ( lLength - 1 > GetLastAddress( aBits ) - lAddress )
     {
@@ -234,7 +234,7 @@ Image ReadImage( const LoadOptions& aOptions, AddressBits aBits )
     const std::vector<uint8_t> lFile =
         ReadWholeFile( aOptions.mPath, lIsToEnd ? lBehind + 1 : LOAD_MAX,
                        lIsToEnd ? "from the address to the end of " + GetBitsText( aBits )
-                                : "that are loaded at once" );
+                                : "that can be loaded at once" );
     Image lImage{ Range( lAddress, lFile.size() ), {} };
     lImage.mWords.resize( static_cast<size_t>( lImage.mRange.GetWordsSize() ) );
     std::copy( lFile.begin(), lFile.end(),

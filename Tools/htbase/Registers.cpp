@@ -83,7 +83,7 @@ uint64_t ParseRegisterAddress( const std::string& aText, AddressBits aBits )
     if ( lAddress % 4 != 0 )
     {
         throw MakeUsageFailure( "address '" + aText +
-                                "' is no multiple of 4, as the address of a register is" );
+                                "' is not a multiple of 4, as a register's address must be" );
     }
     return lAddress;
 }

@@ -118,7 +118,7 @@ ConfigurationGEV MakeConfiguration( const SimOptions& aOptions, const IpAddress&
          std::end( VERSIONS ) )
     {
         throw MakeUsageFailure( "version '" + aOptions.mVersion +
-                                "' of GigE Vision is none of 1.0, 1.1, 1.2, 2.0 and 2.1" );
+                                "' of GigE Vision is not one of 1.0, 1.1, 1.2, 2.0 and 2.1" );
     }
     lConfiguration.mVersionMajor = static_cast<uint16_t>( aOptions.mVersion[0] - '0' );
     lConfiguration.mVersionMinor = static_cast<uint16_t>( aOptions.mVersion[2] - '0' );
@@ -278,11 +278,12 @@ void AddDeviceOptions( CLI::App& aCommand, SimOptions& aOptions )
         ->type_name( "VERSION" );
     aCommand
         .add_option( "--pending", aOptions.mPendingMs,
-                     "Take this long for each register and memory command, and say so by a pending "
-                     "acknowledge (version 1.0 has none and is silent)" )
+                     "Take this long for each register and memory command, and send a pending "
+                     "acknowledge first (version 1.0 has none and sends nothing until the answer)" )
         ->type_name( "MS" )
         ->check( CLI::Range( uint32_t{ 0 }, PENDING_MAX ) );
-    aCommand.add_option( "--mac", aOptions.mMac, "MAC address; by default made of the address" )
+    aCommand
+        .add_option( "--mac", aOptions.mMac, "MAC address; by default derived from the address" )
         ->type_name( "MAC" );
     aCommand.add_option( "--manufacturer", lConfiguration.mManufacturerName, "Maker" )
         ->type_name( "TEXT" );
@@ -293,7 +294,7 @@ void AddDeviceOptions( CLI::App& aCommand, SimOptions& aOptions )
         ->type_name( "TEXT" );
     aCommand
         .add_option( "--heartbeat", lConfiguration.mHeartbeatTimeoutMs,
-                     "Silence after which control is freed" )
+                     "Free control after this time without a command from its holder" )
         ->type_name( "MS" )
         ->check( CLI::Range( Simulators::HEARTBEAT_MIN_MS, uint32_t{ 3600000 } ) )
         ->capture_default_str();
@@ -328,16 +329,16 @@ void AddCapabilityOptions( CLI::App& aCommand, SimOptions& aOptions )
         ->check( CLI::Range( 0, 1 ) )
         ->capture_default_str();
     aCommand.add_flag( "--no-source-ports", aOptions.mNoSourcePorts,
-                       "Publish the source port of no channel" );
+                       "Do not publish the channels' source ports" );
     aCommand
         .add_option( "--tick-frequency", lConfiguration.mTickFrequency,
-                     "Ticks of the timestamp per second, 0 for no timestamp" )
+                     "Timestamp ticks per second, 0 for no timestamp" )
         ->type_name( "HZ" )
         ->check( CLI::Range( uint64_t{ 0 }, TICK_FREQUENCY_MAX ) )
         ->capture_default_str();
     aCommand
         .add_option( "--capability", aOptions.mGvcpCapability,
-                     "The word at 0x0934; by default what suits the version" )
+                     "The word at 0x0934; by default as the version requires" )
         ->type_name( "WORD" );
     aCommand
         .add_option( "--refuse", aOptions.mRefusals,
@@ -351,8 +352,8 @@ void AddTftpOptions( CLI::App& aCommand, SimOptions& aOptions )
 {
     CLI::Option* const lTftp = aCommand
                                    .add_option( "--tftp", aOptions.mTftpDirectory,
-                                                "Serve TFTP too: files of this folder, and uploads "
-                                                "into it, each of at most 64 MiB" )
+                                                "Also serve TFTP: the files in this folder, and "
+                                                "uploads into it, each of at most 64 MiB" )
                                    ->type_name( "DIR" );
     aCommand.add_option( "--tftp-port", aOptions.mTftpPort, "UDP port for TFTP, 0 for a free one" )
         ->type_name( "PORT" )
@@ -363,7 +364,7 @@ void AddTftpOptions( CLI::App& aCommand, SimOptions& aOptions )
 
 void AddAddress( CLI::App& aCommand, std::string& aAddress )
 {
-    aCommand.add_option( "--address", aAddress, "Address of this machine to serve at" )
+    aCommand.add_option( "--address", aAddress, "Address of this machine to serve" )
         ->type_name( "ADDR" )
         ->capture_default_str();
 }
@@ -371,23 +372,23 @@ void AddAddress( CLI::App& aCommand, std::string& aAddress )
 void AddSimTftp( CLI::App& aGroup, Program& aProgram )
 {
     const auto lOptions = std::make_shared<SimTftpOptions>();
-    CLI::App* const lCommand = AddCommand(
-        aGroup, "tftp",
-        "Play a TFTP server until SIGINT or SIGTERM. The first line says at which address:port, "
-        "the last ones what happened",
-        aProgram, [lOptions]( Program& aRun ) { ServeTftp( aRun, *lOptions ); } );
+    CLI::App* const lCommand =
+        AddCommand( aGroup, "tftp",
+                    "Run a virtual TFTP server until SIGINT or SIGTERM. The first line printed "
+                    "gives its address:port; the last lines summarise what happened",
+                    aProgram, [lOptions]( Program& aRun ) { ServeTftp( aRun, *lOptions ); } );
     AddAddress( *lCommand, lOptions->mAddress );
     lCommand
         ->add_option( "--port", lOptions->mPort,
-                      "UDP port, 0 for a free one; tftp put and get ask at 69 only" )
+                      "UDP port, 0 for a free one; tftp put and get use port 69 only" )
         ->type_name( "PORT" )
         ->check( CLI::Range( 0, 65535 ) )
         ->capture_default_str();
     lCommand
         ->add_option(
             "--dir", lOptions->mDirectory,
-            "Serve the files that are in this folder now, and put uploads into it, each of "
-            "at most 64 MiB; without it uploads are held in memory" )
+            "Serve the files that are in this folder at the start, and store uploads in it, each "
+            "of at most 64 MiB; without this option, uploads are kept in memory" )
         ->type_name( "DIR" );
     AddFaultOptions( *lCommand, lOptions->mFaults );
 }
@@ -399,19 +400,19 @@ void AddSimCommands( CLI::App& aApp, Program& aProgram )
     CLI::App* const lGroup = AddGroup( aApp, "sim", "Virtual devices" );
     const auto lOptions = std::make_shared<SimOptions>();
     lOptions->mConfiguration.mRequestsKept = 0; // nobody looks at them
-    CLI::App* const lCommand = AddCommand(
-        *lGroup, "gev",
-        "Play a GigE Vision device until SIGINT or SIGTERM. The first line says at which "
-        "address:port, the last ones what happened",
-        aProgram, [lOptions]( Program& aRun ) { Serve( aRun, *lOptions ); } );
+    CLI::App* const lCommand =
+        AddCommand( *lGroup, "gev",
+                    "Run a virtual GigE Vision device until SIGINT or SIGTERM. The first line "
+                    "printed gives its address:port; the last lines summarise what happened",
+                    aProgram, [lOptions]( Program& aRun ) { Serve( aRun, *lOptions ); } );
     AddAddress( *lCommand, lOptions->mAddress );
     lCommand
         ->add_option( "--port", lOptions->mPort,
-                      "UDP port, 0 for a free one; broadcasts are heard on 3956 only" )
+                      "UDP port, 0 for a free one; broadcasts are received on 3956 only" )
         ->type_name( "PORT" )
         ->check( CLI::Range( 0, 65535 ) )
         ->capture_default_str();
-    lCommand->add_flag( "--no-broadcast", lOptions->mNoBroadcast, "Hear no broadcasts" );
+    lCommand->add_flag( "--no-broadcast", lOptions->mNoBroadcast, "Receive no broadcasts" );
     AddDeviceOptions( *lCommand, *lOptions );
     AddCapabilityOptions( *lCommand, *lOptions );
     AddTftpOptions( *lCommand, *lOptions );

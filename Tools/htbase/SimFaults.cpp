@@ -35,7 +35,7 @@ std::string CheckRate( const std::string& aText )
     double lRate = 0;
     const bool lIsRate = CLI::detail::lexical_cast( aText, lRate ) && lRate >= 0 &&
                          lRate <= 1; // not-a-number is none
-    return lIsRate ? std::string() : "'" + aText + "' is no rate from 0 to 1";
+    return lIsRate ? std::string() : "'" + aText + "' is not a rate from 0 to 1";
 }
 
 void AddRate( CLI::App& aCommand, const char* aName, double& aRate, const char* aDescription )
@@ -55,18 +55,22 @@ void SimFaults::Apply( DeviceServer::Options& aServer, uint64_t aIndex ) const
 void AddFaultOptions( CLI::App& aCommand, SimFaults& aFaults )
 {
     FaultPlan::Rates& lRates = aFaults.mRates;
-    AddRate( aCommand, "--loss", lRates.mLoss, "Lose datagrams, 0 to 1, each way" );
+    AddRate( aCommand, "--loss", lRates.mLoss,
+             "Lose this fraction of the datagrams, 0 to 1, in each direction" );
     AddRate( aCommand, "--delay", lRates.mDelay, "Delay datagrams" );
     aCommand.add_option( "--max-delay", lRates.mMaxDelayMs, "Longest delay" )
         ->type_name( "MS" )
         ->check( CLI::Range( 1, 60000 ) )
         ->capture_default_str();
     AddRate( aCommand, "--duplicate", lRates.mDuplicate, "Send datagrams twice" );
-    AddRate( aCommand, "--reorder", lRates.mReorder, "Let later datagrams overtake" );
-    AddRate( aCommand, "--truncate", lRates.mTruncate, "Cut datagrams" );
+    AddRate( aCommand, "--reorder", lRates.mReorder, "Reorder datagrams" );
+    AddRate( aCommand, "--truncate", lRates.mTruncate, "Cut datagrams short" );
     AddRate( aCommand, "--corrupt", lRates.mCorrupt, "Change a byte of the header" );
-    AddRate( aCommand, "--stray", lRates.mStray, "Throw in datagrams that nobody asked for" );
-    aCommand.add_option( "--seed", aFaults.mSeed, "The same seed gives the same faults" )
+    AddRate( aCommand, "--stray", lRates.mStray,
+             "Insert strays: datagrams that do not belong to the exchange" );
+    aCommand
+        .add_option( "--seed", aFaults.mSeed,
+                     "Seed of the faults; the same seed gives the same faults" )
         ->type_name( "N" )
         ->capture_default_str();
 }
@@ -87,7 +91,7 @@ void CheckServed( const Result& aResult, bool aIsStopped )
 {
     if ( !aResult.IsOK() && !aIsStopped )
     {
-        throw Failure( "cannot go on serving: " + Describe( aResult ), aResult );
+        throw Failure( "cannot continue serving: " + Describe( aResult ), aResult );
     }
 }
 

@@ -102,7 +102,7 @@ uint64_t Parse( const std::string& aText, const std::string& aWhat, uint64_t aMa
                       [lBase]( char aDigit ) { return GetDigit( aDigit, lBase ) < 0; } ) )
     {
         throw MakeUsageFailure( aWhat + " '" + aText +
-                                "' is no number: decimal, or hexadecimal with 0x in front" );
+                                "' is not a number: use decimal, or hexadecimal with 0x in front" );
     }
     uint64_t lValue = 0;
     for ( const char lDigit : lDigits )

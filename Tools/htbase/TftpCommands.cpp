@@ -213,7 +213,7 @@ std::string GetReason( const Result& aResult )
     {
         lText.pop_back();
     }
-    return lText.empty() ? "the device refused without a reason" : lText;
+    return lText.empty() ? "the device refused and gave no reason" : lText;
 }
 
 // aTried: "send file 'x' ..."; aOutcome: what became of the bytes.
@@ -271,8 +271,8 @@ void Put( Program& aProgram, const PutOptions& aOptions )
     SendContent( aProgram, lHost, lName, lTried, lContent );
     if ( !aProgram.mIsJson )
     {
-        PrintNote( lHost.GetName() + " has " + FormatCount( lContent.size(), "byte" ) + " as '" +
-                   lName + "'" );
+        PrintNote( "sent " + FormatCount( lContent.size(), "byte" ) + " to " + lHost.GetName() +
+                   " as '" + lName + "'" );
     }
 }
 
@@ -287,8 +287,7 @@ std::string GetLocalPath( const GetOptions& aOptions )
     if ( lName.empty() || lName == "." || lName == ".." )
     {
         throw MakeUsageFailure( "'" + aOptions.mName +
-                                "' does not end in a file name - say one "
-                                "with -o" );
+                                "' does not end in a file name - give one with -o" );
     }
     return lName;
 }
@@ -365,15 +364,13 @@ void Get( Program& aProgram, const GetOptions& aOptions )
     aProgram.mReport["possiblyIncomplete"] = lMayBeMore;
     if ( lMayBeMore )
     {
-        throw Failure( ExitStatus::PARTIAL, "file '" + lPath +
-                                                "' is possibly incomplete: it has "
-                                                "the first " +
-                                                FormatCount( lSize, "byte" ) +
-                                                ", and no more are ever fetched" );
+        throw Failure( ExitStatus::PARTIAL,
+                       "file '" + lPath + "' may be incomplete: it has the first " +
+                           FormatCount( lSize, "byte" ) + ", and the program never fetches more" );
     }
     if ( !aProgram.mIsJson )
     {
-        PrintNote( "file '" + lPath + "' has " + FormatCount( lSize, "byte" ) );
+        PrintNote( "fetched " + FormatCount( lSize, "byte" ) + " into file '" + lPath + "'" );
     }
 }
 
@@ -390,7 +387,9 @@ void AddPut( CLI::App& aGroup, Program& aProgram )
 {
     const auto lOptions = std::make_shared<PutOptions>();
     CLI::App* const lCommand =
-        AddCommand( aGroup, "put", "Send a file to a device. Ctrl-C aborts, a second one at once",
+        AddCommand( aGroup, "put",
+                    "Send a file to a device. Ctrl-C aborts the transfer after the current wait; a "
+                    "second Ctrl-C ends the program at once",
                     aProgram, [lOptions]( Program& aRun ) { Put( aRun, *lOptions ); } );
     AddHost( *lCommand, lOptions->mHost );
     lCommand
@@ -399,9 +398,9 @@ void AddPut( CLI::App& aGroup, Program& aProgram )
         ->type_name( "" )
         ->required();
     lCommand
-        ->add_option( "--as", lOptions->mName,
-                      "Its name on the device, at most 1015 bytes; by default FILE's own, without "
-                      "folders" )
+        ->add_option(
+            "--as", lOptions->mName,
+            "Its name on the device, at most 1015 bytes; by default FILE without folders" )
         ->type_name( "NAME" );
 }
 
@@ -418,10 +417,9 @@ void AddGet( CLI::App& aGroup, Program& aProgram )
         ->type_name( "" )
         ->required();
     lCommand
-        ->add_option(
-            "-o,--output", lOptions->mPath,
-            "The file to write, which appears when the transfer has succeeded; by default "
-            "NAME without folders, here" )
+        ->add_option( "-o,--output", lOptions->mPath,
+                      "The file to write, which appears when the transfer has succeeded; by "
+                      "default NAME without folders, in the current folder" )
         ->type_name( "FILE" );
 }
 

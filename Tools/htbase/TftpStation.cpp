@@ -98,7 +98,7 @@ bool TftpStation::Keep( const std::string& aName, const Bytes& aContent )
     const fs::path lPath = fs::path( *mDirectory ) / aName;
     if ( !MayKeep( lPath, aName ) )
     {
-        PrintNote( "upload '" + aName + "' is refused: its name is none for a file in '" +
+        PrintNote( "upload '" + aName + "' is refused: it is not a valid file name for folder '" +
                    *mDirectory + "'" );
         return false;
     }

@@ -69,12 +69,12 @@ std::string GetOthers( const std::vector<U3vDeviceInfo>& aDevices )
     std::string lText;
     for ( const U3vDeviceInfo& lInfo : aDevices )
     {
-        lText += ( lText.empty() ? "; there is " : ", " ) + GetU3vName( lInfo );
+        lText += ( lText.empty() ? "; found " : ", " ) + GetU3vName( lInfo );
         lText += lInfo.mAccess.IsOK()
                      ? std::string()
-                     : ", which cannot be asked who it is: " + Describe( lInfo.mAccess );
+                     : ", whose identity cannot be read: " + Describe( lInfo.mAccess );
     }
-    return lText.empty() ? "; there is none at all - is it plugged in?" : lText;
+    return lText.empty() ? "; found none - is it plugged in?" : lText;
 }
 
 U3vDeviceInfo FindDevice( const std::string& aName )
@@ -92,8 +92,8 @@ U3vDeviceInfo FindDevice( const std::string& aName )
     }
     if ( lFound.size() > 1 )
     {
-        throw MakeUsageFailure( "GUID " + aName + " is that of " + lFound[0].mPath + " and of " +
-                                lFound[1].mPath + ": name the device by its path" );
+        throw MakeUsageFailure( "GUID " + aName + " belongs to both " + lFound[0].mPath + " and " +
+                                lFound[1].mPath + "; name the device by its path" );
     }
     if ( !lFound[0].mAccess.IsOK() )
     {
@@ -124,7 +124,7 @@ std::vector<U3vDeviceInfo> ListU3vDevices()
     if ( !lResult.IsOK() )
     {
         throw Failure(
-            "cannot list the USB3 Vision devices of this machine: " + Describe( lResult ) +
+            "cannot list the USB3 Vision devices on this machine: " + Describe( lResult ) +
                 ( lResult == Result::NOT_SUPPORTED ? " - the program was built without libusb-1.0"
                                                    : "" ),
             lResult );
@@ -184,10 +184,9 @@ PieceSizes U3vDevice::FitPieces()
     }
     if ( !lResult.IsOK() )
     {
-        PrintNote( "transfers to " + GetName() +
-                   " stay small, since it does not say how large "
-                   "they may be: " +
-                   Describe( lResult ) );
+        PrintNote(
+            "transfers to " + GetName() +
+            " are kept small, because it does not report its limits: " + Describe( lResult ) );
     }
     const PieceSizes lSizes{
         GetRoom( mLink.GetMaxAckSize(), BaseCommandLinkU3V::ACK_BUFFER_SIZE, READ_ACK_OVERHEAD ),
@@ -268,7 +267,7 @@ std::string U3vDevice::GetAdvice( const Result& aResult ) const
     case ENODEV:
         return " - was the device unplugged?";
     case EPIPE:
-        return " - the device did not take the command; it can be tried again";
+        return " - the device did not accept the command; try again";
     default:
         return "";
     }

@@ -184,7 +184,7 @@ void AddU3vInfo( CLI::App& aGroup, Program& aProgram )
 {
     const auto lTarget = std::make_shared<U3vTarget>();
     CLI::App* const lCommand =
-        AddCommand( aGroup, "info", "Print who a device is and what it can do", aProgram,
+        AddCommand( aGroup, "info", "Print a device's identity and capabilities", aProgram,
                     [lTarget]( Program& aRun ) { ShowInfo( aRun, *lTarget ); } );
     AddTarget( *lCommand, *lTarget );
 }

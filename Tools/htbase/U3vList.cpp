@@ -110,7 +110,7 @@ void List( Program& aProgram )
 void AddU3vList( CLI::App& aGroup, Program& aProgram )
 {
     AddCommand( aGroup, "list",
-                "List the devices of this machine: path, GUID, maker, model, serial number and "
+                "List the devices on this machine: path, GUID, maker, model, serial number and "
                 "user name",
                 aProgram, List );
 }

@@ -157,10 +157,11 @@ void SetUp( CLI::App& aApp, Program& aProgram )
     aApp.add_flag( "--json", aProgram.mIsJson, "Print one JSON object or array" );
     aApp.add_flag(
         "-v", []( int64_t aTimes ) { SetVerbosity( static_cast<size_t>( aTimes ) ); },
-        "Log what the library recovered from to standard error; -vv: log everything" );
+        "Log the problems that the library recovered from to standard error; -vv: log everything" );
     aApp.footer( "--json, -v, -vv and --version may stand anywhere.\n"
-                 "Exit status: 0 done, 1 the device or the transfer said no, 2 wrong usage, "
-                 "3 done, but possibly incomplete (tftp get), or not every time (gev monitor)." );
+                 "Exit status: 0 success; 1 the device refused or did not answer, or the transfer "
+                 "failed; 2 wrong usage; "
+                 "3 the file may be incomplete (tftp get), or some reads failed (gev monitor)." );
     AddGevCommands( aApp, aProgram );
     AddU3vCommands( aApp, aProgram );
     AddTftpCommands( aApp, aProgram );
@@ -175,7 +176,7 @@ ExitStatus Run( int aCount, char** aArguments )
         Program lProgram;
         CLI::App lApp(
             "Reads and writes the registers, memory and files of cameras, builds firmware "
-            "payloads for them, and plays cameras." );
+            "payloads for them, and runs virtual cameras." );
         SetUp( lApp, lProgram );
         if ( Parse( lApp, aCount, aArguments ) )
         {
@@ -190,7 +191,7 @@ ExitStatus Run( int aCount, char** aArguments )
     }
     catch ( const std::exception& lException ) // no memory, no thread
     {
-        PrintNote( std::string( "cannot go on: " ) + lException.what() );
+        PrintNote( std::string( "cannot continue: " ) + lException.what() );
         return ExitStatus::REFUSED;
     }
 }

@@ -146,11 +146,11 @@ TEST_F( CommandLine, NumbersThatAreNoneAreWrongUsage )
           { "", "x", "0x", "0xG", "1 ", " 1", "+1", "-4", "1.5", "4k", "0b1" } )
     {
         ExpectUsage( { "gev", "read", "TARGET", lNumber },
-                     std::string( "address '" ) + lNumber + "' is no number" );
+                     std::string( "address '" ) + lNumber + "' is not a number" );
         ExpectUsage( { "gev", "dump", "TARGET", "0", lNumber },
-                     std::string( "length '" ) + lNumber + "' is no number" );
+                     std::string( "length '" ) + lNumber + "' is not a number" );
         ExpectUsage( { "gev", "write", "TARGET", std::string( "0xA000=" ) + lNumber },
-                     std::string( "value '" ) + lNumber + "' is no number" );
+                     std::string( "value '" ) + lNumber + "' is not a number" );
     }
 }
 
@@ -168,15 +168,15 @@ TEST_F( CommandLine, NumbersBeyond32BitsAreWrongUsage )
 
 TEST_F( CommandLine, RegisterAddressesAreMultiplesOfFour )
 {
-    ExpectUsage( { "gev", "read", "TARGET", "0", "0xA001" }, "'0xA001' is no multiple of 4" );
-    ExpectUsage( { "gev", "write", "TARGET", "2=1" }, "'2' is no multiple of 4" );
+    ExpectUsage( { "gev", "read", "TARGET", "0", "0xA001" }, "'0xA001' is not a multiple of 4" );
+    ExpectUsage( { "gev", "write", "TARGET", "2=1" }, "'2' is not a multiple of 4" );
 }
 
 TEST_F( CommandLine, PairsHaveAddressAndValue )
 {
     ExpectUsage( { "gev", "write", "TARGET", "0xA000" }, "is not of the form ADDRESS=VALUE" );
-    ExpectUsage( { "gev", "write", "TARGET", "=5" }, "address '' is no number" );
-    ExpectUsage( { "gev", "write", "TARGET", "0xA000=5=6" }, "value '5=6' is no number" );
+    ExpectUsage( { "gev", "write", "TARGET", "=5" }, "address '' is not a number" );
+    ExpectUsage( { "gev", "write", "TARGET", "0xA000=5=6" }, "value '5=6' is not a number" );
     ExpectUsage( { "gev", "write", "TARGET", "0xA000=5", "0xA004" },
                  "'0xA004' is not of the form" );
 }

@@ -140,7 +140,7 @@ TEST_F( Memory, TheStatisticsComeLast )
     const Outcome lOutcome = RunGev( "dump", { "0x100000", "1024" } );
     EXPECT_EQ(
         lOutcome.mError,
-        "htbase: statistics: 2 transfers, 0 repeated commands (at most 0 times the same), 0 "
+        "htbase: statistics: 2 transfers, 0 repeated commands (at most 0 for one command), 0 "
         "pending acknowledges, 0 transmit failures, 0 repeated pieces, 0 control renewals\n" );
 }
 
@@ -172,7 +172,7 @@ TEST_F( Memory, TheLastBytesOfAllAddressesCanBeReached )
     EXPECT_EQ( ReadWholeFile( lBack ), "end" );
     const Outcome lBeyond = RunGev( "dump", { "0xFFFFFFFD", "4" } );
     EXPECT_EQ( lBeyond.mStatus, 2 );
-    EXPECT_THAT( lBeyond.mError, HasSubstr( "together exceed 32-bit addresses" ) );
+    EXPECT_THAT( lBeyond.mError, HasSubstr( "together exceed the 32-bit address space" ) );
 }
 
 TEST_F( Memory, ADumpOfNothingIsWrongUsage )
@@ -310,8 +310,8 @@ TEST_F( Memory, ALoadSaysWhichWordsItMerged )
     EXPECT_EQ( lOutcome.mStatus, 0 );
     EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
     EXPECT_THAT( lOutcome.mError,
-                 AllOf( HasSubstr( "the word at 0x00100000 keeps 3 bytes that the device holds\n" ),
-                        HasSubstr( "the word at 0x00100008 keeps 3 bytes that the device holds\n" ),
+                 AllOf( HasSubstr( "the word at 0x00100000 keeps 3 bytes from the device\n" ),
+                        HasSubstr( "the word at 0x00100008 keeps 3 bytes from the device\n" ),
                         HasSubstr( "statistics: " ) ) );
 }
 

@@ -214,8 +214,8 @@ TEST_F( Monitor, DrawsOneLineOverAndOverOnATerminal )
     lChild->Signal( SIGINT );
     EXPECT_EQ( lChild->Wait().mStatus, 0 ) << lChild->GetError();
     const std::string& lOutput = lChild->GetOutput();
-    EXPECT_THAT( lOutput,
-                 StartsWith( "register 0x0000A000 of " + GetTarget() + ", Ctrl-C ends\n\r" ) );
+    EXPECT_THAT( lOutput, StartsWith( "register 0x0000A000 of " + GetTarget() +
+                                      "; press Ctrl-C to end\n\r" ) );
     // A command that the signal overtakes counts as unsent.
     EXPECT_THAT( lOutput,
                  ContainsRegex( "\r0x22222222  [0-9]+\\.[0-9]/s  [0-9.]+ k?bit/s  retries 0  "
@@ -363,7 +363,7 @@ TEST_F( Monitor, CountsReadsThatFailAndGoesOn )
     ExpectOneSentence( lChild->GetError() );
     EXPECT_THAT( lChild->GetError(),
                  AllOf( ContainsRegex( "htbase: [0-9]+ of [0-9]+ attempts to read register "
-                                       "0x0000A000 of 127.0.0.1:[0-9]+ failed, the last by "
+                                       "0x0000A000 of 127.0.0.1:[0-9]+ failed, the last with "
                                        "TIMEOUT" ),
                         HasSubstr( "firewall" ) ) );
 }
@@ -391,7 +391,7 @@ TEST_F( Monitor, ShowsWhyAReadFailed )
     lChild->Signal( SIGINT );
     EXPECT_EQ( lChild->Wait().mStatus, 1 ); // none has succeeded
     EXPECT_THAT( lChild->GetOutput(), EndsWith( ", 0.0 values/s on average, the last unknown\n" ) );
-    EXPECT_THAT( lChild->GetError(), HasSubstr( "failed, the last by GENERIC_ERROR" ) );
+    EXPECT_THAT( lChild->GetError(), HasSubstr( "failed, the last with GENERIC_ERROR" ) );
 }
 
 TEST_F( Monitor, ShowsAFailureOnATerminalByItsCode )
@@ -427,7 +427,7 @@ TEST_F( Monitor, SurvivesAPortWhereNobodyListensYet )
         ReadUntil( lChild, []( const Json& aReport ) { return aReport["failedReads"] > 1; } );
     EXPECT_EQ( lReport["error"]["systemError"], ECONNREFUSED );
     (void)Finish( lChild, 1 ); // looked at elsewhere
-    EXPECT_THAT( lChild.GetError(), HasSubstr( "nothing listens there" ) );
+    EXPECT_THAT( lChild.GetError(), HasSubstr( "no program listens there" ) );
 }
 
 TEST_F( Monitor, EndsAtOnceByEitherSignalWhileADeviceIsSilent )
@@ -482,7 +482,7 @@ TEST_F( Monitor, RefusesIntervalsAndAddressesThatCannotBe )
     }
     EXPECT_THAT( RunGev( "monitor", { ADDRESS, "--interval", "0" } ).mError,
                  HasSubstr( "not in range 1 to 3600000" ) );
-    EXPECT_THAT( RunGev( "monitor", { "0xA001" } ).mError, HasSubstr( "no multiple of 4" ) );
+    EXPECT_THAT( RunGev( "monitor", { "0xA001" } ).mError, HasSubstr( "is not a multiple of 4" ) );
     EXPECT_THAT( RunGev( "monitor", { "0x100000000" } ).mError, HasSubstr( "32 bits" ) );
     EXPECT_THAT( RunGev( "monitor", {} ).mError, HasSubstr( "ADDRESS is required" ) );
     EXPECT_THAT( RunGev( "monitor", { "0", "4" } ).mError, HasSubstr( "4" ) );

@@ -25,8 +25,8 @@ TEST( NoUsb, EveryCommandSaysThatTheProgramHasNoUsb )
         EXPECT_EQ( lOutcome.mStatus, 1 );
         EXPECT_EQ( lOutcome.mOutput, "" );
         ExpectOneSentence( lOutcome.mError );
-        EXPECT_THAT( lOutcome.mError, HasSubstr( "cannot list the USB3 Vision devices of this "
-                                                 "machine: " ) );
+        EXPECT_THAT( lOutcome.mError,
+                     HasSubstr( "cannot list the USB3 Vision devices on this machine: " ) );
         EXPECT_THAT( lOutcome.mError,
                      HasSubstr( " - the program was built without libusb-1.0\n" ) );
     }

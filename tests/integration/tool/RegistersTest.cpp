@@ -224,7 +224,7 @@ TEST_F( Registers, ControlThatCannotBeGivenBackIsNoSuccess )
     EXPECT_EQ( GetCommands().back(), WriteOf( PRIVILEGE, 0 ) );
     ExpectOneSentence( lOutcome.mError );
     EXPECT_THAT( lOutcome.mError,
-                 AllOf( HasSubstr( "the registers were written, but cannot give back control" ),
+                 AllOf( HasSubstr( "the registers were written, but cannot release control" ),
                         HasSubstr( "Access denied" ), HasSubstr( "heartbeat" ) ) );
 }
 
@@ -257,7 +257,8 @@ TEST_F( Registers, WhereNobodyListensTheSentenceSaysSo )
     ExpectOneSentence( lOutcome.mError );
     EXPECT_THAT( lOutcome.mError,
                  AllOf( HasSubstr( "cannot read register 0x00000000 of 127.0.0.1:" + lPort ),
-                        HasSubstr( "Connection refused" ), HasSubstr( "nothing listens there" ) ) );
+                        HasSubstr( "Connection refused" ),
+                        HasSubstr( "no program listens there" ) ) );
 }
 
 TEST_F( Registers, TheLogTellsWhatWasRecoveredFrom )

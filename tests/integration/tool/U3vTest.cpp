@@ -257,9 +257,8 @@ TEST_F( U3v, LoadKeepsTheBytesAroundAndFitsItsCommands )
     EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
     EXPECT_EQ( GetMemory( MEMORY, 3005 ), ".." + lBytes + ".." );
     EXPECT_EQ( GetLargest( 0x01 ), 1024U );
-    EXPECT_THAT(
-        lOutcome.mError,
-        HasSubstr( "the word at 0x0000000000100000 keeps 2 bytes that the device holds" ) );
+    EXPECT_THAT( lOutcome.mError,
+                 HasSubstr( "the word at 0x0000000000100000 keeps 2 bytes from the device" ) );
 }
 
 TEST_F( U3v, TransfersKeepToASmallDevicesLimits )
@@ -392,7 +391,7 @@ TEST_F( U3v, ADeviceThatIsNotThereIsRefused )
         const Outcome lOutcome = Run( { "info", lName } );
         EXPECT_EQ( lOutcome.mStatus, 1 );
         ExpectOneSentence( lOutcome.mError );
-        EXPECT_THAT( lOutcome.mError, HasSubstr( std::string( "there is " ) + NAME ) );
+        EXPECT_THAT( lOutcome.mError, HasSubstr( std::string( "found " ) + NAME ) );
     }
 }
 
