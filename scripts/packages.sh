@@ -1,25 +1,24 @@
 # shellcheck shell=bash
-# Sourced by the other scripts: what the project needs from Debian, and how to get it.
-# Says what it installs, installs only what is missing, and needs no network when nothing is.
+# Sourced by the other scripts: the Debian packages that the project needs, and how to install them.
+# Says what it installs, installs only what is missing, and needs no network when nothing is missing.
 
 # To build the libraries, the virtual devices and the program.
 BUILD_PACKAGES="g++ cmake ninja-build pkg-config libcli11-dev nlohmann-json3-dev libusb-1.0-0-dev"
-# For the demo: what makes it a network of its own.
+# For the demo, to create a network namespace.
 DEMO_PACKAGES="iproute2 util-linux"
 # To emulate a USB bus with a virtual device on it, which is built with the tests.
 USB_PACKAGES="libumockdev-dev umockdev libgtest-dev libgmock-dev"
-# To judge the format and the habits of sources.
+# To check the sources.
 STYLE_PACKAGES="clang-format clang-tidy"
-# To judge the installed tree and the packages: another compiler with its sanitizers, what names the
-# places in their reports, what compares binary interfaces, what makes packages, and what reads man
-# pages.
+# To check the installed tree and the packages: another compiler with its sanitizers and the symbolizer
+# of their reports, and tools to compare binary interfaces, make packages and read man pages.
 INSTALL_PACKAGES="clang libclang-rt-dev llvm abigail-tools dpkg-dev file groff-base"
-# To build and run the tests: the test framework, the programs of others that judge ours, and the
-# tools that make them a network of their own.
+# To build and run the tests: the test framework, independent programs that ours are tested against, and
+# tools to create network namespaces.
 TEST_PACKAGES="$USB_PACKAGES $STYLE_PACKAGES $INSTALL_PACKAGES aravis-tools aravis-tools-cli tshark iproute2
     util-linux libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils doxygen"
-# TFTP servers that judge our client. Their packages would start services and conflict with one
-# another, so they are unpacked, not installed; the libraries that they need are named above.
+# TFTP servers that our client is tested against. Their packages would start services and conflict with
+# one another, so they are unpacked, not installed. The libraries that they need are named above.
 PEER_PACKAGES="tftpd-hpa atftpd dnsmasq-base"
 PEER_DIRECTORY="build/peers"
 
@@ -59,8 +58,8 @@ install_missing()
     }
 }
 
-# unpack_peers: from the project's root. What cannot be fetched is said; the tests that need it are
-# then skipped.
+# unpack_peers: run it in the project's root. It says which packages cannot be fetched; the tests that
+# need them are then skipped.
 unpack_peers()
 {
     local lPackage lTemporary

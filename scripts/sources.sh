@@ -1,8 +1,7 @@
 # shellcheck shell=bash
-# Sourced by the other scripts, from the project's root: which sources there are, and how they are
-# judged.
+# Sourced by the other scripts, in the project's root: lists the sources and checks them.
 
-# Tests at a time: more than there are cores, since most of them wait.
+# How many tests to run at a time: more than there are cores, because most tests wait.
 test_jobs()
 {
     echo $((2 * $(nproc)))
@@ -14,7 +13,7 @@ list_sources()
         -name '*.h' -o -name '*.cpp' | LC_ALL=C sort
 }
 
-# list_changed COMMIT: the sources that differ from it, and those that git does not know yet.
+# list_changed COMMIT: the sources that differ from it, and those that git does not track yet.
 list_changed()
 {
     {
@@ -23,8 +22,7 @@ list_changed()
     } | sort -u
 }
 
-# Of the sources on standard input, those that clang-tidy looks at. Headers are looked at where they
-# are included.
+# Selects the sources on standard input that clang-tidy checks. It checks headers where they are included.
 only_tidied()
 {
     grep -E '^(Examples|Libraries|Platform|Simulators|Tools|benchmarks|fuzz)/.*\.cpp$' || true
@@ -36,8 +34,8 @@ check_format()
     [ $# -eq 0 ] || clang-format --dry-run -Werror "$@"
 }
 
-# tidy FILE...: by the commands of a build by clang that is configured for that and never built, so
-# without precompiled headers.
+# tidy FILE...: uses the compile commands of a clang build that is configured for this but not built, and
+# so needs no precompiled headers.
 tidy()
 {
     [ $# -gt 0 ] || return 0

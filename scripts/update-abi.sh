@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Renews what the tests hold the libraries' public face against: the lists of exported symbols and the
-# descriptions of the binary interface (tests/installed/symbols, tests/installed/abi).
+# Updates the files that the tests compare the libraries' interface with: the lists of exported symbols
+# and the descriptions of the binary interface (tests/installed/symbols, tests/installed/abi).
 #
 #   scripts/update-abi.sh
 #
-# The libraries are built for this alone, in build/abi, with the project's folder named the same
-# wherever it lies: the order of the descriptions follows paths.
-# Look at the difference before you commit it: CONTRIBUTING.md tells what it asks for.
+# Builds the libraries separately, in build/abi. The path of the project's folder is mapped to a fixed
+# name, because the order of the descriptions follows paths.
+# Look at the difference before you commit it; CONTRIBUTING.md says what to do about it.
 set -euo pipefail
 [ $# -eq 0 ] || { echo "usage: scripts/update-abi.sh" >&2; exit 2; }
 cd "$(dirname "$0")/.."
