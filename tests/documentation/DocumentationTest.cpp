@@ -143,7 +143,7 @@ std::vector<std::vector<std::string>> GetCalls()
 
 } // namespace
 
-TEST( Documentation, LinksLeadSomewhere )
+TEST( Documentation, LinksHaveTargets )
 {
     size_t lCount = 0;
     for ( const fs::path& lPage : GetPages() )
@@ -162,7 +162,7 @@ TEST( Documentation, LinksLeadSomewhere )
 }
 
 // Decisions speak of other places too, such as those of an installed tree.
-TEST( Documentation, FilesThatAreNamedAreThere )
+TEST( Documentation, NamedFilesExist )
 {
     size_t lCount = 0;
     for ( const fs::path& lPage : GetPages() )
@@ -339,7 +339,7 @@ TEST( Documentation, TheMainPageShowsTheCentralPartOfItsExample )
 }
 
 #if defined( HTBASE_PROGRAM )
-TEST( Documentation, CallsOfTheProgramAreOnesThatItKnows )
+TEST( Documentation, CallsOfTheProgramAreValid )
 {
     const auto lCalls = GetCalls();
     EXPECT_GT( lCalls.size(), 25U );
@@ -386,7 +386,7 @@ std::map<std::string, std::set<std::string>> ReadPlatformPage()
     return lOperations;
 }
 
-TEST( Documentation, ThePlatformPageNamesWhatTheLibraryCalls )
+TEST( Documentation, ThePlatformPageListsWhatTheLibraryCalls )
 {
     const Outcome lOutcome =
         RunProgram( { HTBASE_NM, "--dynamic", "--demangle", "--undefined-only", HTBASE_LIBRARY } );

@@ -122,7 +122,7 @@ TEST_F( RealLocation, MovesWithTheFile )
     }
 }
 
-TEST_F( RealLocation, IsTheOneOfALoadByARelativePathAlsoElsewhereLater )
+TEST_F( RealLocation, IsRightAfterALoadByARelativePathAndAChangeOfDirectory )
 {
     const fs::path lInstalled = Install( "kit/lib" );
     fs::create_directories( mRoot / "elsewhere/kit/lib" );
@@ -138,7 +138,7 @@ TEST_F( RealLocation, IsTheOneOfALoadByARelativePathAlsoElsewhereLater )
     }
 }
 
-TEST_F( RealLocation, IsTheOneOfALoadThroughARelativeSearchPath )
+TEST_F( RealLocation, IsRightAfterALoadThroughARelativeSearchPath )
 {
     const fs::path lInstalled = Install( "lib" );
     TestSupport::ChildProcess::Options lOptions;
@@ -165,7 +165,7 @@ TEST_F( RealLocation, FollowsSymbolicLinks )
     }
 }
 
-TEST_F( RealLocation, IsThatOfTheMomentOfLoading )
+TEST_F( RealLocation, IsTheDirectoryAtTheTimeOfLoading )
 {
     const fs::path lInstalled = Install( "kit-1" );
     fs::create_directory_symlink( "kit-1", mRoot / "kit" );
@@ -174,7 +174,7 @@ TEST_F( RealLocation, IsThatOfTheMomentOfLoading )
     ExpectAnswer( RunProbe( lActions ), MakeAnswer( lInstalled ) + MakeAnswer( lInstalled ) );
 }
 
-TEST_F( RealLocation, IsNotToldForAFileWithoutAName )
+TEST_F( RealLocation, IsUnknownForAFileWithoutAName )
 {
     const fs::path lInstalled = Install( "lib" );
     Actions lActions = { "load-unlinked", lInstalled / mName };
@@ -186,7 +186,7 @@ TEST_F( RealLocation, IsNotToldForAFileWithoutAName )
     ExpectAnswer( RunProbe( lActions ), "0019 untouched\n" );
 }
 
-TEST_F( RealLocation, IsThatOfTheProgramWhichHoldsTheCode )
+TEST_F( RealLocation, IsThatOfTheProgramThatContainsTheCode )
 {
     const fs::path lInstalled = InstallProgram( "kit/bin" );
     fs::create_symlink( lInstalled / "program", mRoot / "link" );
@@ -199,7 +199,7 @@ TEST_F( RealLocation, IsThatOfTheProgramWhichHoldsTheCode )
 }
 
 // Then the program is known by a name that is no path from here, or by no true one at all.
-TEST_F( RealLocation, IsThatOfTheProgramHoweverItIsCalled )
+TEST_F( RealLocation, IsThatOfTheProgramHoweverItIsStarted )
 {
     const fs::path lInstalled = InstallProgram( "kit/bin" );
     fs::create_directory( mRoot / "elsewhere" );
@@ -243,7 +243,7 @@ TEST_F( RealLocation, IsASeparatorInTheRootDirectory )
 // Not under the thread sanitizer, with which nothing is ever unloaded.
 #if !LOCATION_IS_NEVER_UNLOADED
 
-TEST_F( RealLocation, IsThatOfTheNextLoadAfterTheLibraryWasUnloaded )
+TEST_F( RealLocation, IsUpdatedWhenTheLibraryIsUnloadedAndLoadedAgain )
 {
     const fs::path lFirst = Install( "first" );
     const fs::path lSecond = Install( "second" );

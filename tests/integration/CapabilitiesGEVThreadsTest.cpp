@@ -145,7 +145,7 @@ TEST_F( CapabilitiesGEVThreads, AskingForDifferentDevicesGetDifferentRecords )
     EXPECT_EQ( THREADS, std::set<CapabilitiesGEV*>( lRecords.begin(), lRecords.end() ).size() );
 }
 
-TEST_F( CapabilitiesGEVThreads, MayDestroyTheRecordsBesideOthersThatAsk )
+TEST_F( CapabilitiesGEVThreads, MayDestroyTheRecordsWhileOthersAskForThem )
 {
     RunThreads( THREADS,
                 []( unsigned int aIndex )
@@ -256,7 +256,7 @@ TEST_F( CapabilitiesGEVThreads, MayUseTheRecordAsSoonAsItSaysItIsInitialised )
                 } );
 }
 
-TEST_F( CapabilitiesGEVThreads, MayTeachAndAskWhoTheMakerIs )
+TEST_F( CapabilitiesGEVThreads, MayAddAndLookUpTheMakersDevices )
 {
     RunThreads( THREADS,
                 []( unsigned int aIndex )
@@ -276,7 +276,7 @@ TEST_F( CapabilitiesGEVThreads, MayTeachAndAskWhoTheMakerIs )
 
 // The virtual device is another author's reading of the standard: what the record says must be what
 // it holds.
-TEST( CapabilitiesGEVOverLoopback, SaysWhatADeviceOfEveryVersionHolds )
+TEST( CapabilitiesGEVOverLoopback, ReportsTheDataOfADeviceOfEveryVersion )
 {
     struct Version
     {

@@ -133,7 +133,7 @@ TEST_F( CapabilitiesU3VThreads, AskingForTheSameDeviceGetTheSameRecord )
                DEVICES );
 }
 
-TEST_F( CapabilitiesU3VThreads, MayDestroyTheRecordsBesideOthersThatAsk )
+TEST_F( CapabilitiesU3VThreads, MayDestroyTheRecordsWhileOthersAskForThem )
 {
     RunThreads( THREADS,
                 []( unsigned int aIndex )

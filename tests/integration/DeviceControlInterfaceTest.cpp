@@ -111,7 +111,7 @@ using FaultTest = DeviceControlInterfaceTest;
 using ClosingTest = DeviceControlInterfaceTest;
 using JudgeTest = DeviceControlInterfaceTest;
 
-TEST_F( OpeningTest, IsDoneByPathByIdentityAndByBoth )
+TEST_F( OpeningTest, WorksByPathByIdentityAndByBoth )
 {
     const char* const WAYS[][2] = { { "1-1", GUID }, { "1-1", "" }, { "", GUID } };
     for ( const auto& lWay : WAYS )
@@ -126,7 +126,7 @@ TEST_F( OpeningTest, IsDoneByPathByIdentityAndByBoth )
     }
 }
 
-TEST_F( OpeningTest, FindsTheDeviceMeantAmongSeveral )
+TEST_F( OpeningTest, FindsTheRightDeviceAmongSeveral )
 {
     const auto lSecond = mBus.PlugBehindHub( MakeConfiguration( OTHER_GUID ), 3, 2 );
     ASSERT_TRUE( Open( mInterface, "", OTHER_GUID ).IsOK() );
@@ -137,7 +137,7 @@ TEST_F( OpeningTest, FindsTheDeviceMeantAmongSeveral )
     EXPECT_EQ( 1U, lSecond->GetClaims() );
 }
 
-TEST_F( OpeningTest, RefusesWhatDoesNotBelongTogetherOrIsNotThere )
+TEST_F( OpeningTest, RefusesMismatchedPathAndIdentityAndMissingDevices )
 {
     const char* const WAYS[][2] = { { "1-1", OTHER_GUID }, { "1-2", GUID }, { "1-2", "" },
                                     { "", OTHER_GUID },    { "1", "" },     { "1-11", "" } };
@@ -193,7 +193,7 @@ TEST_F( OpeningTest, OfAnotherDeviceReplacesTheFirst )
     EXPECT_EQ( 1U, GetCounters( *lSecond ).mReceived );
 }
 
-TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingBehindAFailureOfTheSystem )
+TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingWhenTheSystemFails )
 {
     OpenDevice();
     SetResponseTime( mInterface, 77 );
@@ -207,7 +207,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingBehindAFailureOfTheSystem )
 }
 
 // Also where it has the address of the old one, and the system told something else afterwards.
-TEST_F( OpeningTest, OfADeviceThatWasGoneFindsTheNewOne )
+TEST_F( OpeningTest, OfADeviceThatWasUnpluggedFindsTheNewOne )
 {
     OpenDevice();
     for ( const int lError : { ENODEV, ENOMEM } )
@@ -222,7 +222,7 @@ TEST_F( OpeningTest, OfADeviceThatWasGoneFindsTheNewOne )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( OpeningTest, KeepsTheConfigurationThatCameBefore )
+TEST_F( OpeningTest, KeepsTheConfigurationThatWasSetBefore )
 {
     SetResponseTime( mInterface, 77 );
     OpenDevice();
@@ -278,7 +278,7 @@ constexpr Untold UNTOLD[] = { { Identity::STALLED, 0x4000, EPIPE },
                               { Identity::SILENT, 0x001E, 0 },
                               { Identity::MALFORMED, 0x4000, EPROTO } };
 
-TEST_F( OpeningTest, TellsWhyAnIdentityCannotBeRead )
+TEST_F( OpeningTest, ReportsWhyAnIdentityCannotBeRead )
 {
     for ( const Untold& lUntold : UNTOLD )
     {
@@ -297,7 +297,7 @@ TEST_F( OpeningTest, TellsWhyAnIdentityCannotBeRead )
     }
 }
 
-TEST_F( OpeningTest, FindsTheDeviceMeantBehindOneThatDoesNotTellItsIdentity )
+TEST_F( OpeningTest, FindsTheRightDeviceAfterOneWithoutAnIdentity )
 {
     const auto lSecond = mBus.Plug( MakeConfiguration( OTHER_GUID ), 2 );
     mDevice->SetIdentity( Identity::STALLED );
@@ -305,7 +305,7 @@ TEST_F( OpeningTest, FindsTheDeviceMeantBehindOneThatDoesNotTellItsIdentity )
     EXPECT_EQ( 1U, lSecond->GetClaims() );
 }
 
-TEST_F( OpeningTest, TellsTheFirstFailureOfSeveral )
+TEST_F( OpeningTest, ReportsTheFirstFailureOfSeveral )
 {
     const auto lSecond = mBus.Plug( MakeConfiguration( OTHER_GUID ), 2 );
     const auto lThird = mBus.Plug( MakeConfiguration( "1AB200000003" ), 3 );
@@ -351,7 +351,7 @@ TEST_F( OpeningTest, TakesBothEndpointsFromOneInterface )
     }
 }
 
-TEST_F( OpeningTest, PassesOverInterfacesOfAnotherKind )
+TEST_F( OpeningTest, SkipsInterfacesOfAnotherKind )
 {
     const Bytes KINDS[] = {
         { 2, 0xFF, 0x05, 0x00 }, { 2, 0xEF, 0x06, 0x00 }, { 2, 0xEF, 0x05, 1 } };
@@ -394,7 +394,7 @@ TEST_F( OpeningTest, TakesTheFirstBulkEndpointOfEachDirectionWithTheSizeOfItsPac
     }
 }
 
-TEST_F( OpeningTest, IsRefusedWhileAnotherHasTheDevice )
+TEST_F( OpeningTest, IsRefusedWhileAnotherProgramHasTheDevice )
 {
     OpenDevice();
     DeviceControlInterface lOther;
@@ -415,7 +415,7 @@ TEST_F( OpeningTest, TakesTheInterfaceFromAKernelDriverUntilClose )
     EXPECT_TRUE( mDevice->IsDriverBound() );
 }
 
-TEST_F( OpeningTest, LeavesAKernelDriverAloneWhereTheIdentityIsAnother )
+TEST_F( OpeningTest, LeavesTheKernelDriverInPlaceIfTheIdentityDiffers )
 {
     mDevice->BindDriver();
     EXPECT_FALSE( Open( mInterface, "1-1", OTHER_GUID ).IsOK() );
@@ -447,7 +447,7 @@ public:
     NoAccess& operator=( const NoAccess& ) = delete;
 };
 
-TEST_F( OpeningTest, SaysWhatToDoWhereTheSystemRefuses )
+TEST_F( OpeningTest, SaysWhatToDoIfTheSystemRefuses )
 {
     const NoAccess lNoAccess( *mDevice );
     const char* const WAYS[][2] = { { "1-1", GUID }, { "1-1", "" }, { "", GUID } };
@@ -481,7 +481,7 @@ TEST_F( TalkTest, NeedsAnOpenInterface )
     EXPECT_EQ( 0x0017U, lTalk.Send( mInterface ).GetCode() );
 }
 
-TEST_F( TalkTest, BringsTheAcknowledgeUnderTheIdentifierThatItStamped )
+TEST_F( TalkTest, ReturnsTheAcknowledgeWithTheStampedIdentifier )
 {
     OpenDevice();
     uint64_t lLast = 0;
@@ -554,7 +554,7 @@ TEST_F( TalkTest, CarriesCommandsAndAcknowledgesOfSeveralPackets )
     }
 }
 
-TEST_F( TalkTest, SendsSeveralCommandsInOrderWhateverTheFirstIsAnswered )
+TEST_F( TalkTest, SendsSeveralCommandsInOrderWhateverTheFirstAnswerIs )
 {
     OpenDevice();
     UsbTalk lWrite( MakeWriteMem( 0x0000, { 1 } ), 16 ); // the version cannot be written
@@ -590,7 +590,7 @@ TEST_F( TalkTest, EndsAtTheFirstCommandThatIsNotAnswered )
     EXPECT_EQ( 2U, GetCounters( *mDevice ).mReceived );
 }
 
-TEST_F( TalkTest, BringsEveryStatusToTheCaller )
+TEST_F( TalkTest, ReturnsEveryStatusToTheCaller )
 {
     OpenDevice();
     const uint16_t STATUSES[] = { 0x8001, 0x8002, 0x8003, 0x8004, 0x8005, 0x8006,
@@ -605,7 +605,7 @@ TEST_F( TalkTest, BringsEveryStatusToTheCaller )
     }
 }
 
-TEST_F( TalkTest, RefusesRecordsThatCannotBeSentBeforeAnythingIs )
+TEST_F( TalkTest, RefusesInvalidRecordsBeforeSendingAnything )
 {
     OpenDevice();
     const auto lExpectRefused = [this]( DCI_COMMAND aBad )
@@ -633,7 +633,7 @@ TEST_F( TalkTest, RefusesRecordsThatCannotBeSentBeforeAnythingIs )
     EXPECT_EQ( 0U, GetCounters( *mDevice ).mReceived );
 }
 
-TEST_F( TalkTest, DoesNotWaitWhereNoAcknowledgeIsAskedFor )
+TEST_F( TalkTest, DoesNotWaitIfNoAcknowledgeIsRequested )
 {
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
@@ -647,7 +647,7 @@ TEST_F( TalkTest, DoesNotWaitWhereNoAcknowledgeIsAskedFor )
     EXPECT_EQ( Bytes{ 9 }, lRead.GetData() );
 }
 
-TEST_F( TalkTest, StoresNoMoreThanTheRoomAndAsksForWholePackets )
+TEST_F( TalkTest, StoresNoMoreThanTheBufferAndRequestsWholePackets )
 {
     OpenDevice();
     for ( uint32_t lRoom = 0; lRoom <= 40; ++lRoom )
@@ -673,7 +673,7 @@ TEST_F( TalkTest, StoresNoMoreThanTheRoomAndAsksForWholePackets )
     }
 }
 
-TEST_F( TalkTest, AsksForAsManyPacketsAsTheRoomNeeds )
+TEST_F( TalkTest, RequestsAsManyPacketsAsTheBufferNeeds )
 {
     OpenDevice();
     // Room, and the packets of 1024 bytes that hold it; 65547 bytes are the longest acknowledge.
@@ -688,7 +688,7 @@ TEST_F( TalkTest, AsksForAsManyPacketsAsTheRoomNeeds )
     }
 }
 
-TEST_F( TalkTest, TakesACommandThatIsAHeaderAlone )
+TEST_F( TalkTest, AcceptsACommandThatIsOnlyAHeader )
 {
     OpenDevice();
     UsbTalk lTalk( MakeGenCPHeader( 0x0806, 0 ), 16 );
@@ -697,7 +697,7 @@ TEST_F( TalkTest, TakesACommandThatIsAHeaderAlone )
     EXPECT_EQ( 0x8001U, lTalk.GetStatus() ); // not implemented
 }
 
-TEST_F( TalkTest, TakesACommandWithoutAPlaceForItsAcknowledge )
+TEST_F( TalkTest, AcceptsACommandWithoutABufferForItsAcknowledge )
 {
     OpenDevice();
     UsbTalk lTalk( MakeWriteMem( MEMORY, { 9 } ), 0 );
@@ -744,7 +744,7 @@ TEST_F( TalkTest, KeepsTheCommandsOfOneCallTogetherAmongThreads )
     EXPECT_EQ( 0U, GetCounters( *mDevice ).mSkippedIds );
 }
 
-TEST_F( FaultTest, ASilentDeviceIsWaitedForHalfASecondUntilItSaysOtherwise )
+TEST_F( FaultTest, WaitsHalfASecondUntilTheDevicesResponseTimeIsKnown )
 {
     OpenDevice();
     const auto lMeasure = [this]
@@ -783,7 +783,7 @@ TEST_F( FaultTest, APendingAcknowledgeProlongsTheWait )
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 16 ) );
 }
 
-TEST_F( FaultTest, TheWaitEndsWhereTheLastPendingAcknowledgeSaid )
+TEST_F( FaultTest, TheWaitEndsAtTheTimeOfTheLastPendingAcknowledge )
 {
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
@@ -796,7 +796,7 @@ TEST_F( FaultTest, TheWaitEndsWhereTheLastPendingAcknowledgeSaid )
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
 }
 
-TEST_F( FaultTest, APendingAcknowledgeOfNoTimeDoesNotMakeItWaitForEver )
+TEST_F( FaultTest, APendingAcknowledgeOfZeroTimeDoesNotWaitForEver )
 {
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
@@ -808,14 +808,14 @@ TEST_F( FaultTest, APendingAcknowledgeOfNoTimeDoesNotMakeItWaitForEver )
 }
 
 // Its answer is there already.
-TEST_F( FaultTest, APendingAcknowledgeOfNoTimeIsFollowedByOneMoreLook )
+TEST_F( FaultTest, APendingAcknowledgeOfZeroTimeAllowsOneMoreReceive )
 {
     OpenDevice();
     mDevice->Inject( { Kind::PENDING, 0, 1, 0 } );
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( FaultTest, APendingAcknowledgeWithoutItsTimeProlongsAndEndsNothing )
+TEST_F( FaultTest, APendingAcknowledgeWithoutItsTimeIsIgnored )
 {
     OpenDevice();
     SetResponseTime( mInterface, 200 );
@@ -827,14 +827,14 @@ TEST_F( FaultTest, APendingAcknowledgeWithoutItsTimeProlongsAndEndsNothing )
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
 }
 
-TEST_F( FaultTest, PendingAcknowledgesAreNotCounted )
+TEST_F( FaultTest, PendingAcknowledgesAreNotLimited )
 {
     OpenDevice();
     mDevice->Inject( { Kind::PENDING, 10000, 300, 0 } );
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandProlongsNothing )
+TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandIsIgnored )
 {
     OpenDevice();
     mDevice->Inject( { Kind::PENDING, LONG_MS, 2, 100 } );
@@ -861,7 +861,7 @@ TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandProlongsNothing )
     EXPECT_TRUE( lSecond.IsUntouchedBehind( 0 ) );
 }
 
-TEST_F( FaultTest, ALateAcknowledgeIsNotTakenForTheNext )
+TEST_F( FaultTest, ALateAcknowledgeDoesNotAnswerTheNextCommand )
 {
     OpenDevice();
     SetResponseTime( mInterface, 30 );
@@ -882,7 +882,7 @@ TEST_F( FaultTest, StaleAndEmptyTransfersAreDropped )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( FaultTest, AnAcknowledgeThatIsNotOfTheCommandIsNoAnswer )
+TEST_F( FaultTest, AnAcknowledgeOfAnotherCommandIsNotAnAnswer )
 {
     OpenDevice();
     const FaultU3V FAULTS[] = { { Kind::WRONG_ID, 1, 1 },     { Kind::WRONG_ID, 0x100, 1 },
@@ -901,7 +901,7 @@ TEST_F( FaultTest, AnAcknowledgeThatIsNotOfTheCommandIsNoAnswer )
     }
 }
 
-TEST_F( FaultTest, WhatElseIsWrongInAnAcknowledgeIsLeftToTheCaller )
+TEST_F( FaultTest, OtherFaultsOfAnAcknowledgeAreLeftToTheCaller )
 {
     OpenDevice();
     const FaultU3V FAULTS[] = { { Kind::WRONG_CODE, 0x0803, 1 },
@@ -919,7 +919,7 @@ TEST_F( FaultTest, WhatElseIsWrongInAnAcknowledgeIsLeftToTheCaller )
     }
 }
 
-TEST_F( FaultTest, EveryTruncationEndsWithoutAByteTooMany )
+TEST_F( FaultTest, EveryTruncationStoresOnlyTheReceivedBytes )
 {
     OpenDevice();
     for ( uint32_t lSize = 0; lSize <= 16; ++lSize )
@@ -934,7 +934,7 @@ TEST_F( FaultTest, EveryTruncationEndsWithoutAByteTooMany )
     }
 }
 
-TEST_F( FaultTest, ATooLongAcknowledgeIsCutAndItsRestDropped )
+TEST_F( FaultTest, AnAcknowledgeThatIsTooLongIsTruncated )
 {
     OpenDevice();
     for ( const uint32_t lMore : { 1U, 100U, 1008U, 1009U, 3000U, 10000U } )
@@ -949,7 +949,7 @@ TEST_F( FaultTest, ATooLongAcknowledgeIsCutAndItsRestDropped )
     }
 }
 
-TEST_F( FaultTest, AWholeAcknowledgeWhoseTransferDoesNotEndIsAnAnswer )
+TEST_F( FaultTest, ACompleteAcknowledgeIsAnAnswerEvenIfItsTransferDoesNotEnd )
 {
     OpenDevice();
     SetResponseTime( mInterface, 100 );
@@ -962,7 +962,7 @@ TEST_F( FaultTest, AWholeAcknowledgeWhoseTransferDoesNotEndIsAnAnswer )
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
 }
 
-TEST_F( FaultTest, ACommandThatDoesNotLeaveWholeIsAnError )
+TEST_F( FaultTest, ACommandThatIsSentOnlyInPartIsAnError )
 {
     OpenDevice();
     mDevice->CutCommand( 23 );
@@ -974,7 +974,7 @@ TEST_F( FaultTest, ACommandThatDoesNotLeaveWholeIsAnError )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( FaultTest, AFailureOfTheBusIsReportedWithItsCode )
+TEST_F( FaultTest, ABusErrorIsReportedWithItsCode )
 {
     OpenDevice();
     constexpr int CASES[][2] = { { EOVERFLOW, EOVERFLOW }, { EPROTO, EIO }, { EILSEQ, EIO } };
@@ -1005,7 +1005,7 @@ TEST_F( FaultTest, AHaltedEndpointThatCannotBeClearedIsReportedToo )
     }
 }
 
-TEST_F( FaultTest, AHaltedEndpointIsReportedAndWorksAgain )
+TEST_F( FaultTest, AHaltedEndpointIsReportedAndCleared )
 {
     OpenDevice();
     unsigned int lClears = 0;
@@ -1023,7 +1023,7 @@ TEST_F( FaultTest, AHaltedEndpointIsReportedAndWorksAgain )
     }
 }
 
-TEST_F( FaultTest, AVanishedDeviceIsReportedWithTheCodeOfTheSystem )
+TEST_F( FaultTest, AnUnpluggedDeviceIsReportedWithTheSystemsCode )
 {
     OpenDevice();
     mDevice->Inject( { Kind::UNPLUG, 0, 1 } );
@@ -1089,7 +1089,7 @@ TEST_F( ClosingTest, IsAlwaysPossible )
     EXPECT_FALSE( mInterface.IsOpened() );
 }
 
-TEST_F( ClosingTest, ForgetsTheConfigurationAlsoWhereNothingIsOpen )
+TEST_F( ClosingTest, ResetsTheConfigurationEvenIfNothingIsOpen )
 {
     SetResponseTime( mInterface, 77 );
     EXPECT_TRUE( mInterface.Close().IsOK() );
@@ -1107,7 +1107,7 @@ TEST_F( ClosingTest, IsDoneByTheDestructor )
     EXPECT_TRUE( mDevice->IsDriverBound() );
 }
 
-TEST_F( ClosingTest, FromAnotherThreadEndsATalkAtOnce )
+TEST_F( ClosingTest, FromAnotherThreadEndsATransferAtOnce )
 {
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
@@ -1124,7 +1124,7 @@ TEST_F( ClosingTest, FromAnotherThreadEndsATalkAtOnce )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( ClosingTest, IsWaitedForByAnOpeningOfTheSameDevice )
+TEST_F( ClosingTest, IsAwaitedByAnOpenOfTheSameDevice )
 {
     OpenDevice();
     mDevice->HoldReleases();
@@ -1152,7 +1152,7 @@ TEST_F( ClosingTest, IsWaitedForByAnOpeningOfTheSameDevice )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-TEST_F( ClosingTest, LetsNoTalkBeginThatWaitedForItsTurn )
+TEST_F( ClosingTest, PreventsAWaitingCallFromStarting )
 {
     OpenDevice();
     SetResponseTime( mInterface, 5000 );
@@ -1206,7 +1206,7 @@ TEST_F( ClosingTest, EndsPendingWaitsToo )
     lCloser.join();
 }
 
-TEST_F( ClosingTest, AndOpeningBesideTalksHarmsNobody )
+TEST_F( ClosingTest, AndOpeningDuringTransfersIsSafe )
 {
     std::atomic<bool> lIsDone{ false };
     std::atomic<int> lOdd{ 0 };
@@ -1247,7 +1247,7 @@ TEST_F( ClosingTest, AndOpeningBesideTalksHarmsNobody )
     EXPECT_EQ( 0, lOdd.load() );
 }
 
-TEST_F( JudgeTest, ADissectorReadsTheTalkFieldByField )
+TEST_F( JudgeTest, ADissectorDecodesEveryFieldOfTheExchange )
 {
     OpenDevice();
     mDevice->Inject( { Kind::PENDING, 1000, 1, 1 } );

@@ -21,7 +21,7 @@ using TestSupport::VirtualUsbBus;
 using WdTransportLayerLib::U3V::DeviceEnumerator;
 using WdTransportLayerLib::U3V::DeviceInfo;
 
-TEST( DeviceEnumerator, ListsNothingOnABusWithAHubAlone )
+TEST( DeviceEnumerator, ListsNothingOnABusWithOnlyAHub )
 {
     VirtualUsbBus lBus;
     std::vector<DeviceInfo> lDevices( 1 );
@@ -29,7 +29,7 @@ TEST( DeviceEnumerator, ListsNothingOnABusWithAHubAlone )
     EXPECT_TRUE( lDevices.empty() );
 }
 
-TEST( DeviceEnumerator, TellsAllThatADeviceTellsOfItself )
+TEST( DeviceEnumerator, ListsAllInformationOfADevice )
 {
     VirtualUsbBus lBus;
     ConfigurationU3V lConfiguration;
@@ -90,7 +90,7 @@ TEST( DeviceEnumerator, OrdersDevicesByPortsAndNamesHubsInThePath )
     EXPECT_EQ( "1-10", lDevices[2].mPath );
 }
 
-TEST( DeviceEnumerator, LeavesOutWhatADeviceDoesNotTell )
+TEST( DeviceEnumerator, LeavesMissingInformationEmpty )
 {
     VirtualUsbBus lBus;
     ConfigurationU3V lConfiguration;

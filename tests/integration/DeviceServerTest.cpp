@@ -108,7 +108,7 @@ TEST( DeviceServer, AnswersFromTheAddressAndPortItSays )
     EXPECT_EQ( lFrom.mPort, lHost.mSocket.GetLocalPort() );
 }
 
-TEST( DeviceServer, TheLongestDatagramComesWhole )
+TEST( DeviceServer, TheLongestDatagramIsReceivedWhole )
 {
     Echo lEcho;
     DeviceServer lServer( lEcho.GetCore() );
@@ -189,7 +189,7 @@ TEST( DeviceServer, ADelayedRequestReachesTheDeviceLater )
     EXPECT_GE( Thread::GetTickCount() - lStart, 100 );
 }
 
-TEST( DeviceServer, StopEndsTheWaitAtOnceAndItCanBeOpenedAgain )
+TEST( DeviceServer, StopEndsTheWaitAtOnceAndTheServerCanBeOpenedAgain )
 {
     Echo lEcho;
     DeviceServer lServer( lEcho.GetCore() );
@@ -227,7 +227,7 @@ TEST( DeviceServer, RunsInTheThreadOfItsCallerUntilAnotherStopsIt )
     lUser.join();
 }
 
-TEST( DeviceServer, APortThatIsTakenIsTold )
+TEST( DeviceServer, APortThatIsInUseIsReported )
 {
     Echo lEcho;
     DeviceServer lServer( lEcho.GetCore() );
@@ -243,7 +243,7 @@ TEST( DeviceServer, APortThatIsTakenIsTold )
 
 // A datagram to another address of the machine comes in by the socket for broadcasts, as a
 // broadcast does; the answer leaves from the device's own address.
-TEST( DeviceServer, WhatTheSecondSocketHearsIsFilteredAndAnsweredFromTheFirst )
+TEST( DeviceServer, RequestsToTheSecondSocketAreFilteredAndAnsweredFromTheFirst )
 {
     Echo lEcho;
     DeviceServer lServer( lEcho.GetCore() );
@@ -270,7 +270,7 @@ TEST( DeviceServer, WhatTheSecondSocketHearsIsFilteredAndAnsweredFromTheFirst )
     EXPECT_EQ( lHost.Receive(), "own address" ); // not filtered
 }
 
-TEST( DeviceServer, TheCoreRestsDuringAccess )
+TEST( DeviceServer, TheCoreIsNotRunDuringAccess )
 {
     Echo lEcho;
     DeviceServer lServer( lEcho.GetCore() );

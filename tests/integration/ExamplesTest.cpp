@@ -108,7 +108,7 @@ const std::string ADDRESS( "O\x04\x00\x00\x80\x00", 6 );
 
 } // namespace
 
-TEST( Examples, WrongArgumentsGetASentenceAboutTheRightOnes )
+TEST( Examples, WrongArgumentsPrintTheUsage )
 {
     const std::string lLongName( 1016, 'n' );
     const std::vector<std::pair<std::string, Arguments>> lCalls = {
@@ -157,7 +157,7 @@ TEST_F( GevExamples, ReadRegisterPrintsTheValue )
     EXPECT_EQ( lOutcome.mOutput, "0x00000934 = 0xF8000023\n" );
 }
 
-TEST_F( GevExamples, ReadRegisterSaysWhyTheDeviceRefuses )
+TEST_F( GevExamples, ReadRegisterReportsWhyTheDeviceRefuses )
 {
     Serve();
     const Outcome lOutcome = RunExample( "ReadRegister", { HOST, "0xFFFFFFFC" } );
@@ -168,7 +168,7 @@ TEST_F( GevExamples, ReadRegisterSaysWhyTheDeviceRefuses )
 }
 
 // Nobody listens there, and the system tells at once.
-TEST_F( GevExamples, WithoutADeviceTheyGiveTheSystemsReason )
+TEST_F( GevExamples, WithoutADeviceTheyReportTheSystemError )
 {
     const std::vector<std::pair<std::string, Arguments>> lCalls = {
         { "ReadRegister", { HOST, "0" } }, { "PrintCapabilities", { HOST } },
@@ -207,7 +207,7 @@ TEST_F( GevExamples, PrintCapabilitiesShowsTheRecord )
                                  "  IEEE 1588              no\n" );
 }
 
-TEST_F( GevExamples, ObserveTransfersSeesWhatSucceeds )
+TEST_F( GevExamples, ObserveTransfersSeesSuccessfulTransfers )
 {
     Serve();
     const Outcome lOutcome = RunExample( "ObserveTransfers", { HOST } );
@@ -242,7 +242,7 @@ TEST_F( GevExamples, LogSinkPrintsWhatTheLibraryLogs )
     EXPECT_THAT( lOutcome.mOutput, EndsWith( " messages tell of something wrong\n" ) );
 }
 
-TEST_F( GevExamples, LogSinkCountsWhatIsSerious )
+TEST_F( GevExamples, LogSinkCountsSeriousMessages )
 {
     Serve();
     mDevice->mServer.Access( [&] { mDevice->mDevice.SetSilent( 0x0000 ); } );
@@ -260,7 +260,7 @@ TEST_F( GevExamples, LogSinkCountsWhatIsSerious )
                "LogSink: cannot read 127.0.0.1: TIMEOUT: Command link operation failure\n" );
 }
 
-TEST_F( GevExamples, OwnLinkHasItsOwnPatience )
+TEST_F( GevExamples, OwnLinkHasItsOwnTimeOutAndRetries )
 {
     Simulators::ConfigurationGEV lConfiguration;
     lConfiguration.mPending.mTimes = 2;
@@ -307,7 +307,7 @@ TEST_F( TftpExample, UploadFirmwareShowsWarnings )
                                 "1536 of 2000 bytes\n" );
 }
 
-TEST_F( TftpExample, UploadFirmwareEndsInTheDevicesWords )
+TEST_F( TftpExample, UploadFirmwareFailsWithTheDevicesMessage )
 {
     Disturb( Trouble::ERROR_PACKET, 1, 1 );
     const Outcome lOutcome = RunProgram( MakeUpload( MakeFile( std::string( 2000, 'a' ) ) ) );
@@ -331,7 +331,7 @@ TEST_F( TftpExample, CtrlCAbortsUploadFirmware )
                                               "UploadFirmware: not sent: ABORTED: \n" ) );
 }
 
-TEST_F( TftpExample, UploadFirmwareSendsNoFileThatItCannotRead )
+TEST_F( TftpExample, UploadFirmwareDoesNotSendAnUnreadableFile )
 {
     for ( const std::string& lPath : { mFolder.GetPath( "none" ), mFolder.GetPath() } )
     {
@@ -361,7 +361,7 @@ TEST_F( PayloadExample, BuildIdentificationTakesTheLongestName )
     EXPECT_EQ( ReadWholeFile( mFolder.GetPath( "id.dfw" ) ), TARGET + VERSION + "I\xFF" + lName );
 }
 
-TEST_F( PayloadExample, BuildIdentificationMakesNoPayloadThatIsNotWhole )
+TEST_F( PayloadExample, BuildIdentificationLeavesNoPartialPayload )
 {
     for ( const std::string& lFirmware : { TARGET, VERSION, ADDRESS } )
     {
@@ -374,7 +374,7 @@ TEST_F( PayloadExample, BuildIdentificationMakesNoPayloadThatIsNotWhole )
     }
 }
 
-TEST_F( PayloadExample, BuildIdentificationSaysWhichFileFails )
+TEST_F( PayloadExample, BuildIdentificationReportsWhichFileFails )
 {
     const std::string lNone = mFolder.GetPath( "none" );
     const Outcome lUnread = RunExample( "BuildIdentification", { lNone, "camera1", lNone } );

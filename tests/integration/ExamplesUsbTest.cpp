@@ -67,7 +67,7 @@ TEST( UsbDeviceExample, TakesADeviceByPathOrByGuid )
     }
 }
 
-TEST( UsbDeviceExample, SaysThatADeviceIsNotThere )
+TEST( UsbDeviceExample, ReportsThatADeviceIsNotFound )
 {
     VirtualUsbBus lBus;
     EXPECT_EQ( RunExample( "UsbDevice", {} ).mStatus, 1 );
@@ -78,7 +78,7 @@ TEST( UsbDeviceExample, SaysThatADeviceIsNotThere )
     EXPECT_EQ( lOutcome.mError, "UsbDevice: GENERIC_ERROR: there is no such USB3 Vision device\n" );
 }
 
-TEST( UsbDeviceExample, WrongArgumentsGetASentenceAboutTheRightOnes )
+TEST( UsbDeviceExample, WrongArgumentsPrintTheUsage )
 {
     const Outcome lOutcome = RunExample( "UsbDevice", { "1-1", "1-2" } );
     EXPECT_EQ( lOutcome.mStatus, 2 );

@@ -58,7 +58,7 @@ void RunTogether( const std::function<void( unsigned int )>& aReporter,
 }
 
 // All reports fall into the slot of the second one, so that none may be lost.
-TEST( StatsThreads, LoseNoReport )
+TEST( StatsThreads, CountEveryReport )
 {
     InstantStats lStats;
     lStats.Report( 0, 0, false );

@@ -101,7 +101,7 @@ constexpr long long WIDTH = 0x0100; // a register of the fake camera's own
 
 } // namespace
 
-TEST_F( FakeCamera, GivesItsTextsAndRegisters )
+TEST_F( FakeCamera, ReturnsItsTextsAndRegisters )
 {
     EXPECT_EQ( "Aravis", ReadText( 0x0048, 32 ) );
     EXPECT_EQ( "Fake", ReadText( 0x0068, 32 ) );
@@ -128,7 +128,7 @@ TEST_F( FakeCamera, KeepsWhatIsWrittenToARegisterAndToMemory )
     WriteRegister( 0, CONTROL );
 }
 
-TEST_F( FakeCamera, ARecordOfItSaysWhatItsRegistersSay )
+TEST_F( FakeCamera, ItsCapabilityRecordMatchesItsRegisters )
 {
     const unsigned int lHigh = ReadRegister( 0x0008 );
     const unsigned int lLow = ReadRegister( 0x000C );
@@ -212,7 +212,7 @@ TEST_F( FakeCamera, AWriteThatIsIgnoredEndsAsATimeOut )
     EXPECT_EQ( 1, lOther.GetRetriesCount() );
 }
 
-TEST_F( Judges, ADissectorFindsTheVeryFieldsThatWereAskedForInOurCommands )
+TEST_F( Judges, ADissectorFindsTheExpectedFieldsInOurCommands )
 {
     PacketCapture lCapture;
     ASSERT_EQ( "", lCapture.GetProblem() );

@@ -149,7 +149,7 @@ TEST( LinkOverLoopback, AWriteWithoutAcknowledgeArrivesAndIsNotAnswered )
     EXPECT_EQ( 2U, lAnswers ) << "to the write of control and to the read";
 }
 
-TEST( LinkOverLoopback, TellsInWordsWhyTheDeviceRefused )
+TEST( LinkOverLoopback, DescribesWhyTheDeviceRefused )
 {
     LoopbackDevice lDevice;
     LoopbackSocket lFirst( lDevice.GetPort() );
@@ -300,7 +300,7 @@ TEST( LinkOverLoopback, ClosingTheSocketEndsAWaitingTransactionAtOnce )
     lOwner.join();
 }
 
-TEST( LinkOverLoopback, TellsThatNobodyListens )
+TEST( LinkOverLoopback, ReportsThatNoProgramListens )
 {
     unsigned short lPort = 0;
     {
@@ -316,7 +316,7 @@ TEST( LinkOverLoopback, TellsThatNobodyListens )
 }
 
 // Every proper prefix of a good acknowledge comes first, the good one at once behind it.
-TEST( LinkOverLoopback, EveryTruncatedAnswerIsDroppedAndTheGoodOneTaken )
+TEST( LinkOverLoopback, EveryTruncatedAnswerIsDroppedAndTheCompleteOneAccepted )
 {
     std::atomic<size_t> lPrefix{ 0 };
     CannedDevice lDevice(
@@ -349,7 +349,7 @@ TEST( LinkOverLoopback, EveryTruncatedAnswerIsDroppedAndTheGoodOneTaken )
     EXPECT_EQ( 0, lLink.GetRetriesCount() );
 }
 
-TEST( LinkOverLoopback, SilenceOfTheHolderFreesADevice )
+TEST( LinkOverLoopback, ControlIsFreedAfterSilenceOfItsHolder )
 {
     ConfigurationGEV lConfiguration;
     lConfiguration.mHeartbeatTimeoutMs = 1500;

@@ -83,7 +83,7 @@ int ReadMany( PatientLink& aLink, unsigned int aFirst, unsigned int aCount )
     return lGood;
 }
 
-TEST( LinkThreads, NeverHaveTwoRequestsOfOneLinkOutstanding )
+TEST( LinkThreads, NeverHaveTwoOutstandingRequestsOnOneLink )
 {
     constexpr unsigned int READS = 40;
     std::atomic<int> lInterleaved{ 0 };
@@ -266,7 +266,7 @@ bool AssignsAheadOfARead()
     return lIsAhead;
 }
 
-TEST( LinkThreads, WhoWaitedForTheMutexBeforeAnAssignmentTakesTheOneAfterIt )
+TEST( LinkThreads, AThreadThatWaitsDuringAnAssignmentTakesTheNewMutex )
 {
     bool lIsAhead = false;
     for ( int lRound = 0; lRound < 50 && !lIsAhead; ++lRound )
@@ -301,7 +301,7 @@ private:
     const std::future<void> mDone;
 };
 
-TEST( LinkThreads, WhoHoldsTheMutexOfALinkStillHoldsItAfterAssigningToIt )
+TEST( LinkThreads, AThreadThatHoldsTheMutexOfALinkStillHoldsItAfterAssigning )
 {
     PatientLink lSource( nullptr );
     PatientLink lLink( nullptr );
@@ -445,7 +445,7 @@ TEST( LinkThreads, RunDifferentLinksAtTheSameTime )
     EXPECT_EQ( lMet, 2 );
 }
 
-TEST( LinkThreads, ReadTheirOwnValuesBesideEachOther )
+TEST( LinkThreads, ReadTheirOwnValuesAtTheSameTime )
 {
     constexpr unsigned int READS = 300;
     const CannedResponder lResponderOne( AnswerOnce );

@@ -24,7 +24,7 @@ TEST( ModulePath, IsTheWholePathOfTheFile )
     EXPECT_EQ( HtBaseLib::GetPathSeparator(), '/' );
 }
 
-TEST( ModulePath, IsCutToTheBuffer )
+TEST( ModulePath, IsTruncatedToTheBuffer )
 {
     const auto lWhole = static_cast<unsigned int>( PROGRAM.size() );
     for ( const unsigned int lSize : { 0U, 1U, lWhole - 1, lWhole } )

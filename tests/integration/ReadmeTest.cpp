@@ -4,7 +4,7 @@
 #include "tests/support/LoopbackDevice.h"
 #include "tests/support/NetworkNamespace.h"
 
-TEST( Readme, ItsProgramReadsARegister )
+TEST( Readme, ProgramReadsARegister )
 {
     const std::string lReason = TestSupport::EnterNetworkNamespace();
     if ( !lReason.empty() )

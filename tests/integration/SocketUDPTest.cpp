@@ -234,7 +234,7 @@ void ExpectEverythingNotConnected( SocketUDP& aSocket )
 
 } // namespace
 
-TEST( SocketUDP, OnAClosedSocketEverythingIsNotConnected )
+TEST( SocketUDP, OnAClosedSocketEveryCallReturnsNotConnected )
 {
     SocketUDP lSocket;
     ExpectEverythingNotConnected( lSocket );
@@ -259,7 +259,7 @@ TEST( SocketUDP, AClosedSocketCountsAsReadable )
     EXPECT_EQ( lIndex, 1U );
 }
 
-TEST( SocketUDP, OpenBindsToWhatIsAskedFor )
+TEST( SocketUDP, OpenBindsToTheGivenAddressAndPort )
 {
     SocketUDP lChosen;
     ASSERT_TRUE( lChosen.Open( &LOOPBACK ).IsOK() );
@@ -277,7 +277,7 @@ TEST( SocketUDP, OpenBindsToWhatIsAskedFor )
     EXPECT_EQ( lGiven.GetLocalPort(), lPort );
 }
 
-TEST( SocketUDP, OpenTellsWhyItFailed )
+TEST( SocketUDP, OpenReportsWhyItFailed )
 {
     SocketUDP lFirst;
     ASSERT_TRUE( lFirst.Open( &LOOPBACK ).IsOK() );
@@ -383,7 +383,7 @@ TEST_F( SocketPair, DatagramsOfEverySizeArriveWhole )
     }
 }
 
-TEST_F( SocketPair, ADatagramOfNothingArrives )
+TEST_F( SocketPair, AnEmptyDatagramArrives )
 {
     ASSERT_TRUE( mHost.Send( nullptr, 0 ).IsOK() );
     ASSERT_TRUE( SendText( mHost, "next" ).IsOK() );
@@ -396,7 +396,7 @@ TEST_F( SocketPair, ADatagramOfNothingArrives )
     EXPECT_EQ( ReceiveText( mDevice ), "next" );
 }
 
-TEST_F( SocketPair, ADatagramIsCutToTheBuffer )
+TEST_F( SocketPair, ADatagramIsTruncatedToTheBuffer )
 {
     ASSERT_TRUE( SendText( mHost, "0123456789" ).IsOK() );
     ASSERT_TRUE( SendText( mHost, "unheard" ).IsOK() );
@@ -412,7 +412,7 @@ TEST_F( SocketPair, ADatagramIsCutToTheBuffer )
     EXPECT_EQ( ReceiveText( mDevice ), "next" );
 }
 
-TEST_F( SocketPair, ImpossibleLengthsAreRefused )
+TEST_F( SocketPair, InvalidLengthsAreRefused )
 {
     ExpectSystemError( mHost.Send( "x", -1 ), EINVAL );
     ExpectSystemError( mHost.SendTo( "x", -1, LOOPBACK, mDevice.GetLocalPort() ), EINVAL );
@@ -425,7 +425,7 @@ TEST_F( SocketPair, ImpossibleLengthsAreRefused )
     EXPECT_EQ( lReceived, -77 );
 }
 
-TEST_F( SocketPair, ReceiveFromTellsTheSender )
+TEST_F( SocketPair, ReceiveFromReportsTheSender )
 {
     SocketUDP lListener;
     ASSERT_TRUE( lListener.Open( &LOOPBACK ).IsOK() );
@@ -450,7 +450,7 @@ TEST_F( SocketPair, ReceiveFromTellsTheSender )
     EXPECT_EQ( lPort, lElsewhere.GetLocalPort() );
 }
 
-TEST_F( SocketPair, AConnectedSocketHearsItsPeerOnly )
+TEST_F( SocketPair, AConnectedSocketReceivesOnlyFromItsPeer )
 {
     SocketUDP lStranger;
     ASSERT_TRUE( lStranger.Open( &LOOPBACK ).IsOK() );
@@ -460,7 +460,7 @@ TEST_F( SocketPair, AConnectedSocketHearsItsPeerOnly )
     EXPECT_TRUE( IsSilent( mHost ) );
 }
 
-TEST_F( SocketPair, ConnectDropsWhatHadArrivedBefore )
+TEST_F( SocketPair, ConnectDropsDatagramsThatArrivedBefore )
 {
     SocketUDP lSocket;
     SocketUDP lStranger;
@@ -481,7 +481,7 @@ TEST_F( SocketPair, ConnectDropsWhatHadArrivedBefore )
     EXPECT_TRUE( IsSilent( lSocket ) );
 }
 
-TEST_F( SocketPair, ConnectDropsWhatAnEarlierPeerHasLeft )
+TEST_F( SocketPair, ConnectDropsDatagramsOfAnEarlierPeer )
 {
     SocketUDP lSocket;
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
@@ -540,7 +540,7 @@ TEST_F( SocketPair, AReceiveWaitsAsLongAsItsTimeOut )
     EXPECT_EQ( lByte, 'x' );
 }
 
-TEST_F( SocketPair, AShorterTimeOutTakesThePlaceOfALongerOne )
+TEST_F( SocketPair, AShorterTimeOutReplacesALongerOne )
 {
     ASSERT_TRUE( SendText( mDevice, "there" ).IsOK() );
     EXPECT_EQ( ReceiveText( mHost ), "there" ); // with the long one
@@ -562,7 +562,7 @@ TEST_F( SocketPair, AReceiveEndsWhenSomethingArrives )
 }
 
 // Many waits of different length, since the last signal of a wait has to fall close to its end.
-TEST_F( SocketPair, SignalsShortenNoReceive )
+TEST_F( SocketPair, SignalsDoNotShortenAReceive )
 {
     char lByte = 'x';
     int lReceived = -77;
@@ -581,7 +581,7 @@ TEST_F( SocketPair, SignalsShortenNoReceive )
     EXPECT_EQ( lByte, 'x' );
 }
 
-TEST_F( SocketPair, SignalsShortenNoSelect )
+TEST_F( SocketPair, SignalsDoNotShortenASelect )
 {
     constexpr unsigned int TIMEOUT = 250;
     SocketUDP* lSockets[] = { &mHost };
@@ -596,7 +596,7 @@ TEST_F( SocketPair, SignalsShortenNoSelect )
 }
 
 // Another thread that receives on the socket waits as long as it was told.
-TEST( SocketUDP, SignalsChangeNoTimeOutOfTheSocket )
+TEST( SocketUDP, SignalsDoNotChangeTheSocketsTimeOut )
 {
     constexpr unsigned int TIMEOUT = 100;
     SocketUDP lSocket;
@@ -608,7 +608,7 @@ TEST( SocketUDP, SignalsChangeNoTimeOutOfTheSocket )
     EXPECT_EQ( GetTimeoutOfTheSystem(), TIMEOUT );
 }
 
-TEST_F( SocketPair, AReceiveThatASignalHasCutTakesWhatComes )
+TEST_F( SocketPair, AnInterruptedReceiveTakesTheNextDatagram )
 {
     gSignals = 0; // the sender counts on it, so before it starts
     std::thread lSender(
@@ -654,7 +654,7 @@ TEST_F( SocketPair, DatagramsPassThroughSignals )
     lEcho.join();
 }
 
-TEST( SocketUDP, AReceiveTellsThatNobodyListens )
+TEST( SocketUDP, AReceiveReportsThatNoProgramListens )
 {
     SocketUDP lSocket;
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
@@ -669,7 +669,7 @@ TEST( SocketUDP, AReceiveTellsThatNobodyListens )
     EXPECT_EQ( lSocket.Receive( &lByte, 1, lReceived ).GetCode(), Result::TIMEOUT ); // told once
 }
 
-TEST( SocketUDP, ASendIsRepeatedWhenAnEarlierOneFoundNobody )
+TEST( SocketUDP, ASendIsRepeatedAfterThePendingErrorOfAnEarlierOne )
 {
     const unsigned short lPort = GetDeadPort();
     SocketUDP lSocket;
@@ -745,7 +745,7 @@ TEST( SocketUDP, SelectFindsTheFirstOfMany )
 }
 
 // What a process that may open nothing more can still do with its sockets: poll refuses.
-TEST_F( SocketPair, AFailedPollIsToldByTheFirstSocketsNextReceive )
+TEST_F( SocketPair, AFailedPollIsReportedByTheFirstSocketsNextReceive )
 {
     const auto lSelectInVain = [this]
     {
@@ -787,7 +787,7 @@ TEST_F( SocketPair, AFailedPollIsToldByTheFirstSocketsNextReceive )
         testing::ExitedWithCode( 0 ), "wrong: nothing" );
 }
 
-TEST_F( SocketPair, ASocketOpenedAnewHasForgottenAFailedPoll )
+TEST_F( SocketPair, ReopeningASocketClearsAFailedPoll )
 {
     const auto lReopen = [this]
     {
@@ -808,7 +808,7 @@ TEST_F( SocketPair, ASocketOpenedAnewHasForgottenAFailedPoll )
     EXPECT_EXIT( _exit( lReopen() ? 0 : 1 ), testing::ExitedWithCode( 0 ), "" );
 }
 
-TEST( SocketUDP, ASelectWithoutMemoryIsToldByTheFirstSocketsNextReceive )
+TEST( SocketUDP, ASelectWithoutMemoryIsReportedByTheFirstSocketsNextReceive )
 {
     constexpr unsigned int MANY = 40;
     std::vector<SocketUDP> lOwned( MANY );
@@ -900,7 +900,7 @@ long long CloseBeside( SocketUDP& aSocket, const std::vector<std::function<void(
         } );
 }
 
-TEST( SocketUDP, CloseWakesEveryWaiter )
+TEST( SocketUDP, CloseWakesEveryWaitingThread )
 {
     for ( const bool lConnected : { false, true } )
     {
@@ -943,7 +943,7 @@ TEST( SocketUDP, CloseWakesEveryWaiter )
 }
 
 // Whatever runs while the socket is closed ends with NOT_CONNECTED, and gives back its descriptor.
-TEST( SocketUDP, CloseMayRunBesideEveryOperation )
+TEST( SocketUDP, CloseMayRunDuringEveryOperation )
 {
     SocketUDP lPeer;
     ASSERT_TRUE( lPeer.Open( &LOOPBACK ).IsOK() );
@@ -1004,7 +1004,7 @@ TEST( SocketUDP, CloseMayRunBesideEveryOperation )
 }
 
 // Whoever counts what could not be sent must not count what was only followed by a close.
-TEST( SocketUDP, ASendThatHasLeftIsOkAlsoWhenACloseFollowsAtOnce )
+TEST( SocketUDP, ACompletedSendIsOkEvenIfACloseFollowsAtOnce )
 {
     constexpr int ROUNDS = 1000;
     constexpr int SENDS_MAX = 50; // so that the peer has room for all of a round
@@ -1041,7 +1041,7 @@ TEST( SocketUDP, ASendThatHasLeftIsOkAlsoWhenACloseFollowsAtOnce )
 }
 
 // A number that is given back may be the next socket's. Who still waits must not hear that one.
-TEST( SocketUDP, NobodyUsesANumberThatHasANewOwner )
+TEST( SocketUDP, NoOperationUsesAReusedDescriptor )
 {
     SocketUDP lSender;
     ASSERT_TRUE( lSender.Open( &LOOPBACK ).IsOK() );
@@ -1077,7 +1077,7 @@ TEST( SocketUDP, NobodyUsesANumberThatHasANewOwner )
     EXPECT_EQ( lStolen, 0 );
 }
 
-TEST( SocketUDP, DestructionGivesTheDescriptorBack )
+TEST( SocketUDP, DestructionReleasesTheDescriptor )
 {
     const std::size_t lDescriptors = CountDescriptors();
     unsigned short lPort = 0;

@@ -193,7 +193,7 @@ TEST_F( TftpLoopback, FirstBlockIsFetched )
     EXPECT_TRUE( std::equal( lBuffer.begin(), lBuffer.begin() + 512, lContent.begin() ) );
 }
 
-TEST_F( TftpLoopback, UploadsOverABadLineArriveWholeOrFailClearly )
+TEST_F( TftpLoopback, UploadsOverABadNetworkArriveWholeOrFailClearly )
 {
     for ( unsigned int lSeed = 1; lSeed <= 5; ++lSeed )
     {
@@ -219,7 +219,7 @@ TEST_F( TftpLoopback, UploadsOverABadLineArriveWholeOrFailClearly )
     }
 }
 
-TEST_F( TftpLoopback, WatchersSeeSoundValuesDuringTransfers )
+TEST_F( TftpLoopback, OtherThreadsSeeValidValuesDuringTransfers )
 {
     LoopbackTftpServer lServer;
     ASSERT_TRUE( lServer.GetOpened().IsOK() );

@@ -165,7 +165,7 @@ void ExpectMissingMemoryOrFailure( const AnyResult& aResult )
 
 } // namespace
 
-TEST_F( TftpMemory, EveryTransferEndsForItsCallerAndForWhoWatches )
+TEST_F( TftpMemory, EveryTransferEndsForItsCallerAndForOtherThreads )
 {
     for ( const Transfer& lTransfer : TRANSFERS )
     {
@@ -196,7 +196,7 @@ TEST_F( TftpMemory, EveryTransferEndsForItsCallerAndForWhoWatches )
     }
 }
 
-TEST_F( TftpMemory, FailureKeepsItsCodeAndGoesWithoutItsText )
+TEST_F( TftpMemory, FailureKeepsItsCodeWithoutItsText )
 {
     Disturb( VirtualTftpServer::Trouble::ERROR_PACKET, VirtualTftpServer::FOR_EVER );
     for ( const Transfer& lTransfer : TRANSFERS )
@@ -257,7 +257,7 @@ TEST_F( TftpMemory, InitWithoutMemoryChangesNothing )
     EXPECT_TRUE( mServer->GetFile( lOther ).empty() );
 }
 
-TEST_F( TftpMemory, PublicClientTellsItTheSameWay )
+TEST_F( TftpMemory, PublicClientReportsMissingMemoryTheSameWay )
 {
     Disturb( VirtualTftpServer::Trouble::ERROR_PACKET, VirtualTftpServer::FOR_EVER );
     EXPECT_EQ( GetText( Result() ), "" ); // whatever the first look at a description sets up
@@ -309,7 +309,7 @@ TEST_F( TftpMemory, PublicClientRefusesAnAddressWithoutMemoryForTheText )
         } );
 }
 
-TEST_F( TftpMemory, PublicClientTellsThatAWarningCannotBeHandedOut )
+TEST_F( TftpMemory, PublicClientReportsThatAWarningCannotBeReturned )
 {
     HtTftpClient lClient;
     HtString lText;
@@ -344,7 +344,7 @@ TEST_F( TftpMemory, PublicClientTellsThatAWarningCannotBeHandedOut )
     EXPECT_GT( lMissing, 0 );
 }
 
-TEST_F( TftpMemory, ConstructorThrowsAndLeavesNothingBehind )
+TEST_F( TftpMemory, ConstructorThrowsAndLeaksNothing )
 {
     const long long lLive = GetLiveAllocationCount();
     const auto lThrows = []

@@ -240,7 +240,7 @@ TEST_P( UploadServer, StoresFilesOfEverySizeAroundABlock )
     }
 }
 
-TEST_P( UploadServer, StoresTheMostThatNeedsNoSecondRoundOfNumbers )
+TEST_P( UploadServer, StoresTheLargestFileWhoseBlockNumbersDoNotWrap )
 {
     START_OR_SKIP( GetParam() );
     ExpectUpload( 65534 * 512 + 17 );
@@ -300,7 +300,7 @@ TEST_P( UploadServer, UploadAllocatesTheSameWhateverItsSize )
     EXPECT_LT( lFew, 10U );
 }
 
-TEST_P( DownloadServer, GivesTheFirstBlock )
+TEST_P( DownloadServer, SendsTheFirstBlock )
 {
     START_OR_SKIP( GetParam() );
     for ( const std::size_t lSize : { 0U, 1U, 511U, 512U, 513U, 2000U } )
@@ -309,7 +309,7 @@ TEST_P( DownloadServer, GivesTheFirstBlock )
     }
 }
 
-TEST_P( DownloadServer, TellsThatAFileIsMissing )
+TEST_P( DownloadServer, ReportsThatAFileIsMissing )
 {
     START_OR_SKIP( GetParam() );
     ASSERT_TRUE( mClient.Init( "127.0.0.1", "missing.bin" ).IsOK() );
@@ -322,7 +322,7 @@ TEST_P( DownloadServer, TellsThatAFileIsMissing )
 }
 
 // An independent dissector finds every field where it should be.
-TEST_F( JudgedTftp, DissectorUnderstandsEveryPacket )
+TEST_F( JudgedTftp, DissectorDecodesEveryPacket )
 {
     const std::string lNoNetwork = TestSupport::EnterNetworkNamespace(); // nobody else's packets
     if ( !lNoNetwork.empty() )

@@ -193,7 +193,7 @@ TEST_F( UsbAllocation, OpenOfAnotherDeviceLeavesTheFirstOpen )
 }
 
 // The result of a search that has ended goes without its text then.
-TEST_F( UsbAllocation, OpenTellsThatADeviceIsNotThereWithoutWords )
+TEST_F( UsbAllocation, OpenReportsAMissingDeviceWithoutText )
 {
     String lPaths[] = { "1-1", "", "1-9" };
     for ( String& lPath : lPaths )
@@ -221,7 +221,7 @@ TEST_F( UsbAllocation, OpenTellsThatADeviceIsNotThereWithoutWords )
     }
 }
 
-TEST_F( UsbAllocation, ACommandIsNotSentWhereItsAnswerHasNoPlace )
+TEST_F( UsbAllocation, ACommandIsNotSentIfItsAnswerCannotBeStored )
 {
     const LeakCheck lCheck;
     unsigned int lFailures = 0;
@@ -250,7 +250,7 @@ TEST_F( UsbAllocation, ACommandIsNotSentWhereItsAnswerHasNoPlace )
     EXPECT_EQ( 2U, lFailures ); // of the command and of the acknowledge
 }
 
-TEST_F( UsbAllocation, TheCommandsInFrontOfItAreAnswered )
+TEST_F( UsbAllocation, TheCommandsBeforeItAreAnswered )
 {
     DeviceControlInterface lInterface;
     ASSERT_TRUE( Open( lInterface ).IsOK() );
@@ -276,7 +276,7 @@ TEST_F( UsbAllocation, TheCommandsInFrontOfItAreAnswered )
                   { EXPECT_EQ( 0U, aSimulated.GetCounters().mSkippedIds ); } );
 }
 
-TEST_F( UsbAllocation, AFailureOfTheBusKeepsItsCodeAndGoesWithoutItsText )
+TEST_F( UsbAllocation, ABusErrorKeepsItsCodeWithoutItsText )
 {
     DeviceControlInterface lInterface;
     ASSERT_TRUE( Open( lInterface ).IsOK() );

@@ -24,7 +24,7 @@ TEST( AddressSpace, NumbersLieInTheByteOrderOfTheSpace )
                lLittle.Read( 0x100, 8 ) );
 }
 
-TEST( AddressSpace, WhatIsNotThereReadsAsZeroAndIsNotWritten )
+TEST( AddressSpace, UnmappedAddressesReadAsZeroAndAreNotWritten )
 {
     AddressSpace lSpace( ByteOrder::BIG );
     lSpace.Map( 0x100, { 1, 2 }, Access::READ_WRITE );
@@ -36,7 +36,7 @@ TEST( AddressSpace, WhatIsNotThereReadsAsZeroAndIsNotWritten )
     EXPECT_TRUE( lSpace.GetRegion( 0x101 ).empty() );
 }
 
-TEST( AddressSpace, AccessOfASpanIsTheLeastOfItsBytes )
+TEST( AddressSpace, AccessToASpanIsTheMostRestrictiveOfItsBytes )
 {
     AddressSpace lSpace( ByteOrder::LITTLE );
     lSpace.Map( 0x100, Bytes( 4 ), Access::READ_WRITE );
@@ -72,7 +72,7 @@ TEST( AddressSpace, ASpanEndsAtTheLastAddress )
     EXPECT_EQ( ( Bytes{ 1, 2 } ), lSpace.Read( 0, 2 ) );
 }
 
-TEST( AddressSpace, ATextIsCutAndFilledUpWithZeros )
+TEST( AddressSpace, ATextIsTruncatedAndPaddedWithZeros )
 {
     AddressSpace lSpace( ByteOrder::BIG );
     lSpace.Map( 0, Bytes( 6, 0xEE ), Access::READ_ONLY );

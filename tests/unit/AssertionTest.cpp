@@ -84,7 +84,7 @@ bool HandlerWasNotCalled( int aStatus )
     return !WIFEXITED( aStatus ) || WEXITSTATUS( aStatus ) != ASSERTED;
 }
 
-TEST_P( AssertionText, IsUnknownToAReleaseBuild )
+TEST_P( AssertionText, IsAbsentFromAReleaseBuild )
 {
     EXPECT_EXIT( Run( GetParam() ), HandlerWasNotCalled,
                  testing::Not( testing::HasSubstr( "asserted <" ) ) );

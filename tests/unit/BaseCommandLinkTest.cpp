@@ -296,12 +296,12 @@ TEST( BaseCommandLinkTable, KeepsTheOrderOfTheAbstractLink )
     BaseProbe::ExpectOrder();
 }
 
-TEST( BaseCommandLinkTable, HasTheAdditionsOfGigEVisionBehind )
+TEST( BaseCommandLinkTable, HasTheGigEVisionOperationsAtTheEnd )
 {
     ProbeGEV::ExpectOrder();
 }
 
-TEST( BaseCommandLinkTable, HoldsNothingElse )
+TEST( BaseCommandLinkTable, ContainsNothingElse )
 {
     ProbeGEV::ExpectNotVirtual();
     EXPECT_EQ( GetEntry( &ProbeSimple::Behind ), GetEntry( &ProbeGEV::Behind ) );

@@ -106,7 +106,7 @@ TEST_F( BaseCommandLinkU3VTest, AsksForTheMasterBeforeItOpens )
     EXPECT_EQ( mControl.GetOpenings().size(), 1U );
 }
 
-TEST_F( BaseCommandLinkU3VTest, HandsThePathOverByteForByte )
+TEST_F( BaseCommandLinkU3VTest, PassesThePathByteForByte )
 {
     const std::string lPath = "usb \xC3\xBC \xFF";
     ASSERT_TRUE( mLink.Open( GUID, lPath ).IsOK() );
@@ -114,7 +114,7 @@ TEST_F( BaseCommandLinkU3VTest, HandsThePathOverByteForByte )
     EXPECT_EQ( mLink.GetDevicePath(), lPath );
 }
 
-TEST_F( BaseCommandLinkU3VTest, TakesOverTheIdentityAndLeavesTheLimitsWhenOpened )
+TEST_F( BaseCommandLinkU3VTest, SetsTheIdentityAndKeepsTheLimitsWhenOpened )
 {
     const Result lResult = mLink.Open( GUID, PATH );
     ExpectResult( lResult, 0x0000 );
@@ -126,7 +126,7 @@ TEST_F( BaseCommandLinkU3VTest, TakesOverTheIdentityAndLeavesTheLimitsWhenOpened
     EXPECT_TRUE( mLink.GetDCI()->IsOpened() );
 }
 
-TEST_F( BaseCommandLinkU3VTest, ReturnsAFailureToOpenAsItIs )
+TEST_F( BaseCommandLinkU3VTest, ReturnsAFailureToOpenUnchanged )
 {
     mControl.ResultOfOpen( Result( 0x4000, EACCES, QmUtilsLib::String( "not allowed %s" ) ) );
     ExpectResult( mLink.Open( GUID, PATH ), 0x4000, EACCES, "not allowed %s" );
@@ -137,7 +137,7 @@ TEST_F( BaseCommandLinkU3VTest, ReturnsAFailureToOpenAsItIs )
     ExpectLog( {} );
 }
 
-TEST_F( BaseCommandLinkU3VTest, KeepsTheDeviceBeforeWhenItCannotOpenAnother )
+TEST_F( BaseCommandLinkU3VTest, KeepsTheEarlierDeviceIfItCannotOpenAnother )
 {
     Open();
     mControl.ResultOfOpen( Result( 0x4000, ENODEV ) );
@@ -181,7 +181,7 @@ TEST_F( BaseCommandLinkU3VTest, IsNotConnectedWithoutAPath )
 
 // Closing.
 
-TEST_F( BaseCommandLinkU3VTest, LeavesThePathWhenItCloses )
+TEST_F( BaseCommandLinkU3VTest, KeepsThePathWhenItCloses )
 {
     Open();
     ExpectResult( mLink.Close(), 0x0000 );
@@ -194,7 +194,7 @@ TEST_F( BaseCommandLinkU3VTest, LeavesThePathWhenItCloses )
     ExpectLog( {} );
 }
 
-TEST_F( BaseCommandLinkU3VTest, ClosesAlsoWhatWasNeverOpened )
+TEST_F( BaseCommandLinkU3VTest, CanBeClosedWithoutHavingBeenOpened )
 {
     ExpectResult( mLink.Close(), 0x0000 );
     EXPECT_EQ( mControl.GetCloseCount(), 1U );
@@ -202,7 +202,7 @@ TEST_F( BaseCommandLinkU3VTest, ClosesAlsoWhatWasNeverOpened )
     EXPECT_FALSE( mLink.IsConnected() );
 }
 
-TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceAlsoWhenItCannotBeClosed )
+TEST_F( BaseCommandLinkU3VTest, ForgetsTheDeviceEvenIfItCannotBeClosed )
 {
     Open();
     mControl.ResultOfClose( Result( 0x4000, EIO, QmUtilsLib::String( "stuck" ) ) );
@@ -241,7 +241,7 @@ TEST_F( BaseCommandLinkU3VTest, StaysWithoutLimitsWhenOpenedAfterAClose )
     ExpectLimits( mLink, 512, 256 );
 }
 
-TEST_F( BaseCommandLinkU3VTest, LeavesTheConnectionLostFlagToItsOwner )
+TEST_F( BaseCommandLinkU3VTest, DoesNotChangeTheConnectionLostFlag )
 {
     for ( const bool lIsLost : { false, true } )
     {
@@ -338,7 +338,7 @@ TEST_F( BaseCommandLinkU3VTest, AssigningTakesTheLimitsAndTheFlag )
     ExpectLimits( lCopy, 512, 256 );
 }
 
-TEST_F( BaseCommandLinkU3VTest, WhatAssigningReplacedGoesWithTheLink )
+TEST_F( BaseCommandLinkU3VTest, ObjectsReplacedByAssignmentAreFreedWithTheLink )
 {
     const unsigned int lInterfaces = ScriptedControl::GetInterfaceCount();
     {
@@ -356,7 +356,7 @@ TEST_F( BaseCommandLinkU3VTest, WhatAssigningReplacedGoesWithTheLink )
     EXPECT_EQ( ScriptedControl::GetInterfaceCount(), lInterfaces );
 }
 
-TEST_F( BaseCommandLinkU3VTest, SurvivesBeingAssignedToItself )
+TEST_F( BaseCommandLinkU3VTest, CanBeAssignedToItself )
 {
     Open();
     TestLinkU3V& lSame = mLink;
@@ -368,7 +368,7 @@ TEST_F( BaseCommandLinkU3VTest, SurvivesBeingAssignedToItself )
 
 // The end.
 
-TEST_F( BaseCommandLinkU3VTest, AlwaysClosesAtItsEnd )
+TEST_F( BaseCommandLinkU3VTest, AlwaysClosesOnDestruction )
 {
     const unsigned int lInterfaces = ScriptedControl::GetInterfaceCount();
     {
@@ -433,7 +433,7 @@ private:
     int& mCloses;
 };
 
-TEST_F( BaseCommandLinkU3VTest, ClosesAtItsEndByItsOwnClose )
+TEST_F( BaseCommandLinkU3VTest, ClosesOnDestructionWithItsOwnClose )
 {
     int lCloses = 0;
     {
@@ -444,7 +444,7 @@ TEST_F( BaseCommandLinkU3VTest, ClosesAtItsEndByItsOwnClose )
     EXPECT_EQ( mControl.GetCloseCount(), 1U );
 }
 
-TEST_F( BaseCommandLinkU3VTest, TheEndOfOneCopyClosesTheDeviceForTheOther )
+TEST_F( BaseCommandLinkU3VTest, DestroyingOneCopyClosesTheDeviceForTheOther )
 {
     const unsigned int lInterfaces = ScriptedControl::GetInterfaceCount();
     for ( const bool lSourceFirst : { false, true } )
@@ -470,7 +470,7 @@ TEST_F( BaseCommandLinkU3VTest, TheEndOfOneCopyClosesTheDeviceForTheOther )
     EXPECT_EQ( mControl.GetCloseCount(), 4U );
 }
 
-TEST_F( BaseCommandLinkU3VTest, AnAssignedLinkAndItsSourceMayEndInAnyOrder )
+TEST_F( BaseCommandLinkU3VTest, AnAssignedLinkAndItsSourceMayBeDestroyedInAnyOrder )
 {
     const unsigned int lInterfaces = ScriptedControl::GetInterfaceCount();
     for ( const bool lSourceFirst : { false, true } )
@@ -489,7 +489,7 @@ TEST_F( BaseCommandLinkU3VTest, AnAssignedLinkAndItsSourceMayEndInAnyOrder )
 
 // One command.
 
-TEST_F( BaseCommandLinkU3VTest, HandsOneCommandToTheControlInterface )
+TEST_F( BaseCommandLinkU3VTest, PassesOneCommandToTheControlInterface )
 {
     Open();
     const Bytes lReply = ReadMemAck( Pattern( 4 ) );
@@ -505,7 +505,7 @@ TEST_F( BaseCommandLinkU3VTest, HandsOneCommandToTheControlInterface )
     ExpectLog( {} );
 }
 
-TEST_F( BaseCommandLinkU3VTest, ReturnsAFailureOfTheControlInterfaceAsItIs )
+TEST_F( BaseCommandLinkU3VTest, ReturnsAFailureOfTheControlInterfaceUnchanged )
 {
     Open();
     mControl.Expect( Prefix( mCommand, 24 ) )
@@ -516,7 +516,7 @@ TEST_F( BaseCommandLinkU3VTest, ReturnsAFailureOfTheControlInterfaceAsItIs )
     ExpectLog( {} );
 }
 
-TEST_F( BaseCommandLinkU3VTest, TellsTheAcknowledgeLengthAlsoWhenTheCallFails )
+TEST_F( BaseCommandLinkU3VTest, ReturnsTheAcknowledgeLengthEvenIfTheCallFails )
 {
     Open();
     mControl.Expect( Prefix( mCommand, 24 ) )
@@ -526,7 +526,7 @@ TEST_F( BaseCommandLinkU3VTest, TellsTheAcknowledgeLengthAlsoWhenTheCallFails )
     EXPECT_EQ( mAckLength, 16U );
 }
 
-TEST_F( BaseCommandLinkU3VTest, AsksTheControlInterfaceAlsoWhenNeverOpened )
+TEST_F( BaseCommandLinkU3VTest, CallsTheControlInterfaceEvenIfNeverOpened )
 {
     ExpectResult( Send( 24, 20 ), 0x0017 );
     EXPECT_EQ( GetCallCount(), 1U );
@@ -534,7 +534,7 @@ TEST_F( BaseCommandLinkU3VTest, AsksTheControlInterfaceAlsoWhenNeverOpened )
     EXPECT_TRUE( Send( 24, 20 ).IsOK() );
 }
 
-TEST_F( BaseCommandLinkU3VTest, LetsThroughWhatIsAsLargeAsTheLimits )
+TEST_F( BaseCommandLinkU3VTest, AllowsCommandsAsLargeAsTheLimits )
 {
     Open();
     mControl.Expect( Prefix( mCommand, 64 ) ).Reply( WriteMemAck( 0 ) );
@@ -553,7 +553,7 @@ TEST_F( BaseCommandLinkU3VTest, RefusesACommandAboveTheLimit )
     ExpectLog( { SizeLine( 65, 64 ) } );
 }
 
-TEST_F( BaseCommandLinkU3VTest, RefusesAnAcknowledgeAboveTheLimitInTheSameWords )
+TEST_F( BaseCommandLinkU3VTest, RefusesAnAcknowledgeAboveTheLimitWithTheSameMessage )
 {
     Open();
     ExpectResult( Send( 24, 65 ), 0x4001, 0,
@@ -573,7 +573,7 @@ TEST_F( BaseCommandLinkU3VTest, NamesTheCommandWhenBothAreTooLarge )
     EXPECT_TRUE( Send( 100, 200 ).IsOK() );
 }
 
-TEST_F( BaseCommandLinkU3VTest, LetsEverythingThroughAfterAClose )
+TEST_F( BaseCommandLinkU3VTest, AllowsEverySizeAfterAClose )
 {
     Open();
     EXPECT_TRUE( mLink.Close().IsOK() );
@@ -629,7 +629,7 @@ protected:
     DCI_COMMAND mRecords[COUNT];
 };
 
-TEST_F( AtomicCommandsTest, HandsThemOverInOneCall )
+TEST_F( AtomicCommandsTest, ArePassedInOneCall )
 {
     mControl.ExpectTogether( { GetCommand( 0 ), GetCommand( 1 ), GetCommand( 2 ) } )
         .Reply( WriteMemAck( 1 ) )
@@ -680,14 +680,14 @@ TEST_F( AtomicCommandsTest, NamesTheFirstThatDoesNotFit )
     ExpectLog( { SizeLine( 70, 64 ), SizeLine( 71, 64 ), SizeLine( 72, 64 ) } );
 }
 
-TEST_F( AtomicCommandsTest, HandsOverNoCommandAtAll )
+TEST_F( AtomicCommandsTest, AcceptsAnEmptyList )
 {
     mControl.ExpectTogether( {} );
     EXPECT_TRUE( mLink.SendAtomicCommands( nullptr, 0 ).IsOK() );
     EXPECT_EQ( mControl.GetCalls().size(), 1U );
 }
 
-TEST_F( AtomicCommandsTest, LooksAtNoResultOfASingleCommand )
+TEST_F( AtomicCommandsTest, IgnoresTheResultsOfSingleCommands )
 {
     const Result lFailure( 0x4000, EIO );
     mControl.ExpectAny()

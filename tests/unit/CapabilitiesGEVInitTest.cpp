@@ -347,7 +347,7 @@ static_assert(
 
 } // namespace
 
-TEST_F( CapabilitiesGEVInit, AFreshRecordAnswersNothing )
+TEST_F( CapabilitiesGEVInit, AFreshRecordIsEmpty )
 {
     EXPECT_EQ( GetFreshAnswers( false, false ), GetAnswers( mRecord ) );
 }
@@ -368,7 +368,7 @@ TEST_F( CapabilitiesGEVInit, AFreshRecordKnowsTheMakersDevices )
     EXPECT_EQ( GetFreshAnswers( true, true ), GetAnswers( lBoth ) );
 }
 
-TEST_F( CapabilitiesGEVInit, WhoTheMakerIsWasAskedOnce )
+TEST_F( CapabilitiesGEVInit, TheMakersTableIsReadOnlyAtConstruction )
 {
     TestSupport::MakeCorvaneDevice();
     Record lDevice( MAC );
@@ -480,7 +480,7 @@ TEST_F( CapabilitiesGEVInit, ReadsAnInitialisedRecordNeverAgain )
     EXPECT_TRUE( mRecord.IsInitialized() );
 }
 
-TEST_F( CapabilitiesGEVInit, ReturnsARefusalOfEveryMandatoryReadAsTheLinkGivesIt )
+TEST_F( CapabilitiesGEVInit, ReturnsTheRefusalOfEveryMandatoryReadUnchanged )
 {
     for ( const MandatoryRead& lRead : MANDATORY_READS )
     {
@@ -508,7 +508,7 @@ TEST_F( CapabilitiesGEVInit, ReturnsARefusalOfEveryMandatoryReadAsTheLinkGivesIt
     }
 }
 
-TEST_F( CapabilitiesGEVInit, HoldsWhatWasReadBeforeTheRefusalAndBeginsAnew )
+TEST_F( CapabilitiesGEVInit, KeepsValuesReadBeforeARefusalAndStartsAgain )
 {
     for ( const MandatoryRead& lRead : MANDATORY_READS )
     {
@@ -527,7 +527,7 @@ TEST_F( CapabilitiesGEVInit, HoldsWhatWasReadBeforeTheRefusalAndBeginsAnew )
     }
 }
 
-TEST_F( CapabilitiesGEVInit, HoldsWhatWasReadBeforeTheSilence )
+TEST_F( CapabilitiesGEVInit, KeepsValuesReadBeforeASilence )
 {
     for ( const MandatoryRead& lRead : MANDATORY_READS )
     {
@@ -676,7 +676,7 @@ TEST_F( CapabilitiesGEVInit, ForgetsTheChannelsOfAnEarlierAttempt )
     EXPECT_EQ( 0U, mRecord.GetStreamChannelSourcePort( 0 ) );
 }
 
-TEST_F( CapabilitiesGEVInit, ForgetsTheChannelsAlsoWhereTheVersionHasNoCapabilities )
+TEST_F( CapabilitiesGEVInit, ForgetsTheChannelsEvenIfTheVersionHasNoCapabilities )
 {
     ReadFirst();
     mDevice.SetBasics( 0x00000009, 0, 2, 1 ); // the bit would count, if it were still there
@@ -698,7 +698,7 @@ TEST_F( CapabilitiesGEVInit, ForgetsTheTickFrequencyOfAnEarlierAttempt )
     }
 }
 
-TEST_F( CapabilitiesGEVInit, AsksAVersion1_0DeviceForNothingThatCameLater )
+TEST_F( CapabilitiesGEVInit, ReadsNoLaterRegistersFromAVersion1_0Device )
 {
     mDevice.SetBasics( 0x00010000, 0xFFFFFFFF, 512, 1 );
     for ( const uint32_t lAddress : { 0x0930U, 0x092CU, 0x0B1CU, 0x0D1CU } )
@@ -736,7 +736,7 @@ TEST_F( CapabilitiesGEVInit, WithoutASocketIsNotConnected )
     EXPECT_FALSE( mRecord.IsInitialized() );
 }
 
-TEST_F( CapabilitiesGEVInit, PassesOnWhyTheSocketCouldNotReceive )
+TEST_F( CapabilitiesGEVInit, ReturnsTheReceiveErrorOfTheSocket )
 {
     mDevice.mNetwork.ExpectAnySend().FailReceive( Result( Result::GENERIC_ERROR, ECONNREFUSED ) );
     const Result lResult = mDevice.Init( mRecord );
@@ -744,7 +744,7 @@ TEST_F( CapabilitiesGEVInit, PassesOnWhyTheSocketCouldNotReceive )
     EXPECT_EQ( static_cast<unsigned int>( ECONNREFUSED ), lResult.GetOSCode() );
 }
 
-TEST_F( CapabilitiesGEVInit, DrawsIdentifiersFromTheCounterOfTheProcess )
+TEST_F( CapabilitiesGEVInit, TakesIdentifiersFromTheCounterOfTheProcess )
 {
     BecomeFirst( mDevice );
     SimpleCommandLinkGEV lLink( &mDevice.mSocket );
@@ -906,7 +906,7 @@ TEST_F( CapabilitiesGEVInit, ACopyIsReadOnItsOwn )
     EXPECT_EQ( 2U, lCopy.GetVersionMajor() );
 }
 
-TEST_F( CapabilitiesGEVInit, SourcesAndCopiesMayGoInAnyOrder )
+TEST_F( CapabilitiesGEVInit, SourcesAndCopiesMayBeDestroyedInAnyOrder )
 {
     RecordingLogSink lLog;
     BecomeFirst( mDevice );

@@ -125,7 +125,7 @@ protected:
 
 } // namespace
 
-TEST_F( CapabilitiesGEVQueries, TellTheVersion )
+TEST_F( CapabilitiesGEVQueries, ReturnTheVersion )
 {
     for ( const Version& lVersion : VERSIONS )
     {
@@ -138,7 +138,7 @@ TEST_F( CapabilitiesGEVQueries, TellTheVersion )
     }
 }
 
-TEST_F( CapabilitiesGEVQueries, TellEveryBitOfGvcpCapabilityAloneUnderEveryVersion )
+TEST_F( CapabilitiesGEVQueries, ReturnEachBitOfGvcpCapabilityUnderEveryVersion )
 {
     for ( const Version& lVersion : VERSIONS )
     {
@@ -152,7 +152,7 @@ TEST_F( CapabilitiesGEVQueries, TellEveryBitOfGvcpCapabilityAloneUnderEveryVersi
     }
 }
 
-TEST_F( CapabilitiesGEVQueries, TellEveryBitOfMessageChannelCapabilityAlone )
+TEST_F( CapabilitiesGEVQueries, ReturnEachBitOfMessageChannelCapability )
 {
     for ( const Version& lVersion : VERSIONS )
     {
@@ -166,7 +166,7 @@ TEST_F( CapabilitiesGEVQueries, TellEveryBitOfMessageChannelCapabilityAlone )
     }
 }
 
-TEST_F( CapabilitiesGEVQueries, TellEveryBitOfGvspCapabilityAlone )
+TEST_F( CapabilitiesGEVQueries, ReturnEachBitOfGvspCapability )
 {
     for ( const Version& lVersion : VERSIONS )
     {
@@ -206,7 +206,7 @@ TEST_F( CapabilitiesGEVQueries, WithoutAVersion1TheBitDecidesAboutLegacyBlockIde
     EXPECT_FALSE( lRecord.IsSCSPSupported() );
 }
 
-TEST_F( CapabilitiesGEVQueries, AskNothingOfTheDeviceAndLogNothing )
+TEST_F( CapabilitiesGEVQueries, ReadNothingAndLogNothing )
 {
     const Record lRecord = Read( VERSIONS[8], 0xFFFFFFFF, 0, 0 );
     mDevice.mTable.ClearReads();
@@ -222,7 +222,7 @@ TEST_F( CapabilitiesGEVQueries, AskNothingOfTheDeviceAndLogNothing )
     EXPECT_THAT( lLog.GetEntries(), testing::IsEmpty() );
 }
 
-TEST_F( CapabilitiesGEVQueries, KeepTheDevicesFiguresAsTheyAre )
+TEST_F( CapabilitiesGEVQueries, ReturnTheDevicesFiguresUnchanged )
 {
     mDevice.SetBasics( 0x00010000, 0, 0xFFFFFFFF, 0x80000000 );
     Record lRecord( MAC );
@@ -357,7 +357,7 @@ protected:
     }
 };
 
-TEST_F( CapabilitiesGEVInfos, TellWhetherADeviceOfTheMakersResendsToTheEndOfABlock )
+TEST_F( CapabilitiesGEVInfos, ReportWhetherTheMakersDeviceResendsToTheEndOfABlock )
 {
     TestSupport::MakeCorvaneDevice();
     for ( const InfosRow& lRow : INFOS_ROWS )
@@ -367,7 +367,7 @@ TEST_F( CapabilitiesGEVInfos, TellWhetherADeviceOfTheMakersResendsToTheEndOfABlo
     }
 }
 
-TEST_F( CapabilitiesGEVInfos, TellNothingOfOtherDevices )
+TEST_F( CapabilitiesGEVInfos, AreIgnoredForOtherDevices )
 {
     TestSupport::MakeCorvaneTransmitter();
     for ( const InfosRow& lRow : INFOS_ROWS )
@@ -387,7 +387,7 @@ TEST_F( CapabilitiesGEVInfos, AManufacturerInformationMustEndWithinItsField )
     EXPECT_TRUE( IsSupported( Pad( "(00400000)", 38, 48 ), lVersion ) );
 }
 
-TEST_F( CapabilitiesGEVInfos, BracketsBehindTheEndAreNotSeen )
+TEST_F( CapabilitiesGEVInfos, BracketsBeyondTheEndAreIgnored )
 {
     TestSupport::MakeCorvaneDevice();
     EXPECT_TRUE( IsSupported( std::string( "engine\0(00400000)", 17 ), "(02.02)" ) );
@@ -581,7 +581,7 @@ TEST_F( CapabilitiesGEVPorts, EndAtTheFirstThatCannotBeRead )
     }
 }
 
-TEST_F( CapabilitiesGEVPorts, OfAFreshRecordAreNothingAndCostNoTraffic )
+TEST_F( CapabilitiesGEVPorts, OfAFreshRecordAreZeroAndCauseNoTraffic )
 {
     RecordingLogSink lLog;
     Record lRecord( MAC );

@@ -52,7 +52,7 @@ TEST_F( CapabilitiesGEVRegistry, GivesOneRecordPerAddress )
 }
 
 // Where there is no memory for a record there is none, and the others stay.
-TEST_F( CapabilitiesGEVRegistry, GivesNothingWhereMemoryIsShort )
+TEST_F( CapabilitiesGEVRegistry, ReturnsNothingWithoutMemory )
 {
     CapabilitiesGEV* const lOther = CapabilitiesGEV::GetCapabilities( EthernetAddress( 1, 2 ) );
     unsigned int lNumber = 0;
@@ -70,7 +70,7 @@ TEST_F( CapabilitiesGEVRegistry, GivesNothingWhereMemoryIsShort )
     EXPECT_GT( lNumber, 3U ); // the record, what it shares with its copies, its place
 }
 
-TEST_F( CapabilitiesGEVRegistry, ARecordTellsWhereMemoryIsShortForItsLink )
+TEST_F( CapabilitiesGEVRegistry, ARecordReportsMissingMemoryForItsLink )
 {
     HtBaseLib::CapabilitiesGEV lRecord( MAC );
     unsigned int lNumber = 0;
@@ -137,7 +137,7 @@ TEST_F( CapabilitiesGEVRegistry, GivesNewRecordsAfterDestroy )
     CapabilitiesGEV::Destroy();
 }
 
-TEST_F( CapabilitiesGEVRegistry, KnowsNothingOfRecordsMadeElsewhere )
+TEST_F( CapabilitiesGEVRegistry, DoesNotContainRecordsCreatedElsewhere )
 {
     CapabilitiesGEV lOwn( MAC );
     CapabilitiesGEV* const lShared = CapabilitiesGEV::GetCapabilities( MAC );

@@ -119,7 +119,7 @@ protected:
 
 } // namespace
 
-TEST_P( CapabilitiesGEVTranscript, IsKeptToReadByReadAndLineByLine )
+TEST_P( CapabilitiesGEVTranscript, MatchesEveryReadAndLogLine )
 {
     const std::vector<std::string> lLines = ReadTranscript( GetPath( GetParam() ) );
     const auto lFirstRun = std::find( lLines.begin(), lLines.end(), "run" );

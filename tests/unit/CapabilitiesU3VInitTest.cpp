@@ -137,7 +137,7 @@ const std::vector<std::string> ALL_READS = {
 
 } // namespace
 
-TEST_F( CapabilitiesU3VInit, AFreshRecordSaysNothing )
+TEST_F( CapabilitiesU3VInit, AFreshRecordIsEmpty )
 {
     EXPECT_EQ( Describe( mRecord ), FRESH );
     EXPECT_FALSE( mRecord.IsInitialized() );
@@ -146,14 +146,14 @@ TEST_F( CapabilitiesU3VInit, AFreshRecordSaysNothing )
     ExpectLog( {} );
 }
 
-TEST_F( CapabilitiesU3VInit, NobodyLooksAtTheSecondArgument )
+TEST_F( CapabilitiesU3VInit, IgnoresTheSecondArgument )
 {
     Record lRecord( GUID, reinterpret_cast<unsigned char*>( uintptr_t{ 16 } ) );
     EXPECT_EQ( Describe( lRecord ), FRESH );
     EXPECT_TRUE( lRecord.Init( &mLink ).IsOK() );
 }
 
-TEST_F( CapabilitiesU3VInit, HoldsWhatTheDeviceHas )
+TEST_F( CapabilitiesU3VInit, HoldsTheValuesOfTheDevice )
 {
     SetEverything();
     ExpectResult( mRecord.Init( &mLink ), 0x0000 );
@@ -429,7 +429,7 @@ TEST_F( CapabilitiesU3VInit, KeepsWhatWasReadBeforeAFailure )
     EXPECT_EQ( mRecord.GetIIDC2Address(), 0U );
 }
 
-TEST_F( CapabilitiesU3VInit, ForgetsNothingButTheTimestampIncrementWhenItReadsAgain )
+TEST_F( CapabilitiesU3VInit, ClearsOnlyTheTimestampIncrementWhenItReadsAgain )
 {
     SetEverything();
     mDevice.Refuse( SBRM + 0x38, 0x8003 );
@@ -484,7 +484,7 @@ TEST_F( CapabilitiesU3VInit, KeepsEveryFieldButTheTimestampIncrementThatCannotBe
     }
 }
 
-TEST_F( CapabilitiesU3VInit, KeepsTheAddressOfIIDC2ThatTheDeviceHasLost )
+TEST_F( CapabilitiesU3VInit, KeepsTheAddressOfIIDC2AfterTheDeviceDropsIt )
 {
     SetEverything();
     ASSERT_TRUE( mRecord.UpdateABRM( &mLink ).IsOK() );
@@ -496,7 +496,7 @@ TEST_F( CapabilitiesU3VInit, KeepsTheAddressOfIIDC2ThatTheDeviceHasLost )
 }
 
 // A device that says it has no SBRM, and that it lies where the ABRM does.
-TEST_F( CapabilitiesU3VInit, ReadsTheSBRMWhereverItIsSaidToLie )
+TEST_F( CapabilitiesU3VInit, ReadsTheSBRMAtItsReportedAddress )
 {
     mDevice.SetBasics( 0, 512, 300 );
     mDevice.Set8( 0x01C4, 0 );
@@ -511,7 +511,7 @@ TEST_F( CapabilitiesU3VInit, ReadsTheSBRMWhereverItIsSaidToLie )
     EXPECT_EQ( mRecord.GetMaxAckTransferLength(), 300U );
 }
 
-TEST_F( CapabilitiesU3VInit, ReturnsWhatTheLinkGives )
+TEST_F( CapabilitiesU3VInit, ReturnsTheResultOfTheLink )
 {
     TestLinkU3V lClosed;
     ExpectResult( mRecord.Init( &lClosed ), 0x0017 );
@@ -558,7 +558,7 @@ TEST_F( CapabilitiesU3VInit, ReadsItsHalvesForDerivedRecords )
     EXPECT_FALSE( mRecord.IsInitialized() );
 }
 
-TEST_F( CapabilitiesU3VInit, NamesNoDeviceWithoutIdentity )
+TEST_F( CapabilitiesU3VInit, LogsNoIdentityIfThereIsNone )
 {
     Record lNameless( U3VGUID(), nullptr );
     ASSERT_TRUE( lNameless.Init( &mLink ).IsOK() );
@@ -610,7 +610,7 @@ TEST_F( CapabilitiesU3VInit, ACopyHoldsWhatItsSourceHolds )
     EXPECT_TRUE( mRecord.IsInitialized() );
 }
 
-TEST_F( CapabilitiesU3VInit, ACopyAndItsSourceMayEndInAnyOrder )
+TEST_F( CapabilitiesU3VInit, ACopyAndItsSourceMayBeDestroyedInAnyOrder )
 {
     for ( const bool lSourceFirst : { false, true } )
     {

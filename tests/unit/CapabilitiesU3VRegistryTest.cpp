@@ -37,7 +37,7 @@ protected:
 } // namespace
 
 // Where there is no memory for a record there is none, and the others stay.
-TEST_F( CapabilitiesU3VRegistry, GivesNothingWhereMemoryIsShort )
+TEST_F( CapabilitiesU3VRegistry, ReturnsNothingWithoutMemory )
 {
     CapabilitiesU3V* const lOther = CapabilitiesU3V::GetCapabilities( U3VGUID(), nullptr );
     unsigned int lNumber = 0;
@@ -123,7 +123,7 @@ TEST_F( CapabilitiesU3VRegistry, GivesNewRecordsAfterDestroy )
     CapabilitiesU3V::Destroy();
 }
 
-TEST_F( CapabilitiesU3VRegistry, KnowsNothingOfRecordsMadeElsewhere )
+TEST_F( CapabilitiesU3VRegistry, DoesNotContainRecordsCreatedElsewhere )
 {
     CapabilitiesU3V lOwn( GUID, nullptr );
     EXPECT_NE( &lOwn, Get() );
@@ -143,7 +143,7 @@ TEST_F( CapabilitiesU3VRegistry, ACopyOutlivesTheSharedRecord )
     EXPECT_TRUE( lCopy.Init( &mLink ).IsOK() );
 }
 
-TEST_F( CapabilitiesU3VRegistry, IsAnotherThanThatOfGigEVision )
+TEST_F( CapabilitiesU3VRegistry, IsSeparateFromThatOfGigEVision )
 {
     const EthernetAddress lAddress( 0x0200, 0x5E100001 );
     CapabilitiesGEV* const lGEV = CapabilitiesGEV::GetCapabilities( lAddress );
@@ -161,7 +161,7 @@ TEST_F( CapabilitiesU3VRegistry, IsAnotherThanThatOfGigEVision )
 }
 
 // A link that is gone was only borrowed.
-TEST_F( CapabilitiesU3VRegistry, NeedsTheLinkNoLonger )
+TEST_F( CapabilitiesU3VRegistry, DoesNotNeedTheLinkAfterwards )
 {
     {
         TestLinkU3V lShort;

@@ -112,7 +112,7 @@ protected:
 
 } // namespace
 
-TEST_P( CapabilitiesU3VTranscript, IsKeptToReadByReadAndLineByLine )
+TEST_P( CapabilitiesU3VTranscript, MatchesEveryReadAndLogLine )
 {
     const std::vector<std::string> lLines = ReadTranscript( GetPath( GetParam() ) );
     const auto lFirstRun = std::find( lLines.begin(), lLines.end(), "run" );

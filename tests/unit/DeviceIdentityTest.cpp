@@ -23,7 +23,7 @@ protected:
 
 } // namespace
 
-TEST( DeviceIdentity, KnowsNobodyByDefault )
+TEST( DeviceIdentity, IsEmptyByDefault )
 {
     EXPECT_FALSE( DeviceIdentity::IsCorvaneDevice( ADDRESS ) );
     EXPECT_FALSE( DeviceIdentity::IsCorvaneTransmitter( ADDRESS ) );
@@ -91,7 +91,7 @@ TEST_F( DeviceIdentityTest, RefusesOtherTexts )
     EXPECT_FALSE( DeviceIdentity::IsCorvaneDevice( ADDRESS ) );
 }
 
-TEST_F( DeviceIdentityTest, ForgetsEverybody )
+TEST_F( DeviceIdentityTest, ForgetsAllEntries )
 {
     DeviceIdentity::Add( Product::DEVICE, ADDRESS );
     DeviceIdentity::Add( Product::TRANSMITTER, DeviceIdentity::Prefix{ 0x02, 0x00, 0x5E } );

@@ -130,7 +130,7 @@ TEST( FaultPlanTest, LosesEverythingAtRateOne )
     EXPECT_EQ( 0u, lPlan.GetCounters().mPassed );
 }
 
-TEST( FaultPlanTest, LosesAboutTheShareThatTheRateSays )
+TEST( FaultPlanTest, LosesAboutTheConfiguredFraction )
 {
     FaultPlan::Rates lRates;
     lRates.mLoss = 0.2;
@@ -142,7 +142,7 @@ TEST( FaultPlanTest, LosesAboutTheShareThatTheRateSays )
     EXPECT_EQ( 10000u - lArrived, lPlan.GetCounters().mLost );
 }
 
-TEST( FaultPlanTest, RateOfOneFaultDoesNotMoveAnother )
+TEST( FaultPlanTest, RateOfOneFaultDoesNotAffectAnother )
 {
     FaultPlan::Rates lRates;
     lRates.mLoss = 0.2;
@@ -181,7 +181,7 @@ TEST( FaultPlanTest, DelaysByAtLeastOneAndAtMostTheMaximum )
     EXPECT_EQ( 200u, lPlan.GetCounters().mDelayed );
 }
 
-TEST( FaultPlanTest, DelayOfAtMostZeroStrikesNothing )
+TEST( FaultPlanTest, DelayOfAtMostZeroChangesNothing )
 {
     FaultPlan::Rates lRates;
     lRates.mDelay = 1.0;
@@ -269,7 +269,7 @@ TEST( FaultPlanTest, CorruptsOneByteOfTheHeader )
     EXPECT_EQ( 300u, lPlan.GetCounters().mCorrupted );
 }
 
-TEST( FaultPlanTest, CorruptsDataOnlyWhereDataIsNamed )
+TEST( FaultPlanTest, CorruptsDataOnlyIfConfigured )
 {
     FaultPlan::Rates lRates;
     lRates.mCorrupt = 1.0;
@@ -305,7 +305,7 @@ TEST( FaultPlanTest, LeavesEmptyAndShortDatagramsInBounds )
     EXPECT_EQ( lBefore + 1, lPlan.GetCounters().mPassed );
 }
 
-TEST( FaultPlanTest, ThrowsInStaleAndRandomDatagrams )
+TEST( FaultPlanTest, InsertsStaleAndRandomDatagrams )
 {
     FaultPlan::Rates lRates;
     lRates.mStray = 1.0;
@@ -335,7 +335,7 @@ TEST( FaultPlanTest, ThrowsInStaleAndRandomDatagrams )
     EXPECT_EQ( 300u, lPlan.GetCounters().mStrays );
 }
 
-TEST( FaultPlanTest, StrayComesAlsoInPlaceOfALostDatagram )
+TEST( FaultPlanTest, StrayMayReplaceALostDatagram )
 {
     FaultPlan::Rates lRates;
     lRates.mLoss = 1.0;
@@ -344,7 +344,7 @@ TEST( FaultPlanTest, StrayComesAlsoInPlaceOfALostDatagram )
     EXPECT_EQ( 1u, lPlan.Apply( MakeDatagram( 1 ) ).size() );
 }
 
-TEST( FaultPlanTest, CountsWhatItDidInOneLine )
+TEST( FaultPlanTest, SummaryCountsInOneLine )
 {
     FaultPlan::Rates lRates;
     lRates.mDuplicate = 1.0;

@@ -104,7 +104,7 @@ TEST( ReadMemCmd, IsLaidOutAsTheStandardSays )
     EXPECT_EQ( READMEM_COMMAND, lBuffer );
 }
 
-TEST( ReadMemCmd, InitializeSetsEveryFieldWhateverLayThere )
+TEST( ReadMemCmd, InitializeSetsEveryFieldWhateverTheMemoryContained )
 {
     Bytes lBuffer( 24, 0xEE );
     ReadMemCmd lCommand;
@@ -115,7 +115,7 @@ TEST( ReadMemCmd, InitializeSetsEveryFieldWhateverLayThere )
     EXPECT_EQ( lExpected, lBuffer );
 }
 
-TEST( ReadMemCmd, LeavesMemoryBehindThePacketAlone )
+TEST( ReadMemCmd, DoesNotWriteBeyondThePacket )
 {
     Bytes lBuffer( 1024, 0xEE );
     ReadMemCmd lCommand;
@@ -144,7 +144,7 @@ TEST( ReadMemCmd, RefusesMemoryThatIsTooSmall )
     EXPECT_EQ( 0x4001U, lCommand.Attach( nullptr, 1024 ).GetCode() );
 }
 
-TEST( ReadMemCmd, ARefusedAttachLetsGoOfTheEarlierMemory )
+TEST( ReadMemCmd, ARefusedAttachReleasesTheEarlierMemory )
 {
     Bytes lBuffer( 24, 0 );
     ReadMemCmd lCommand;
@@ -183,7 +183,7 @@ TEST( WriteMemCmd, CarriesNoMoreDataThanItsMemoryHolds )
     EXPECT_EQ( lBuffer.data() + 20, lCommand.GetData() );
 }
 
-TEST( WriteMemCmd, CarriesNoMoreDataThanItsLengthFieldCanTell )
+TEST( WriteMemCmd, CarriesNoMoreDataThanItsLengthFieldCanExpress )
 {
     Bytes lBuffer( 0x10100, 0 );
     WriteMemCmd lCommand;
@@ -194,7 +194,7 @@ TEST( WriteMemCmd, CarriesNoMoreDataThanItsLengthFieldCanTell )
     EXPECT_EQ( 0xFFF7, lCommand.GetCurrentDataSize() );
 }
 
-TEST( WriteMemCmd, NeverTellsMoreDataThanItsMemoryHolds )
+TEST( WriteMemCmd, NeverReportsMoreDataThanItsMemoryHolds )
 {
     Bytes lBuffer( 30, 0xFF ); // not initialised: the length field reads 0xFFFF
     WriteMemCmd lCommand;
@@ -274,7 +274,7 @@ TEST( ReadMemAck, CarriesItsData )
     EXPECT_EQ( lBuffer.data() + 12, lAck.GetData() );
 }
 
-TEST( ReadMemAck, IsValidWhenARefusalToo )
+TEST( ReadMemAck, IsAlsoValidAsARefusal )
 {
     Bytes lBuffer = REFUSAL;
     ReadMemAck lAck;
@@ -326,7 +326,7 @@ TEST( ReadMemAck, IsInvalidWhenPrefixOrCodeIsAnother )
     }
 }
 
-TEST( ReadMemAck, NeedsRoomForHeaderAndData )
+TEST( ReadMemAck, NeedsSpaceForHeaderAndData )
 {
     EXPECT_EQ( 12U, ReadMemAck::GetRequiredBufferSize( 0 ) );
     EXPECT_EQ( 14U, ReadMemAck::GetRequiredBufferSize( 2 ) );
@@ -358,7 +358,7 @@ TEST( WriteMemAck, IsRefusedOrInvalidAtEveryTruncation )
     }
 }
 
-TEST( WriteMemAck, IsNoOtherAcknowledge )
+TEST( WriteMemAck, IsNotAnotherAcknowledge )
 {
     for ( const Bytes& lBytes : { READMEM_ACK, REFUSAL, PENDING_ACK } )
     {
@@ -369,7 +369,7 @@ TEST( WriteMemAck, IsNoOtherAcknowledge )
     }
 }
 
-TEST( PendingAck, TellsItsTimeout )
+TEST( PendingAck, ReturnsItsTimeout )
 {
     PendingAck lAck;
     ASSERT_TRUE( lAck.Attach( PENDING_ACK.data(), GetSize( PENDING_ACK ) ).IsOK() );
@@ -390,7 +390,7 @@ TEST( PendingAck, IsRefusedOrInvalidAtEveryTruncation )
     }
 }
 
-TEST( PendingAck, IsInvalidWithoutRoomForTheTimeout )
+TEST( PendingAck, IsInvalidWithoutSpaceForTheTimeout )
 {
     Bytes lBuffer = PENDING_ACK;
     lBuffer[8] = 2; // length
@@ -436,7 +436,7 @@ TEST( DeviceInfoDescriptor, IsReadAsTheStandardLaysItOut )
     EXPECT_EQ( 7, lInfo.GetTextIndex( Text::USER_DEFINED_NAME ) );
 }
 
-TEST( DeviceInfoDescriptor, IsFoundBehindOthers )
+TEST( DeviceInfoDescriptor, IsFoundAfterOthers )
 {
     Bytes lBuffer = { 2, 0x24, 3, 0x24, 0x02, 4, 0x25, 0x01, 0xAA };
     lBuffer.insert( lBuffer.end(), DEVICE_INFO.begin(), DEVICE_INFO.end() );
@@ -480,7 +480,7 @@ TEST( StringDescriptor, BecomesText )
     EXPECT_STREQ( "A\xC3\xA4\xF0\x9F\x93\xB7\xEF\xBF\xBDZ", lDescriptor.GetText().GetAscii() );
 }
 
-TEST( StringDescriptor, TellsTheFirstLanguage )
+TEST( StringDescriptor, ReturnsTheFirstLanguage )
 {
     const Bytes lLanguages = { 6, 3, 0x09, 0x04, 0x07, 0x04 };
     StringDescriptor lDescriptor;
@@ -501,7 +501,7 @@ TEST( StringDescriptor, ShowsNoMoreThanWasReceivedAtEveryTruncation )
     }
 }
 
-TEST( StringDescriptor, IsBoundedByTheLengthItTells )
+TEST( StringDescriptor, IsBoundedByItsLengthField )
 {
     Bytes lBuffer = TEXT_DESCRIPTOR;
     lBuffer[0] = 5; // and half a code unit

@@ -85,7 +85,7 @@ protected:
 
 } // namespace
 
-TEST_F( Location, IsNotToldWhereMemoryIsShort )
+TEST_F( Location, IsUnknownWithoutMemory )
 {
     // Too long to lie in a text itself.
     SetPath( "C:\\A directory of many characters\\and another\\module.dll" );
@@ -116,12 +116,12 @@ TEST_F( Location, IsTheDirectoryOfTheModule )
     ExpectFound( "C:\\Kit\\bin\\module.dll", "C:\\Kit\\bin" );
 }
 
-TEST_F( Location, HasNoSeparatorAtItsEndInARootDirectoryEither )
+TEST_F( Location, HasNoTrailingSeparatorEvenInARootDirectory )
 {
     ExpectFound( "C:\\module.dll", "C:" );
 }
 
-TEST_F( Location, KeepsForwardSlashesAndWhatElseANameMayHold )
+TEST_F( Location, KeepsForwardSlashesAndOtherCharactersOfAName )
 {
     ExpectFound( "C:/a\\b.dll", "C:/a" );
     ExpectFound( "C:\\a/b.dll", "C:" );
@@ -135,14 +135,14 @@ TEST_F( Location, IsNotFoundWithoutASeparator )
     ExpectNotFound( "/usr/lib/libmodule.so" );
 }
 
-TEST_F( Location, IsNotFoundWhereTheSystemKnowsNoPath )
+TEST_F( Location, IsNotFoundIfTheSystemKnowsNoPath )
 {
     ExpectNotFound( "" );
     SetModulePathBody( nullptr );
     Ask( 0x0019, UNTOUCHED );
 }
 
-TEST_F( Location, AsksForTheModuleThatCameWithRoomFor4096Characters )
+TEST_F( Location, AsksForTheLoadedModuleWithSpaceFor4096Characters )
 {
     int lModule = 0;
     (void)EnterModule( &lModule, MODULE_ATTACHED ); // always true
@@ -157,7 +157,7 @@ TEST_F( Location, AsksForTheModuleThatCameWithRoomFor4096Characters )
     }
 }
 
-TEST_F( Location, TakesAPathThatFillsTheBuffer )
+TEST_F( Location, AcceptsAPathThatFillsTheBuffer )
 {
     const std::string lDirectory = "C:\\" + std::string( PATH_SIZE - 3 - 8, 'd' );
     ASSERT_EQ( ( lDirectory + "\\mod.dll" ).size(), PATH_SIZE );
@@ -167,7 +167,7 @@ TEST_F( Location, TakesAPathThatFillsTheBuffer )
     ExpectNotFound( std::string( PATH_SIZE, 'd' ) + "\\module.dll" );
 }
 
-TEST_F( Location, NeverTakesMoreThanTheBuffer )
+TEST_F( Location, NeverReadsBeyondTheBuffer )
 {
     for ( const unsigned int lLength : { PATH_SIZE + 1, std::numeric_limits<unsigned int>::max() } )
     {
@@ -191,7 +191,7 @@ TEST_F( Location, IsNotLogged )
     EXPECT_THAT( lLog.GetEntries(), testing::IsEmpty() );
 }
 
-TEST( LoadEntry, KeepsTheModuleThatComesAndNothingElse )
+TEST( LoadEntry, KeepsTheModuleAndNothingElse )
 {
     int lModule = 0;
     int lOther = 0;

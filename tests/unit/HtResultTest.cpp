@@ -102,7 +102,7 @@ TEST( HtResultLayout, FourFieldsAndNothingElse )
 }
 
 // The text conversion would otherwise make a condition compile that always holds.
-TEST( HtResultLayout, IsNoTruthValue )
+TEST( HtResultLayout, IsNotABoolean )
 {
     static_assert( !std::is_constructible<bool, HtResult>::value, "if ( result )" );
     static_assert( !std::is_constructible<bool, const HtResult&>::value, "if ( result )" );
@@ -237,7 +237,7 @@ TEST( HtResultCodes, UnknownCodesAreConvertedUnloggedBelowTheThreshold )
 }
 
 // Every code of 16 bits, and as many beyond them: kept, converted silently, or logged once.
-TEST( HtResultCodes, EveryCodeHasExactlyOneFate )
+TEST( HtResultCodes, EveryCodeIsKeptOrReplacedOrGeneric )
 {
     unsigned int lRecords = 0;
     QmUtilsLib::Logger::SetSink( [&lRecords]( const QmUtilsLib::LogRecord& ) { ++lRecords; } );
@@ -475,7 +475,7 @@ TEST( HtResultDescription, IsGivenAsACopyAndNeverAsANullText )
     EXPECT_EQ( GetDescription( lResult ), "text" );
 }
 
-TEST( HtResultDescription, IsKeptAsItIsWhateverItHolds )
+TEST( HtResultDescription, IsKeptUnchangedWhateverItContains )
 {
     const char* const lText = "100 %s %n %08X \xC3\xA9 \xFF";
     const HtResult lResult( 0x4000, HtString( lText ) );
@@ -510,7 +510,7 @@ TEST( HtResultQueries, TheTextOutlivesTheResult )
     EXPECT_STREQ( lTexts[1], "0x0904" );
 }
 
-TEST( HtResultQueries, ClassificationIsThePlatforms )
+TEST( HtResultQueries, ClassificationFollowsThePlatform )
 {
     for ( const unsigned int lCode : ACCEPTED )
     {
@@ -527,7 +527,7 @@ TEST( HtResultQueries, ClassificationIsThePlatforms )
     }
 }
 
-TEST( HtResultQueries, ComparisonLooksAtCodesOnly )
+TEST( HtResultQueries, ComparisonUsesOnlyCodes )
 {
     const HtResult lOne( 0x0010, 1U, HtString( "one" ) ); // 0x4000, internally 0x0010
     const HtResult lTwo( 0x4000, 2U, HtString( "two" ) );
@@ -552,7 +552,7 @@ TEST( HtResultQueries, EveryPairOfCodesComparesByValue )
     }
 }
 
-TEST( HtResultQueries, ANumberIsComparedAsItIs )
+TEST( HtResultQueries, ANumberIsComparedWithoutConversion )
 {
     const RecordingLogSink lLog( 20001 );
     const HtResult lResult( 0x0010 );

@@ -143,7 +143,7 @@ TEST( HtStringList, NextWithoutFirstIsNull )
     EXPECT_EQ( lList.GetNext(), nullptr );
 }
 
-TEST( HtStringList, AddingParksTheCursorAtTheEnd )
+TEST( HtStringList, AddingMovesTheCursorToTheEnd )
 {
     HtStringList lList;
     lList.Add( HtString( "a" ) );
@@ -154,7 +154,7 @@ TEST( HtStringList, AddingParksTheCursorAtTheEnd )
     EXPECT_EQ( ReadAll( lList ), ( std::vector<std::string>{ "a", "b", "c" } ) );
 }
 
-TEST( HtStringList, ClearingRemovesAllAndParksTheCursor )
+TEST( HtStringList, ClearingRemovesAllAndMovesTheCursorToTheEnd )
 {
     HtStringList lList;
     lList.Add( HtString( "a" ) );
@@ -171,7 +171,7 @@ TEST( HtStringList, ClearingRemovesAllAndParksTheCursor )
     EXPECT_EQ( ReadAll( lList ), ( std::vector<std::string>{ "c" } ) );
 }
 
-TEST( HtStringList, FindingByPlaceLeavesTheCursor )
+TEST( HtStringList, FindingByPlaceKeepsTheCursor )
 {
     HtStringList lList;
     for ( const char* const lText : { "a", "b", "c", "d" } )

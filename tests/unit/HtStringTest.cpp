@@ -309,7 +309,7 @@ TEST( HtStringComparison, IsExactAndCaseSensitive )
     }
 }
 
-TEST( HtStringComparison, IsThePlatforms )
+TEST( HtStringComparison, FollowsThePlatform )
 {
     const char* const lTexts[] = { "",     "a",         "A",    "ab",
                                    EACUTE, "e\xCC\x81", "\xFF", "\xEF\xBF\xBD" };

@@ -86,7 +86,7 @@ TEST( PublicTftpType, IsAPointerThatIsNotCopied )
                        HtResult> );
 }
 
-TEST( PublicTftpType, NewClientHasRunNothing )
+TEST( PublicTftpType, NewClientHasRunNoTransfer )
 {
     HtTftpClient lClient;
     long long lDone = -7;
@@ -113,7 +113,7 @@ TEST_F( PublicTftp, InitTakesAnAddress )
     EXPECT_EQ( GetDevice(), "10.0.0.2" );
 }
 
-TEST_F( PublicTftp, InitRefusesAndLogsWhatIsNoAddress )
+TEST_F( PublicTftp, InitRefusesAndLogsAnInvalidAddress )
 {
     for ( const char* const lAddress : { "192.168.1.300", "", "camera", "192.168.1", "1.2.3.4 " } )
     {
@@ -260,7 +260,7 @@ TEST_F( PublicTftp, GetFileWithoutAPathUsesTheDevicesName )
     EXPECT_EQ( ReadWholeFile( lName ), "\x11\x22\x33" );
 }
 
-TEST_F( PublicTftp, GetDataCountsWhatItStoredAndEndsItWithAZero )
+TEST_F( PublicTftp, GetDataCountsStoredBytesAndAddsAZero )
 {
     mNet.Expect( ReadRequest( "a.bin" ) )
         .ReplyFrom( TRANSFER, Data( 1, Bytes( 100, 0x5A ) ) )
@@ -323,7 +323,7 @@ TEST_F( PublicTftp, AbortEndsTheTransferWithItsOwnCode )
     EXPECT_EQ( mClient.GetTransferResult().GetCode(), 0xFFFFU );
 }
 
-TEST_F( PublicTftp, WarningsComeOneByOneAndGoWhenATransferStarts )
+TEST_F( PublicTftp, WarningsAreReturnedOneByOneAndClearedWhenATransferStarts )
 {
     for ( int lTry = 0; lTry < 6; ++lTry )
     {

@@ -262,7 +262,7 @@ INSTANTIATE_TEST_SUITE_P( Distances, SilenceOf,
                                            std::pair( 2000001U, true ),
                                            std::pair( 4000000000U, true ) ) );
 
-TEST_F( Stats, BeginAnewWithTwoSlotsAfterASilence )
+TEST_F( Stats, RestartWithTwoSlotsAfterASilence )
 {
     Report( 0 );
     Report( SECOND );
@@ -295,7 +295,7 @@ TEST_F( Stats, CountAllThatHadJoinedTheSlotBeforeASilence )
     EXPECT_EQ( mStats.GetBandwidth(), 43200.0 * 8e6 / 3e6 );
 }
 
-TEST_F( Stats, BeginAnewAlsoFromAFullHistory )
+TEST_F( Stats, RestartFromAFullHistory )
 {
     ReportSteadily( 0, JOIN_END, 21 ); // the ring has gone round
     Report( 20 * JOIN_END + 4 * SECOND );
@@ -351,7 +351,7 @@ TEST_F( Stats, ExcludeTheLastReportAlsoWhereItHasJoinedASlot )
     EXPECT_EQ( mStats.GetBandwidth(), 300.0 * 8e6 / 1.1e6 );
 }
 
-TEST_F( Stats, ObeyTheFlagOfTheLatestReportForTheWholeHistory )
+TEST_F( Stats, ApplyTheFlagOfTheLatestReportToTheWholeHistory )
 {
     Report( 0, 100, true );
     Report( SECOND, 200, true );
@@ -404,7 +404,7 @@ TEST_F( Stats, KeepRateAndBandwidthWhileNoTimePasses )
     Expect( 0.125, 1000.0 );
 }
 
-TEST_F( Stats, BeginAnewWhenTheClockIsPutBack )
+TEST_F( Stats, RestartWhenTheClockGoesBack )
 {
     Report( 10 * SECOND, 100 );
     Report( 11 * SECOND, 200 );
@@ -416,7 +416,7 @@ TEST_F( Stats, BeginAnewWhenTheClockIsPutBack )
     EXPECT_EQ( mStats.GetBandwidth(), 1200.0 * 8e6 / 100000.0 );
 }
 
-TEST_F( Stats, TakeASecondReportBeforeTheFirstForWhatItIs )
+TEST_F( Stats, AcceptASecondReportWithAnEarlierTime )
 {
     Report( 10 * SECOND, 100 );
     Report( 9 * SECOND, 200 );
@@ -426,7 +426,7 @@ TEST_F( Stats, TakeASecondReportBeforeTheFirstForWhatItIs )
     EXPECT_EQ( mStats.GetBandwidth(), 600.0 * 8e6 / 500000.0 );
 }
 
-TEST_F( Stats, WorkAtTheEndOfTime )
+TEST_F( Stats, WorkAtTheHighestTimes )
 {
     constexpr unsigned long long LAST = std::numeric_limits<unsigned long long>::max();
     Report( LAST - SECOND );
@@ -437,7 +437,7 @@ TEST_F( Stats, WorkAtTheEndOfTime )
     Expect( 1.0, 8000.0 );
 }
 
-TEST_F( Stats, TakeASpanOf2To63MicrosecondsForNegative )
+TEST_F( Stats, TreatASpanOf2To63MicrosecondsAsNegative )
 {
     constexpr unsigned long long HUGE_SPAN = 1ULL << 63;
     Report( 0 );

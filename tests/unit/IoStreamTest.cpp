@@ -140,7 +140,7 @@ TEST( IoStream, SingleBytesGoThroughWriteAndRead )
     EXPECT_EQ( lByte, 0x5A );
 }
 
-TEST( IoStreamFile, OpenTellsTheErrorNumber )
+TEST( IoStreamFile, OpenReturnsTheErrorNumber )
 {
     const TemporaryDirectory lDirectory;
     IoStreamFile lStream;
@@ -172,7 +172,7 @@ TEST( IoStreamFile, IsClosedOnlyOnce )
     EXPECT_EQ( lStream.Close(), EOF );
 }
 
-TEST( IoStreamFile, CloseTellsThatTheDiskIsFull )
+TEST( IoStreamFile, CloseReportsThatTheDiskIsFull )
 {
     IoStreamFile lStream;
     ASSERT_EQ( lStream.Open( "/dev/full", "wb" ), 0 );
@@ -277,7 +277,7 @@ TEST( IoStreamFile, ReadsNothingFromADirectory )
     EXPECT_EQ( lByte, UNTOUCHED );
 }
 
-TEST( IoStreamFile, SkipsFromWhereItIs )
+TEST( IoStreamFile, SkipsFromTheCurrentPosition )
 {
     const TemporaryDirectory lDirectory;
     const std::string lPath = lDirectory.GetPath( "file" );
@@ -314,7 +314,7 @@ TEST( IoStreamFile, SkipsTwoGibibytesAndMore )
     EXPECT_EQ( lByte, 'z' );
 }
 
-TEST( IoStreamFile, SkipTellsThatThereIsNoPosition )
+TEST( IoStreamFile, SkipReportsThatThereIsNoPosition )
 {
     int lEnds[2] = { -1, -1 };
     ASSERT_EQ( pipe( lEnds ), 0 );
@@ -326,7 +326,7 @@ TEST( IoStreamFile, SkipTellsThatThereIsNoPosition )
     EXPECT_EQ( close( lEnds[1] ), 0 );
 }
 
-TEST( IoStreamRaw, WritingStopsAtTheEndAndLeavesNoRoomForTheZero )
+TEST( IoStreamRaw, WritingStopsAtTheEndAndLeavesNoSpaceForTheZero )
 {
     GuardedBuffer lBuffer;
     {
@@ -368,7 +368,7 @@ TEST( IoStreamRaw, CloseStoresAZeroThatIsNotCounted )
     EXPECT_EQ( lBuffer.GetText( 5 ), "abcde" );
 }
 
-TEST( IoStreamRaw, ZeroGoesToThePositionWhateverMovedIt )
+TEST( IoStreamRaw, ZeroIsStoredAtThePositionHoweverItWasReached )
 {
     GuardedBuffer lUnused;
     IoStreamRaw( lUnused.Get(), GuardedBuffer::SIZE ).GetBytesWritten();

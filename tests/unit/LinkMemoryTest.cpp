@@ -107,7 +107,7 @@ TEST_F( LinkMemoryTest, ALinkThatCannotBeMadeOrCopiedThrows )
     EXPECT_GE( ExpectThrowing( [&lSource] { const SimpleCommandLinkGEV lCopy( lSource ); } ), 1U );
 }
 
-TEST_F( LinkMemoryTest, ALinkThatCannotBeAssignedToIsAsItWas )
+TEST_F( LinkMemoryTest, AFailedAssignmentLeavesTheLinkUnchanged )
 {
     OpenLink lSource( &mSocket );
     lSource.SetConnectionLost();
@@ -145,7 +145,7 @@ TEST_F( LinkMemoryTest, ALinkThatCannotBeAssignedToIsAsItWas )
     }
 }
 
-TEST_F( LinkMemoryTest, ACallbackWithoutMemoryMakesTheResult )
+TEST_F( LinkMemoryTest, ACallbackWithoutMemoryFailsTheCall )
 {
     ThrowFromCallbacks( std::bad_alloc() );
     for ( const Result& lResult : RunAll() )
@@ -167,7 +167,7 @@ TEST_F( LinkMemoryTest, AnyOtherExceptionOfACallbackPasses )
     EXPECT_TRUE( IsMutexFree( mLink ) );
 }
 
-TEST_F( LinkMemoryTest, WhatADerivedLinkCannotAllocateMakesTheResult )
+TEST_F( LinkMemoryTest, ADerivedLinkWithoutMemoryFailsTheCall )
 {
     mLink.mOnRetryCount = []
     {

@@ -29,7 +29,7 @@ class LinkMemoryU3VTest : public ScriptedControlTest
 {
 };
 
-TEST_F( LinkMemoryU3VTest, ALinkThatCannotBeOpenedKeepsWhatItHad )
+TEST_F( LinkMemoryU3VTest, AFailedOpenKeepsTheEarlierDevice )
 {
     const U3VGUID lOther( "1AB2DEADBEEF" );
     unsigned int lNumber = 0;
@@ -49,7 +49,7 @@ TEST_F( LinkMemoryU3VTest, ALinkThatCannotBeOpenedKeepsWhatItHad )
     EXPECT_GE( lNumber, 4U ); // the path in three forms, and none when it is taken over
 }
 
-TEST_F( LinkMemoryU3VTest, ALinkThatCannotBeAssignedToIsAsItWas )
+TEST_F( LinkMemoryU3VTest, AFailedAssignmentLeavesTheLinkUnchanged )
 {
     SimpleCommandLinkU3V lSource;
     ASSERT_TRUE( lSource.Open( GUID, LONG_PATH ).IsOK() );
@@ -98,7 +98,7 @@ TEST_F( LinkMemoryU3VTest, ARefusalWithoutMemoryForItsTextKeepsItsCode )
     EXPECT_GT( lNumber, 1U );
 }
 
-TEST_F( LinkMemoryU3VTest, ACallbackWithoutMemoryMakesTheResult )
+TEST_F( LinkMemoryU3VTest, ACallbackWithoutMemoryFailsTheCall )
 {
     Open();
     mLink.mOnRead = []
@@ -118,7 +118,7 @@ TEST_F( LinkMemoryU3VTest, ACallbackWithoutMemoryMakesTheResult )
     EXPECT_THROW( (void)mLink.ReadMemory( lBuffer.GetData(), 0, 4 ), std::runtime_error );
 }
 
-TEST_F( LinkMemoryU3VTest, AControlInterfaceWithoutMemoryMakesTheResult )
+TEST_F( LinkMemoryU3VTest, AControlInterfaceWithoutMemoryFailsTheCall )
 {
     Open();
     const auto lThrow = []

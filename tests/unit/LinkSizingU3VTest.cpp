@@ -75,7 +75,7 @@ protected:
         Warning( "Internal command link buffers smaller than allowed acknowledge size." );
 };
 
-TEST_F( LinkSizingU3VTest, TakesOverWhatFitsTheBuffers )
+TEST_F( LinkSizingU3VTest, AdoptsLimitsThatFitTheBuffers )
 {
     mDevice.SetBasics( SBRM, 512, 300 );
     mLink.UpdateMaxSizes();
@@ -85,7 +85,7 @@ TEST_F( LinkSizingU3VTest, TakesOverWhatFitsTheBuffers )
     EXPECT_EQ( mLink.GetDCI()->GetDCIConfiguration().mMaxAckTransferLength, 300U );
 }
 
-TEST_F( LinkSizingU3VTest, IsContentWithExactlyTheBuffers )
+TEST_F( LinkSizingU3VTest, DoesNotWarnAboutLimitsEqualToTheBuffers )
 {
     mDevice.SetBasics( SBRM, 1024, 1024 );
     mLink.UpdateMaxSizes();
@@ -94,7 +94,7 @@ TEST_F( LinkSizingU3VTest, IsContentWithExactlyTheBuffers )
     EXPECT_EQ( GetWarnings(), Log{} );
 }
 
-TEST_F( LinkSizingU3VTest, KeepsToItsBuffersAndTellsTheDevicesFigures )
+TEST_F( LinkSizingU3VTest, IsLimitedByItsBuffersAndPassesOnTheDevicesFigures )
 {
     mDevice.SetBasics( SBRM, 2048, 1025 );
     mDevice.Set4( 0x01CC, 0xFFFFFFFE );
@@ -104,7 +104,7 @@ TEST_F( LinkSizingU3VTest, KeepsToItsBuffersAndTellsTheDevicesFigures )
     EXPECT_EQ( GetWarnings(), ( Log{ COMMAND_WARNING, ACK_WARNING } ) );
 }
 
-TEST_F( LinkSizingU3VTest, WarnsOfCommandsAlone )
+TEST_F( LinkSizingU3VTest, WarnsOfCommandsOnly )
 {
     mDevice.SetBasics( SBRM, 1025, 1024 );
     mLink.UpdateMaxSizes();
@@ -112,7 +112,7 @@ TEST_F( LinkSizingU3VTest, WarnsOfCommandsAlone )
     EXPECT_EQ( GetWarnings(), Log{ COMMAND_WARNING } );
 }
 
-TEST_F( LinkSizingU3VTest, WarnsOfAcknowledgesAlone )
+TEST_F( LinkSizingU3VTest, WarnsOfAcknowledgesOnly )
 {
     mDevice.SetBasics( SBRM, 64, 0xFFFFFFFF );
     mLink.UpdateMaxSizes();
@@ -121,7 +121,7 @@ TEST_F( LinkSizingU3VTest, WarnsOfAcknowledgesAlone )
     EXPECT_EQ( GetWarnings(), Log{ ACK_WARNING } );
 }
 
-TEST_F( LinkSizingU3VTest, TakesZeroForNoLimit )
+TEST_F( LinkSizingU3VTest, TreatsZeroAsNoLimit )
 {
     mDevice.SetBasics( SBRM, 0, 0 );
     mLink.UpdateMaxSizes();
@@ -171,7 +171,7 @@ TEST_F( LinkSizingU3VTest, ReadsThroughTheLinkItSizes )
     }
 }
 
-TEST_F( LinkSizingU3VTest, ReadsNothingWhenSomebodyHasReadTheDevice )
+TEST_F( LinkSizingU3VTest, ReadsNothingIfTheDeviceWasReadBefore )
 {
     CapabilitiesU3V* const lRecord = CapabilitiesU3V::GetCapabilities( GUID, nullptr );
     ASSERT_TRUE( lRecord->Init( &mLink ).IsOK() );
@@ -208,7 +208,7 @@ TEST_F( LinkSizingU3VTest, UsesTheRecordWithoutIdentityAfterAClose )
 }
 
 // Nobody but a derived link asks for it.
-TEST_F( LinkSizingU3VTest, NeverHappensByItself )
+TEST_F( LinkSizingU3VTest, IsNeverAutomatic )
 {
     GuardedBuffer lBuffer( 200 );
     mDevice.Set4( 0x4000, 1 );

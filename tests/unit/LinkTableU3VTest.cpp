@@ -272,12 +272,12 @@ TEST( CommandLinkTableU3V, StartsWithTheDestructor )
     ExpectDestructorFirst<SimpleCommandLinkU3V>();
 }
 
-TEST( CommandLinkTableU3V, HasTheAdditionsOfUSB3VisionBehindTheAbstractLink )
+TEST( CommandLinkTableU3V, HasTheUSB3VisionOperationsAfterTheAbstractLink )
 {
     ProbeU3V::ExpectOrder();
 }
 
-TEST( CommandLinkTableU3V, HoldsNothingElse )
+TEST( CommandLinkTableU3V, ContainsNothingElse )
 {
     ProbeU3V::ExpectNotVirtual();
     EXPECT_EQ( GetEntry( &ProbeSimple::Behind ), GetEntry( &ProbeU3V::Behind ) );
@@ -300,7 +300,7 @@ TEST( CommandLinkTableU3V, DestroysThroughTheBase )
     ExpectDestructionThroughTheBase<SimpleCommandLinkU3V>();
 }
 
-TEST( CapabilitiesTableU3V, HoldsTheDestructorOnly )
+TEST( CapabilitiesTableU3V, ContainsOnlyTheDestructor )
 {
     using MortalRecord = Mortal<CapabilitiesU3V>;
     int lDestructions = 0;

@@ -236,7 +236,7 @@ TEST_F( MemoryAccessU3VTest, ReadsFromTheUpperHalfOfTheAddresses )
     EXPECT_EQ( mLink.mReads, ( TestLinkU3V::Transfers{ { lBuffer.GetData(), -8, 4 } } ) );
 }
 
-TEST_F( MemoryAccessU3VTest, OffersRoomForTheDataAndNeverLessThan16 )
+TEST_F( MemoryAccessU3VTest, OffersSpaceForTheDataAndAtLeast16Bytes )
 {
     Open();
     for ( unsigned int lSize = 0; lSize <= 52; ++lSize )
@@ -257,7 +257,7 @@ TEST_F( MemoryAccessU3VTest, OffersRoomForTheDataAndNeverLessThan16 )
     ExpectLog( { SizeLine( 65, 64 ) } );
 }
 
-TEST_F( MemoryAccessU3VTest, IsContentWithLessThanItAskedFor )
+TEST_F( MemoryAccessU3VTest, AcceptsLessDataThanItAskedFor )
 {
     Open();
     GuardedBuffer lBuffer( 40 );
@@ -274,7 +274,7 @@ TEST_F( MemoryAccessU3VTest, IsContentWithLessThanItAskedFor )
 }
 
 // There the least room is more than the caller's.
-TEST_F( MemoryAccessU3VTest, WritesNothingBehindASmallBuffer )
+TEST_F( MemoryAccessU3VTest, WritesNothingBeyondASmallBuffer )
 {
     Open();
     for ( unsigned int lSize = 0; lSize < 4; ++lSize )
@@ -291,7 +291,7 @@ TEST_F( MemoryAccessU3VTest, WritesNothingBehindASmallBuffer )
     }
 }
 
-TEST_F( MemoryAccessU3VTest, TakesNothingForASizeBelowZero )
+TEST_F( MemoryAccessU3VTest, CopiesNothingForASizeBelowZero )
 {
     OpenWithoutLimits();
     for ( const long long lSize : { -1LL, -4LL, -65536LL, -4294967292LL, LLONG_MIN } )
@@ -305,7 +305,7 @@ TEST_F( MemoryAccessU3VTest, TakesNothingForASizeBelowZero )
     }
 }
 
-TEST_F( MemoryAccessU3VTest, RefusesAnAnswerLongerThanTheRoomForIt )
+TEST_F( MemoryAccessU3VTest, RefusesAnAnswerLongerThanItsBuffer )
 {
     Open();
     for ( const unsigned int lSize : { 0U, 3U, 4U, 5U, 40U } )
@@ -319,7 +319,7 @@ TEST_F( MemoryAccessU3VTest, RefusesAnAnswerLongerThanTheRoomForIt )
 }
 
 // A control interface of somebody else's that keeps to no room, or tells more than it has stored.
-TEST_F( MemoryAccessU3VTest, BelievesInNoMoreBytesThanItHadRoomFor )
+TEST_F( MemoryAccessU3VTest, UsesNoMoreBytesThanItsBufferHolds )
 {
     for ( const bool lHasLimits : { true, false } )
     {
@@ -352,7 +352,7 @@ TEST_F( MemoryAccessU3VTest, BelievesInNoMoreBytesThanItHadRoomFor )
     }
 }
 
-TEST_F( MemoryAccessU3VTest, RefusesWhatIsNoAcknowledgeOfARead )
+TEST_F( MemoryAccessU3VTest, RefusesAnythingButAnAcknowledgeOfARead )
 {
     Open();
     std::vector<Bytes> lSpoilt = Spoil( ReadMemAck( Pattern( 20 ) ) );
@@ -369,7 +369,7 @@ TEST_F( MemoryAccessU3VTest, RefusesWhatIsNoAcknowledgeOfARead )
     ExpectLog( {} );
 }
 
-TEST_F( MemoryAccessU3VTest, RefusesAnAnswerOfNothing )
+TEST_F( MemoryAccessU3VTest, RefusesAnEmptyAnswer )
 {
     Open();
     GuardedBuffer lBuffer( 4 );
@@ -384,7 +384,7 @@ TEST_F( MemoryAccessU3VTest, RefusesAnAnswerOfNothing )
     ExpectNoCallbacks();
 }
 
-TEST_F( MemoryAccessU3VTest, LooksAtTheStatusOnlyOfAnAcknowledge )
+TEST_F( MemoryAccessU3VTest, ChecksTheStatusOnlyOfAnAcknowledge )
 {
     Open();
     Bytes lAck = ReadMemAck( Pattern( 4 ), 0x8007 );
@@ -411,7 +411,7 @@ TEST_F( MemoryAccessU3VTest, ReturnsTheStatusOfARefusedRead )
     ExpectLog( { StatusLine( INVALID_ADDRESS ), StatusLine( INVALID_ADDRESS ) } );
 }
 
-TEST_F( MemoryAccessU3VTest, ReturnsWhatTheControlInterfaceFailsWith )
+TEST_F( MemoryAccessU3VTest, ReturnsTheFailureOfTheControlInterface )
 {
     Open();
     mControl.Expect( ReadMem( 0, 4 ) )
@@ -426,7 +426,7 @@ TEST_F( MemoryAccessU3VTest, ReturnsWhatTheControlInterfaceFailsWith )
     ExpectLog( {} );
 }
 
-TEST_F( MemoryAccessU3VTest, ReadsAfterACloseAsFarAsTheControlInterfaceLets )
+TEST_F( MemoryAccessU3VTest, PassesAReadAfterACloseToTheControlInterface )
 {
     OpenWithoutLimits();
     GuardedBuffer lBuffer( 500 );
@@ -437,7 +437,7 @@ TEST_F( MemoryAccessU3VTest, ReadsAfterACloseAsFarAsTheControlInterfaceLets )
     ExpectLog( {} );
 }
 
-TEST_F( MemoryAccessU3VTest, OffersNeverMoreThanItsBuffersWhereThereIsNoLimit )
+TEST_F( MemoryAccessU3VTest, OffersNoMoreThanItsBuffersWithoutALimit )
 {
     OpenWithoutLimits();
     for ( const unsigned int lSize : { 1011U, 1012U, 1013U, 1024U, 2000U, 65535U } )
@@ -463,7 +463,7 @@ TEST_F( MemoryAccessU3VTest, AsksForTheLow16BitsOfASize )
     EXPECT_EQ( mLink.mReads.back().mSize, 65538 );
 }
 
-TEST_F( MemoryAccessU3VTest, HoldsTheWholeSizeAgainstALimit )
+TEST_F( MemoryAccessU3VTest, ComparesTheWholeSizeWithALimit )
 {
     Open();
     GuardedBuffer lBuffer( 65538 );
@@ -510,7 +510,7 @@ TEST_F( MemoryAccessU3VTest, WritesByOneCommand )
     ExpectLog( {} );
 }
 
-TEST_F( MemoryAccessU3VTest, WaitsForTheAcknowledgeAlsoWhenToldNotTo )
+TEST_F( MemoryAccessU3VTest, WaitsForTheAcknowledgeEvenIfNoneIsRequested )
 {
     Open();
     mControl.ExpectAny().Reply( WriteMemAck( 0, 0x8007 ) );
@@ -518,7 +518,7 @@ TEST_F( MemoryAccessU3VTest, WaitsForTheAcknowledgeAlsoWhenToldNotTo )
     ExpectNoCallbacks();
 }
 
-TEST_F( MemoryAccessU3VTest, WritesNothing )
+TEST_F( MemoryAccessU3VTest, WritesZeroBytes )
 {
     Open();
     mControl.Expect( WriteMem( 0x100, {} ) ).Reply( WriteMemAck( 0 ) );
@@ -526,7 +526,7 @@ TEST_F( MemoryAccessU3VTest, WritesNothing )
     EXPECT_EQ( GetLastCommand().mBytes.size(), 20U );
 }
 
-TEST_F( MemoryAccessU3VTest, WritesAsMuchAsTheLimitTakes )
+TEST_F( MemoryAccessU3VTest, WritesAsMuchAsTheLimitAllows )
 {
     Open();
     mControl.Expect( WriteMem( 0x100, Pattern( 44 ) ) ).Reply( WriteMemAck( 44 ) );
@@ -537,7 +537,7 @@ TEST_F( MemoryAccessU3VTest, WritesAsMuchAsTheLimitTakes )
     ExpectLog( { SizeLine( 65, 64 ) } );
 }
 
-TEST_F( MemoryAccessU3VTest, WritesAsMuchAsTheBuffersTakeWhereThereIsNoLimit )
+TEST_F( MemoryAccessU3VTest, WritesAsMuchAsTheBuffersHoldWithoutALimit )
 {
     OpenWithoutLimits();
     mControl.Expect( WriteMem( 0x100, Pattern( 1004 ) ) ).Reply( WriteMemAck( 1004 ) );
@@ -565,7 +565,7 @@ TEST_F( MemoryAccessU3VTest, SendsNoCommandBeyondItsBuffer )
     ExpectLog( {} );
 }
 
-TEST_F( MemoryAccessU3VTest, HoldsTheWholeSizeOfAWriteAgainstALimit )
+TEST_F( MemoryAccessU3VTest, ComparesTheWholeSizeOfAWriteWithALimit )
 {
     Open();
     ExpectResult( Write( Pattern( 65540 ), 0x100 ), 0x4001, 0,
@@ -575,7 +575,7 @@ TEST_F( MemoryAccessU3VTest, HoldsTheWholeSizeOfAWriteAgainstALimit )
     ExpectLog( { SizeLine( 65560, 64 ) } );
 }
 
-TEST_F( MemoryAccessU3VTest, DoesNotAskHowMuchWasWritten )
+TEST_F( MemoryAccessU3VTest, IgnoresTheLengthWritten )
 {
     Open();
     const Bytes lAcks[] = { WriteMemAck( 0 ), WriteMemAck( 3 ), WriteMemAck( 0xFFFF ),
@@ -588,7 +588,7 @@ TEST_F( MemoryAccessU3VTest, DoesNotAskHowMuchWasWritten )
     EXPECT_EQ( mLink.mWrites.size(), 4U );
 }
 
-TEST_F( MemoryAccessU3VTest, RefusesWhatIsNoAcknowledgeOfAWrite )
+TEST_F( MemoryAccessU3VTest, RefusesAnythingButAnAcknowledgeOfAWrite )
 {
     Open();
     std::vector<Bytes> lSpoilt = Spoil( WriteMemAck( 4 ) );
@@ -611,7 +611,7 @@ TEST_F( MemoryAccessU3VTest, ReturnsTheStatusOfARefusedWrite )
     ExpectLog( { StatusLine( INVALID_ADDRESS ) } );
 }
 
-TEST_F( MemoryAccessU3VTest, LeavesTheConnectionLostFlagToItsOwner )
+TEST_F( MemoryAccessU3VTest, DoesNotChangeTheConnectionLostFlag )
 {
     Open();
     for ( const bool lIsLost : { false, true } )
@@ -691,7 +691,7 @@ TEST_F( AtomicWriteAndReadTest, SendsAWriteAndAReadTogether )
     ExpectLog( {} );
 }
 
-TEST_F( AtomicWriteAndReadTest, MovesAllThatTheLimitsTake )
+TEST_F( AtomicWriteAndReadTest, TransfersAsMuchAsTheLimitsAllow )
 {
     OpenSized( 1024, 1024 );
     mControl.ExpectAny().Reply( WriteMemAck( 1004 ) ).Reply( ReadMemAck( Pattern( 1012 ) ) );
@@ -725,7 +725,7 @@ TEST_F( AtomicWriteAndReadTest, ReturnsAWriteThatFitsNoPacket )
     ExpectLog( {} );
 }
 
-TEST_F( AtomicWriteAndReadTest, OffersNeverMoreThanItsBuffersWhereThereIsNoLimit )
+TEST_F( AtomicWriteAndReadTest, OffersNoMoreThanItsBuffersWithoutALimit )
 {
     OpenWithoutLimits();
     mControl.ExpectAny().Reply( WriteMemAck( 1004 ) ).Reply( ReadMemAck( Pattern( 1012 ) ) );
@@ -745,7 +745,7 @@ TEST_F( AtomicWriteAndReadTest, ReturnsTheFailureOfTheCall )
     ExpectLog( {} );
 }
 
-TEST_F( AtomicWriteAndReadTest, LooksAtTheWriteFirst )
+TEST_F( AtomicWriteAndReadTest, ChecksTheWriteFirst )
 {
     Open();
     mControl.ExpectAny()
@@ -761,7 +761,7 @@ TEST_F( AtomicWriteAndReadTest, LooksAtTheWriteFirst )
     ExpectLog( { StatusLine( INVALID_ADDRESS ), StatusLine( BUSY ) } );
 }
 
-TEST_F( AtomicWriteAndReadTest, RefusesWhatIsNoAcknowledge )
+TEST_F( AtomicWriteAndReadTest, RefusesAnythingButAnAcknowledge )
 {
     Open();
     GuardedBuffer lBuffer( 20 );
@@ -780,7 +780,7 @@ TEST_F( AtomicWriteAndReadTest, RefusesWhatIsNoAcknowledge )
     ExpectLog( {} );
 }
 
-TEST_F( AtomicWriteAndReadTest, BelievesInNoMoreBytesThanItHadRoomFor )
+TEST_F( AtomicWriteAndReadTest, UsesNoMoreBytesThanItsBufferHolds )
 {
     for ( const bool lHasLimits : { true, false } )
     {
@@ -820,7 +820,7 @@ TEST_F( AtomicWriteAndReadTest, StoresWhatTheAcknowledgeCarries )
     }
 }
 
-TEST_F( AtomicWriteAndReadTest, TakesNothingForASizeBelowZero )
+TEST_F( AtomicWriteAndReadTest, CopiesNothingForASizeBelowZero )
 {
     OpenWithoutLimits();
     mControl.ExpectAny().Reply( WriteMemAck( 1 ) ).Reply( ReadMemAck( Pattern( 100 ) ) );
@@ -928,7 +928,7 @@ TEST( TransferInPieces, EndsWithTheFirstThatFails )
     }
 }
 
-TEST( TransferInPieces, DoesNothingForNothing )
+TEST( TransferInPieces, DoesNothingForZeroBytes )
 {
     TestLinkU3V lLink; // never opened
     ExpectResult( lLink.Read( nullptr, 0, 0 ), 0x0000 );
@@ -1147,7 +1147,7 @@ TEST_F( LimitsTest, Of20LeaveNoByteToWrite )
                   "Command of 24 bytes is larger than maximum command size, 20" );
 }
 
-TEST_F( LimitsTest, Of16TakeReadsOfUpTo4 )
+TEST_F( LimitsTest, Of16AllowReadsOfUpTo4 )
 {
     OpenSized( 24, 16 );
     for ( unsigned int lSize = 1; lSize <= 4; ++lSize )
@@ -1159,7 +1159,7 @@ TEST_F( LimitsTest, Of16TakeReadsOfUpTo4 )
                   "Command of 17 bytes is larger than maximum command size, 16" );
 }
 
-TEST_F( LimitsTest, Of16TakeNoWrite )
+TEST_F( LimitsTest, Of16AllowNoWrite )
 {
     OpenSized( 16, 64 );
     const Bytes lData = Pattern( 4 );
@@ -1199,7 +1199,7 @@ TEST_F( LimitsTest, Of2048AreThoseOfTheBuffers )
     WriteAround( 1004 );
 }
 
-TEST_F( LimitsTest, OfAllThatANumberHoldsAreThoseOfTheBuffers )
+TEST_F( LimitsTest, OfTheLargestNumberAreThoseOfTheBuffers )
 {
     OpenSized( 0xFFFFFFFF, 0xFFFFFFFF );
     ReadAround( 1000 );
@@ -1235,7 +1235,7 @@ TEST_F( LimitsTest, KeepWhatWasReadBeforeAFailure )
 
 // The last piece may be smaller than the least room of an acknowledge, at the very end of the
 // caller's buffer, and the device may fill that room.
-TEST_F( LimitsTest, WriteNothingBehindTheEndOfALongRead )
+TEST_F( LimitsTest, WriteNothingBeyondTheEndOfALongRead )
 {
     Open();
     for ( unsigned int lRest = 1; lRest < 4; ++lRest )
@@ -1251,7 +1251,7 @@ TEST_F( LimitsTest, WriteNothingBehindTheEndOfALongRead )
 }
 
 // A device that answers every piece with nothing is read to the end all the same.
-TEST_F( LimitsTest, EndWithADeviceThatGivesNothing )
+TEST_F( LimitsTest, EndIfTheDeviceReturnsNothing )
 {
     Open();
     for ( int lPiece = 0; lPiece < 3; ++lPiece )

@@ -266,7 +266,7 @@ TEST_F( RegisterAccessTest, LeavesTheValueWhenTheDeviceRefuses )
     ExpectNoCallback();
 }
 
-TEST_F( RegisterAccessTest, TakesNoRegisterFromAnAcknowledgeWithoutAWholeValue )
+TEST_F( RegisterAccessTest, ReadsNoRegisterFromAnAcknowledgeWithoutACompleteValue )
 {
     for ( uint8_t lSize = 0; lSize < 4; ++lSize )
     {
@@ -336,7 +336,7 @@ TEST_F( RegisterAccessTest, WritesARegisterWithoutAcknowledge )
     ExpectTransfer( mLink.mWrites, &lValue, 0x0A00, GetHostBytes( 0x81020304 ) );
 }
 
-TEST_F( RegisterAccessTest, AcceptsTheBareHeaderAsAcknowledgeOfAWrite )
+TEST_F( RegisterAccessTest, AcceptsAHeaderWithoutPayloadAsAcknowledgeOfAWrite )
 {
     const unsigned int lValue = 0x81020304;
     mNet.Expect( WRITEREG ).Reply( { 0, 0, 0, 0x83, 0, 0, 0xB1, 0x23 } );
@@ -348,7 +348,7 @@ TEST_F( RegisterAccessTest, AcceptsTheBareHeaderAsAcknowledgeOfAWrite )
     EXPECT_EQ( mLink.mWrites.size(), 2U );
 }
 
-TEST_F( RegisterAccessTest, TakesAWriteAcknowledgeLongerThanItsAreaForAStray )
+TEST_F( RegisterAccessTest, TreatsAWriteAcknowledgeLongerThanItsBufferAsAStray )
 {
     mLink.mRetryCount = 1;
     const unsigned int lValue = 0x81020304;
@@ -387,7 +387,7 @@ TEST_F( RegisterAccessTest, ReadsAsMuchMemoryAsOnePacketCarries )
     ExpectTransfer( mLink.mReads, lArea.Get(), 0xD800, lData );
 }
 
-TEST_F( RegisterAccessTest, ReadsMemoryOfSizesThatAreNoWholeWords )
+TEST_F( RegisterAccessTest, ReadsMemoryOfSizesThatAreNotWholeWords )
 {
     mNet.Expect( ReadMem( 0x00, 0x01 ) ).Reply( ReadMemAck( 0x00, 0x05, { 0x77 } ) );
     GuardedArea lArea( 1 );
@@ -464,7 +464,7 @@ TEST_F( RegisterAccessTest, CopiesNoMemoryFromAnAcknowledgeWithLessThanWasAskedF
     ExpectLog( {} );
 }
 
-TEST_F( RegisterAccessTest, LetsTheDeviceJudgeAReadOfMoreThanOnePacket )
+TEST_F( RegisterAccessTest, SendsAReadOfMoreThanOnePacketUnchanged )
 {
     const Bytes lRefusal{ 0x80, 0x02, 0x00, 0x85, 0x00, 0x00, 0xB1, 0x23 }; // invalid parameter
     const struct
@@ -491,7 +491,7 @@ TEST_F( RegisterAccessTest, LetsTheDeviceJudgeAReadOfMoreThanOnePacket )
     ExpectNoCallback();
 }
 
-TEST_F( RegisterAccessTest, FailsWhenTheDeviceGivesALargestPacketForALargerRead )
+TEST_F( RegisterAccessTest, FailsIfTheDeviceAnswersALargerReadWithOneFullPacket )
 {
     const Bytes lData = MakeData( 536 );
     mNet.Expect( ReadMem( 0x02, 0x1C ) ).Reply( ReadMemAck( 0x02, 0x1C, lData ) );
@@ -503,7 +503,7 @@ TEST_F( RegisterAccessTest, FailsWhenTheDeviceGivesALargestPacketForALargerRead 
     ExpectNoCallback();
 }
 
-TEST_F( RegisterAccessTest, TakesAnAcknowledgeBeyondTheLargestPacketForAStray )
+TEST_F( RegisterAccessTest, TreatsAnAcknowledgeBeyondTheLargestPacketAsAStray )
 {
     mLink.mRetryCount = 1;
     mNet.Expect( ReadMem( 0x02, 0x1C ) ).Reply( ReadMemAck( 0x02, 0x20, MakeData( 540 ) ) );
@@ -514,7 +514,7 @@ TEST_F( RegisterAccessTest, TakesAnAcknowledgeBeyondTheLargestPacketForAStray )
     ExpectLog( { mLines.UNEXPECTED, mLines.TIMEOUT, mLines.FAILURE } );
 }
 
-TEST_F( RegisterAccessTest, FailsForSizesThatTheCountDoesNotHold )
+TEST_F( RegisterAccessTest, FailsForSizesThatTheCountFieldCannotExpress )
 {
     // The count goes out with what its 16 bits take, and the answer is short.
     const struct
@@ -578,7 +578,7 @@ TEST_F( RegisterAccessTest, WritesAsMuchMemoryAsOnePacketCarries )
     EXPECT_EQ( mNet.GetSends()[0].mBytes.size(), 548U );
 }
 
-TEST_F( RegisterAccessTest, WritesMemoryOfSizesThatAreNoWholeWords )
+TEST_F( RegisterAccessTest, WritesMemoryOfSizesThatAreNotWholeWords )
 {
     mNet.Expect( WriteMem( 0x01, 0x00, 0x05, { 0x77 } ) ).Reply( WRITEMEM_ACK );
     const uint8_t lData = 0x77;
@@ -590,7 +590,7 @@ TEST_F( RegisterAccessTest, WritesMemoryOfSizesThatAreNoWholeWords )
     EXPECT_EQ( mLink.mWrites[1].mSize, 0 );
 }
 
-TEST_F( RegisterAccessTest, RefusesToWriteWhatNoPacketCarries )
+TEST_F( RegisterAccessTest, RefusesToWriteMoreThanAPacketCarries )
 {
     const Bytes lData = MakeData( 540 );
     for ( const long long lSize : { 537LL, 540LL, 65536LL + 4, 0x1'0000'0004LL, -1LL, -4LL,
@@ -610,7 +610,7 @@ TEST_F( RegisterAccessTest, RefusesToWriteWhatNoPacketCarries )
 
 // Addresses.
 
-TEST_F( RegisterAccessTest, SendsTheLow32BitsOfAnAddressAndTellsTheWholeToTheCallback )
+TEST_F( RegisterAccessTest, SendsTheLow32BitsOfAnAddressAndPassesAllBitsToTheCallback )
 {
     const long long lAddress = 0x1'0000'0A00;
     unsigned int lValue = 0x81020304;
@@ -711,7 +711,7 @@ TEST_F( RegisterAccessTest, IsOneTransactionWithOneIdentifier )
     EXPECT_EQ( mLink.mWrites.size(), 2U );
 }
 
-TEST_F( RegisterAccessTest, ReturnsTheTransactionsFailureAndTouchesNothing )
+TEST_F( RegisterAccessTest, ReturnsTheTransactionsFailureAndChangesNothing )
 {
     const auto lExpectFailure = [this]( const Access& aAccess, const Result& aExpected )
     {
@@ -915,7 +915,7 @@ TEST_F( RegisterAccessTest, RunsThroughTheAbstractLink )
     EXPECT_EQ( mLink.mWrites.size(), 1U );
 }
 
-TEST_F( RegisterAccessTest, RunsWhileTheConnectionCountsAsLost )
+TEST_F( RegisterAccessTest, RunsWhileTheConnectionLostFlagIsSet )
 {
     mLink.SetConnectionLost();
     for ( const Access& lAccess : ACCESSES )

@@ -64,7 +64,7 @@ protected:
     std::vector<std::string> mComplaints;
 };
 
-TEST_F( ScriptedControlTest, AnswersWithoutBoundsWhenToldTo )
+TEST_F( ScriptedControlTest, CanIgnoreTheBoundsOfTheBuffer )
 {
     ScriptedControl lControl;
     lControl.Expect( COMMAND ).Do( [this] { mRecords[0].mAckLength = 1; } );
@@ -104,7 +104,7 @@ TEST_F( ScriptedControlTest, AnswersTheCallsThatItExpects )
     EXPECT_TRUE( mComplaints.empty() );
 }
 
-TEST_F( ScriptedControlTest, ComplainsOfOtherBytesAnotherNumberAndUnexpectedCalls )
+TEST_F( ScriptedControlTest, FailsOnOtherBytesAnotherNumberAndUnexpectedCalls )
 {
     ScriptedControl lControl;
     EXPECT_TRUE( Open().IsOK() );
@@ -121,7 +121,7 @@ TEST_F( ScriptedControlTest, ComplainsOfOtherBytesAnotherNumberAndUnexpectedCall
     EXPECT_THAT( mComplaints[2], HasSubstr( "unexpected call: 01 02 03" ) );
 }
 
-TEST_F( ScriptedControlTest, ComplainsOfCallsThatNeverCame )
+TEST_F( ScriptedControlTest, FailsOnMissingCalls )
 {
     {
         ScriptedControl lControl;
@@ -131,7 +131,7 @@ TEST_F( ScriptedControlTest, ComplainsOfCallsThatNeverCame )
     EXPECT_THAT( mComplaints[0], HasSubstr( "never came: 01 02 03" ) );
 }
 
-TEST_F( ScriptedControlTest, FailsAsToldAtTheFirstCommandWithoutAReply )
+TEST_F( ScriptedControlTest, ReturnsTheScriptedFailureAtTheFirstCommandWithoutAReply )
 {
     ScriptedControl lControl;
     EXPECT_TRUE( Open().IsOK() );
@@ -182,7 +182,7 @@ TEST_F( ScriptedControlTest, RecordsOpeningsClosingsAndConfigurations )
     EXPECT_EQ( 1U, ScriptedControl::GetInterfaceCount() );
 }
 
-TEST_F( ScriptedControlTest, DoesWhatItIsToldAtEveryCloseAndEnd )
+TEST_F( ScriptedControlTest, RunsItsCallbackAtEveryCloseAndDestruction )
 {
     std::string lDone;
     DeviceControlInterface lOther;
@@ -207,7 +207,7 @@ TEST_F( ScriptedControlTest, DoesWhatItIsToldAtEveryCloseAndEnd )
     EXPECT_EQ( "3 left;", lDone );
 }
 
-TEST_F( ScriptedControlTest, IsNotConnectedWhereNothingIsExpectedOrThere )
+TEST_F( ScriptedControlTest, IsNotConnectedWithoutAScriptOrDevice )
 {
     EXPECT_EQ( 0x0017U, Send( { COMMAND } ).GetCode() );
     EXPECT_FALSE( Open().IsOK() );
@@ -220,7 +220,7 @@ TEST_F( ScriptedControlTest, IsNotConnectedWhereNothingIsExpectedOrThere )
     EXPECT_TRUE( mComplaints.empty() );
 }
 
-TEST_F( ScriptedControlTest, LetsADeviceAnswerWhatNoScriptExpects )
+TEST_F( ScriptedControlTest, PassesUnscriptedCommandsToADevice )
 {
     ScriptedControl lControl;
     EXPECT_TRUE( Open().IsOK() );

@@ -155,7 +155,7 @@ TEST_F( SendCommandTest, OnASocketNeverOpenedIsNotConnectedAndDoesNothing )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, OnAClosedSocketIsNotConnectedAlsoWithoutAcknowledge )
+TEST_F( SendCommandTest, OnAClosedSocketIsNotConnectedEvenWithoutAcknowledge )
 {
     EXPECT_TRUE( mSocket.Close().IsOK() );
     EXPECT_EQ( Send( true ).GetCode(), 0x0017U );
@@ -165,7 +165,7 @@ TEST_F( SendCommandTest, OnAClosedSocketIsNotConnectedAlsoWithoutAcknowledge )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, IsNotConnectedAlsoWhenNoAttemptIsAllowed )
+TEST_F( SendCommandTest, IsNotConnectedEvenIfNoAttemptIsAllowed )
 {
     mLink.mRetryCount = 0;
     EXPECT_TRUE( mSocket.Close().IsOK() );
@@ -277,7 +277,7 @@ TEST_F( SendCommandTest, AcceptsALateAnswerToAnEarlierAttempt )
     ExpectLog( { mLines.TIMEOUT, mLines.RETRY } );
 }
 
-TEST_F( SendCommandTest, AsksForTheRetryCountBeforeEveryAttemptAndObeysALowerOne )
+TEST_F( SendCommandTest, AsksForTheRetryCountBeforeEveryAttemptAndAppliesALowerOne )
 {
     mLink.mRetryCount = 5;
     mNet.Expect( COMMAND ).Silence().Expect( COMMAND ).Do( [this] { mLink.mRetryCount = 2; },
@@ -287,7 +287,7 @@ TEST_F( SendCommandTest, AsksForTheRetryCountBeforeEveryAttemptAndObeysALowerOne
     ExpectLog( { mLines.TIMEOUT, mLines.RETRY, mLines.TIMEOUT, mLines.FAILURE } );
 }
 
-TEST_F( SendCommandTest, AsksForTheRetryCountBeforeEveryAttemptAndObeysAHigherOne )
+TEST_F( SendCommandTest, AsksForTheRetryCountBeforeEveryAttemptAndAppliesAHigherOne )
 {
     mLink.mRetryCount = 1;
     mNet.Expect( COMMAND )
@@ -315,7 +315,7 @@ TEST_F( SendCommandTest, WithoutAnyAttemptFailsWithTheCodeOfAResultThatNothingHa
     ExpectNothingHappened();
 }
 
-TEST_F( SendCommandTest, DrawsAnIdentifierAlsoWhenNoAttemptIsAllowed )
+TEST_F( SendCommandTest, TakesAnIdentifierEvenIfNoAttemptIsAllowed )
 {
     mLink.mRetryCount = 0;
     EXPECT_EQ( Send( true ).GetCode(), 0x0605U );
@@ -397,7 +397,7 @@ TEST_F( SendCommandTest, AcceptsAnAnswerAfterARefusedSend )
     ExpectLog( { mLines.UNABLE } );
 }
 
-TEST_F( SendCommandTest, TakesEveryResultButOkForARefusedSend )
+TEST_F( SendCommandTest, TreatsEveryResultButOkAsARefusedSend )
 {
     for ( const unsigned int lCode : { 0x0017U, 0x001EU, 0x4000U, 0x0001U } )
     {
@@ -434,7 +434,7 @@ TEST_F( SendCommandTest, WithoutAcknowledgeAndARefusedSendWaitsAndSendsAgain )
     ExpectLog( { mLines.UNABLE, mLines.TIMEOUT, mLines.RETRY } );
 }
 
-TEST_F( SendCommandTest, WithoutAcknowledgeAndARefusedSendTakesAnAnswerAllTheSame )
+TEST_F( SendCommandTest, WithoutAcknowledgeAndARefusedSendStillAcceptsAnAnswer )
 {
     mNet.Expect( COMMAND )
         .Refuse( Result( Result::GENERIC_ERROR, ENETDOWN ) )
@@ -445,7 +445,7 @@ TEST_F( SendCommandTest, WithoutAcknowledgeAndARefusedSendTakesAnAnswerAllTheSam
     ExpectLog( { mLines.UNABLE } );
 }
 
-TEST_F( SendCommandTest, WithoutAcknowledgeAndARefusedSendObeysTheStatusOfAnAnswer )
+TEST_F( SendCommandTest, WithoutAcknowledgeAndARefusedSendReturnsTheStatusOfAnAnswer )
 {
     mNet.Expect( COMMAND )
         .Refuse( Result( Result::GENERIC_ERROR, ENETDOWN ) )
@@ -508,7 +508,7 @@ TEST_F( SendCommandTest, WaitsAsLongAsTheLongestTimeoutSays )
     EXPECT_EQ( GetElapsed(), 2147483647LL );
 }
 
-TEST_F( SendCommandTest, ChargesStraysToTheDeadline )
+TEST_F( SendCommandTest, StraysDoNotExtendTheDeadline )
 {
     mLink.mRetryCount = 1;
     mNet.Expect( COMMAND )
@@ -523,7 +523,7 @@ TEST_F( SendCommandTest, ChargesStraysToTheDeadline )
                  mLines.FAILURE } );
 }
 
-TEST_F( SendCommandTest, AcceptsTheAnswerBehindAStrayWithinTheSameDeadline )
+TEST_F( SendCommandTest, AcceptsTheAnswerAfterAStrayWithinTheSameDeadline )
 {
     mNet.Expect( COMMAND ).Reply( STRAY, AFTER_MS( 300 ) ).Reply( ANSWER, AFTER_MS( 400 ) );
     EXPECT_TRUE( Send().IsOK() );
@@ -547,7 +547,7 @@ TEST_F( SendCommandTest, RetriesAfterStraysHaveFilledTheWait )
     ExpectLog( { mLines.UNEXPECTED, mLines.UNEXPECTED, mLines.TIMEOUT, mLines.RETRY } );
 }
 
-TEST_F( SendCommandTest, LooksOnceMoreAfterAStrayAtTheDeadline )
+TEST_F( SendCommandTest, ReceivesOnceMoreAfterAStrayAtTheDeadline )
 {
     mNet.Expect( COMMAND )
         .Reply( STRAY, AFTER_MS( 400 ) )
@@ -569,7 +569,7 @@ TEST_F( SendCommandTest, WaitsOneMillisecondAfterAStrayAtTheDeadline )
     ExpectLog( { mLines.UNEXPECTED, mLines.TIMEOUT, mLines.FAILURE } );
 }
 
-TEST_F( SendCommandTest, TakesALeapOfTheClockForTimePassed )
+TEST_F( SendCommandTest, TreatsAJumpOfTheClockAsTimePassed )
 {
     // Also one whose low 32 bits are nothing.
     for ( const long long lLeap : { 10'000LL, 1LL << 32, ( 1LL << 32 ) + 100, 1LL << 62 } )
@@ -589,7 +589,7 @@ TEST_F( SendCommandTest, TakesALeapOfTheClockForTimePassed )
     }
 }
 
-TEST_F( SendCommandTest, TakesAClockThatWentBackForOneThatStoodStill )
+TEST_F( SendCommandTest, TreatsAClockThatWentBackAsOneThatStoodStill )
 {
     // The stray has been waiting since long ago, so that it is still there when the clock is back.
     for ( const long long lBack : { 1LL, 500LL, 10'000LL, mStart } )
@@ -621,7 +621,7 @@ void ReplyStrays( ScriptedNetwork& aNet, int aFrom, int aCount )
 
 constexpr int MAX_STRAYS = 65536;
 
-TEST_F( SendCommandTest, GivesUpWhenStraysDoNotEndAfterTheDeadline )
+TEST_F( SendCommandTest, FailsIfStraysDoNotEndAfterTheDeadline )
 {
     mLink.mRetryCount = 1;
     mLink.mAnswerTimeout = 0;
@@ -636,7 +636,7 @@ TEST_F( SendCommandTest, GivesUpWhenStraysDoNotEndAfterTheDeadline )
     ExpectLog( lExpected );
 }
 
-TEST_F( SendCommandTest, AcceptsTheAnswerBehindAsManyStraysAsItBears )
+TEST_F( SendCommandTest, AcceptsTheAnswerAfterTheMaximumNumberOfStrays )
 {
     mLink.mRetryCount = 1;
     mLink.mAnswerTimeout = 0;
@@ -647,7 +647,7 @@ TEST_F( SendCommandTest, AcceptsTheAnswerBehindAsManyStraysAsItBears )
     EXPECT_EQ( mNet.GetSelectTimeouts(), Waits( MAX_STRAYS, 1 ) );
 }
 
-TEST_F( SendCommandTest, CountsStraysAnewAfterAPendingAcknowledge )
+TEST_F( SendCommandTest, RestartsTheCountOfStraysAfterAPendingAcknowledge )
 {
     mLink.mRetryCount = 1;
     mLink.mAnswerTimeout = 0;
@@ -660,7 +660,7 @@ TEST_F( SendCommandTest, CountsStraysAnewAfterAPendingAcknowledge )
     ExpectCounters( mLink, 0, 0, 1, 0 );
 }
 
-TEST_F( SendCommandTest, CountsStraysAnewAtEveryAttempt )
+TEST_F( SendCommandTest, RestartsTheCountOfStraysAtEveryAttempt )
 {
     mLink.mRetryCount = 2;
     mLink.mAnswerTimeout = 0;
@@ -673,7 +673,7 @@ TEST_F( SendCommandTest, CountsStraysAnewAtEveryAttempt )
     ExpectCounters( mLink, 1, 1, 0, 0 );
 }
 
-TEST_F( SendCommandTest, BearsAnyNumberOfStraysBeforeTheDeadline )
+TEST_F( SendCommandTest, IgnoresAnyNumberOfStraysBeforeTheDeadline )
 {
     constexpr int MANY = MAX_STRAYS + 100;
     mLink.mRetryCount = 1;
@@ -724,7 +724,7 @@ TEST_F( SendCommandTest, RestartsTheClockAtEachPendingAcknowledge )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, TakesAShorterTimeToCompletionInPlaceOfWhatIsLeft )
+TEST_F( SendCommandTest, AShorterTimeToCompletionReplacesTheRemainingWait )
 {
     mLink.mRetryCount = 1;
     mNet.Expect( COMMAND ).Reply( PENDING_50, AFTER_MS( 10 ) );
@@ -744,7 +744,7 @@ TEST_F( SendCommandTest, WaitsOneMillisecondForATimeToCompletionOfZero )
     EXPECT_EQ( GetElapsed(), 11 );
 }
 
-TEST_F( SendCommandTest, TakesTheLongestTimeToCompletionForWhatItSays )
+TEST_F( SendCommandTest, WaitsForTheLongestTimeToCompletion )
 {
     mNet.Expect( COMMAND ).Reply( PENDING_65535 ).Reply( ANSWER, AFTER_MS( 65535 ) );
     EXPECT_TRUE( Send().IsOK() );
@@ -752,7 +752,7 @@ TEST_F( SendCommandTest, TakesTheLongestTimeToCompletionForWhatItSays )
     EXPECT_EQ( GetElapsed(), 65535 );
 }
 
-TEST_F( SendCommandTest, TimesOutWhenTheTimeToCompletionHasPassedAndStartsAfresh )
+TEST_F( SendCommandTest, TimesOutAfterTheTimeToCompletionAndSendsAgain )
 {
     mNet.Expect( COMMAND )
         .Reply( PENDING_5000, AFTER_MS( 100 ) )
@@ -768,7 +768,7 @@ TEST_F( SendCommandTest, TimesOutWhenTheTimeToCompletionHasPassedAndStartsAfresh
     ExpectLog( { mLines.TIMEOUT, mLines.RETRY, mLines.TIMEOUT, mLines.RETRY } );
 }
 
-TEST_F( SendCommandTest, NeverTiresOfPendingAcknowledges )
+TEST_F( SendCommandTest, AcceptsAnyNumberOfPendingAcknowledges )
 {
     constexpr int MANY = 70000;
     mLink.mRetryCount = 1;
@@ -784,7 +784,7 @@ TEST_F( SendCommandTest, NeverTiresOfPendingAcknowledges )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, TakesThePendingAcknowledgeOfAnotherCommandForAStray )
+TEST_F( SendCommandTest, TreatsThePendingAcknowledgeOfAnotherCommandAsAStray )
 {
     mLink.mRetryCount = 1;
     mNet.Expect( COMMAND ).Reply( PENDING_OF_ANOTHER_COMMAND, AFTER_MS( 100 ) );
@@ -808,7 +808,7 @@ TEST_F( SendCommandTest, DoesNotRestartTheClockOfAPendingAcknowledgeAtAStray )
     ExpectLog( { mLines.UNEXPECTED, mLines.UNEXPECTED } );
 }
 
-TEST_F( SendCommandTest, DoesNotLookAtTheStatusOfAPendingAcknowledge )
+TEST_F( SendCommandTest, IgnoresTheStatusOfAPendingAcknowledge )
 {
     const Bytes lPending = Packet( {
         { 0x80, 0x06 }, // status: access denied
@@ -824,7 +824,7 @@ TEST_F( SendCommandTest, DoesNotLookAtTheStatusOfAPendingAcknowledge )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, AcceptsAPendingAcknowledgeWithMoreBehindIt )
+TEST_F( SendCommandTest, AcceptsAPendingAcknowledgeFollowedByMoreBytes )
 {
     const Bytes lPending = Packet( {
         { 0x00, 0x00 },             // status: success
@@ -868,7 +868,7 @@ TEST_F( SendCommandTest, TakesTheTimeOfAPendingAcknowledgeWhateverItsLengthField
     }
 }
 
-TEST_F( SendCommandTest, TakesEveryTruncationOfAPendingAcknowledgeForAStray )
+TEST_F( SendCommandTest, TreatsEveryTruncationOfAPendingAcknowledgeAsAStray )
 {
     mLink.mRetryCount = 1;
     for ( std::size_t lSize = 0; lSize < PENDING_5000.size(); ++lSize )
@@ -884,7 +884,7 @@ TEST_F( SendCommandTest, TakesEveryTruncationOfAPendingAcknowledgeForAStray )
     ExpectCounters( mLink, 0, 0, 0, 0 );
 }
 
-TEST_F( SendCommandTest, TakesNoShortDatagramForThePendingAcknowledgeBeforeIt )
+TEST_F( SendCommandTest, DoesNotTreatAShortDatagramAsTheEarlierPendingAcknowledge )
 {
     // What the pending acknowledge left in the buffer is still there.
     for ( std::size_t lSize = 0; lSize < PENDING_1000.size(); ++lSize )
@@ -907,7 +907,7 @@ TEST_F( SendCommandTest, TakesNoShortDatagramForThePendingAcknowledgeBeforeIt )
     }
 }
 
-TEST_F( SendCommandTest, TakesAPendingAcknowledgeThatDoesNotFitTheAreaForAStray )
+TEST_F( SendCommandTest, TreatsAPendingAcknowledgeThatDoesNotFitTheBufferAsAStray )
 {
     mLink.mRetryCount = 1;
     mArea.resize( 11 );
@@ -917,7 +917,7 @@ TEST_F( SendCommandTest, TakesAPendingAcknowledgeThatDoesNotFitTheAreaForAStray 
     ExpectCounters( mLink, 0, 0, 0, 0 );
 }
 
-TEST_F( SendCommandTest, AsksFirstWhetherAnAnswerIsTheAcknowledge )
+TEST_F( SendCommandTest, ChecksForTheAcknowledgeFirst )
 {
     // A command whose acknowledge has the code of a PENDINGACK.
     CommandHeader lCommand( 0x0088 );
@@ -935,7 +935,7 @@ TEST_F( SendCommandTest, AsksFirstWhetherAnAnswerIsTheAcknowledge )
 
 // Datagrams that are not the answer.
 
-TEST_F( SendCommandTest, DropsWhatIsNotTheAnswerAndKeepsWaiting )
+TEST_F( SendCommandTest, DropsOtherDatagramsAndKeepsWaiting )
 {
     const struct
     {
@@ -1011,7 +1011,7 @@ TEST_F( SendCommandTest, DropsTheLateAnswerOfAnEarlierCommand )
     ExpectLog( { mLines.TIMEOUT, mLines.FAILURE, mLines.UNEXPECTED } );
 }
 
-TEST_F( SendCommandTest, JudgesNoDatagramByTheBytesOfTheOneBefore )
+TEST_F( SendCommandTest, DoesNotJudgeADatagramByTheBytesOfAnEarlierOne )
 {
     // A whole answer with a byte too many, then nothing at all, and then its header's last byte
     // cut: were the bytes still in the area taken for received ones, they would make an answer.
@@ -1027,7 +1027,7 @@ TEST_F( SendCommandTest, JudgesNoDatagramByTheBytesOfTheOneBefore )
                  mLines.TIMEOUT, mLines.FAILURE } );
 }
 
-TEST_F( SendCommandTest, AcceptsAnAnswerFromWhereverTheSocketTakesIt )
+TEST_F( SendCommandTest, AcceptsAnAnswerFromAnySenderThatTheSocketAccepts )
 {
     mNet.Expect( COMMAND ).ReplyFrom( { WdUtilsLib::Network::IpAddress( 0xC0000263 ), 50000 },
                                       ANSWER );
@@ -1090,7 +1090,7 @@ TEST_F( SendCommandTest, ReturnsAReceiveErrorOfALaterAttemptAtOnce )
     ExpectLog( { mLines.TIMEOUT, mLines.RETRY, mLines.UNEXPECTED } );
 }
 
-TEST_F( SendCommandTest, TakesAReceiveThatTimesOutForTheEndOfTheAttempt )
+TEST_F( SendCommandTest, TreatsAReceiveTimeoutAsTheEndOfTheAttempt )
 {
     mNet.Expect( COMMAND )
         .FailReceive( Result( Result::TIMEOUT ), AFTER_MS( 100 ) )
@@ -1199,7 +1199,7 @@ const StatusCase STATUSES[] = {
     { 0xFF, 0xFF, INVALID },
 };
 
-TEST_F( SendCommandTest, TellsWhyTheDeviceRefused )
+TEST_F( SendCommandTest, ReportsWhyTheDeviceRefused )
 {
     for ( const StatusCase& lCase : STATUSES )
     {
@@ -1216,7 +1216,7 @@ TEST_F( SendCommandTest, TellsWhyTheDeviceRefused )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, TellsWhyTheDeviceRefusedAlsoWhenTheRefusalHasAPayload )
+TEST_F( SendCommandTest, ReportsWhyTheDeviceRefusedEvenIfTheRefusalHasAPayload )
 {
     for ( const StatusCase& lCase : STATUSES )
     {
@@ -1235,7 +1235,7 @@ TEST_F( SendCommandTest, TellsWhyTheDeviceRefusedAlsoWhenTheRefusalHasAPayload )
     ExpectLog( {} );
 }
 
-TEST_F( SendCommandTest, ObeysAStatusAfterRetriesAndPendingAcknowledges )
+TEST_F( SendCommandTest, ReturnsAStatusAfterRetriesAndPendingAcknowledges )
 {
     mNet.Expect( COMMAND )
         .Silence()
@@ -1253,7 +1253,7 @@ TEST_F( SendCommandTest, ObeysAStatusAfterRetriesAndPendingAcknowledges )
 
 // The caller's command and area.
 
-TEST_F( SendCommandTest, SendsHeaderAndPayloadAndNothingBehind )
+TEST_F( SendCommandTest, SendsHeaderAndPayloadAndNothingElse )
 {
     CommandHeader lCommand( 0x0002 );
     const Bytes lSent = Packet( {
@@ -1272,7 +1272,7 @@ TEST_F( SendCommandTest, SendsHeaderAndPayloadAndNothingBehind )
     EXPECT_TRUE( mLink.SendCommand( &lCommand, mArea.data(), 64, false ).IsOK() );
 }
 
-TEST_F( SendCommandTest, ReceivesAsMuchAsTheCallersAreaHolds )
+TEST_F( SendCommandTest, ReceivesAsMuchAsTheCallersBufferHolds )
 {
     mArea.assign( 12 + 4, FILL );
     mNet.Expect( COMMAND ).Reply( ANSWER );
@@ -1282,7 +1282,7 @@ TEST_F( SendCommandTest, ReceivesAsMuchAsTheCallersAreaHolds )
     EXPECT_EQ( Bytes( mArea.begin() + 12, mArea.end() ), Bytes( 4, FILL ) );
 }
 
-TEST_F( SendCommandTest, TakesAnAnswerThatDoesNotFitTheAreaForAStray )
+TEST_F( SendCommandTest, TreatsAnAnswerThatDoesNotFitTheBufferAsAStray )
 {
     for ( const long long lSize : { 11LL, 8LL, 7LL, 0LL, -1LL, LLONG_MIN } )
     {
@@ -1300,7 +1300,7 @@ TEST_F( SendCommandTest, TakesAnAnswerThatDoesNotFitTheAreaForAStray )
     }
 }
 
-TEST_F( SendCommandTest, NeverCutsTheSizeOfAVeryLargeArea )
+TEST_F( SendCommandTest, DoesNotTruncateTheSizeOfAVeryLargeBuffer )
 {
     // The area is not that large; the answer fits what it really is.
     mNet.Expect( COMMAND ).Reply( ANSWER );
@@ -1310,7 +1310,7 @@ TEST_F( SendCommandTest, NeverCutsTheSizeOfAVeryLargeArea )
 
 // Counters, flag, log and mutex.
 
-TEST_F( SendCommandTest, CountsUntilItIsResetAndForgetsEverythingThen )
+TEST_F( SendCommandTest, CountsUntilItIsReset )
 {
     mNet.Expect( COMMAND )
         .Refuse( Result( Result::GENERIC_ERROR ) )
@@ -1343,7 +1343,7 @@ TEST_F( SendCommandTest, MayBeResetInTheMiddle )
     ExpectCounters( mLink, 1, 2, 0, 0 );
 }
 
-TEST_F( SendCommandTest, NeitherSetsNorClearsNorObeysTheConnectionLostFlag )
+TEST_F( SendCommandTest, IgnoresTheConnectionLostFlag )
 {
     for ( const bool lLost : { false, true } )
     {

@@ -117,7 +117,7 @@ TEST_F( SimpleCommandLinkGEVTest, CountsAcrossLinks )
     EXPECT_TRUE( Read( lLink ).IsOK() );
 }
 
-TEST_F( SimpleCommandLinkGEVTest, DrawsFromTheSameCounterAfterALinkIsGone )
+TEST_F( SimpleCommandLinkGEVTest, UsesTheSameCounterAfterALinkIsDestroyed )
 {
     EXPECT_EQ( OpenLink( &mSocket ).GetRequestID(), 0xB001 );
     EXPECT_EQ( OpenLink( nullptr ).GetRequestID(), 0xB002 );
@@ -137,7 +137,7 @@ TEST_F( SimpleCommandLinkGEVTest, KeepsOneIdentifierForAllAttempts )
     EXPECT_TRUE( Read( lLink ).IsOK() );
 }
 
-TEST_F( SimpleCommandLinkGEVTest, DrawsNoIdentifierWhenNothingCanBeSent )
+TEST_F( SimpleCommandLinkGEVTest, TakesNoIdentifierIfNothingCanBeSent )
 {
     OpenLink lWithoutSocket( nullptr );
     SocketUDP lClosed;
@@ -187,7 +187,7 @@ TEST_F( SimpleCommandLinkGEVTest, IssuesB000WhereTheLowBitsAreZeroButNotWhereThe
     EXPECT_EQ( lLink.GetRequestID(), 0xB002 ); // counter 0x0002
 }
 
-TEST_F( SimpleCommandLinkGEVTest, SendsTheIdentifierB000AndTakesItsAnswer )
+TEST_F( SimpleCommandLinkGEVTest, SendsTheIdentifierB000AndAcceptsItsAnswer )
 {
     OpenLink lLink( &mSocket );
     for ( int lDraw = 0; lDraw < 4095; ++lDraw )
@@ -350,7 +350,7 @@ TEST_F( SimpleCommandLinkGEVTest, SharesSocketAndLoggerWithItsCopiesAndCopiesFla
 }
 
 // Somebody may still use what the link had before.
-TEST_F( SimpleCommandLinkGEVTest, WhatAssigningReplacedGoesWithTheLink )
+TEST_F( SimpleCommandLinkGEVTest, ObjectsReplacedByAssignmentAreFreedWithTheLink )
 {
     const OpenLink lSource( &mSocket );
     const OpenLink lOther( &mSocket );
@@ -378,7 +378,7 @@ TEST_F( SimpleCommandLinkGEVTest, WhatAssigningReplacedGoesWithTheLink )
     EXPECT_EQ( GetLiveAllocationCount(), lBefore );
 }
 
-TEST_F( SimpleCommandLinkGEVTest, DrawsFromTheSameCounterAsItsCopies )
+TEST_F( SimpleCommandLinkGEVTest, UsesTheSameCounterAsItsCopies )
 {
     OpenLink lLink( &mSocket );
     EXPECT_EQ( lLink.GetRequestID(), 0xB001 );
@@ -401,7 +401,7 @@ TEST_F( SimpleCommandLinkGEVTest, OutlivesItsCopies )
     ExpectLog( { mLines.TIMEOUT, mLines.RETRY } );
 }
 
-TEST_F( SimpleCommandLinkGEVTest, OutlivesWhatItIsACopyOf )
+TEST_F( SimpleCommandLinkGEVTest, OutlivesItsSource )
 {
     auto lSource = std::make_unique<OpenLink>( &mSocket );
     OpenLink lCopy( *lSource );

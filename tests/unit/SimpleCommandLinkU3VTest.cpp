@@ -55,7 +55,7 @@ TEST_F( SimpleCommandLinkU3VTest, HasOneLoggerForBoth )
     EXPECT_EQ( mLog.GetEntries()[0].mLogger, "HtBaseLib" );
 }
 
-TEST_F( SimpleCommandLinkU3VTest, IsNoMaster )
+TEST_F( SimpleCommandLinkU3VTest, IsNotMaster )
 {
     OpenLink lLink;
     EXPECT_FALSE( lLink.IsMaster() );
@@ -116,7 +116,7 @@ TEST_F( SimpleCommandLinkU3VTest, AssigningSharesTheLoggerAndFreesNone )
     EXPECT_EQ( ScriptedControl::GetInterfaceCount(), lInterfaces );
 }
 
-TEST_F( SimpleCommandLinkU3VTest, SurvivesBeingAssignedToItself )
+TEST_F( SimpleCommandLinkU3VTest, CanBeAssignedToItself )
 {
     OpenLink lLink;
     Open( lLink );
@@ -128,7 +128,7 @@ TEST_F( SimpleCommandLinkU3VTest, SurvivesBeingAssignedToItself )
     EXPECT_EQ( mControl.GetCloseCount(), 0U );
 }
 
-TEST_F( SimpleCommandLinkU3VTest, ClosesAtItsEnd )
+TEST_F( SimpleCommandLinkU3VTest, ClosesOnDestruction )
 {
     {
         SimpleCommandLinkU3V lLink;

@@ -271,7 +271,7 @@ TEST_F( TftpTalk, NewClientHasRunNoTransfer )
 
 // Sending
 
-TEST_F( TftpTalk, UploadAsksTheSocketForNothingElse )
+TEST_F( TftpTalk, UploadMakesNoOtherSocketCalls )
 {
     const Bytes lBytes = Pattern( 515 );
     ScriptUpload( lBytes );
@@ -321,7 +321,7 @@ TEST_F( TftpTalk, MultipleOfTheBlockSizeEndsWithAnEmptyBlock )
     EXPECT_EQ( mNet.GetSends()[3].mBytes, ( Bytes{ 0x00, 0x03, 0x00, 0x03 } ) );
 }
 
-TEST_F( TftpTalk, NothingIsOneEmptyBlock )
+TEST_F( TftpTalk, ZeroBytesAreOneEmptyBlock )
 {
     mNet.Expect( WriteRequest( "a.bin" ) )
         .ReplyFrom( TRANSFER, Ack( 0 ) )
@@ -369,7 +369,7 @@ TEST_F( TftpTalk, BlockNumberWrapsToZero )
     EXPECT_THAT( TakeWarnings(), IsEmpty() );
 }
 
-TEST_F( TftpTalk, AnyAcknowledgeTakesTheOffer )
+TEST_F( TftpTalk, AnyAcknowledgeAcceptsTheRequest )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Ack( 0xABCD ) );
@@ -378,7 +378,7 @@ TEST_F( TftpTalk, AnyAcknowledgeTakesTheOffer )
     EXPECT_THAT( TakeWarnings(), IsEmpty() );
 }
 
-TEST_F( TftpTalk, OfferIsRepeatedAfterEveryFailedWait )
+TEST_F( TftpTalk, RequestIsRepeatedAfterEveryFailedWait )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) )
@@ -409,7 +409,7 @@ TEST_F( TftpTalk, BlocksGoToThePortOfTheLastDatagramAndTheAddressOfTheDevice )
     }
 }
 
-TEST_F( TftpTalk, DatagramThatIsOfNoUseMovesThePortToo )
+TEST_F( TftpTalk, UnusableDatagramAlsoChangesThePort )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Ack( 0 ) );
@@ -420,7 +420,7 @@ TEST_F( TftpTalk, DatagramThatIsOfNoUseMovesThePortToo )
     EXPECT_THAT( GetPorts(), ElementsAre( 69, 50123, 40000, 40001 ) );
 }
 
-TEST_F( TftpTalk, FailedReceiveLeavesThePort )
+TEST_F( TftpTalk, FailedReceiveKeepsThePort )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Ack( 0 ) );
@@ -508,7 +508,7 @@ TEST_F( TftpTalk, SilentDeviceCosts21WaitsAnd18Warnings )
     EXPECT_EQ( lWarnings.front(), "Invalid or missing ACK, retrying...." );
 }
 
-TEST_F( TftpTalk, WhateverIsNoAcknowledgeCountsAsAFailedWait )
+TEST_F( TftpTalk, OtherDatagramsCountAsAFailedWait )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Ack( 0 ) );
@@ -586,7 +586,7 @@ TEST_F( TftpTalk, ErrorInPlaceOfABlocksAcknowledgeEndsTheSend )
     EXPECT_EQ( GetProgress(), ( Progress{ OK, 512, 1000 } ) );
 }
 
-TEST_F( TftpTalk, MessageOfTheDeviceIsNoFormat )
+TEST_F( TftpTalk, MessageOfTheDeviceIsNotAFormat )
 {
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Error( 0, "100%s %n %x" ) );
     EXPECT_EQ( Send( Pattern( 3 ) ), FAILED );
@@ -633,7 +633,7 @@ TEST_F( TftpTalk, LongestNameOfARemoteFile )
     EXPECT_THAT( mNet.GetSends()[0].mBytes, SizeIs( 1024 ) );
 }
 
-TEST_F( TftpTalk, NameThatFitsNoPacketIsNeverSent )
+TEST_F( TftpTalk, NameThatDoesNotFitAPacketIsNeverSent )
 {
     const AssertionRecorder lAssertions;
     for ( const std::size_t lLength : { 1016U, 1023U, 5000U } )
@@ -664,7 +664,7 @@ TEST_F( TftpTalk, SendsAFile )
     EXPECT_EQ( ReadWholeFile( lDirectory.GetPath( "file" ) ), ToText( lBytes ) );
 }
 
-TEST_F( TftpTalk, MissingFileSendsNothingAndLeavesTheTransferBegun )
+TEST_F( TftpTalk, MissingFileSendsNothingAndLeavesTheTransferPending )
 {
     const Bytes lBytes = Pattern( 700 );
     mNet.Expect( WriteRequest( "a.bin" ) ).Silence();
@@ -697,7 +697,7 @@ TEST_F( TftpTalk, EmptyPathIsAMissingFileWhateverTheRemoteName )
     EXPECT_THAT( mNet.GetSends(), IsEmpty() );
 }
 
-TEST_F( TftpTalk, FileThatShrankIsFilledUpWithZeros )
+TEST_F( TftpTalk, FileThatShrankIsPaddedWithZeros )
 {
     const TemporaryDirectory lDirectory;
     const std::string lPath = lDirectory.GetPath( "file" );
@@ -716,7 +716,7 @@ TEST_F( TftpTalk, FileThatShrankIsFilledUpWithZeros )
     EXPECT_EQ( mClient.SendFile( lPath.c_str() ).GetCode(), OK );
 }
 
-TEST_F( TftpTalk, WhatCannotBeReadIsZerosWhateverWasTransferredBefore )
+TEST_F( TftpTalk, UnreadablePartsAreSentAsZerosNeverAsEarlierData )
 {
     const TemporaryDirectory lDirectory;
     const std::string lPath = lDirectory.GetPath( "file" );
@@ -759,7 +759,7 @@ TEST_F( TftpTalk, FileThatCannotBeOpenedIsSentAsZeros )
 }
 
 // Only a regular file has a size.
-TEST_F( TftpTalk, DirectoryIsSentAsNothing )
+TEST_F( TftpTalk, DirectoryIsSentAsAnEmptyFile )
 {
     const TemporaryDirectory lDirectory;
     ScriptUpload( {} );
@@ -767,7 +767,7 @@ TEST_F( TftpTalk, DirectoryIsSentAsNothing )
     EXPECT_EQ( GetProgress(), ( Progress{ OK, 0, 0 } ) );
 }
 
-TEST_F( TftpTalk, DeviceFilesAreSentAsNothingAndTakeWhatIsFetched )
+TEST_F( TftpTalk, DeviceFilesAreSentAsEmptyFilesAndCanBeWritten )
 {
     for ( const char* const lPath : { "/dev/null", "/dev/full", "/dev/zero" } )
     {
@@ -781,7 +781,7 @@ TEST_F( TftpTalk, DeviceFilesAreSentAsNothingAndTakeWhatIsFetched )
 }
 
 // Nobody has opened its other end, so opening it would wait for ever.
-TEST_F( TftpTalk, FifoIsAFileThatCannotBeOpened )
+TEST_F( TftpTalk, FifoIsTreatedAsAFileThatCannotBeOpened )
 {
     const TemporaryDirectory lDirectory;
     const std::string lFifo = lDirectory.GetPath( "fifo" );
@@ -806,7 +806,7 @@ TEST_F( TftpTalk, FifoIsAFileThatCannotBeOpened )
 }
 
 // As /dev/stdout is where the output goes to another program.
-TEST_F( TftpTalk, PipeWithoutANameTakesWhatIsFetched )
+TEST_F( TftpTalk, UnnamedPipeCanBeWritten )
 {
     int lEnds[2] = { -1, -1 };
     ASSERT_EQ( pipe2( lEnds, O_CLOEXEC ), 0 );
@@ -822,7 +822,7 @@ TEST_F( TftpTalk, PipeWithoutANameTakesWhatIsFetched )
     EXPECT_EQ( close( lEnds[0] ), 0 );
 }
 
-TEST_F( TftpTalk, SizeOfAFileIsCutTo32Bits )
+TEST_F( TftpTalk, SizeOfAFileIsTruncatedTo32Bits )
 {
     const TemporaryDirectory lDirectory;
     const std::string lPath = lDirectory.GetPath( "file" );
@@ -848,7 +848,7 @@ TEST_F( TftpTalk, AbortBetweenBlocksEndsTheSendAndLeavesItPending )
     EXPECT_EQ( mNet.GetCalls().back(), "Close()" );
 }
 
-TEST_F( TftpTalk, AbortIsHeededAfterTheWait )
+TEST_F( TftpTalk, AbortTakesEffectAfterTheWait )
 {
     mNet.Expect( WriteRequest( "a.bin" ) )
         .Do( [&] { EXPECT_EQ( mClient.Abort().GetCode(), OK ); }, AFTER_MS( 1 ) );
@@ -858,7 +858,7 @@ TEST_F( TftpTalk, AbortIsHeededAfterTheWait )
     EXPECT_EQ( mNet.GetCalls().back(), "Close()" );
 }
 
-TEST_F( TftpTalk, AbortWhileTheOfferIsTakenSendsNoBlock )
+TEST_F( TftpTalk, AbortWhileTheRequestIsAcceptedSendsNoBlock )
 {
     mNet.Expect( WriteRequest( "a.bin" ) )
         .Do( [&] { EXPECT_EQ( mClient.Abort().GetCode(), OK ); } )
@@ -868,7 +868,7 @@ TEST_F( TftpTalk, AbortWhileTheOfferIsTakenSendsNoBlock )
 }
 
 // The last block's acknowledge completes the transfer before the flag is looked at again.
-TEST_F( TftpTalk, AbortDuringTheLastBlockComesTooLate )
+TEST_F( TftpTalk, AbortDuringTheLastBlockHasNoEffect )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Ack( 0 ) );
@@ -877,7 +877,7 @@ TEST_F( TftpTalk, AbortDuringTheLastBlockComesTooLate )
     EXPECT_EQ( GetResultCode(), OK );
 }
 
-TEST_F( TftpTalk, AbortedClientSaysItCanBeAbortedUntilTheNextTransfer )
+TEST_F( TftpTalk, AbortStaysOkAfterAnAbortUntilTheNextTransfer )
 {
     const Bytes lBytes = Pattern( 3 );
     mNet.Expect( WriteRequest( "a.bin" ) ).Do( [&] { (void)mClient.Abort(); } );
@@ -985,7 +985,7 @@ TEST_F( TftpTalk, TransfersFollowOneAnotherOnOneClient )
     EXPECT_EQ( CountCalls( "Close()" ), 6U );
 }
 
-TEST_F( TftpTalk, EachTransferFindsItsOwnPort )
+TEST_F( TftpTalk, EachTransferUsesItsOwnPort )
 {
     const Bytes lBytes = Pattern( 3 );
     ScriptUpload( lBytes );
@@ -996,7 +996,7 @@ TEST_F( TftpTalk, EachTransferFindsItsOwnPort )
     EXPECT_THAT( GetPorts(), ElementsAre( 69, 50123, 69, 40000 ) );
 }
 
-TEST_F( TftpTalk, StartAfterAFailureBeginsAfresh )
+TEST_F( TftpTalk, TransferAfterAFailureStartsFromTheBeginning )
 {
     const Bytes lBytes = Pattern( 1000 );
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Ack( 0 ) );
@@ -1048,7 +1048,7 @@ TEST_F( TftpTalk, ForeignExceptionFreesTheClient )
     EXPECT_EQ( Send( lBytes ), OK );
 }
 
-TEST_F( TftpTalk, ForeignExceptionEndsTheTransferForWhoWatchesIt )
+TEST_F( TftpTalk, ForeignExceptionEndsTheTransferForOtherThreads )
 {
     mNet.Expect( ReadRequest( "a.bin" ) )
         .Do( [] { throw std::runtime_error( "out of something" ); } );
@@ -1062,7 +1062,7 @@ TEST_F( TftpTalk, ForeignExceptionEndsTheTransferForWhoWatchesIt )
 
 // Fetching
 
-TEST_F( TftpTalk, FirstBlockOfAFileIsFetchedAndNoMore )
+TEST_F( TftpTalk, OnlyTheFirstBlockOfAFileIsFetched )
 {
     const Bytes lBlock = Pattern( 512 );
     mNet.Expect( ReadRequest( "a.bin" ) )
@@ -1106,7 +1106,7 @@ TEST_F( TftpTalk, BlocksOfEveryLengthAreStored )
     }
 }
 
-TEST_F( TftpTalk, BufferTakesWhatItHasRoomFor )
+TEST_F( TftpTalk, OnlyWhatFitsTheBufferIsStored )
 {
     const Bytes lBlock = Pattern( 512 );
     mNet.Expect( ReadRequest( "a.bin" ) )
@@ -1164,7 +1164,7 @@ TEST_F( TftpTalk, EmptyPathMeansTheDevicesName )
     EXPECT_EQ( ReadWholeFile( lName ), "new" );
 }
 
-TEST_F( TftpTalk, FileThatCannotBeMadeStopsNothing )
+TEST_F( TftpTalk, FileThatCannotBeCreatedDoesNotStopTheTransfer )
 {
     mNet.Expect( ReadRequest( "a.bin" ) )
         .ReplyFrom( TRANSFER, Data( 1, { 1, 2, 3 } ) )
@@ -1188,7 +1188,7 @@ TEST_F( TftpTalk, UnexpectedBlockIsAcknowledgedWithTheExpectedNumberAndEndsTheRe
     EXPECT_EQ( GetResultCode(), OK );
 }
 
-TEST_F( TftpTalk, AnyOtherDatagramEndsTheReadWithNothing )
+TEST_F( TftpTalk, AnyOtherDatagramEndsTheReadWithNothingStored )
 {
     std::vector<Bytes> lDatagrams = {
         Ack( 0 ),
@@ -1261,7 +1261,7 @@ TEST_F( TftpTalk, SilentDeviceCosts21RequestsAnd20WarningsOfARead )
     EXPECT_THAT( lWarnings, Each( RESEND_READ ) );
 }
 
-TEST_F( TftpTalk, LateFirstBlockIsTaken )
+TEST_F( TftpTalk, LateFirstBlockIsAccepted )
 {
     for ( int lTry = 0; lTry < 20; ++lTry )
     {
@@ -1277,7 +1277,7 @@ TEST_F( TftpTalk, LateFirstBlockIsTaken )
     EXPECT_THAT( TakeWarnings(), SizeIs( 20 ) );
 }
 
-TEST_F( TftpTalk, WrongBlockAfterTwentyTimeoutsIsOneFailureTooMany )
+TEST_F( TftpTalk, WrongBlockAfterTwentyTimeoutsFails )
 {
     for ( int lTry = 0; lTry < 20; ++lTry )
     {
@@ -1296,7 +1296,7 @@ TEST_F( TftpTalk, WrongBlockAfterTwentyTimeoutsIsOneFailureTooMany )
     EXPECT_EQ( lWarnings.back(), UNEXPECTED_BLOCK );
 }
 
-TEST_F( TftpTalk, WrongBlockAfterNineteenTimeoutsIsNot )
+TEST_F( TftpTalk, WrongBlockAfterNineteenTimeoutsIsOk )
 {
     for ( int lTry = 0; lTry < 19; ++lTry )
     {
@@ -1324,7 +1324,7 @@ TEST_F( TftpTalk, AbortEndsARead )
 }
 
 // While the request leaves: the flag is looked at before anything is waited for.
-TEST_F( TftpTalk, AbortBeforeTheWaitOfAReadCostsNoTime )
+TEST_F( TftpTalk, AbortBeforeTheWaitOfAReadTakesNoTime )
 {
     mNet.Observe(
         [&]( const std::string& aCall )
@@ -1342,7 +1342,7 @@ TEST_F( TftpTalk, AbortBeforeTheWaitOfAReadCostsNoTime )
     EXPECT_EQ( mNet.GetCalls().back(), "Close()" );
 }
 
-TEST_F( TftpTalk, ReadLeavesTheCountersOfTheLastSend )
+TEST_F( TftpTalk, ReadKeepsTheCountersOfTheLastSend )
 {
     const Bytes lBytes = Pattern( 700 );
     ScriptUpload( lBytes );

@@ -186,7 +186,7 @@ TEST( TftpRequests, NameIsReplaced )
     EXPECT_EQ( GetContent( lRead ), "/octet" );
 }
 
-TEST( TftpRequests, NameIsCutToItsArray )
+TEST( TftpRequests, NameIsTruncatedToItsArray )
 {
     TftpWrq lWrite;
     lWrite.SetFileName( std::string( 5000, 'n' ).c_str() );
@@ -567,7 +567,7 @@ TEST( TftpErrorPacket, DecodesCodeAndMessage )
     EXPECT_STREQ( lError.GetMessage(), "Full" );
 }
 
-TEST( TftpErrorPacket, NeedsFiveBytesAndEndsItsMessageItself )
+TEST( TftpErrorPacket, NeedsFiveBytesAndTerminatesItsMessage )
 {
     const Bytes PACKET = { 0x00, 0x05, 0x00, 0x01, 'F', 'u', 'l', 'l' };
     for ( std::size_t lCount = 0; lCount <= PACKET.size(); ++lCount )
@@ -581,7 +581,7 @@ TEST( TftpErrorPacket, NeedsFiveBytesAndEndsItsMessageItself )
     EXPECT_STREQ( lEmpty.GetMessage(), "" );
 }
 
-TEST( TftpErrorPacket, KeepsNoTailOfTheMessageBefore )
+TEST( TftpErrorPacket, KeepsNothingOfTheEarlierMessage )
 {
     TftpError lError;
     ASSERT_TRUE( Decode( lError, Packet( { { 0x00, 0x05, 0x00, 0x01 }, Text( "a long one" ) } ) ) );
@@ -589,7 +589,7 @@ TEST( TftpErrorPacket, KeepsNoTailOfTheMessageBefore )
     EXPECT_STREQ( lError.GetMessage(), "b" );
 }
 
-TEST( TftpErrorPacket, CutsAMessageThatDoesNotFit )
+TEST( TftpErrorPacket, TruncatesAMessageThatDoesNotFit )
 {
     TftpError lError;
     ASSERT_TRUE( Decode( lError, Packet( { { 0x00, 0x05, 0x00, 0x01 }, Bytes( 1023, 'm' ) } ) ) );

@@ -135,7 +135,7 @@ Tally RunUploads( int aCount, double aLoss )
 
 } // namespace
 
-TEST( TftpUpload, ArrivesOverAGoodLineWithoutAnyRepetition )
+TEST( TftpUpload, ArrivesOverAGoodNetworkWithoutRepetition )
 {
     for ( const std::size_t lSize : { 0U, 1U, 511U, 512U, 513U, 1024U, 5000U } )
     {
@@ -154,7 +154,7 @@ TEST( TftpUpload, ArrivesOverAGoodLineWithoutAnyRepetition )
 
 // Two of these seeds fail: the offer was repeated, and a late answer to one of the offers drew the
 // client to a session that has none of the blocks before.
-TEST( TftpUpload, HundredUploadsOverABadLineArriveWholeOrFailClearly )
+TEST( TftpUpload, HundredUploadsOverABadNetworkArriveWholeOrFailClearly )
 {
     const Tally lTally = RunUploads( 100, 0.10 );
     EXPECT_EQ( lTally.mArrived, 98 );
@@ -165,7 +165,7 @@ TEST( TftpUpload, HundredUploadsOverABadLineArriveWholeOrFailClearly )
     EXPECT_GT( lTally.mFaults.mReordered, 30U );
 }
 
-TEST( TftpUpload, OverAWorseLineWhatDoesNotArriveFailsClearly )
+TEST( TftpUpload, UploadsOverAWorseNetworkArriveWholeOrFailClearly )
 {
     const Tally lTally = RunUploads( 100, 0.60 );
     EXPECT_GT( lTally.mArrived, 10 );
@@ -187,7 +187,7 @@ TEST( TftpUpload, SurvivesSilenceAtEveryAnswer )
     }
 }
 
-TEST( TftpUpload, FailsWhenTheServerFallsSilentForEver )
+TEST( TftpUpload, FailsIfTheServerStopsAnswering )
 {
     const Bytes lContent = Pattern( UPLOAD_SIZE );
     for ( unsigned int lAnswer = 0; lAnswer < ANSWERS; ++lAnswer )
@@ -253,7 +253,7 @@ TEST( TftpUpload, SurvivesAWrongBlockNumberAtEveryAnswer )
     }
 }
 
-TEST( TftpUpload, FollowsAnAnswerToAForeignPort )
+TEST( TftpUpload, SendsToThePortOfAnAnswerFromAForeignPort )
 {
     const Bytes lContent = Pattern( UPLOAD_SIZE );
     for ( unsigned int lAnswer = 0; lAnswer + 1 < ANSWERS; ++lAnswer )
@@ -308,7 +308,7 @@ TEST( TftpDownload, FetchesTheFirstBlockFromTheVirtualServer )
     }
 }
 
-TEST( TftpDownload, TellsThatTheServerHasNoSuchFile )
+TEST( TftpDownload, ReportsThatTheServerHasNoSuchFile )
 {
     Upload lTalk;
     unsigned int lCount = 0;

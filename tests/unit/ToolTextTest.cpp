@@ -27,7 +27,7 @@ TEST( Numbers, AreDecimalOrHexadecimal )
     EXPECT_EQ( ParseNumber( "0x0000000000000001", "n" ), 1U );
 }
 
-TEST( Numbers, ThatAreNoneFailAsWrongUsage )
+TEST( Numbers, ThatAreInvalidFailAsWrongUsage )
 {
     for ( const char* lText :
           { "", " 1", "1 ", "-1", "+1", "0x", "x1", "1.0", "a", "0x1g", "1e3" } )
@@ -59,7 +59,7 @@ TEST( Numbers, AreScaledToThreeDigitsBeforeThePoint )
     EXPECT_EQ( FormatScaled( 1e308, "B/s" ).size(), 303U + 7 ); // no such stream, but no harm
 }
 
-TEST( Texts, OfPrintableCharactersStayAsTheyAre )
+TEST( Texts, OfPrintableCharactersAreUnchanged )
 {
     for ( const char* lText : { "", "plain text", "~", "\xC3\xA4", "\xE2\x82\xAC", "\xEF\xBF\xBD",
                                 "\xF0\x9F\x93\xB7", "\xC2\xA0", "\xF4\x8F\xBF\xBF" } )
@@ -76,7 +76,7 @@ TEST( Texts, ControlCharactersAreEscaped )
     EXPECT_EQ( Escape( "C:\\x" ), "C:\\\\x" );
 }
 
-TEST( Texts, WhatIsNoUtf8IsEscapedByteByByte )
+TEST( Texts, InvalidUtf8IsEscapedByteByByte )
 {
     EXPECT_EQ( Escape( "\xFF" ), "\\xFF" );
     EXPECT_EQ( Escape( "\x80" ), "\\x80" );
@@ -98,14 +98,14 @@ TEST( Tables, ColumnsAreAlignedByCharacters )
     EXPECT_EQ( FormatTable( {} ), "" );
 }
 
-TEST( Counts, HaveAnSBeyondOne )
+TEST( Counts, HaveAPluralSExceptForOne )
 {
     EXPECT_EQ( FormatCount( 0, "byte" ), "0 bytes" );
     EXPECT_EQ( FormatCount( 1, "byte" ), "1 byte" );
     EXPECT_EQ( FormatCount( 2, "byte" ), "2 bytes" );
 }
 
-TEST( HexDumps, DoNotDependOnHowTheBytesCome )
+TEST( HexDumps, DoNotDependOnHowTheBytesAreSplit )
 {
     const uint8_t lBytes[] = { 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 'A', 'B', 'C', 'D', 0x7F, 0xFF, 'z' };
     const std::string lExpected =

@@ -18,7 +18,7 @@ TEST( U3VGUID, IsEmptyUntilSet )
     EXPECT_EQ( 0, lGuid.GetVendorID() );
 }
 
-TEST( U3VGUID, KeepsItsTextAndTellsTheVendor )
+TEST( U3VGUID, KeepsItsTextAndReturnsTheVendor )
 {
     const U3VGUID lGuid( "1aB200C0ffee" );
     EXPECT_FALSE( lGuid.IsEmpty() );

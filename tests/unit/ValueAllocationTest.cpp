@@ -26,7 +26,7 @@ std::string GetDescription( const HtResult& aResult )
 
 } // namespace
 
-TEST( HtResultAllocation, AResultKeepsItsCodesAndGoesWithoutItsText )
+TEST( HtResultAllocation, AResultKeepsItsCodesWithoutItsText )
 {
     const HtString lText( TEXT );
     AllocationRounds lRounds;
@@ -134,7 +134,7 @@ TEST( HtResultAllocation, TextsOfAResultMayThrow )
     EXPECT_EQ( lRounds.GetLeakedCount(), 0 );
 }
 
-TEST( HtStringAllocation, ATextThatIsNotMadeLeaksNothing )
+TEST( HtStringAllocation, AFailedConstructionLeaksNothing )
 {
     AllocationRounds lRounds;
     while ( lRounds.Next() )
@@ -154,7 +154,7 @@ TEST( HtStringAllocation, ATextThatIsNotMadeLeaksNothing )
     EXPECT_EQ( lRounds.GetLeakedCount(), 0 );
 }
 
-TEST( HtStringAllocation, ATextThatIsNotChangedStays )
+TEST( HtStringAllocation, AFailedChangeKeepsTheText )
 {
     const HtString lOther( OTHER );
     for ( const bool lIsAppended : { false, true } )
@@ -185,7 +185,7 @@ TEST( HtStringAllocation, ATextThatIsNotChangedStays )
 }
 
 // The list is as it was, its cursor too.
-TEST( HtStringListAllocation, AnItemThatIsNotAddedChangesNothing )
+TEST( HtStringListAllocation, AFailedAdditionChangesNothing )
 {
     const HtString lText( TEXT );
     AllocationRounds lRounds;
@@ -210,7 +210,7 @@ TEST( HtStringListAllocation, AnItemThatIsNotAddedChangesNothing )
     EXPECT_EQ( lRounds.GetLeakedCount(), 0 );
 }
 
-TEST( HtStringListAllocation, AListThatIsNotMadeLeaksNothing )
+TEST( HtStringListAllocation, AFailedConstructionLeaksNothing )
 {
     AllocationRounds lRounds;
     while ( lRounds.Next() )

@@ -273,7 +273,7 @@ TEST_F( VirtualDeviceGEVTest, AnswersDiscoveryWithTheBootstrapBlock )
     EXPECT_TRUE( HOST == lOut[0].mTo );
 }
 
-TEST_F( VirtualDeviceGEVTest, TakesOnlyDiscoveryFromABroadcast )
+TEST_F( VirtualDeviceGEVTest, AcceptsOnlyDiscoveryFromABroadcast )
 {
     EXPECT_TRUE( VirtualDeviceGEV::TakesFromBroadcast( DISCOVERY_COMMAND.data(),
                                                        DISCOVERY_COMMAND.size() ) );
@@ -344,7 +344,7 @@ TEST_F( VirtualDeviceGEVTest, AnswersWriteMemory )
                Bytes( Device().GetMemory().begin(), Device().GetMemory().begin() + 8 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, AnnouncesWorkThatTakesLong )
+TEST_F( VirtualDeviceGEVTest, SendsAPendingAcknowledgeForASlowCommand )
 {
     Make( MakePendingDevice( 5000, 4999, 1 ) );
     const Bytes lPending = {
@@ -367,7 +367,7 @@ TEST_F( VirtualDeviceGEVTest, AnnouncesWorkThatTakesLong )
 
 // What is dropped and what is refused.
 
-TEST_F( VirtualDeviceGEVTest, DropsWhatIsShorterThanAHeader )
+TEST_F( VirtualDeviceGEVTest, DropsDatagramsShorterThanAHeader )
 {
     for ( size_t lSize = 0; lSize < 8; lSize++ )
     {
@@ -476,7 +476,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesPayloadsThatDoNotSuitTheCommand )
                Bytes( Device().GetMemory().begin(), Device().GetMemory().begin() + 540 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, TakesTheLongestCommandsThereAre )
+TEST_F( VirtualDeviceGEVTest, AcceptsTheLongestCommands )
 {
     TakeControl();
     Bytes lPairs;
@@ -531,7 +531,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesInvalidAddresses )
     EXPECT_EQ( 0x0000u, ReadMemStatus( MEMORY_END - 8, 8 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, RefusesToWriteWhatCanOnlyBeRead )
+TEST_F( VirtualDeviceGEVTest, RefusesWritesToReadOnlyRegisters )
 {
     TakeControl();
     for ( const uint32_t lAddress :
@@ -572,7 +572,7 @@ TEST_F( VirtualDeviceGEVTest, EachByteOfTheBusyWordIsBusy )
     EXPECT_EQ( 0x0000u, ReadMemStatus( Register::BUSY_WORD + 4, 1 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, RefusedReadCarriesTheValuesInFront )
+TEST_F( VirtualDeviceGEVTest, RefusedReadCarriesTheEarlierValues )
 {
     const Bytes lExpected = Half( 0x8003 ) + Half( 0x0081 ) + Half( 8 ) + Half( 0xB001 ) +
                             Word( 0x00020000 ) + Word( 3000 );
@@ -598,7 +598,7 @@ TEST_F( VirtualDeviceGEVTest, RefusedWriteNamesTheFirstThatFailed )
     EXPECT_EQ( 0x77777777u, Device().ReadWord( MEMORY_END - 4 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, RefusesWhatItsCapabilitiesLeaveOut )
+TEST_F( VirtualDeviceGEVTest, RefusesCommandsThatItsCapabilitiesExclude )
 {
     VirtualDeviceGEV::Configuration lConfiguration;
     lConfiguration.mGvcpCapability = 0;
@@ -645,7 +645,7 @@ TEST_F( VirtualDeviceGEVTest, NotesAReservedFieldThatIsNotZero )
     EXPECT_EQ( 1u, Device().GetOddities().mReservedNotZero );
 }
 
-TEST_F( VirtualDeviceGEVTest, LenientDeviceTakesAnyLengthAndAlignment )
+TEST_F( VirtualDeviceGEVTest, LenientDeviceAcceptsAnyLengthAndAlignment )
 {
     VirtualDeviceGEV::Configuration lConfiguration;
     lConfiguration.mStrict = false;
@@ -680,7 +680,7 @@ TEST_F( VirtualDeviceGEVTest, LenientDeviceGuardsControlAgainstUnalignedWrites )
 
 // Control and heartbeat.
 
-TEST_F( VirtualDeviceGEVTest, RefusesWritesWhileNobodyHoldsControl )
+TEST_F( VirtualDeviceGEVTest, RefusesWritesWhileControlIsFree )
 {
     EXPECT_EQ( 0x8006u, WriteStatus( 0xA000, 1 ) );
     EXPECT_EQ( 0x8006u, WriteMemStatus( MEMORY, Word( 1 ) ) );
@@ -689,7 +689,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesWritesWhileNobodyHoldsControl )
     EXPECT_FALSE( Device().GetHolder( mNowMs ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, TakesWritesOfAnybodyWhereControlIsNotRequired )
+TEST_F( VirtualDeviceGEVTest, AcceptsWritesFromAnyHostIfControlIsNotRequired )
 {
     VirtualDeviceGEV::Configuration lConfiguration;
     lConfiguration.mRequireControl = false;
@@ -699,7 +699,7 @@ TEST_F( VirtualDeviceGEVTest, TakesWritesOfAnybodyWhereControlIsNotRequired )
     EXPECT_EQ( 0x8006u, WriteStatus( 0xA000, 2, OTHER_PORT ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, HolderAloneWrites )
+TEST_F( VirtualDeviceGEVTest, OnlyTheHolderWrites )
 {
     TakeControl();
     EXPECT_TRUE( Device().GetHolder( mNowMs ) == HOST );
@@ -716,7 +716,7 @@ TEST_F( VirtualDeviceGEVTest, HolderAloneWrites )
     EXPECT_TRUE( Device().GetHolder( mNowMs ) == HOST );
 }
 
-TEST_F( VirtualDeviceGEVTest, HolderGivesControlBack )
+TEST_F( VirtualDeviceGEVTest, HolderReleasesControl )
 {
     TakeControl();
     EXPECT_EQ( 40000u, Read( 0x0A04 ) );
@@ -762,7 +762,7 @@ TEST_F( VirtualDeviceGEVTest, SilenceOfTheHolderFreesControl )
     EXPECT_EQ( 0x8006u, WriteStatus( 0xA000, 1 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, EachCompleteCommandOfTheHolderIsASignOfLife )
+TEST_F( VirtualDeviceGEVTest, EachCompleteCommandOfTheHolderRestartsTheHeartbeat )
 {
     TakeControl();
     const std::vector<Bytes> lCommands = { Word( 0x0A00 ), Word( 0x0018 ) };
@@ -817,7 +817,7 @@ TEST_F( VirtualDeviceGEVTest, HolderStaysWhileTheDeviceWorks )
 
 // Pending acknowledges and commands that come again.
 
-TEST_F( VirtualDeviceGEVTest, AnnouncesAsOftenAsConfigured )
+TEST_F( VirtualDeviceGEVTest, SendsAsManyPendingAcknowledgesAsConfigured )
 {
     Make( MakePendingDevice( 700, 600, 3 ) );
     const std::vector<Outgoing> lOut = Receive( READREG_COMMAND );
@@ -834,7 +834,7 @@ TEST_F( VirtualDeviceGEVTest, AnnouncesAsOftenAsConfigured )
     EXPECT_EQ( 1u, Device().GetCounters( 0x0080 ).mAnswers );
 }
 
-TEST_F( VirtualDeviceGEVTest, WorksInSilenceWhereItCannotAnnounce )
+TEST_F( VirtualDeviceGEVTest, SendsNothingDuringWorkWithoutPendingAcknowledges )
 {
     VirtualDeviceGEV::Configuration lOld = MakePendingDevice( 700, 600, 3 );
     lOld.mVersionMajor = 1;
@@ -855,7 +855,7 @@ TEST_F( VirtualDeviceGEVTest, WorksInSilenceWhereItCannotAnnounce )
     EXPECT_EQ( 4u, Receive( READREG_COMMAND ).size() );
 }
 
-TEST_F( VirtualDeviceGEVTest, AnnouncesFromVersionOneOneOn )
+TEST_F( VirtualDeviceGEVTest, SendsPendingAcknowledgesFromVersion1_1On )
 {
     VirtualDeviceGEV::Configuration lConfiguration = MakePendingDevice( 700, 600, 1 );
     lConfiguration.mVersionMajor = 1;
@@ -864,7 +864,7 @@ TEST_F( VirtualDeviceGEVTest, AnnouncesFromVersionOneOneOn )
     EXPECT_EQ( 2u, Receive( READREG_COMMAND ).size() );
 }
 
-TEST_F( VirtualDeviceGEVTest, NeverAnnouncesRefusalsAndUnacknowledgedCommands )
+TEST_F( VirtualDeviceGEVTest, SendsNoPendingAcknowledgeForRefusedOrUnacknowledgedCommands )
 {
     Make( MakePendingDevice( 700, 600, 1 ) );
     EXPECT_EQ( 0x8003u, ReadStatus( 0x0018 ) );
@@ -899,7 +899,7 @@ TEST_F( VirtualDeviceGEVTest, RepeatedCommandWithoutAcknowledgeIsNotExecutedAgai
     EXPECT_EQ( 99u, Device().ReadWord( 0xA000 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, RepeatedCommandDuringTheWorkIsAnnouncedAgain )
+TEST_F( VirtualDeviceGEVTest, RepeatedCommandDuringTheWorkGetsAPendingAcknowledge )
 {
     Make( MakePendingDevice( 500, 300, 2 ) );
     const Bytes lCommand = MakeCommand( 0x0082, Word( 0xA000 ) + Word( 1 ) );
@@ -1079,7 +1079,7 @@ TEST_F( VirtualDeviceGEVTest, ReportsMoreStreamChannelsThanItHasRegistersFor )
     EXPECT_EQ( 0x0000u, WriteStatus( 0x0A00, 0 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, BootstrapBlockReadsInOnePiece )
+TEST_F( VirtualDeviceGEVTest, BootstrapBlockCanBeReadInOneCommand )
 {
     const Bytes lAnswer = Ask( 0x0084, Word( 0x0000 ) + Word( 536 ) );
     ASSERT_EQ( 548u, lAnswer.size() );
@@ -1161,7 +1161,7 @@ TEST_F( VirtualDeviceGEVTest, MemoryLiesWhereConfigured )
     EXPECT_EQ( 0x8003u, ReadStatus( 0xFFFFFF00 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, MemoryHidesNothingElse )
+TEST_F( VirtualDeviceGEVTest, MemoryDoesNotHideRegisters )
 {
     VirtualDeviceGEV::Configuration lConfiguration;
     lConfiguration.mMemoryBase = 0x8000;
@@ -1174,7 +1174,7 @@ TEST_F( VirtualDeviceGEVTest, MemoryHidesNothingElse )
     EXPECT_EQ( 0x4854424Cu, Read( 0xA040 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, TimestampCountsOnlyWhereThereIsATick )
+TEST_F( VirtualDeviceGEVTest, TimestampCountsOnlyWithATickFrequency )
 {
     EXPECT_EQ( 0u, Read( 0x093C ) );
     EXPECT_EQ( 0u, Read( 0x0940 ) );
@@ -1195,7 +1195,7 @@ TEST_F( VirtualDeviceGEVTest, TimestampCountsOnlyWhereThereIsATick )
 
 // What a test can ask of it.
 
-TEST_F( VirtualDeviceGEVTest, RefusesAnAddressWithAnyStatusAsTold )
+TEST_F( VirtualDeviceGEVTest, RefusesAnAddressWithAnyConfiguredStatus )
 {
     TakeControl();
     for ( uint16_t lStatus = 0x8001; lStatus <= 0x800E; lStatus++ )
@@ -1212,7 +1212,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesAnAddressWithAnyStatusAsTold )
 }
 
 // So that every step of reading what it can do can be made to fail.
-TEST_F( VirtualDeviceGEVTest, RefusesEveryBootstrapRegisterWithAnyStatusAsTold )
+TEST_F( VirtualDeviceGEVTest, RefusesEveryBootstrapRegisterWithAnyConfiguredStatus )
 {
     const uint32_t ADDRESSES[] = { 0x0000, 0x0004, 0x0008, 0x000C, 0x0048, 0x0068, 0x0088,
                                    0x00A8, 0x00D8, 0x00E8, 0x0900, 0x0904, 0x092C, 0x0930,
@@ -1231,7 +1231,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesEveryBootstrapRegisterWithAnyStatusAsTold )
     }
 }
 
-TEST_F( VirtualDeviceGEVTest, RefusesOneCommandOnlyAsTold )
+TEST_F( VirtualDeviceGEVTest, RefusesOnlyTheConfiguredCommand )
 {
     TakeControl();
     Device().Refuse( 0x0084, 0x00A8, 0x8008 );
@@ -1245,7 +1245,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesOneCommandOnlyAsTold )
     EXPECT_EQ( 0x8006u, AskStatus( 0x0002, {} ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, RefusesAsTheFirstOfTwoWordsIsTold )
+TEST_F( VirtualDeviceGEVTest, RefusalOfTwoWordsFollowsTheFirst )
 {
     VirtualDeviceGEV::Configuration lConfiguration;
     lConfiguration.mStrict = false;
@@ -1263,7 +1263,7 @@ TEST_F( VirtualDeviceGEVTest, RefusesAsTheFirstOfTwoWordsIsTold )
     EXPECT_EQ( 0x0000u, ReadMemStatus( MEMORY + 2, 2 ) );
 }
 
-TEST_F( VirtualDeviceGEVTest, IsSilentAboutAnAddressAsTold )
+TEST_F( VirtualDeviceGEVTest, DoesNotAnswerAtASilentAddress )
 {
     TakeControl();
     Device().SetSilent( 0xA004 );
@@ -1283,7 +1283,7 @@ TEST_F( VirtualDeviceGEVTest, IsSilentAboutAnAddressAsTold )
     EXPECT_TRUE( Receive( DISCOVERY_COMMAND ).empty() );
 }
 
-TEST_F( VirtualDeviceGEVTest, ChangesFromBehindPassAllAccessRules )
+TEST_F( VirtualDeviceGEVTest, DirectChangesBypassAllAccessRules )
 {
     EXPECT_TRUE( Device().WriteWord( 0x0934, 0x11223344 ) );
     EXPECT_EQ( 0x11223344u, Read( 0x0934 ) );
@@ -1307,7 +1307,7 @@ TEST_F( VirtualDeviceGEVTest, KeepsTheLatestRequests )
     EXPECT_EQ( START_MS + 1, Device().GetRequests()[1].mTimeMs );
 }
 
-TEST_F( VirtualDeviceGEVTest, CountsWhatItDidInOneLine )
+TEST_F( VirtualDeviceGEVTest, SummaryCountsInOneLine )
 {
     (void)Receive( READREG_COMMAND );
     (void)Receive( READREG_COMMAND );

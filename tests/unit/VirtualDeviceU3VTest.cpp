@@ -109,13 +109,13 @@ protected:
     int64_t mNowMs = START_MS;
 };
 
-TEST_F( VirtualDeviceU3VTest, ReadsUnderTheIdentifierOfTheCommand )
+TEST_F( VirtualDeviceU3VTest, AnswersAReadWithTheIdentifierOfTheCommand )
 {
     EXPECT_EQ( Ack( 0, 0x0801, 0xBEEF, { 0x02, 0x00, 0x01, 0x00 } ),
                Ask( ReadMem( 0x0000, 4, 0xBEEF ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, WritesAndTellsHowMuch )
+TEST_F( VirtualDeviceU3VTest, WritesAndReportsTheLengthWritten )
 {
     EXPECT_EQ( Ack( 0, 0x0803, 7, { 0, 0, 3, 0 } ), Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
     EXPECT_EQ( Ack( 0, 0x0801, 8, { 1, 2, 3, 0 } ), Ask( ReadMem( MEMORY, 4, 8 ) ) );
@@ -130,7 +130,7 @@ TEST_F( VirtualDeviceU3VTest, WriteAcknowledgeHasNoLengthWithoutThatCapability )
     EXPECT_EQ( Ack( 0, 0x0803, 7, {} ), Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, DropsWhatIsNotACommand )
+TEST_F( VirtualDeviceU3VTest, DropsOtherPackets )
 {
     const Bytes lGood = ReadMem( 0, 4 );
     for ( size_t lSize = 0; lSize < 12; lSize++ )
@@ -149,7 +149,7 @@ TEST_F( VirtualDeviceU3VTest, DropsWhatIsNotACommand )
     EXPECT_TRUE( Device().GetRequests().empty() );
 }
 
-TEST_F( VirtualDeviceU3VTest, RefusesEveryTruncationBehindTheHeader )
+TEST_F( VirtualDeviceU3VTest, RefusesEveryTruncationAfterTheHeader )
 {
     const Bytes COMMANDS[] = { ReadMem( MEMORY, 4 ), WriteMem( MEMORY, { 1, 2, 3, 4 } ) };
     for ( const Bytes& lCommand : COMMANDS )
@@ -196,14 +196,14 @@ TEST_F( VirtualDeviceU3VTest, RefusesEachMistakeWithItsStatus )
     EXPECT_EQ( 0x8004U, AskStatus( WriteMem( 0x01C3, { 1, 2 } ) ) ); // its first byte may be
 }
 
-TEST_F( VirtualDeviceU3VTest, AllowsEmptyAccessWhereItIsTold )
+TEST_F( VirtualDeviceU3VTest, AllowsEmptyAccessIfConfigured )
 {
     mConfiguration.mAllowsEmptyAccess = true;
     EXPECT_EQ( Ack( 0, 0x0801, 1, {} ), Ask( ReadMem( MEMORY, 0 ) ) );
     EXPECT_EQ( Ack( 0, 0x0803, 1, { 0, 0, 0, 0 } ), Ask( WriteMem( MEMORY, {} ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, DemandsTheAlignmentItIsTold )
+TEST_F( VirtualDeviceU3VTest, RequiresTheConfiguredAlignment )
 {
     mConfiguration.mAlignment = 4;
     EXPECT_EQ( 0x8005U, AskStatus( ReadMem( MEMORY + 2, 4 ) ) );
@@ -212,7 +212,7 @@ TEST_F( VirtualDeviceU3VTest, DemandsTheAlignmentItIsTold )
     EXPECT_EQ( 0x0000U, AskStatus( ReadMem( MEMORY, 8 ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, RefusesAnAddressAsTold )
+TEST_F( VirtualDeviceU3VTest, RefusesAConfiguredAddress )
 {
     Device().RefuseAddress( MEMORY + 4, 0x8007 );
     EXPECT_EQ( 0x0000U, AskStatus( ReadMem( MEMORY, 4 ) ) );
@@ -256,7 +256,7 @@ TEST_F( VirtualDeviceU3VTest, ShowsItsTextsAndRegisters )
     EXPECT_EQ( 0U, lNumber( lSbrm + 0x2C, 8 ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, HasEventsWhereItSaysSo )
+TEST_F( VirtualDeviceU3VTest, HasEventRegistersIfConfigured )
 {
     mConfiguration.mDeviceCapability |= CapabilityU3V::MESSAGE_CHANNEL;
     const Bytes lAck = Ask( ReadMem( 0x00010000 + 0x2C, 12 ) );
@@ -265,7 +265,7 @@ TEST_F( VirtualDeviceU3VTest, HasEventsWhereItSaysSo )
     EXPECT_EQ( 0x0000U, AskStatus( WriteMem( lEirm, { 1, 0, 0, 0 } ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, HasNoStreamWhereItSaysSo )
+TEST_F( VirtualDeviceU3VTest, HasNoStreamRegistersIfConfigured )
 {
     mConfiguration.mStreamChannels = 0;
     const Bytes lAck = Ask( ReadMem( 0x00010000 + 0x1C, 16 ) );
@@ -336,7 +336,7 @@ TEST_F( VirtualDeviceU3VTest, KeepsAtMostTheConfiguredNumberOfRequests )
     EXPECT_EQ( ReadMem( 0, 2 ), Device().GetRequests().front() );
 }
 
-TEST_F( VirtualDeviceU3VTest, GivesATransferInSeveralPartsOfWholePackets )
+TEST_F( VirtualDeviceU3VTest, ReturnsATransferInSeveralPartsOfWholePackets )
 {
     mConfiguration.mPacketSize = 512;
     EXPECT_EQ( Ending::DONE, Send( ReadMem( MEMORY, 1000 ) ) );
@@ -363,7 +363,7 @@ TEST_F( VirtualDeviceU3VTest, CountsAPacketSizeOfZeroAsOne )
 }
 
 // What a read of 4 bytes is answered with under each fault.
-TEST_F( VirtualDeviceU3VTest, DamagesOneAcknowledgeAsTold )
+TEST_F( VirtualDeviceU3VTest, DamagesOneAcknowledgeAsConfigured )
 {
     const Bytes lGood = Ack( 0, 0x0801, 1, { 0x02, 0x00, 0x01, 0x00 } );
     const auto lAskWith = [this]( const FaultU3V& aFault )
@@ -411,7 +411,7 @@ TEST_F( VirtualDeviceU3VTest, DoesNotExecuteWhatAFaultRefuses )
     EXPECT_EQ( 1U, Device().GetCounters().mHalted );
 }
 
-TEST_F( VirtualDeviceU3VTest, ExecutesACommandThatItIsToldNotToAnswer )
+TEST_F( VirtualDeviceU3VTest, ExecutesACommandThatItDoesNotAnswer )
 {
     Device().Inject( { Kind::SILENT, 0, 1, 0 } );
     EXPECT_EQ( Ending::DONE, Send( WriteMem( MEMORY, { 1 } ) ) );
@@ -433,7 +433,7 @@ TEST_F( VirtualDeviceU3VTest, AnswersLateAndInOrder )
     EXPECT_EQ( Ack( 0, 0x0801, 2, { 2, 0 } ), Fetch().mBytes );
 }
 
-TEST_F( VirtualDeviceU3VTest, AnnouncesThatItTakesLong )
+TEST_F( VirtualDeviceU3VTest, SendsAPendingAcknowledgeForASlowCommand )
 {
     Device().Inject( { Kind::PENDING, 1000, 2, 30 } );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 1, 5 ) ) );
@@ -447,7 +447,7 @@ TEST_F( VirtualDeviceU3VTest, AnnouncesThatItTakesLong )
     EXPECT_EQ( Ack( 0, 0x0801, 5, { 2 } ), Fetch().mBytes );
 }
 
-TEST_F( VirtualDeviceU3VTest, PutsEmptyAndStaleTransfersInFront )
+TEST_F( VirtualDeviceU3VTest, SendsEmptyAndStaleTransfersFirst )
 {
     Device().Inject( { Kind::EMPTY, 0, 2, 0 } );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 1, 5 ) ) );
@@ -482,7 +482,7 @@ TEST_F( VirtualDeviceU3VTest, StaysHaltedUntilThatEndpointIsCleared )
     EXPECT_EQ( Ack( 0, 0x0801, 1, { 2 } ), Ask( ReadMem( 0, 1 ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, IsGoneForEverything )
+TEST_F( VirtualDeviceU3VTest, CanBeUnplugged )
 {
     Device().Inject( { Kind::UNPLUG, 0, 1, 0 } );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 1 ) ) );
@@ -491,7 +491,7 @@ TEST_F( VirtualDeviceU3VTest, IsGoneForEverything )
     EXPECT_EQ( Ending::GONE, Send( ReadMem( 0, 1 ) ) );
 }
 
-TEST_F( VirtualDeviceU3VTest, IsCopiedWithAllItKeeps )
+TEST_F( VirtualDeviceU3VTest, IsCopiedWithItsWholeState )
 {
     (void)Ask( WriteMem( MEMORY, { 1 } ) );
     VirtualDeviceU3V lCopy = Device();

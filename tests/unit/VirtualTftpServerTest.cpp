@@ -91,7 +91,7 @@ Bytes GetPart( const Bytes& aBytes, std::size_t aFirst, std::size_t aCount )
 
 // Uploads
 
-TEST_F( TftpServer, UploadGoesThroughAPortOfItsOwn )
+TEST_F( TftpServer, UploadUsesAPortOfItsOwn )
 {
     const Bytes lContent = Pattern( 700 );
     const uint16_t lPort = Offer( "a.bin" );
@@ -128,7 +128,7 @@ TEST_F( TftpServer, MultipleOfTheBlockSizeWaitsForTheEmptyBlock )
     EXPECT_EQ( *mServer.FindFile( "a.bin" ), lContent );
 }
 
-TEST_F( TftpServer, BlockThatComesAgainIsAcknowledgedAgainAndStoredOnce )
+TEST_F( TftpServer, RepeatedBlockIsAcknowledgedAgainAndStoredOnce )
 {
     const uint16_t lPort = Offer( "a.bin" );
     const Bytes lBlock = Pattern( 512 );
@@ -141,7 +141,7 @@ TEST_F( TftpServer, BlockThatComesAgainIsAcknowledgedAgainAndStoredOnce )
     EXPECT_EQ( mServer.GetCounters().mRepeated, 2U );
 }
 
-TEST_F( TftpServer, BlockOutOfTurnIsDropped )
+TEST_F( TftpServer, OutOfOrderBlockIsDropped )
 {
     const uint16_t lPort = Offer( "a.bin" );
     EXPECT_THAT( Receive( Data( 2, { 1 } ), lPort ), IsEmpty() );
@@ -179,7 +179,7 @@ TEST_F( TftpServer, EachRequestHasASessionOfItsOwn )
     EXPECT_EQ( *mServer.FindFile( "a.bin" ), lBlock + Bytes{ 6 } );
 }
 
-TEST_F( TftpServer, UnfinishedUploadLeavesTheFileThatIsThere )
+TEST_F( TftpServer, UnfinishedUploadKeepsTheExistingFile )
 {
     mServer.SetFile( "a.bin", Text( "old" ) );
     const uint16_t lPort = Offer( "a.bin" );
@@ -192,7 +192,7 @@ TEST_F( TftpServer, UnfinishedUploadLeavesTheFileThatIsThere )
 
 // Downloads
 
-TEST_F( TftpServer, DownloadGoesBlockByBlock )
+TEST_F( TftpServer, DownloadSendsBlockByBlock )
 {
     const Bytes lContent = Pattern( 1100 );
     mServer.SetFile( "a.bin", lContent );
@@ -219,7 +219,7 @@ TEST_F( TftpServer, DownloadOfAMultipleOfTheBlockSizeEndsWithAnEmptyBlock )
     EXPECT_EQ( mServer.GetCounters().mDelivered, 1U );
 }
 
-TEST_F( TftpServer, AcknowledgeOfTheBlockBeforeBringsTheCurrentOneAgain )
+TEST_F( TftpServer, AcknowledgeOfThePreviousBlockRepeatsTheCurrentOne )
 {
     const Bytes lContent = Pattern( 1100 );
     mServer.SetFile( "a.bin", lContent );
@@ -242,7 +242,7 @@ TEST_F( TftpServer, DownloadKeepsTheFileItBeganWith )
 
 // Requests
 
-TEST_F( TftpServer, ModeIsComparedWithoutCaseAndOptionsAreReadOver )
+TEST_F( TftpServer, ModeIsCaseInsensitiveAndOptionsAreIgnored )
 {
     const Bytes lRequest = Bytes{ 0, 2 } + Text( "a.bin" ) + Bytes{ 0 } + Text( "OcTeT" ) +
                            Bytes{ 0 } + Text( "blksize" ) + Bytes{ 0 } + Text( "1428" ) +
@@ -282,7 +282,7 @@ TEST_F( TftpServer, EveryTruncatedRequestIsRefused )
     EXPECT_EQ( mServer.GetCounters().mDropped, 5U );
 }
 
-TEST_F( TftpServer, WhatIsNoRequestIsRefusedAndAnErrorIsNot )
+TEST_F( TftpServer, OtherPacketsAreRefusedButErrorsAreIgnored )
 {
     EXPECT_EQ( Exchange( Ack( 0 ) ).mBytes, Error( 4, "Illegal TFTP operation" ) );
     EXPECT_EQ( Exchange( Data( 1, { 1, 0, 2, 0 } ) ).mBytes, Error( 4, "Illegal TFTP operation" ) );
@@ -298,7 +298,7 @@ TEST_F( TftpServer, MissingFileIsNotFound )
     EXPECT_EQ( lAnswer.mTo, CLIENT );
 }
 
-TEST( TftpServerConfiguration, RefusesUploadsWhereItSaysSo )
+TEST( TftpServerConfiguration, RefusesUploadsIfConfigured )
 {
     VirtualTftpServer::Configuration lReadOnly;
     lReadOnly.mIsWritable = false;
@@ -309,7 +309,7 @@ TEST( TftpServerConfiguration, RefusesUploadsWhereItSaysSo )
     EXPECT_EQ( lAnswers[0].mBytes, Error( 2, "Access violation" ) );
 }
 
-TEST( TftpServerConfiguration, KeepsFilesThatAreThereWhereItSaysSo )
+TEST( TftpServerConfiguration, KeepsExistingFilesIfConfigured )
 {
     VirtualTftpServer::Configuration lKeeping;
     lKeeping.mMayReplace = false;
@@ -326,7 +326,7 @@ TEST( TftpServerConfiguration, KeepsFilesThatAreThereWhereItSaysSo )
 }
 
 // Before its last block is acknowledged, so that its sender knows.
-TEST( TftpServerConfiguration, RefusesAnUploadThatCannotBeKept )
+TEST( TftpServerConfiguration, RefusesAnUploadThatCannotBeStored )
 {
     std::vector<std::pair<std::string, Bytes>> lAsked;
     VirtualTftpServer::Configuration lConfiguration;
@@ -376,7 +376,7 @@ TEST( TftpServerConfiguration, RefusesAnUploadThatIsTooLong )
 
 // Sessions
 
-TEST_F( TftpServer, StrangerOnATransferPortIsRefusedAndHarmsNothing )
+TEST_F( TftpServer, AnotherSenderOnATransferPortIsRefusedWithoutEffect )
 {
     const uint16_t lPort = Offer( "a.bin" );
     const Outgoing lAnswer = Exchange( Data( 1, { 6, 6, 6 } ), lPort, OTHER );
@@ -394,7 +394,7 @@ TEST_F( TftpServer, PortWithoutASessionIsUnknown )
     EXPECT_THAT( Receive( Error( 0, "stop" ), 50003 ), IsEmpty() );
 }
 
-TEST_F( TftpServer, PacketThatDoesNotSuitTheSessionEndsIt )
+TEST_F( TftpServer, UnexpectedPacketEndsTheSession )
 {
     const uint16_t lUpload = Offer( "a.bin" );
     EXPECT_EQ( Exchange( Ack( 0 ), lUpload ).mBytes, Error( 4, "Illegal TFTP operation" ) );
@@ -420,7 +420,7 @@ TEST_F( TftpServer, SilentSessionIsForgotten )
     EXPECT_EQ( mServer.GetSessionCount(), 0U );
 }
 
-TEST( TftpServerConfiguration, SessionThatIsSilentForLongestMakesRoom )
+TEST( TftpServerConfiguration, SessionThatIsSilentForLongestIsReplaced )
 {
     VirtualTftpServer::Configuration lFew;
     lFew.mFirstTransferPort = 100;
@@ -443,7 +443,7 @@ TEST( TftpServerConfiguration, SessionThatIsSilentForLongestMakesRoom )
 
 // What goes wrong on request
 
-TEST_F( TftpServer, IsSilentWhereItIsTold )
+TEST_F( TftpServer, DoesNotAnswerIfConfigured )
 {
     Disturb( Trouble::SILENCE, 1 );
     const uint16_t lPort = Offer( "a.bin" );
@@ -452,7 +452,7 @@ TEST_F( TftpServer, IsSilentWhereItIsTold )
     EXPECT_EQ( Exchange( Data( 1, { 1 } ), lPort ).mBytes, Ack( 1 ) );
 }
 
-TEST_F( TftpServer, IsSilentForEver )
+TEST_F( TftpServer, NeverAnswersAgainIfConfigured )
 {
     Disturb( Trouble::SILENCE, 0, VirtualTftpServer::FOR_EVER );
     for ( int lTry = 0; lTry < 100; ++lTry )
@@ -514,7 +514,7 @@ TEST_F( TftpServer, EndsTheSessionWithAnError )
     EXPECT_EQ( mServer.GetCounters().mErrors, 1U );
 }
 
-TEST_F( TftpServer, LatestDisturbanceOfAnAnswerCounts )
+TEST_F( TftpServer, LatestDisturbanceOfAnAnswerApplies )
 {
     Disturb( Trouble::SILENCE, 0, VirtualTftpServer::FOR_EVER );
     Disturb( Trouble::DUPLICATE, 2 );
@@ -546,7 +546,7 @@ TEST_F( TftpServer, CopiesAreIndependent )
 }
 
 // Whatever arrives, wherever: an answer for each, at most; no crash, no endless loop.
-TEST_F( TftpServer, SurvivesGarbage )
+TEST_F( TftpServer, HandlesGarbage )
 {
     mServer.SetFile( "f", Pattern( 2000 ) );
     for ( unsigned int lSeed = 1; lSeed < 20000; ++lSeed )
@@ -565,7 +565,7 @@ TEST_F( TftpServer, SurvivesGarbage )
     EXPECT_EQ( mServer.GetCounters().mReceived, 19999U );
 }
 
-TEST( FaultPlanPorts, StraysAndCopiesLeaveFromThePortOfTheDatagram )
+TEST( FaultPlanPorts, StraysAndCopiesAreSentFromThePortOfTheDatagram )
 {
     FaultPlan::Rates lRates;
     lRates.mStray = 1.0;

@@ -74,7 +74,7 @@ TEST_F( CommandLine, EveryCommandHasHelp )
     }
 }
 
-TEST_F( CommandLine, TheVersionIsToldEverywhere )
+TEST_F( CommandLine, TheVersionCanBePrintedByEveryCommand )
 {
     for ( const Arguments& lCommand :
           { Arguments{ "--version" }, Arguments{ "gev", "--version" },
@@ -114,7 +114,7 @@ TEST_F( CommandLine, MissingArgumentsAreWrongUsage )
     ExpectUsage( { "sim", "gev", "--tftp-port", "0" }, "--tftp" );
 }
 
-TEST_F( CommandLine, HostsThatAreNoneAreWrongUsage )
+TEST_F( CommandLine, InvalidHostsAreWrongUsage )
 {
     for ( const char* lHost :
           { "", "1.2.3", "1.2.3.4.5", "256.1.1.1", "127.1", "127.000.000.001", "0x7f000001",
@@ -130,7 +130,7 @@ TEST_F( CommandLine, HostsThatAreNoneAreWrongUsage )
                  "cannot find the IPv4 address of host 'host.invalid'" );
 }
 
-TEST_F( CommandLine, PortsThatAreNoneAreWrongUsage )
+TEST_F( CommandLine, InvalidPortsAreWrongUsage )
 {
     for ( const char* lPort :
           { "", "0", "65536", "99999999999999999999", "-1", "+1", "1x", "0x1" } )
@@ -140,7 +140,7 @@ TEST_F( CommandLine, PortsThatAreNoneAreWrongUsage )
     }
 }
 
-TEST_F( CommandLine, NumbersThatAreNoneAreWrongUsage )
+TEST_F( CommandLine, InvalidNumbersAreWrongUsage )
 {
     for ( const char* lNumber :
           { "", "x", "0x", "0xG", "1 ", " 1", "+1", "-4", "1.5", "4k", "0b1" } )
@@ -181,7 +181,7 @@ TEST_F( CommandLine, PairsHaveAddressAndValue )
                  "'0xA004' is not of the form" );
 }
 
-TEST_F( CommandLine, PatienceHasLimits )
+TEST_F( CommandLine, TimeOutAndRetriesHaveLimits )
 {
     for ( const char* lBad : { "0", "-1", "abc", "", "3600001", "99999999999999999999" } )
     {
@@ -199,7 +199,7 @@ TEST_F( CommandLine, ControlCharactersOfArgumentsDoNotReachTheTerminal )
     EXPECT_THAT( lOutcome.mError, HasSubstr( "TARGET\\x1B[2J\\x0A" ) );
 }
 
-TEST_F( CommandLine, OutputThatCannotBeWrittenIsNoSuccess )
+TEST_F( CommandLine, OutputThatCannotBeWrittenIsAFailure )
 {
     ChildProcess::Options lFull;
     lFull.mOutputPath = "/dev/full";
@@ -239,7 +239,7 @@ TEST_F( CommandLine, NothingIsWrittenToTheDeviceInPlaceOfAClosedOutput )
 }
 
 // Control is given back although the reader of the output has gone.
-TEST_F( CommandLine, AReaderThatLeftDoesNotEndTheProgramHalfWay )
+TEST_F( CommandLine, AClosedPipeDoesNotEndTheProgramHalfWay )
 {
     ChildProcess::Options lFull;
     lFull.mOutputPath = "/dev/full";

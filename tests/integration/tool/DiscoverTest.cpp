@@ -106,7 +106,7 @@ TEST_F( Discover, TheReportHasAllTexts )
     EXPECT_EQ( ParseReport( lOutcome ), lExpected );
 }
 
-TEST_F( Discover, TextsOfDevicesAreMadeFitForATerminal )
+TEST_F( Discover, TextsOfDevicesAreEscapedForATerminal )
 {
     Serve( MakeStrangeDevice() );
     const Outcome lOutcome = RunTool( { "gev", "discover", "--to", GetTarget() } );
@@ -137,7 +137,7 @@ TEST_F( Discover, ATerminalGetsTheNamesOfTheColumns )
     EXPECT_EQ( std::count( lOutcome.mOutput.begin(), lOutcome.mOutput.end(), '\n' ), 2 );
 }
 
-TEST_F( Discover, ASilentHostIsAskedAgainAndThenTold )
+TEST_F( Discover, ASilentHostIsAskedAgainAndThenReported )
 {
     SetSilent( 0 );
     const Outcome lOutcome = RunTool(
@@ -150,7 +150,7 @@ TEST_F( Discover, ASilentHostIsAskedAgainAndThenTold )
     EXPECT_THAT( GetCommands( Simulators::Command::DISCOVERY ), SizeIs( 4 ) );
 }
 
-TEST_F( Discover, WhereNobodyListensTheSentenceSaysSo )
+TEST_F( Discover, APortWithoutAProgramIsReported )
 {
     WdUtilsLib::Network::SocketUDP lSocket;
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
@@ -163,7 +163,7 @@ TEST_F( Discover, WhereNobodyListensTheSentenceSaysSo )
                  AllOf( HasSubstr( lTarget ), HasSubstr( "Connection refused" ) ) );
 }
 
-TEST_F( Discover, AnswersThatAreNoneArePassedOver )
+TEST_F( Discover, InvalidAnswersAreIgnored )
 {
     // Every third answer is cut, the others come with strays and headers that are wrong.
     Simulators::FaultPlan::Rates lRates;
@@ -196,7 +196,7 @@ TEST_F( Discover, CtrlCEndsIt )
     EXPECT_THAT( lChild.GetError(), HasSubstr( "interrupted" ) );
 }
 
-TEST_F( Discover, AnInterfaceThatIsNoneIsTold )
+TEST_F( Discover, AnInvalidInterfaceIsReported )
 {
     const Outcome lText = RunTool( { "gev", "discover", "--interface", "eth" } );
     EXPECT_EQ( lText.mStatus, 2 );
@@ -244,7 +244,7 @@ TEST_F( Discover, OneInterfaceCanBeAsked )
     EXPECT_EQ( lReport[0]["interface"], "127.0.0.1" );
 }
 
-TEST_F( Discover, NoAnswerIsNoSuccess )
+TEST_F( Discover, NoAnswerIsAFailure )
 {
     REQUIRE_NETWORK_NAMESPACE();
     const Outcome lOutcome = RunTool( { "gev", "discover", "--timeout", "20" } );

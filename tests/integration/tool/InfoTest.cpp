@@ -58,7 +58,7 @@ Simulators::ConfigurationGEV MakeDevice()
 
 } // namespace
 
-TEST_F( Info, IsATableOfWhoTheDeviceIsAndWhatItCanDo )
+TEST_F( Info, IsATableOfIdentityAndCapabilities )
 {
     Serve( MakeDevice() );
     const Outcome lOutcome = RunGev( "info", {} );
@@ -110,7 +110,7 @@ TEST_F( Info, IsATableOfWhoTheDeviceIsAndWhatItCanDo )
                                      "16-bit block identifiers    yes\n" );
 }
 
-TEST_F( Info, WhatADeviceDoesNotTellIsADash )
+TEST_F( Info, MissingInformationIsADash )
 {
     Simulators::ConfigurationGEV lConfiguration;
     lConfiguration.mVersionMajor = 1;
@@ -206,7 +206,7 @@ TEST_F( Info, AMakersDeviceIsKnownByAddressOrPrefix )
     EXPECT_EQ( lOther["makerDevice"], false );
 }
 
-TEST_F( Info, WhatIsNoAddressIsAWrongCommandLine )
+TEST_F( Info, AnInvalidMakerAddressIsWrongUsage )
 {
     for ( const char* lWrong : { "", "02:48", "02:48:54:42:00:01:02", "x" } )
     {

@@ -18,7 +18,7 @@ using HtBaseTool::Interruption;
 
 // Whoever has waited goes on and takes the action away. Without one a signal ends the program at
 // once, so the action must be through by then.
-TEST( Interruption, HasRunItsActionWhenSomebodyHasWaitedForIt )
+TEST( Interruption, HasRunItsActionAfterAWait )
 {
     Interruption lInterruption;
     std::atomic<bool> lHasRun{ false };

@@ -144,7 +144,7 @@ TEST_F( Memory, TheStatisticsComeLast )
         "pending acknowledges, 0 transmit failures, 0 repeated pieces, 0 control renewals\n" );
 }
 
-TEST_F( Memory, AWholeMebibyteGoesThereAndBack )
+TEST_F( Memory, AMebibyteIsWrittenAndReadBack )
 {
     const std::string lBytes = MakeBytes( 1 << 20 );
     const std::string lFile = mFolder.GetPath( "image" );
@@ -175,7 +175,7 @@ TEST_F( Memory, TheLastBytesOfAllAddressesCanBeReached )
     EXPECT_THAT( lBeyond.mError, HasSubstr( "together exceed the 32-bit address space" ) );
 }
 
-TEST_F( Memory, ADumpOfNothingIsWrongUsage )
+TEST_F( Memory, ADumpOfZeroBytesIsWrongUsage )
 {
     const Outcome lOutcome = RunGev( "dump", { "0x100000", "0" } );
     EXPECT_EQ( lOutcome.mStatus, 2 );
@@ -183,7 +183,7 @@ TEST_F( Memory, ADumpOfNothingIsWrongUsage )
     EXPECT_THAT( GetCommands(), IsEmpty() );
 }
 
-TEST_F( Memory, AFailedDumpLeavesNoFileAndNoRest )
+TEST_F( Memory, AFailedDumpLeavesNoFileAndNoTemporaryFile )
 {
     const std::string lNew = mFolder.GetPath( "new" );
     const std::string lOld = mFolder.GetPath( "old" );
@@ -230,7 +230,7 @@ TEST_F( Memory, ANewFileHasTheRightsOfAnyNewFile )
     EXPECT_EQ( lStatus.st_mode & 0777U, 0640U );
 }
 
-TEST_F( Memory, AFullDiskIsNoSuccess )
+TEST_F( Memory, AFullDiskIsAFailure )
 {
     const Outcome lOutcome = RunGev( "dump", { "0x100000", "4", "-o", "/dev/full" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
@@ -238,7 +238,7 @@ TEST_F( Memory, AFullDiskIsNoSuccess )
                  HasSubstr( "cannot write file '/dev/full': No space left on device" ) );
 }
 
-TEST_F( Memory, AFileThatCannotBeMadeIsToldBeforeAnythingIsSent )
+TEST_F( Memory, AFileThatCannotBeCreatedIsReportedBeforeAnythingIsSent )
 {
     for ( const std::string& lPath :
           { mFolder.GetPath( "none/file" ), mFolder.GetPath(), std::string() } )
@@ -251,7 +251,7 @@ TEST_F( Memory, AFileThatCannotBeMadeIsToldBeforeAnythingIsSent )
     EXPECT_THAT( GetCommands(), IsEmpty() );
 }
 
-TEST_F( Memory, CtrlCLeavesNoRestOfADump )
+TEST_F( Memory, CtrlCLeavesNoPartOfADump )
 {
     SetSilent( MEMORY + 512 );
     ChildProcess lChild( MakeGevCommand(
@@ -302,7 +302,7 @@ TEST_F( Memory, ALoadCanBeginAndEndAnywhereAndKeepsItsNeighbours )
     ExpectWholeWords();
 }
 
-TEST_F( Memory, ALoadSaysWhichWordsItMerged )
+TEST_F( Memory, ALoadReportsMergedWords )
 {
     const std::string lPath = mFolder.GetPath( "file" );
     WriteWholeFile( lPath, MakeBytes( 6 ) );
@@ -331,7 +331,7 @@ TEST_F( Memory, AnAlignedLoadReadsNothing )
                                        std::pair( 0x100400U, size_t{ 276 } ) ) );
 }
 
-TEST_F( Memory, ALoadTakesControlFirstAndGivesItBackLast )
+TEST_F( Memory, ALoadTakesControlFirstAndReleasesItLast )
 {
     const std::string lPath = mFolder.GetPath( "file" );
     WriteWholeFile( lPath, MakeBytes( 7 ) );
@@ -345,7 +345,7 @@ TEST_F( Memory, ALoadTakesControlFirstAndGivesItBackLast )
     EXPECT_FALSE( IsControlHeld() );
 }
 
-TEST_F( Memory, ALoadThatGetsNoControlSaysThatNothingReachedTheDevice )
+TEST_F( Memory, ALoadWithoutGrantedControlReportsThatNothingWasWritten )
 {
     const std::string lPath = mFolder.GetPath( "file" );
     WriteWholeFile( lPath, MakeBytes( 7 ) );
@@ -360,7 +360,7 @@ TEST_F( Memory, ALoadThatGetsNoControlSaysThatNothingReachedTheDevice )
     EXPECT_THAT( GetCommands( Command::WRITEMEM ), IsEmpty() );
 }
 
-TEST_F( Memory, ALoadWithoutControlLeavesItAlone )
+TEST_F( Memory, ALoadWithNoControlDoesNotTouchThePrivilege )
 {
     Simulators::ConfigurationGEV lConfiguration;
     lConfiguration.mRequireControl = false;
@@ -372,7 +372,7 @@ TEST_F( Memory, ALoadWithoutControlLeavesItAlone )
     EXPECT_EQ( GetMemory( MEMORY, 4 ), "data" );
 }
 
-TEST_F( Memory, AFileThatCannotBeLoadedIsToldBeforeAnythingIsSent )
+TEST_F( Memory, AFileThatCannotBeLoadedIsReportedBeforeAnythingIsSent )
 {
     const std::string lEmpty = mFolder.GetPath( "empty" );
     const std::string lLong = mFolder.GetPath( "long" );
@@ -399,7 +399,7 @@ TEST_F( Memory, AFileThatCannotBeLoadedIsToldBeforeAnythingIsSent )
     EXPECT_THAT( GetCommands(), IsEmpty() );
 }
 
-TEST_F( Memory, AnUnreadableFileIsTold )
+TEST_F( Memory, AnUnreadableFileIsReported )
 {
     // Root may read every file, unless the programs it starts may not have that capability.
     if ( geteuid() == 0 )
@@ -416,7 +416,7 @@ TEST_F( Memory, AnUnreadableFileIsTold )
     EXPECT_THAT( GetCommands(), IsEmpty() );
 }
 
-TEST_F( Memory, ALoadThatIsRefusedSaysHowManyBytesReachedTheDevice )
+TEST_F( Memory, ARefusedLoadReportsHowManyBytesReachedTheDevice )
 {
     const std::string lPath = mFolder.GetPath( "file" );
     const std::string lBytes = MakeBytes( 2047 );
@@ -455,7 +455,7 @@ TEST_F( Memory, APieceThatNeverArrivesIsRepeatedFiveTimes )
     EXPECT_FALSE( IsControlHeld() );
 }
 
-TEST_F( Memory, LossIsMadeGoodAndCounted )
+TEST_F( Memory, LostDatagramsAreRepeatedAndCounted )
 {
     ServeWithLoss( 7 );
     const std::string lBytes = MakeBytes( 16384 );
@@ -492,7 +492,7 @@ TEST_F( Memory, PendingAcknowledgesAreCounted )
 }
 
 // When a piece comes the device has had no sign of life for longer than it waits for one.
-TEST_F( Memory, ControlThatRanOutIsTakenAgain )
+TEST_F( Memory, ControlThatExpiredIsTakenAgain )
 {
     Simulators::ConfigurationGEV lConfiguration;
     lConfiguration.mHeartbeatTimeoutMs = 600000;
@@ -509,7 +509,7 @@ TEST_F( Memory, ControlThatRanOutIsTakenAgain )
     EXPECT_FALSE( IsControlHeld() );
 }
 
-TEST_F( Memory, CtrlCDuringALoadSaysHowFarItCameAndGivesControlBack )
+TEST_F( Memory, CtrlCDuringALoadReportsProgressAndReleasesControl )
 {
     const std::string lPath = mFolder.GetPath( "file" );
     WriteWholeFile( lPath, MakeBytes( 2048 ) );
@@ -525,7 +525,7 @@ TEST_F( Memory, CtrlCDuringALoadSaysHowFarItCameAndGivesControlBack )
 }
 
 // Before there is anything to clean up.
-TEST_F( Memory, CtrlCWhileTheFileIsAwaitedEndsTheProgramWithASentence )
+TEST_F( Memory, CtrlCWhileWaitingForTheFileEndsTheProgramWithAMessage )
 {
     const std::string lPath = mFolder.GetPath( "pipe" );
     ASSERT_EQ( mkfifo( lPath.c_str(), 0600 ), 0 );

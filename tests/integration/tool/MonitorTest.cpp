@@ -181,7 +181,7 @@ TEST_F( Monitor, PrintsALineOfJsonPerSecond )
     EXPECT_THAT( lChild->GetError(), IsEmpty() );
 }
 
-TEST_F( Monitor, PrintsPlainLinesWhereThereIsNoTerminal )
+TEST_F( Monitor, PrintsPlainLinesWithoutATerminal )
 {
     WriteWord( REGISTER, 77 );
     const auto lChild = Start( Quickly() );
@@ -203,7 +203,7 @@ TEST_F( Monitor, PrintsPlainLinesWhereThereIsNoTerminal )
     EXPECT_THAT( lChild->GetError(), StartsWith( "htbase: statistics: " ) );
 }
 
-TEST_F( Monitor, DrawsOneLineOverAndOverOnATerminal )
+TEST_F( Monitor, UpdatesOneLineOnATerminal )
 {
     WriteWord( REGISTER, 0x11111111 );
     const auto lChild = Start( Quickly(), OnATerminal() );
@@ -242,7 +242,7 @@ TEST_F( Monitor, PrintsLinesOnATerminalThatShowsTheLogToo )
     EXPECT_THAT( lChild->GetOutput(), Not( HasSubstr( "\r" ) ) );
 }
 
-TEST_F( Monitor, ReadsNoOftenerThanTold )
+TEST_F( Monitor, ReadsNoMoreOftenThanTheInterval )
 {
     const long long lStart = Thread::GetTickCount();
     const auto lChild = Start( { ADDRESS, "--interval", "200", "--json" } );
@@ -334,7 +334,7 @@ TEST_F( Monitor, CountsTheIntervalFromTheBeginningOfARead )
     (void)Finish( *lChild, 0 ); // looked at elsewhere
 }
 
-TEST_F( Monitor, CountsReadsThatFailAndGoesOn )
+TEST_F( Monitor, CountsFailedReadsAndGoesOn )
 {
     WriteWord( REGISTER, 9 );
     const auto lChild =
@@ -403,7 +403,7 @@ TEST_F( Monitor, ShowsAFailureOnATerminalByItsCode )
     EXPECT_EQ( lChild->Wait().mStatus, 1 );
 }
 
-TEST_F( Monitor, TellsInJsonThatNoReadSucceeded )
+TEST_F( Monitor, ReportsInJsonThatNoReadSucceeded )
 {
     const auto lChild = Start( { "0x0020", "--interval", "20", "--json" } );
     Json lReport =
@@ -415,7 +415,7 @@ TEST_F( Monitor, TellsInJsonThatNoReadSucceeded )
     EXPECT_EQ( lLast["summary"]["averageRate"], 0.0 );
 }
 
-TEST_F( Monitor, SurvivesAPortWhereNobodyListensYet )
+TEST_F( Monitor, GoesOnWhileNoProgramListensYet )
 {
     WdUtilsLib::Network::SocketUDP lSocket;
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
@@ -430,7 +430,7 @@ TEST_F( Monitor, SurvivesAPortWhereNobodyListensYet )
     EXPECT_THAT( lChild.GetError(), HasSubstr( "no program listens there" ) );
 }
 
-TEST_F( Monitor, EndsAtOnceByEitherSignalWhileADeviceIsSilent )
+TEST_F( Monitor, EitherSignalEndsItAtOnceWhileADeviceIsSilent )
 {
     SetSilent( REGISTER );
     for ( const int lSignal : { SIGINT, SIGTERM } )
@@ -470,7 +470,7 @@ TEST_F( Monitor, EndsWhenItsOutputCannotBeWritten )
     }
 }
 
-TEST_F( Monitor, RefusesIntervalsAndAddressesThatCannotBe )
+TEST_F( Monitor, RefusesInvalidIntervalsAndAddresses )
 {
     for ( const char* const lInterval : { "0", "-1", "3600001", "abc", "", "1.5" } )
     {

@@ -33,7 +33,7 @@ TEST( NoUsb, EveryCommandSaysThatTheProgramHasNoUsb )
     EXPECT_EQ( lFolder.List(), std::vector<std::string>{ "image" } );
 }
 
-TEST( NoUsb, AReportSaysItInItsError )
+TEST( NoUsb, AJsonReportHasTheError )
 {
     const Outcome lOutcome = RunTool( { "u3v", "info", "1-1", "--json" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );

@@ -82,7 +82,7 @@ TEST_F( Registers, HostMayBeAName )
     EXPECT_EQ( lOutcome.mOutput, "0x00000938  0x00000BB8  3000\n" );
 }
 
-TEST_F( Registers, AReadThatIsRefusedSaysHowFarItCame )
+TEST_F( Registers, ARefusedReadReportsHowManyRegistersWereRead )
 {
     const Outcome lOutcome = RunGev( "read", { "0x0938", "0x0020", "0" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
@@ -140,7 +140,7 @@ TEST_F( Registers, WithoutAcknowledgeOnlyTheRegistersAskForNone )
     EXPECT_FALSE( IsControlHeld() );
 }
 
-TEST_F( Registers, WithoutControlTheDeviceRefusesAndTheSentenceHints )
+TEST_F( Registers, WithoutControlTheDeviceRefusesAndTheMessageSaysWhy )
 {
     const Outcome lOutcome = RunGev( "write", { "0xA000=5", "--no-control" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
@@ -158,7 +158,7 @@ TEST_F( Registers, AWriteOfThePrivilegeItselfLeavesControlToTheUser )
     EXPECT_TRUE( IsControlHeld() );
 }
 
-TEST_F( Registers, ControlIsGivenBackAfterARefusedWrite )
+TEST_F( Registers, ControlIsReleasedAfterARefusedWrite )
 {
     const Outcome lOutcome = RunGev( "write", { "0xA000=5", "0xA040=1", "0xA004=1" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
@@ -170,7 +170,7 @@ TEST_F( Registers, ControlIsGivenBackAfterARefusedWrite )
     EXPECT_EQ( GetCommands().back(), WriteOf( PRIVILEGE, 0 ) );
 }
 
-TEST_F( Registers, ControlIsGivenBackAfterATimeOut )
+TEST_F( Registers, ControlIsReleasedAfterATimeOut )
 {
     SetSilent( 0xA000 );
     const Outcome lOutcome =
@@ -203,7 +203,7 @@ TEST_F( Registers, ControlOfAnotherHostIsRespected )
 }
 
 // The device may have given control although its answer was lost.
-TEST_F( Registers, ControlThatMayHaveBeenGivenIsGivenBack )
+TEST_F( Registers, ControlThatMayHaveBeenGrantedIsReleased )
 {
     SetSilent( PRIVILEGE );
     EXPECT_EQ( RunGev( "write", { "0xA000=5", "--timeout", "30", "--retries", "2" } ).mStatus, 1 );
@@ -212,7 +212,7 @@ TEST_F( Registers, ControlThatMayHaveBeenGivenIsGivenBack )
 }
 
 // The device falls silent once the register is written.
-TEST_F( Registers, ControlThatCannotBeGivenBackIsNoSuccess )
+TEST_F( Registers, ControlThatCannotBeReleasedIsAFailure )
 {
     // Control can be taken, and is refused to be given back.
     OnCommand( Command::WRITEREG, 0xA000,
@@ -228,7 +228,7 @@ TEST_F( Registers, ControlThatCannotBeGivenBackIsNoSuccess )
                         HasSubstr( "Access denied" ), HasSubstr( "heartbeat" ) ) );
 }
 
-TEST_F( Registers, RetriesAndTimeOutAreTheUsers )
+TEST_F( Registers, RetriesAndTimeOutAreThoseOfTheCommandLine )
 {
     SetSilent( 0xA000 );
     const auto lStart = std::chrono::steady_clock::now();
@@ -237,7 +237,7 @@ TEST_F( Registers, RetriesAndTimeOutAreTheUsers )
     EXPECT_THAT( GetCommands( Command::READREG ), SizeIs( 5 ) );
 }
 
-TEST_F( Registers, APatientUserWaitsForThreeTimes400Milliseconds )
+TEST_F( Registers, TheDefaultWaitIsThreeTimes400Milliseconds )
 {
     SetSilent( 0xA000 );
     const auto lStart = std::chrono::steady_clock::now();
@@ -246,7 +246,7 @@ TEST_F( Registers, APatientUserWaitsForThreeTimes400Milliseconds )
     EXPECT_THAT( GetCommands( Command::READREG ), SizeIs( 3 ) );
 }
 
-TEST_F( Registers, WhereNobodyListensTheSentenceSaysSo )
+TEST_F( Registers, APortWithoutAProgramIsReported )
 {
     WdUtilsLib::Network::SocketUDP lSocket; // holds the port, so that nobody else takes it
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
@@ -261,7 +261,7 @@ TEST_F( Registers, WhereNobodyListensTheSentenceSaysSo )
                         HasSubstr( "no program listens there" ) ) );
 }
 
-TEST_F( Registers, TheLogTellsWhatWasRecoveredFrom )
+TEST_F( Registers, TheLogShowsRecoveredProblems )
 {
     SetSilent( 0xA000 );
     const Arguments lArguments = { "0xA000", "--timeout", "20", "--retries", "2" };
@@ -279,7 +279,7 @@ TEST_F( Registers, TheLogTellsWhatWasRecoveredFrom )
                  HasSubstr( "Read 4 bytes at 0x00000000" ) );
 }
 
-TEST_F( Registers, CtrlCEndsAWaitAtOnceAndGivesControlBack )
+TEST_F( Registers, CtrlCEndsAWaitAtOnceAndReleasesControl )
 {
     for ( const int lSignal : { SIGINT, SIGTERM } )
     {
@@ -321,7 +321,7 @@ TEST_F( Registers, ASecondCtrlCEndsTheProgramAtOnce )
 }
 
 // Answers that are cut, come twice or were never asked for: the values are right all the same.
-TEST_F( Registers, ABadNetworkIsSurvived )
+TEST_F( Registers, RegistersCanBeUsedOverABadNetwork )
 {
     Simulators::FaultPlan::Rates lRates;
     lRates.mDuplicate = 0.3;

@@ -99,7 +99,7 @@ TEST_F( Sim, PlaysEveryVersion )
     }
 }
 
-TEST_F( Sim, IsWhatItIsToldToBe )
+TEST_F( Sim, HasTheConfiguredIdentity )
 {
     Start( { "--manufacturer", "Maker", "--model", "Model", "--serial", "S1", "--user-name", "Me",
              "--mac", "00:11:22:33:44:55", "--heartbeat", "700" } );
@@ -108,7 +108,7 @@ TEST_F( Sim, IsWhatItIsToldToBe )
     EXPECT_THAT( RunGev( "read", { "0x0938" } ).mOutput, HasSubstr( "  700\n" ) );
 }
 
-TEST_F( Sim, HasTheCapabilitiesThatItIsToldToHave )
+TEST_F( Sim, HasTheConfiguredCapabilities )
 {
     Start( { "--version",
              "1.1",
@@ -160,7 +160,7 @@ TEST_F( Sim, HasTheCapabilitiesThatItIsToldToHave )
     EXPECT_THAT( lRefused.mError, HasSubstr( "Access denied" ) );
 }
 
-TEST_F( Sim, TakesItsTimeAndSaysSo )
+TEST_F( Sim, TakesTheConfiguredTimeAndSendsPendingAcknowledges )
 {
     Start( { "--pending", "1500" } );
     const Outcome lOutcome =
@@ -206,7 +206,7 @@ TEST_F( Sim, EachFaultIsCounted )
                             "reordered, 1 truncated" ) );
 }
 
-TEST_F( Sim, AnAddressThatCannotBeHadIsTold )
+TEST_F( Sim, AnAddressThatCannotBeUsedIsReported )
 {
     Start( {} );
     const std::string lPort = mTarget.substr( mTarget.find( ':' ) + 1 );
@@ -220,7 +220,7 @@ TEST_F( Sim, AnAddressThatCannotBeHadIsTold )
     EXPECT_THAT( lForeign.mError, HasSubstr( "this machine has no such address" ) );
 }
 
-TEST_F( Sim, OptionsThatAreNoneAreWrongUsage )
+TEST_F( Sim, InvalidOptionsAreWrongUsage )
 {
     const std::vector<Arguments> lCases = {
         { "--version", "3.0" },

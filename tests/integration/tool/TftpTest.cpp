@@ -202,7 +202,7 @@ TEST_F( Put, TheNameOnTheDeviceIsTheFilesOwnOrTheOneGiven )
                                                             "gr\xC3\xBC\xC3\x9F", lLongest ) );
 }
 
-TEST_F( Put, WhatCannotBeSentIsRefusedBeforeAnythingIsSent )
+TEST_F( Put, UnsendableFilesAndNamesAreRefusedBeforeAnythingIsSent )
 {
     const std::string lPath = MakeFile( "abc" );
     const std::string lPipe = mFolder.GetPath( "pipe" );
@@ -220,7 +220,7 @@ TEST_F( Put, WhatCannotBeSentIsRefusedBeforeAnythingIsSent )
     ExpectUnsent( { "tftp", "put", "127.0.0.1:70", lPath }, "always go to port 69", 2 );
 }
 
-TEST_F( Put, TheReportTellsWhatHappened )
+TEST_F( Put, TheReportDescribesTheTransfer )
 {
     const std::string lPath = MakeFile( MakeBytes( 700 ) );
     const Outcome lGood = RunTool( { "tftp", "put", HOST, lPath, "--as", "fw", "--json" } );
@@ -297,7 +297,7 @@ TEST_F( Put, WarningsAreInTheReport )
     EXPECT_TRUE( GetServer().GetFile( "image" ) == ToBytes( lContent ) );
 }
 
-TEST_F( Put, CtrlCAbortsAndSaysHowFarItCame )
+TEST_F( Put, CtrlCAbortsAndReportsProgress )
 {
     for ( const int lSignal : { SIGINT, SIGTERM } )
     {
@@ -352,7 +352,7 @@ TEST_F( Get, FetchesAFileThatFitsOneBlock )
     }
 }
 
-TEST_F( Get, AFullBlockIsKeptAndSaidToBePossiblyIncomplete )
+TEST_F( Get, AFullBlockIsKeptAndReportedAsPossiblyIncomplete )
 {
     for ( const size_t lSize : { 512U, 513U, 5000U } )
     {
@@ -383,7 +383,7 @@ TEST_F( Get, ABlockThatIsTooLongIsKeptWhole )
     EXPECT_EQ( ReadWholeFile( lPath ), lContent );
 }
 
-TEST_F( Get, AnAnswerThatIsNoFirstBlockFailsAndLeavesTheTargetAlone )
+TEST_F( Get, AnAnswerOtherThanTheFirstBlockFailsAndKeepsTheTarget )
 {
     const std::vector<std::pair<Bytes, std::string>> lAnswers = {
         { { 0x00, 0x04, 0x00, 0x01 }, "Unexpected packet" },                        // ACK 1
@@ -406,7 +406,7 @@ TEST_F( Get, AnAnswerThatIsNoFirstBlockFailsAndLeavesTheTargetAlone )
     }
 }
 
-TEST_F( Get, AMissingFileFailsInTheDevicesWords )
+TEST_F( Get, AMissingFileFailsWithTheDevicesMessage )
 {
     (void)GetServer();
     const std::string lPath = mFolder.GetPath( "out" );
@@ -417,7 +417,7 @@ TEST_F( Get, AMissingFileFailsInTheDevicesWords )
     EXPECT_THAT( mFolder.List(), IsEmpty() );
 }
 
-TEST_F( Get, TheFileGoesWhereItIsToldOrByItsOwnName )
+TEST_F( Get, TheFileIsWrittenToTheGivenPathOrItsOwnName )
 {
     SetFile( "../up/a.bin", "abc" );
     ChildProcess::Options lHere;
@@ -427,7 +427,7 @@ TEST_F( Get, TheFileGoesWhereItIsToldOrByItsOwnName )
     EXPECT_EQ( ReadWholeFile( mFolder.GetPath( "a.bin" ) ), "abc" );
 }
 
-TEST_F( Get, TargetsThatCannotBeAreRefusedBeforeAnythingIsSent )
+TEST_F( Get, InvalidTargetsAreRefusedBeforeAnythingIsSent )
 {
     ExpectUnsent( { "tftp", "get", HOST, "fw/" }, "does not end in a file name", 2 );
     ExpectUnsent( { "tftp", "get", HOST, ".." }, "does not end in a file name", 2 );
@@ -439,7 +439,7 @@ TEST_F( Get, TargetsThatCannotBeAreRefusedBeforeAnythingIsSent )
     EXPECT_THAT( mFolder.List(), IsEmpty() );
 }
 
-TEST_F( Get, ATargetThatTakesNoBytesIsAFailure )
+TEST_F( Get, ATargetThatCannotBeWrittenIsAFailure )
 {
     SetFile( "a.bin", "abc" );
     const Outcome lOutcome = RunTool( { "tftp", "get", HOST, "a.bin", "-o", "/dev/full" } );
@@ -527,7 +527,7 @@ TEST_F( TftpSim, AnUploadStaysInTheFolderAndReplacesNothingButFiles )
     EXPECT_THAT( mFolder.List(), ElementsAre( "image", "outside" ) );
 }
 
-TEST_F( TftpSim, WithoutAFolderUploadsAreHeldInMemory )
+TEST_F( TftpSim, WithoutAFolderUploadsAreKeptInMemory )
 {
     Start( { "sim", "tftp" } );
     EXPECT_EQ( RunTool( { "tftp", "put", HOST, MakeFile( "abc" ), "--as", "x/y" } ).mStatus, 0 );
@@ -568,7 +568,7 @@ TEST_F( TftpSim, TheSummaryIsOneJsonObject )
     EXPECT_EQ( lReport["tftp"]["requestFaults"]["passed"], 2 ); // the request and one block
 }
 
-TEST_F( TftpSim, WhereItCannotServeItSaysWhy )
+TEST_F( TftpSim, APortThatCannotBeServedIsReported )
 {
     (void)GetServer(); // has the port
     const Outcome lTaken = RunTool( { "sim", "tftp" } );

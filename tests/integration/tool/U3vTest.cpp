@@ -117,7 +117,7 @@ TEST_F( U3v, ListHasALinePerDevice )
     EXPECT_EQ( mDevice->GetClaims(), 0U );
 }
 
-TEST_F( U3v, ListOfNothingFails )
+TEST_F( U3v, AnEmptyListFails )
 {
     for ( const Arguments& lArguments :
           { Arguments{ "u3v", "list" }, Arguments{ "u3v", "list", "--json" } } )
@@ -165,7 +165,7 @@ TEST_F( U3v, RefusedAccessNamesTheUdevRule )
     }
 }
 
-TEST_F( U3v, InfoTellsWhoTheDeviceIsAndWhatItCanDo )
+TEST_F( U3v, InfoPrintsIdentityAndCapabilities )
 {
     const Outcome lOutcome = Run( { "info", GUID } );
     EXPECT_EQ( lOutcome.mStatus, 0 ) << lOutcome.mError;
@@ -210,7 +210,7 @@ TEST_F( U3v, RegistersAreLittleEndianWordsAtAddressesOf64Bits )
     EXPECT_EQ( mDevice->GetClaims(), 0U );
 }
 
-TEST_F( U3v, AStatusOfTheDeviceIsNoErrorOfTheSystem )
+TEST_F( U3v, ADeviceStatusIsNotASystemError )
 {
     const Outcome lOutcome = Run( { "read", "1-1", "0", "0x70000000" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
@@ -226,7 +226,7 @@ TEST_F( U3v, AStatusOfTheDeviceIsNoErrorOfTheSystem )
     EXPECT_EQ( ParseReport( lJson )["error"]["systemError"], 0 );
 }
 
-TEST_F( U3v, DumpPrintsLinesAndFillsFilesAndReports )
+TEST_F( U3v, DumpPrintsLinesAndWritesFilesAndReports )
 {
     const std::string lBytes = MakeBytes( 5000 );
     SetMemory( MEMORY, lBytes );
@@ -248,7 +248,7 @@ TEST_F( U3v, DumpPrintsLinesAndFillsFilesAndReports )
     EXPECT_EQ( lReport["statistics"]["maxAckSize"], 1024 );
 }
 
-TEST_F( U3v, LoadKeepsTheBytesAroundAndFitsItsCommands )
+TEST_F( U3v, LoadKeepsNeighbouringBytesAndRespectsTheCommandLimit )
 {
     SetMemory( MEMORY, std::string( 4000, '.' ) );
     const std::string lBytes = MakeBytes( 3001 );
@@ -261,7 +261,7 @@ TEST_F( U3v, LoadKeepsTheBytesAroundAndFitsItsCommands )
                  HasSubstr( "the word at 0x0000000000100000 keeps 2 bytes from the device" ) );
 }
 
-TEST_F( U3v, TransfersKeepToASmallDevicesLimits )
+TEST_F( U3v, TransfersRespectSmallLimitsOfADevice )
 {
     ConfigurationU3V lSmall;
     lSmall.mMaxCommandTransferLength = lSmall.mCommandRoom = 32;
@@ -277,7 +277,7 @@ TEST_F( U3v, TransfersKeepToASmallDevicesLimits )
     EXPECT_EQ( GetLargest( 0x81 ), 20U );
 }
 
-TEST_F( U3v, ADeviceThatReportsNoLimitsGetsWhatTheLinksBuffersHold )
+TEST_F( U3v, ADeviceWithoutLimitsIsLimitedByTheLinksBuffers )
 {
     ConfigurationU3V lSilent;
     lSilent.mMaxCommandTransferLength = 0;
@@ -302,7 +302,7 @@ TEST_F( U3v, ADeviceThatReportsNoLimitsGetsWhatTheLinksBuffersHold )
     EXPECT_EQ( ParseReport( Run( { "info", "1-1", "--json" } ) )["maxAckTransferLength"], 0 );
 }
 
-TEST_F( U3v, ADeviceThatRefusesItsRecordIsReachedInSmallPieces )
+TEST_F( U3v, ADeviceThatRefusesItsRecordIsAccessedInSmallPieces )
 {
     constexpr uint64_t MAX_ACK_TRANSFER_LENGTH = 0x00010018;
     GetDevice().Use( []( VirtualDeviceU3V& aSimulated )
@@ -335,7 +335,7 @@ TEST_F( U3v, ADeviceThatRefusesItsRecordIsReachedInSmallPieces )
     EXPECT_EQ( Run( { "read", "1-1", "0x100000" } ).mStatus, 0 );
 }
 
-TEST_F( U3v, ADeviceWithoutRoomForAWordCannotBeDumped )
+TEST_F( U3v, ADeviceWhoseLimitsAreBelowAWordCannotBeDumped )
 {
     ConfigurationU3V lTiny;
     lTiny.mMaxCommandTransferLength = 20;
@@ -364,7 +364,7 @@ TEST_F( U3v, AFailedDumpLeavesNoFile )
     EXPECT_THAT( mFolder.List(), IsEmpty() );
 }
 
-TEST_F( U3v, ADeviceThatVanishesIsSaidToBeGone )
+TEST_F( U3v, AnUnpluggedDeviceIsReported )
 {
     GetDevice().Inject( { FaultU3V::Kind::UNPLUG, 0, 1, 0 } );
     const Outcome lOutcome = Run( { "read", "1-1", "0" } );
@@ -384,7 +384,7 @@ TEST_F( U3v, AnInterruptionEndsTheWaitForAnAnswer )
     EXPECT_EQ( mDevice->GetClaims(), 0U );
 }
 
-TEST_F( U3v, ADeviceThatIsNotThereIsRefused )
+TEST_F( U3v, AMissingDeviceIsReported )
 {
     for ( const char* const lName : { "1-2", "1AB200000009" } )
     {
@@ -419,7 +419,7 @@ TEST_F( U3v, WrongCommandLinesSendNothing )
     EXPECT_THAT( mDevice->GetTransfers(), IsEmpty() );
 }
 
-TEST_F( U3v, TwoDevicesOfOneIdentityAreNamedByPath )
+TEST_F( U3v, TwoDevicesWithTheSameIdentityAreNamedByPath )
 {
     (void)mBus.Plug( {}, 2 );
     EXPECT_EQ( Run( { "read", GUID, "0" } ).mStatus, 2 );

@@ -171,7 +171,7 @@ TEST( GvcpAcknowledge, HeaderFields )
     EXPECT_EQ( lHeader.GetAcknowledgeId(), 0xABCD );
 }
 
-TEST( GvcpAcknowledge, AWholeAnswerIsValid )
+TEST( GvcpAcknowledge, ACompleteAnswerIsValid )
 {
     for ( const Exchange& lExchange : GetExchanges() )
     {
@@ -237,7 +237,7 @@ TEST( GvcpAcknowledge, AnotherIdentifierIsNotValid )
     EXPECT_TRUE( lHeader.IsValid( 16, lCommand ) );
 }
 
-TEST( GvcpAcknowledge, APendingAcknowledgeAnswersNoCommand )
+TEST( GvcpAcknowledge, APendingAcknowledgeIsNotAnAnswer )
 {
     const AcknowledgeHeader lHeader( PENDING_ACK.data(), PENDING_ACK.size() );
     for ( const Exchange& lExchange : GetExchanges() )
@@ -246,7 +246,7 @@ TEST( GvcpAcknowledge, APendingAcknowledgeAnswersNoCommand )
     }
 }
 
-TEST( GvcpAcknowledge, ALengthThatLiesIsNotValid )
+TEST( GvcpAcknowledge, AWrongLengthFieldIsNotValid )
 {
     const CommandHeader lCommand = MakeCommand( 0x0080 );
     for ( const unsigned int lLength :
@@ -356,7 +356,7 @@ TEST( GvcpAcknowledge, ReadRegisterTruncated )
 }
 
 // The length field says how much there is, also where the buffer goes on.
-TEST( GvcpAcknowledge, ReadRegisterBehindTheLengthField )
+TEST( GvcpAcknowledge, ReadRegisterBeyondTheLengthField )
 {
     for ( uint8_t lLength = 0; lLength <= 8; ++lLength )
     {
@@ -368,7 +368,7 @@ TEST( GvcpAcknowledge, ReadRegisterBehindTheLengthField )
     }
 }
 
-TEST( GvcpAcknowledge, WriteRegisterAndWriteMemoryTellTheIndex )
+TEST( GvcpAcknowledge, WriteRegisterAndWriteMemoryReturnTheIndex )
 {
     for ( std::size_t lSize = 0; lSize <= 12; ++lSize )
     {
@@ -381,7 +381,7 @@ TEST( GvcpAcknowledge, WriteRegisterAndWriteMemoryTellTheIndex )
     }
 }
 
-TEST( GvcpAcknowledge, PendingTellsTheTime )
+TEST( GvcpAcknowledge, PendingReturnsTheTime )
 {
     for ( std::size_t lSize = 0; lSize <= PENDING_ACK.size(); ++lSize )
     {
@@ -395,7 +395,7 @@ TEST( GvcpAcknowledge, PendingTellsTheTime )
     EXPECT_EQ( PendingAcknowledgeHeader( lLongest.data(), 12 ).GetTimeToCompletion(), 65535 );
 }
 
-TEST( GvcpAcknowledge, PendingTellsTheTimeWhateverItsLengthFieldSays )
+TEST( GvcpAcknowledge, PendingReturnsTheTimeWhateverItsLengthFieldSays )
 {
     for ( const unsigned int lLength : { 0U, 1U, 2U, 3U, 4U, 5U, 255U } )
     {
@@ -483,7 +483,7 @@ TEST( GvcpAcknowledge, ReadMemoryTruncated )
     }
 }
 
-TEST( GvcpAcknowledge, ReadMemoryBehindTheLengthField )
+TEST( GvcpAcknowledge, ReadMemoryBeyondTheLengthField )
 {
     for ( unsigned int lLength : { 0U, 3U, 4U, 5U, 8U, 9U, 10U, 0xFFFFU } )
     {
@@ -551,7 +551,7 @@ TEST( GvcpAcknowledge, DiscoveryTextsEndAtTheirFirstZero )
 }
 
 // Part of an identity is none: cut short, or with a length field that says less.
-TEST( GvcpAcknowledge, DiscoveryThatIsNotWholeReadsAsNothing )
+TEST( GvcpAcknowledge, AnIncompleteDiscoveryReadsAsEmpty )
 {
     const Bytes lWhole = MakeDiscoveryAck();
     const auto lExpectNothing = []( const DiscoveryAcknowledge& aAcknowledge )

@@ -45,7 +45,7 @@ TEST( IpAddress, TakesDottedDecimal )
     }
 }
 
-TEST( IpAddress, RefusesEverythingElseAndStaysUnchanged )
+TEST( IpAddress, RefusesOtherTextsAndStaysUnchanged )
 {
     const char* const lTexts[] = { "",
                                    ".",
@@ -169,7 +169,7 @@ TEST( EthernetAddress, TakesColonsOrHyphensAndOneOrTwoDigits )
     }
 }
 
-TEST( EthernetAddress, RefusesEverythingElseAndStaysUnchanged )
+TEST( EthernetAddress, RefusesOtherTextsAndStaysUnchanged )
 {
     const char* const lTexts[] = { "",
                                    ":",
@@ -219,7 +219,7 @@ TEST( EthernetAddress, ReadsNoFurtherThanTheText )
     }
 }
 
-TEST( EthernetAddress, TheTextIsCutToTheBuffer )
+TEST( EthernetAddress, TheTextIsTruncatedToTheBuffer )
 {
     const std::string lWhole = "00:11:1C:0A:FB:0C";
     for ( std::size_t lSize = 0; lSize <= 20; ++lSize )

@@ -58,7 +58,7 @@ protected:
     LastMessage mLast;
 };
 
-TEST_F( PlatformAllocationFailure, AResultKeepsItsCodesAndGoesWithoutItsText )
+TEST_F( PlatformAllocationFailure, AResultKeepsItsCodesWithoutItsText )
 {
     const String lText( TEXT );
     AllocationRounds lRounds;
@@ -88,7 +88,7 @@ TEST_F( PlatformAllocationFailure, ADescriptionNeedsNoMemory )
     EXPECT_EQ( lRounds.GetFailureCount(), 0U );
 }
 
-TEST_F( PlatformAllocationFailure, ACodeWithoutARoleIsUnnamedAsLongAsThereIsNoMemory )
+TEST_F( PlatformAllocationFailure, ACodeWithoutARoleIsUnnamedWhileMemoryIsMissing )
 {
     const Result lResult( 0x00051234 );
     AllocationRounds lRounds;
@@ -150,7 +150,7 @@ TEST_F( PlatformAllocationFailure, TheFirstMessageNeedsNoMemory )
     EXPECT_STREQ( mLast.mText.data(), TEXT );
 }
 
-TEST_F( PlatformAllocationFailure, ATextThatIsNotMadeLeaksNothing )
+TEST_F( PlatformAllocationFailure, AFailedConstructionLeaksNothing )
 {
     AllocationRounds lRounds;
     while ( lRounds.Next() )
@@ -169,7 +169,7 @@ TEST_F( PlatformAllocationFailure, ATextThatIsNotMadeLeaksNothing )
     EXPECT_EQ( lRounds.GetLeakedCount(), 0 );
 }
 
-TEST_F( PlatformAllocationFailure, ATextThatIsNotReplacedStays )
+TEST_F( PlatformAllocationFailure, AFailedReplacementKeepsTheText )
 {
     const String lOther( OTHER );
     AllocationRounds lRounds;
@@ -186,7 +186,7 @@ TEST_F( PlatformAllocationFailure, ATextThatIsNotReplacedStays )
     EXPECT_EQ( lRounds.GetLeakedCount(), 0 );
 }
 
-TEST_F( PlatformAllocationFailure, ATextThatIsNotAppendedChangesNothing )
+TEST_F( PlatformAllocationFailure, AFailedAppendChangesNothing )
 {
     const String lOther( "\x82\xAC, and what is longer than what is kept without an allocation" );
     AllocationRounds lRounds;

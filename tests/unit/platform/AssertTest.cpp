@@ -32,7 +32,7 @@ void Ignore( const char*, const char*, int ) {}
 
 } // namespace
 
-TEST( Assertions, TheHandlerCanBeReplacedAndBroughtBack )
+TEST( Assertions, TheHandlerCanBeReplacedAndRestored )
 {
     gSeen.clear();
     const AssertionHandler lDefault = SetAssertionHandler( Record );
@@ -56,7 +56,7 @@ TEST( Assertions, TheDefaultPrintsAndAborts )
                  "File.cpp:12: assertion failed: a % b != NULL" );
 }
 
-TEST( Assertions, TheTextIsTheSourcesLetterForLetter )
+TEST( Assertions, TheTextIsTheExactSourceText )
 {
     gSeen.clear();
     (void)SetAssertionHandler( Record );

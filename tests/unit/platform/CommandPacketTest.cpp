@@ -366,7 +366,7 @@ TEST( GvcpCommand, WriteMemoryRefusesOtherSizesAndStaysUnchanged )
 }
 
 // Data that is set again is what is sent, whether it is longer or shorter than before.
-TEST( GvcpCommand, WriteMemoryForgetsEarlierData )
+TEST( GvcpCommand, WriteMemoryDiscardsEarlierData )
 {
     WriteMemoryCommand lCommand;
     const Bytes lLong = MakeData( 100 );

@@ -71,14 +71,14 @@ TEST( Logger, ARecordHoldsAllThatWasGiven )
 }
 
 // Who logs has asked for the priority; what is logged is not filtered a second time.
-TEST( Logger, LogHandsOnWhateverThePriority )
+TEST( Logger, LogPassesOnEveryPriority )
 {
     const RecordingLogSink lLog( 30000 );
     Logger( "Name", 0 ).Log( 20000, UNIT, 1, FUNCTION, "detail" );
     EXPECT_EQ( lLog.GetTexts(), ( std::vector<std::string>{ "detail" } ) );
 }
 
-TEST( Logger, PercentSignsInArgumentsStayAsTheyAre )
+TEST( Logger, PercentSignsInArgumentsAreUnchanged )
 {
     const RecordingLogSink lLog;
     const Logger lLogger( "Name", 0 );

@@ -61,7 +61,7 @@ void OwnTwiceReleaseTwice( Shared& aShared, std::atomic<bool>& aOwned,
 
 } // namespace
 
-TEST( Mutex, KeepsThreadsApartAlsoWhenOwnedSeveralTimes )
+TEST( Mutex, ExcludesOtherThreadsEvenWhenTakenSeveralTimes )
 {
     constexpr int THREADS = 4;
     constexpr int TIMES = 1000;

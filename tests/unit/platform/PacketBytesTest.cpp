@@ -45,7 +45,7 @@ TEST( PacketBytes, ALittleReaderTakesTheLeastSignificantByteFirst )
     EXPECT_TRUE( lReader.IsWhole() );
 }
 
-TEST( PacketBytes, TheHostsOrderIsThatOfMemory )
+TEST( PacketBytes, AHostReaderUsesTheHostsByteOrder )
 {
     uint32_t lExpected = 0;
     std::memcpy( &lExpected, FIFTEEN.data(), sizeof( lExpected ) );
@@ -57,7 +57,7 @@ TEST( PacketBytes, TheHostsOrderIsThatOfMemory )
 }
 
 // Each prefix of a packet: the fields that lie wholly in it are read, all others are 0.
-TEST( PacketBytes, NothingBehindTheEndIsRead )
+TEST( PacketBytes, NothingBeyondTheEndIsRead )
 {
     for ( std::size_t lSize = 0; lSize < FIFTEEN.size(); ++lSize )
     {
@@ -91,7 +91,7 @@ TEST( PacketBytes, SkippingReachesAFieldByItsOffset )
     EXPECT_FALSE( BigReader( FIFTEEN.data(), 3 ).Skip( SIZE_MAX ).IsWhole() );
 }
 
-TEST( PacketBytes, BytesAreCopiedWhollyOrNotAtAll )
+TEST( PacketBytes, BytesAreCopiedCompletelyOrNotAtAll )
 {
     Bytes lTarget( 4, 0x55 );
     BigReader lReader( FIFTEEN.data(), 5 );
@@ -145,7 +145,7 @@ TEST( PacketBytes, ATextWithoutZeroIsCutAndNotWhole )
     }
 }
 
-TEST( PacketBytes, APartEndsWhereItIsToldTo )
+TEST( PacketBytes, APartEndsAtItsGivenEnd )
 {
     BigReader lReader( FIFTEEN.data(), 4 );
     BigReader lPart = lReader.Skip( 1 ).GetPart( 2 );
@@ -197,7 +197,7 @@ TEST( PacketBytes, NumbersAreWrittenInTheOrderOfThePacket )
 }
 
 // Each capacity: the fields that fit are written, nothing behind them is.
-TEST( PacketBytes, NothingIsWrittenBehindTheEnd )
+TEST( PacketBytes, NothingIsWrittenBeyondTheEnd )
 {
     for ( std::size_t lCapacity = 0; lCapacity < FIFTEEN.size(); ++lCapacity )
     {
@@ -229,7 +229,7 @@ TEST( PacketBytes, AfterAFieldThatDidNotFitNothingIsWritten )
     EXPECT_EQ( 0U, lWriter.GetLeft() );
 }
 
-TEST( PacketBytes, APartIsWrittenWhollyOrNotAtAll )
+TEST( PacketBytes, APartIsWrittenCompletelyOrNotAtAll )
 {
     Bytes lBytes( 4, 0x55 );
     BigWriter lTooLong = BigWriter( lBytes.data(), lBytes.size() ).GetPart( 5 );

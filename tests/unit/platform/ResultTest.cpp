@@ -73,7 +73,7 @@ TEST( PlatformResult, HoldsOSCodeAndDescription )
     EXPECT_EQ( GetText( lEmpty ), "" );
 }
 
-TEST( PlatformResult, IsExactlyOneOfThree )
+TEST( PlatformResult, IsExactlyOneOfSuccessPendingAndFailure )
 {
     for ( unsigned int lCode = 0; lCode <= 0x20000; ++lCode )
     {
@@ -175,7 +175,7 @@ TEST( PlatformResult, NamesOtherCodesByTheirNumber )
     EXPECT_STREQ( Result( 0xFFFFFFFF ).GetCodeString(), "0xFFFFFFFF" );
 }
 
-TEST( PlatformResult, NamesOutliveTheirResults )
+TEST( PlatformResult, NamesStayValidAfterTheirResults )
 {
     std::map<unsigned int, const char*> lNames;
     for ( const unsigned int lCode : CODES )

@@ -284,7 +284,7 @@ TEST( PlatformString, EveryCharacterThereAndBack )
     }
 }
 
-TEST( PlatformString, WideCharactersThatAreNoneAreKeptAndReplaced )
+TEST( PlatformString, InvalidWideCharactersAreKeptAndReplaced )
 {
     const wchar_t lTexts[][2] = { { 0xD800, 0 },
                                   { 0xDFFF, 0 },
@@ -379,7 +379,7 @@ void CheckPieces( const std::vector<std::string>& aPieces )
     }
 }
 
-TEST( PlatformString, ACharacterInPiecesIsWholeInTheEnd )
+TEST( PlatformString, ACharacterAppendedInPiecesIsComplete )
 {
     for ( const unsigned int lCharacter : { 0xE9U, 0x20ACU, 0xFFFDU, 0x1F4F7U, 0x10FFFFU } )
     {
@@ -426,7 +426,7 @@ TEST( PlatformString, MalformedTextInPieces )
 }
 
 // What lies there already is not converted again: memory is taken only as the text doubles.
-TEST( PlatformString, AppendingTouchesWhatIsAppendedOnly )
+TEST( PlatformString, AppendingCopiesOnlyTheAppendedText )
 {
     const String lPiece( "\xE2\x82\xAC" );
     String lString;
@@ -466,7 +466,7 @@ TEST( PlatformString, ComparesBytesNotCharacters )
     EXPECT_FALSE( String( "\xC3\xA9" ) == String( "e\xCC\x81" ) );
 }
 
-TEST( PlatformString, StorageStaysWhereItIs )
+TEST( PlatformString, StorageDoesNotMove )
 {
     String lString( "a" );
     const void* const lAscii = lString.GetAsciiStorage();

@@ -11,12 +11,12 @@ using QmUtilsLib::Scripted::VirtualClock;
 
 } // namespace
 
-TEST( VirtualClock, StartsBeyondThirtyTwoBits )
+TEST( VirtualClock, StartsAboveThe32BitRange )
 {
     EXPECT_GT( Thread::GetTickCount(), 0xFFFFFFFFLL );
 }
 
-TEST( VirtualClock, MovesOnlyWhenItIsMoved )
+TEST( VirtualClock, ChangesOnlyWhenItIsSet )
 {
     const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( VirtualClock::Now(), lStart );
@@ -31,7 +31,7 @@ TEST( VirtualClock, MovesOnlyWhenItIsMoved )
     EXPECT_EQ( VirtualClock::Now(), Thread::GetTickCount() );
 }
 
-TEST( VirtualClock, CanBePutAnywhereAlsoBack )
+TEST( VirtualClock, CanBeSetForwardsAndBackwards )
 {
     const long long lStart = VirtualClock::Now(); // other tests of the process go on from here
     VirtualClock::Set( 0 );
