@@ -25,6 +25,7 @@ ControlPrivilege::ControlPrivilege( const ConfigurationGEV& aConfiguration )
 void ControlPrivilege::Write( AddressSpace& aSpace, const Endpoint& aFrom, uint32_t aValue,
                               int64_t aNowMs )
 {
+    // MayWrite has let through only the holder, or any host while control is free.
     if ( ( aValue & PRIVILEGE_BITS ) == 0 )
     {
         Free( aSpace );
@@ -33,6 +34,7 @@ void ControlPrivilege::Write( AddressSpace& aSpace, const Endpoint& aFrom, uint3
     mHolder = aFrom;
     mHolderSeenMs = aNowMs;
     aSpace.SetWord( Register::CONTROL_PRIVILEGE, aValue & PRIVILEGE_BITS );
+    // Only a device with that capability has these registers.
     if ( aSpace.GetAccess( Register::CONTROL_OWNER_PORT, 4 ) == Access::READ_ONLY )
     {
         aSpace.SetWord( Register::CONTROL_OWNER_PORT, aFrom.mPort );
@@ -67,6 +69,7 @@ void ControlPrivilege::KeepAlive( const Endpoint& aFrom, int64_t aTimeMs )
 {
     if ( mHolder == aFrom )
     {
+        // A slow command keeps control until its answer is due, which may be later than aTimeMs.
         mHolderSeenMs = std::max( mHolderSeenMs, aTimeMs );
     }
 }
@@ -81,7 +84,7 @@ std::optional<Endpoint> ControlPrivilege::GetHolder( const AddressSpace& aSpace,
     return lIsSilent && !lIsDisabled ? std::nullopt : mHolder;
 }
 
-// Everybody may read the privilege register, so that a host that is refused can see why.
+// Any host may read the privilege register, so that a host that is refused can see why.
 bool ControlPrivilege::MayRead( const AddressSpace& aSpace, const Endpoint& aFrom,
                                 uint64_t aAddress ) const
 {

@@ -36,7 +36,7 @@ bool MayConcatenate( const RegistersGEV& aRegisters, size_t aCount )
     return aCount == 1 || aRegisters.HasCapability( Capability::GVCP_CONCATENATION );
 }
 
-// Whoever holds control, everybody may discover the device.
+// Discovery does not depend on control: any host may discover the device.
 ReplyGEV Discover( const CommandGEV& aCommand, const RegistersGEV& aRegisters )
 {
     if ( aRegisters.IsStrict() && aCommand.GetPayloadSize() != 0 )
@@ -66,7 +66,7 @@ ReplyGEV ReadRegisters( const CommandGEV& aCommand, RegistersGEV& aRegisters )
         lReply.mStatus = aRegisters.Check( aCommand, lAddress, 4 );
         if ( lReply.mStatus != Status::SUCCESS )
         {
-            return lReply; // with the values in front of it
+            return lReply; // with the values read before it
         }
         Append( lReply.mPayload, aRegisters.Read( lAddress, 4 ) );
     }
@@ -87,6 +87,8 @@ ReplyGEV WriteRegisters( const CommandGEV& aCommand, RegistersGEV& aRegisters )
         const uint32_t lAddress = lPairs.Get32();
         Bytes lValue( 4 );
         lPairs.GetBytes( lValue.data(), lValue.size() );
+        // Each register is checked just before it is written, because an earlier write of the same
+        // command may change the answer: it may release control. Earlier writes are not undone.
         if ( const uint16_t lStatus = aRegisters.Check( aCommand, lAddress, lValue.size() ) )
         {
             return { lStatus, MakeIndex( i ) };

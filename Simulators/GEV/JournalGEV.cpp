@@ -9,7 +9,7 @@ namespace Simulators
 namespace
 {
 
-// The key that all commands share that are not implemented.
+// The key that all unimplemented commands share.
 constexpr uint16_t NOT_IMPLEMENTED = 0;
 
 bool HasReservedBits( const CommandGEV& aCommand )

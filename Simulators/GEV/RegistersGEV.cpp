@@ -21,8 +21,8 @@ SpanGEV GetWords( uint64_t aAddress, size_t aSize )
     return { aAddress / 4 * 4, aSize + aAddress % 4 };
 }
 
-// Milliseconds as ticks. Whole seconds and the rest by themselves, since their product with the
-// frequency may not fit in 64 bits.
+// Milliseconds as ticks. Whole seconds and the rest are converted separately, because the product
+// of milliseconds and frequency may not fit in 64 bits.
 uint64_t GetTicks( uint64_t aMs, uint64_t aFrequency )
 {
     return aMs / 1000 * aFrequency + aMs % 1000 * ( aFrequency / 1000 ) +
@@ -68,13 +68,14 @@ uint16_t RegistersGEV::Check( const CommandGEV& aCommand, uint64_t aAddress, siz
         return Status::ACCESS_DENIED;
     }
     const uint16_t lStatus = CheckAccess( aCommand, mSpace.GetAccess( aAddress, aSize ) );
+    // Last, so that a command that is refused anyway does not use up a busy answer.
     const bool lIsBusy = lStatus == Status::SUCCESS && TakeBusy( aAddress, aSize );
     return lIsBusy ? Status::BUSY : lStatus;
 }
 
 uint16_t RegistersGEV::CheckAccess( const CommandGEV& aCommand, Access aAccess ) const
 {
-    // Only a READMEM may reach over what lies between registers.
+    // Only a READMEM may include the gaps between registers.
     const bool lIsThere = aAccess != Access::NONE &&
                           ( aAccess != Access::RESERVED || aCommand.mCode == Command::READMEM );
     if ( !lIsThere )
@@ -136,6 +137,7 @@ void RegistersGEV::Store( const CommandGEV& aCommand, uint64_t aAddress, uint32_
 
 void RegistersGEV::ControlTimestamp( uint32_t aValue, int64_t aNowMs )
 {
+    // Latch before reset: a write with both bits latches the time from before the reset.
     if ( ( aValue & TIMESTAMP_LATCH ) != 0 )
     {
         const auto lMs = static_cast<uint64_t>( std::max<int64_t>( aNowMs - mTimestampZeroMs, 0 ) );

@@ -9,6 +9,7 @@ namespace Simulators
 namespace
 {
 
+// A test host opens a new port for each socket. The limit keeps a long-running device from growing.
 constexpr size_t SENDERS_MAX = 64;
 
 } // namespace
@@ -21,6 +22,7 @@ const ReplyCache::Entry* ReplyCache::Find( const CommandGEV& aCommand ) const
         return nullptr;
     }
     const Entry& lEntry = lFound->second;
+    // The whole datagram is compared: another program may reuse a port and an identifier.
     const bool lIsSame =
         lEntry.mRequest == aCommand.mDatagram && aCommand.mNowMs <= lEntry.mForgottenMs;
     return lIsSame ? &lEntry : nullptr;

@@ -33,15 +33,17 @@ std::vector<Outgoing> VirtualDeviceGEV::Receive( const Endpoint& aFrom, const ui
     {
         return {};
     }
-    // The standard has 0x8002 for a length that does not suit the command. A length that is not
-    // that of the datagram gets 0x800E, so that a test can tell the two apart; 0x8009, message
-    // mismatch, has been withdrawn. Such a datagram is damaged: it is not a sign of life, and it
-    // must not replace the whole command before it in the cache.
+    // The standard has 0x8002 for a length that is wrong for the command. A length that differs
+    // from that of the datagram gets 0x800E, so that a test can distinguish the two; the standard
+    // has withdrawn 0x8009, message mismatch. Such a datagram is damaged: it does not restart the
+    // heartbeat, and must not replace the complete command before it in the cache.
     if ( mRegisters.IsStrict() && lCommand->mLength != lCommand->GetPayloadSize() )
     {
         return Send( *lCommand, MakeRefusal( *lCommand, Status::INVALID_HEADER ), Work() );
     }
     mRegisters.KeepControl( aFrom, aNowMs );
+    // Before the silent addresses: a repeated command gets its answer even if the test has made the
+    // address silent since.
     if ( const ReplyCache::Entry* const lEntry = mReplies.Find( *lCommand ) )
     {
         return AnswerAgain( *lCommand, *lEntry );
@@ -54,7 +56,7 @@ std::vector<Outgoing> VirtualDeviceGEV::Receive( const Endpoint& aFrom, const ui
     return Answer( *lCommand );
 }
 
-// Reads the header. Empty where the datagram is dropped.
+// Reads the header. Empty if the datagram is dropped.
 std::optional<CommandGEV> VirtualDeviceGEV::Take( const Endpoint& aFrom, const uint8_t* aData,
                                                   size_t aSize, int64_t aNowMs )
 {
@@ -83,7 +85,7 @@ std::vector<Outgoing> VirtualDeviceGEV::Answer( const CommandGEV& aCommand )
 {
     const ReplyGEV lReply = Execute( aCommand, mRegisters );
     const Work lWork = PlanWork( aCommand, lReply );
-    // The host waits as long as the device works; its silence must not cost it control.
+    // The host waits while the device works, and must not lose control because it sends nothing.
     mRegisters.KeepControl( aCommand.mFrom, aCommand.mNowMs + lWork.mFinalMs );
     std::vector<Outgoing> lOut = Send( aCommand, lReply, lWork );
     ReplyCache::Entry lEntry;
@@ -100,6 +102,8 @@ std::vector<Outgoing> VirtualDeviceGEV::AnswerAgain( const CommandGEV& aCommand,
 {
     Counters& lCounters = mJournal.Count( aCommand.mCode );
     ++lCounters.mRepeated;
+    // Before the answer is due, a repeated command gets a pending acknowledge, or nothing if the
+    // device has none: the answer is already on its way.
     const bool lIsDue = aCommand.mNowMs >= aEntry.mAnswerMs;
     if ( aEntry.mAnswer.empty() || ( !lIsDue && !MayAnnounce() ) )
     {
@@ -136,6 +140,8 @@ VirtualDeviceGEV::Work VirtualDeviceGEV::PlanWork( const CommandGEV& aCommand,
     Work lWork;
     lWork.mFinalMs = lPending.mTakesMs;
     lWork.mPromisedMs = lPending.mTakesMs;
+    // Each pending acknowledge is sent after the work time of the one before. The promised time is
+    // the latest that the host may wait until, so the cache remembers the command for that long.
     const int64_t lTimes = MayAnnounce() ? lPending.mTimes : 0;
     for ( int64_t i = 0; i < lTimes; ++i )
     {
@@ -147,7 +153,7 @@ VirtualDeviceGEV::Work VirtualDeviceGEV::PlanWork( const CommandGEV& aCommand,
     return lWork;
 }
 
-// The acknowledge, where one is due, is the last.
+// The acknowledge, if there is one, comes last; Answer relies on that.
 std::vector<Outgoing> VirtualDeviceGEV::Send( const CommandGEV& aCommand, const ReplyGEV& aReply,
                                               const Work& aWork )
 {

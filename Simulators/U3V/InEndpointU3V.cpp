@@ -22,6 +22,7 @@ void InEndpointU3V::QueueHalt( int64_t aDueMs )
 
 void InEndpointU3V::Add( int64_t aDueMs, bool aHalts, const Bytes& aBytes )
 {
+    // An endpoint keeps the order of its transfers, so none is due before the one ahead of it.
     const int64_t lDueMs = mWaiting.empty() ? aDueMs : std::max( aDueMs, mWaiting.back().mDueMs );
     mWaiting.push_back( { lDueMs, aHalts, aBytes } );
 }
@@ -33,6 +34,8 @@ std::optional<int64_t> InEndpointU3V::GetNextDueMs() const
 
 FetchedU3V InEndpointU3V::Take( size_t aCapacity )
 {
+    // A request for whole packets takes a part and leaves the rest, as a host controller does.
+    // Otherwise the last packet does not fit, and the bus loses the transfer.
     Bytes& lBytes = mWaiting.front().mBytes;
     if ( lBytes.size() > aCapacity && aCapacity % mPacketSize == 0 )
     {

@@ -61,6 +61,7 @@ VirtualDeviceU3V::Ending VirtualDeviceU3V::Receive( const uint8_t* aData, size_t
         ++mCounters.mDropped;
         return Ending::DONE;
     }
+    // Only a command uses up a fault, so a test can count on which one is struck.
     const std::optional<FaultU3V> lFault = TakeFault();
     if ( Is( lFault, Kind::STALL_OUT ) )
     {
@@ -68,6 +69,8 @@ VirtualDeviceU3V::Ending VirtualDeviceU3V::Receive( const uint8_t* aData, size_t
         mIsOutHalted = true;
         return Ending::HALTED;
     }
+    // After STALL_OUT: a command that the endpoint refused has not arrived, and leaves no gap in
+    // the identifiers.
     Note( *lCommand );
     ReplyU3V lReply;
     lReply.mStatus = CheckHeader( *lCommand );
@@ -124,8 +127,7 @@ ReplyU3V VirtualDeviceU3V::Execute( const CommandU3V& aCommand )
     }
 }
 
-// What an access to the span is refused with. aNeeded is the access that it takes to write, or to
-// read, each byte.
+// The status of an access to the span. aNeeded is the access that each byte must allow.
 uint16_t VirtualDeviceU3V::CheckSpan( uint64_t aAddress, size_t aSize, Access aNeeded ) const
 {
     if ( const uint16_t lRefusal =
@@ -176,7 +178,7 @@ ReplyU3V VirtualDeviceU3V::WriteMemory( const CommandU3V& aCommand )
     {
         return { lStatus, {} };
     }
-    (void)mSpace.Write( lAddress, lBytes ); // CheckSpan found all of it
+    (void)mSpace.Write( lAddress, lBytes ); // cannot fail: CheckSpan has checked every byte
     Latch( lAddress, lBytes.size(), aCommand.mNowMs );
     const bool lTellsLength =
         ( mConfiguration.mDeviceCapability & CapabilityU3V::WRITTEN_LENGTH ) != 0;
@@ -187,6 +189,7 @@ ReplyU3V VirtualDeviceU3V::WriteMemory( const CommandU3V& aCommand )
 void VirtualDeviceU3V::Latch( uint64_t aAddress, size_t aSize, int64_t aNowMs )
 {
     constexpr int64_t NS_PER_MS = 1000000;
+    // A difference instead of aAddress + aSize, which may overflow.
     const bool lIsTouched =
         aAddress <= RegisterU3V::TIMESTAMP_LATCH && RegisterU3V::TIMESTAMP_LATCH - aAddress < aSize;
     if ( lIsTouched && ( mSpace.GetWord( RegisterU3V::TIMESTAMP_LATCH ) & 1 ) != 0 )
@@ -230,7 +233,8 @@ void VirtualDeviceU3V::SendAcknowledge( const CommandU3V& aCommand, const ReplyU
     mIn.Queue( lDueMs, Damage( lAcknowledge, *aFault ) );
 }
 
-// Sends what a fault puts in front of the acknowledge. Returns when the acknowledge is due.
+// Queues the transfers that a fault sends before the acknowledge. Returns when the acknowledge is
+// due.
 int64_t VirtualDeviceU3V::SendInFront( const CommandU3V& aCommand, const FaultU3V& aFault )
 {
     int64_t lDueMs = aCommand.mNowMs;

@@ -30,9 +30,12 @@ namespace
 // A header and the longest data that its length field can tell, of a command as of an acknowledge.
 constexpr unsigned int MAX_PACKET = CommandHeader::SIZE + UINT16_MAX;
 
-// How long one wait for events lasts; then it is begun again.
+// How long one wait for events lasts; then it is repeated. libusb wakes the wait when the transfer
+// ends, so this is not the transfer's time-out.
 constexpr time_t EVENT_SECONDS = 60;
 
+// Only the thread that has the turn handles events of this context. So this runs on the thread that
+// waits, and a plain int is enough.
 void LIBUSB_CALL MarkCompleted( libusb_transfer* aTransfer )
 {
     *static_cast<int*>( aTransfer->user_data ) = 1;
@@ -45,7 +48,8 @@ bool IsSendable( const DCI_COMMAND& aCommand )
            ( aCommand.mAck != nullptr || aCommand.mAckLength == 0 );
 }
 
-// Whole packets only: what does not fit a packet's end would be an error of the bus.
+// A bulk IN buffer takes whole packets: a packet larger than the rest of the buffer would end the
+// transfer with an overflow.
 std::size_t RoundUp( unsigned int aCapacity, unsigned int aPacketSize )
 {
     const unsigned int lCapacity = std::min( aCapacity, MAX_PACKET );
@@ -55,7 +59,7 @@ std::size_t RoundUp( unsigned int aCapacity, unsigned int aPacketSize )
 
 unsigned int ClampTimeout( long long aMilliseconds )
 {
-    // libusb takes 0 for ever.
+    // For libusb, 0 means to wait for ever.
     return static_cast<unsigned int>( std::clamp<long long>( aMilliseconds, 1, UINT32_MAX ) );
 }
 
@@ -68,7 +72,7 @@ ControlEndpoint::ControlEndpoint( const UsbDevice& aDevice, HandlePointer aHandl
     , mContext( aDevice.mContext )
     , mTransfer( libusb_alloc_transfer( 0 ), libusb_free_transfer )
     , mHandle( std::move( aHandle ) )
-    // Not 1: what an earlier program left in the device must not look like an answer.
+    // Not a fixed number: an acknowledge that an earlier program left in the device must not match.
     , mRequestID( static_cast<uint16_t>( Thread::GetTickCount() ) )
 {
 }
@@ -77,9 +81,11 @@ std::shared_ptr<ControlEndpoint> ControlEndpoint::Claim( const UsbDevice& aDevic
                                                          const HandlePointer& aHandle,
                                                          const U3VGUID& aGUID, Result& aResult )
 {
-    // Only some systems have kernel drivers to detach; elsewhere there is nothing to do.
+    // Claiming then detaches a kernel driver, and releasing attaches it again. Fails on systems
+    // without kernel drivers, where it is not needed.
     (void)libusb_set_auto_detach_kernel_driver( aHandle.get(), 1 );
-    // All memory comes first: what is claimed is to be given back.
+    // All memory is allocated before the claim, so that no failed allocation leaves a claimed
+    // interface.
     const std::shared_ptr<ControlEndpoint> lEndpoint(
         new ControlEndpoint( aDevice, aHandle, aGUID ) );
     if ( lEndpoint->mTransfer == nullptr )
@@ -105,18 +111,22 @@ bool ControlEndpoint::IsAlive( const UsbDevice& aDevice ) const
 void ControlEndpoint::Shut()
 {
     {
+        // Submit and this block exclude each other: either Submit sees mIsShut and does not start a
+        // transfer, or this block sees the running transfer and cancels it.
         LockScope lLock( mMutex );
         mIsShut = true;
         if ( mIsRunning )
         {
-            // Fails where it has ended already, which is as good.
+            // Fails if the transfer has already ended, which does no harm.
             (void)libusb_cancel_transfer( mTransfer.get() );
         }
     }
+    // Only now, and not under mMutex: the running call needs mMutex to end and gives up its turn
+    // then.
     LockScope lLock( mTurn );
     if ( mHandle != nullptr )
     {
-        // Fails where the device is gone or was not claimed; then there is nothing to give back.
+        // Fails if the device is gone or was not claimed; there is nothing to release then.
         (void)libusb_release_interface( mHandle.get(), mDevice.mInterface );
         mHandle.reset();
     }
@@ -155,7 +165,8 @@ Result ControlEndpoint::SendCommands( DCI_COMMAND* aCommands, unsigned int aCoun
 Result ControlEndpoint::Talk( DCI_COMMAND& aCommand, unsigned int aResponseTime )
 try
 {
-    // All memory comes first: what is sent is to be answered.
+    // All memory is allocated before the command is sent, so that its answer can always be
+    // received.
     mIn.resize( RoundUp( aCommand.mAckLength, mDevice.mPacketSize ) );
     mOut.assign( aCommand.mCommand, aCommand.mCommand + aCommand.mCommandLength );
     const uint16_t lRequestID = ++mRequestID;
@@ -244,7 +255,7 @@ ControlEndpoint::Kind ControlEndpoint::Classify( const Ack& aAck, uint16_t aRequ
 Result ControlEndpoint::Transfer( uint8_t aEndpoint, std::vector<unsigned char>& aBytes,
                                   unsigned int aTimeout, unsigned int& aMoved )
 {
-    int lIsCompleted = 0;
+    int lIsCompleted = 0; // on the stack: WaitUntil does not return before libusb has written it
     libusb_fill_bulk_transfer( mTransfer.get(), mHandle.get(), aEndpoint, aBytes.data(),
                                static_cast<int>( aBytes.size() ), MarkCompleted, &lIsCompleted,
                                aTimeout );
@@ -255,6 +266,7 @@ Result ControlEndpoint::Transfer( uint8_t aEndpoint, std::vector<unsigned char>&
         return lResult;
     }
     WaitUntil( lIsCompleted );
+    // Set on failure too: a transfer that timed out may have received a complete acknowledge.
     aMoved = static_cast<unsigned int>( std::max( mTransfer->actual_length, 0 ) );
     return FinishTransfer( aEndpoint );
 }
@@ -272,17 +284,21 @@ Result ControlEndpoint::Submit()
     return lResult;
 }
 
-// The transfer is with the system, so there is no way out before it has come back.
+// The system uses the transfer and its buffer until the transfer has ended, so this never returns
+// early.
 void ControlEndpoint::WaitUntil( int& aIsCompleted )
 {
     while ( aIsCompleted == 0 )
     {
         timeval lTime{ EVENT_SECONDS, 0 };
+        // With the flag, libusb returns as soon as the transfer has ended. libusb checks it under
+        // its own lock before it waits, so an end between the check above and the wait is not
+        // missed.
         const int lError =
             libusb_handle_events_timeout_completed( mContext.get(), &lTime, &aIsCompleted );
         if ( lError != LIBUSB_SUCCESS && lError != LIBUSB_ERROR_INTERRUPTED )
         {
-            (void)libusb_cancel_transfer( mTransfer.get() ); // fails where it is cancelled already
+            (void)libusb_cancel_transfer( mTransfer.get() ); // fails if it is already cancelled
         }
     }
 }
@@ -304,6 +320,8 @@ Result ControlEndpoint::FinishTransfer( uint8_t aEndpoint )
     case LIBUSB_TRANSFER_TIMED_OUT:
         return Result::TIMEOUT;
     case LIBUSB_TRANSFER_STALL:
+        // A halted endpoint refuses every transfer until it is cleared. The command itself has
+        // failed.
         if ( libusb_clear_halt( mHandle.get(), aEndpoint ) == LIBUSB_ERROR_NO_DEVICE )
         {
             break;

@@ -1,4 +1,4 @@
-// The claimed control interface of one device, and the talk over it.
+// The claimed control interface of one device, and the transfers over it.
 #pragma once
 
 #include "UsbBus.h"
@@ -17,12 +17,13 @@ namespace WdTransportLayerLib
 namespace U3V
 {
 
-// ControlEndpoint owns a claimed control interface until Shut. Its operations may run at the same
-// moment from several threads; whoever runs one shares the object.
+// ControlEndpoint owns a claimed control interface until Shut. Several threads may call its
+// operations at the same time; each holds a share of the object during the call.
 class ControlEndpoint
 {
 public:
-    // Claims the control interface of the opened device, from a kernel driver too. Null and why.
+    // Claims the control interface of the opened device, even from a kernel driver. On failure
+    // returns null and sets aResult.
     static std::shared_ptr<ControlEndpoint> Claim( const UsbDevice& aDevice,
                                                    const HandlePointer& aHandle,
                                                    const WdUtilsLib::U3V::U3VGUID& aGUID,
@@ -32,7 +33,7 @@ public:
     ControlEndpoint( const ControlEndpoint& ) = delete;
     ControlEndpoint& operator=( const ControlEndpoint& ) = delete;
 
-    // Whether this is that device, and still there as far as is known.
+    // Whether this is the same device, and no transfer has found it unplugged.
     bool IsAlive( const UsbDevice& aDevice ) const;
     const WdUtilsLib::U3V::U3VGUID& GetGUID() const { return mGUID; }
 
@@ -40,7 +41,7 @@ public:
     QmUtilsLib::Result SendCommands( DCI_COMMAND* aCommands, unsigned int aCount,
                                      unsigned int aResponseTime );
 
-    // Ends a running talk, waits until it has left and gives the interface back.
+    // Cancels a running call, waits until it has ended and releases the interface.
     void Shut();
 
 private:
@@ -48,7 +49,7 @@ private:
     {
         const unsigned char* mBytes;
         unsigned int mSize;
-        bool mIsCut; // the time was up before the transfer had ended
+        bool mIsCut; // the transfer timed out before it was complete
     };
     enum class Kind
     {
@@ -68,7 +69,8 @@ private:
                                 unsigned int aResponseTime ) QMUTILSLIB_REQUIRES( mTurn );
     static Kind Classify( const Ack& aAck, uint16_t aRequestID );
 
-    // One bulk transfer of at most aTimeout ms; aMoved is what went over, on failure too.
+    // One bulk transfer of at most aTimeout ms; aMoved is the number of bytes transferred, also on
+    // failure.
     QmUtilsLib::Result Transfer( uint8_t aEndpoint, std::vector<unsigned char>& aBytes,
                                  unsigned int aTimeout, unsigned int& aMoved )
         QMUTILSLIB_REQUIRES( mTurn );
@@ -80,17 +82,19 @@ private:
     const WdUtilsLib::U3V::U3VGUID mGUID;
     const ContextPointer mContext;
     const std::shared_ptr<libusb_transfer> mTransfer;
+    // Only ever changes from false to true, and nothing else is read because of it, so it needs no
+    // lock.
     std::atomic<bool> mIsGone{ false };
 
-    QmUtilsLib::Mutex mTurn; // whoever talks has it
+    QmUtilsLib::Mutex mTurn; // held for a whole SendCommands, waits included
     HandlePointer mHandle QMUTILSLIB_GUARDED_BY( mTurn );
     uint16_t mRequestID QMUTILSLIB_GUARDED_BY( mTurn );
     std::vector<unsigned char> mOut QMUTILSLIB_GUARDED_BY( mTurn );
     std::vector<unsigned char> mIn QMUTILSLIB_GUARDED_BY( mTurn );
 
-    QmUtilsLib::Mutex mMutex; // never waited for long
+    QmUtilsLib::Mutex mMutex; // held briefly; Shut cancels under it while a call has its turn
     bool mIsShut QMUTILSLIB_GUARDED_BY( mMutex ) = false;
-    bool mIsRunning QMUTILSLIB_GUARDED_BY( mMutex ) = false; // mTransfer is with the system
+    bool mIsRunning QMUTILSLIB_GUARDED_BY( mMutex ) = false; // mTransfer is submitted
 };
 
 } // namespace U3V

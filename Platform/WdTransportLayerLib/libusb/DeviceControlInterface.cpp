@@ -28,7 +28,7 @@ constexpr unsigned int DEFAULT_RESPONSE_TIME = 500; // ms
 
 using EndpointPointer = std::shared_ptr<ControlEndpoint>;
 
-// What is looked for. An empty path or identity fits every device.
+// The device to open. An empty path or identity matches every device.
 struct Wanted
 {
     std::string mPath;
@@ -42,8 +42,8 @@ struct Wanted
     }
 };
 
-// Claims the device if it is what is wanted; gives aCurrent back where that has it. Null and why,
-// and null with OK where it is another one.
+// Claims the device if it is the wanted one, or returns aCurrent if that already has it. Returns
+// null otherwise: with OK if this is another device, else with the failure.
 EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted,
                      const EndpointPointer& aCurrent, Result& aResult )
 {
@@ -63,11 +63,12 @@ EndpointPointer Try( const UsbDevice& aDevice, const Wanted& aWanted,
     {
         return nullptr;
     }
-    // The current one may have been opened when its identity could not be read.
+    // aCurrent may have been opened when its identity could not be read. It has the claim already.
     return lIsCurrent ? aCurrent : ControlEndpoint::Claim( aDevice, lHandle, lGUID, aResult );
 }
 
-// Opens what is wanted of those; gives aCurrent back where that is it. Null and why.
+// Opens the wanted one of the devices, or returns aCurrent if that is it. On failure returns null
+// and sets aResult.
 EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted& aWanted,
                            const EndpointPointer& aCurrent, Result& aResult )
 {
@@ -82,7 +83,8 @@ EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted&
         {
             return lEndpoint;
         }
-        // The one that could not be asked may be the one that is wanted.
+        // The device whose identity could not be read may be the wanted one, so its failure says
+        // more than "not found".
         if ( !aResult.IsOK() && !lFailure.has_value() )
         {
             lFailure = aResult;
@@ -95,6 +97,8 @@ EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted&
 EndpointPointer OpenEndpoint( const Wanted& aWanted, const EndpointPointer& aCurrent,
                               Result& aResult )
 {
+    // A context of its own for each open device: threads that handle events of one device then
+    // never run the callbacks of another.
     const ContextPointer lContext = MakeContext( aResult );
     std::vector<UsbDevice> lDevices;
     if ( aResult.IsOK() )
@@ -115,14 +119,15 @@ public:
         return mEndpoint;
     }
 
-    // The open one. Waits until one that is being closed has been given back.
+    // The open endpoint. First waits until one that is being closed has released its interface,
+    // because a claim would fail before that.
     EndpointPointer AwaitEndpoint() const
     {
         LockScope lLock( mClosing );
         return GetEndpoint();
     }
 
-    // Gives back the one that it replaces; what was configured belonged to that.
+    // Returns the endpoint that it replaces. The configuration belonged to that one and is reset.
     EndpointPointer Exchange( EndpointPointer aEndpoint )
     {
         LockScope lLock( mMutex );
@@ -146,8 +151,10 @@ public:
         return mConfiguration;
     }
 
+    // Separate from mMutex, which is never held during a USB call: a Close can then cancel a
+    // transfer while an Open on another thread is reading descriptors.
     Mutex mOpening;         // one Open at a time
-    mutable Mutex mClosing; // until what Close takes away has been given back
+    mutable Mutex mClosing; // held by Close until the interface is released
 
 private:
     mutable Mutex mMutex;
@@ -224,6 +231,8 @@ DCIConfiguration DeviceControlInterface::GetDCIConfiguration() const
 
 Result DeviceControlInterface::SendCommands( DCI_COMMAND* aCommands, unsigned int aCount )
 {
+    // The share keeps the endpoint alive if another thread closes it during the call; the call then
+    // returns NOT_CONNECTED.
     const EndpointPointer lEndpoint = mThis->GetEndpoint();
     if ( lEndpoint == nullptr )
     {

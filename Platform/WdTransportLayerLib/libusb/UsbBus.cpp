@@ -27,7 +27,7 @@ namespace
 {
 
 constexpr unsigned int TEXT_TIMEOUT = 500; // ms
-constexpr int MAX_PORTS = 7;               // hubs in a row that USB allows
+constexpr int MAX_PORTS = 7;               // the longest chain of ports that USB allows
 
 std::vector<uint8_t> GetPorts( libusb_device* aDevice )
 {
@@ -77,6 +77,7 @@ bool TakeEndpoints( const libusb_interface_descriptor& aInterface, UsbDevice& aD
         lAddress = lEndpoint.bEndpointAddress;
         if ( lIsIn )
         {
+            // Bits 0 to 10 are the size. A faulty device may report 0, which must not be a divisor.
             aDevice.mPacketSize = std::max<uint16_t>( lEndpoint.wMaxPacketSize & 0x07FF, 1 );
         }
     }
@@ -117,7 +118,7 @@ std::optional<UsbDevice> Examine( const ContextPointer& aContext, libusb_device*
     libusb_config_descriptor* lConfiguration = nullptr;
     if ( libusb_get_active_config_descriptor( aDevice, &lConfiguration ) != LIBUSB_SUCCESS )
     {
-        return std::nullopt; // not configured: nothing to talk to
+        return std::nullopt; // the device is not configured and has no usable interface
     }
     const std::shared_ptr<libusb_config_descriptor> lOwner( lConfiguration,
                                                             libusb_free_config_descriptor );
@@ -126,6 +127,8 @@ std::optional<UsbDevice> Examine( const ContextPointer& aContext, libusb_device*
     {
         return std::nullopt;
     }
+    // libusb requires that every device is released before its context, so the deleter keeps the
+    // context.
     lDevice.mDevice = DevicePointer( libusb_ref_device( aDevice ), [aContext]( libusb_device* aOld )
                                      { libusb_unref_device( aOld ); } );
     lDevice.mContext = aContext;
@@ -137,6 +140,8 @@ std::optional<UsbDevice> Examine( const ContextPointer& aContext, libusb_device*
 
 bool UsbDevice::IsSame( const UsbDevice& aOther ) const
 {
+    // The system gives a device a new address each time it is plugged in. Pointers cannot be
+    // compared, since the two devices may come from different contexts.
     const auto lGetKey = []( libusb_device* aDevice )
     {
         return std::make_pair( libusb_get_bus_number( aDevice ),
@@ -161,6 +166,7 @@ Result FindDevices( const ContextPointer& aContext, std::vector<UsbDevice>& aDev
     {
         return MakeUsbResult( static_cast<int>( lCount ), "" );
     }
+    // 1: drops the list's references too; the devices that are kept have their own.
     const std::shared_ptr<libusb_device*> lOwner( lList, []( libusb_device** aList )
                                                   { libusb_free_device_list( aList, 1 ); } );
     for ( ssize_t lIndex = 0; lIndex < lCount; ++lIndex )
@@ -223,7 +229,7 @@ Result TextReader::Read( UsbDevice::Text aText, std::string& aValue )
     StringDescriptor lDescriptor;
     if ( !mLanguage.has_value() )
     {
-        // A device that tells no language is asked in language 0.
+        // If the device reports no language, its texts are read in language 0.
         (void)ReadDescriptor( 0, 0, lBytes );
         (void)lDescriptor.Attach( lBytes.data(), lBytes.size() );
         mLanguage = lDescriptor.GetLanguage();

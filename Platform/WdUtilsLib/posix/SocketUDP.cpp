@@ -44,14 +44,15 @@ sockaddr_in MakeSocketAddress( const IpAddress& aAddress, unsigned short aPort )
     return lAddress;
 }
 
-// Polls until something is there or the time is up, through signals. Above 0: something is there;
-// 0: nothing; below 0: the error, negative.
+// Polls until an entry is ready or the time is up; a signal does not end the wait. Returns the
+// number of ready entries, 0 if there are none, or the negative error number.
 int Poll( pollfd* aEntries, unsigned int aCount, long long aTimeout )
 {
     const long long lDeadline = Thread::GetTickCount() + aTimeout;
     long long lLeft = aTimeout;
     for ( ;; )
     {
+        // poll takes an int and waits for ever for a negative one, so a long wait is made in parts.
         const int lWait = static_cast<int>( std::min<long long>( lLeft, INT_MAX ) );
         const int lReady = poll( aEntries, aCount, lWait );
         if ( lReady > 0 )
@@ -70,8 +71,8 @@ int Poll( pollfd* aEntries, unsigned int aCount, long long aTimeout )
     }
 }
 
-// One open descriptor. Every operation holds a share of it while it runs, so the number is given
-// back to the system only when the last operation has left.
+// One open descriptor. Every operation holds a share of it while it runs, so the descriptor is
+// closed only when the last operation has ended.
 class Descriptor
 {
 public:
@@ -87,8 +88,10 @@ public:
 
     int GetNumber() const { return mNumber; }
 
-    // Wakes whoever waits on the socket; from now on they find it closed. shutdown reports that
-    // there is no connection and wakes all the same.
+    // Wakes every thread that waits on the socket; from now on the threads find it closed. The flag
+    // is set first, so that a thread which shutdown wakes sees it. close would not wake the
+    // threads, and would free the number while they use it. On a socket without a peer, shutdown
+    // fails with ENOTCONN but wakes the threads all the same.
     void MarkClosed()
     {
         mClosed.store( true );
@@ -102,11 +105,12 @@ public:
     // The next receive fails with that error.
     void SetError( int aError ) { mError.store( aError ); }
 
-    // Waits in the receive itself. The socket's own time-out is told to the system only when it
-    // differs from the one it knows. It is every receiver's, so what a signal leaves of a wait is
-    // polled.
+    // Waits in recvfrom itself, by SO_RCVTIMEO: this saves a poll for each datagram. The time-out
+    // is set only when it differs from the one that the system has. It applies to all threads that
+    // receive on this socket, so the rest of a wait that a signal interrupted is polled instead.
     Result Receive( void* aBuffer, std::size_t aSize, sockaddr_in* aFrom, int& aReceived )
     {
+        // exchange: of several receiving threads, only one reports the error.
         const int lEarlier = mError.exchange( 0 );
         if ( lEarlier != 0 )
         {
@@ -118,13 +122,17 @@ public:
         {
             return MakeError( errno );
         }
+        // For SO_RCVTIMEO 0 means to wait for ever, so a time-out of 0 takes MSG_DONTWAIT. Later
+        // rounds take it too, because Poll waits for them and another thread may take the datagram
+        // first.
         for ( int lFlags = lTimeout == 0 ? MSG_DONTWAIT : 0;; lFlags = MSG_DONTWAIT )
         {
             socklen_t lFromSize = sizeof( *aFrom );
             const ssize_t lReceived = recvfrom( mNumber, aBuffer, aSize, lFlags,
                                                 reinterpret_cast<sockaddr*>( aFrom ), &lFromSize );
             const int lError = errno;
-            // What arrived is delivered; nothing may be a datagram or the end.
+            // After shutdown recvfrom returns 0, as it does for an empty datagram; the flag tells
+            // them apart. Data that arrived before is still delivered.
             if ( lReceived <= 0 && IsClosed() )
             {
                 return Result::NOT_CONNECTED;
@@ -139,8 +147,8 @@ public:
             {
                 return MakeError( lError );
             }
-            // The system counts in ticks: a signal within the last one makes it say that the time
-            // is up before it is.
+            // The system counts the time-out in its own ticks. After a signal within the last tick
+            // it reports that the time is up slightly too early.
             const long long lLeft = lDeadline - Thread::GetTickCount();
             if ( lTimeUp && lLeft <= 0 )
             {
@@ -155,8 +163,9 @@ public:
         }
     }
 
-    // Drops what has arrived, and the report of what found no receiver. A sender that does not stop
-    // ends it too.
+    // Drops all datagrams that have arrived, and a pending error from an earlier send. The limit
+    // ends the loop if a sender does not stop. MSG_DONTWAIT leaves the socket itself blocking for
+    // others.
     void Drain()
     {
         constexpr int DRAIN_MAX = 65536;
@@ -180,6 +189,7 @@ private:
         timeval lTime{};
         lTime.tv_sec = aTimeout / 1000;
         lTime.tv_usec = static_cast<suseconds_t>( aTimeout % 1000 ) * 1000;
+        // Under the lock, so that mToldTimeout is what the system really has.
         if ( setsockopt( mNumber, SOL_SOCKET, SO_RCVTIMEO, &lTime, sizeof( lTime ) ) != 0 )
         {
             return false;
@@ -189,6 +199,8 @@ private:
     }
 
     const int mNumber;
+    // Each atomic stands for itself and none publishes other memory, so their order does not
+    // matter, except in MarkClosed.
     std::atomic<bool> mClosed{ false };
     std::atomic<unsigned int> mTimeout{ 0 };
     std::atomic<int> mError{ 0 }; // 0: none
@@ -203,6 +215,8 @@ Result SendDatagram( const Descriptor& aDescriptor, const void* aData, std::size
                      const sockaddr_in* aTo )
 {
     ssize_t lSent = -1;
+    // A send after shutdown fails with EPIPE; MSG_NOSIGNAL makes sure that it does not also raise
+    // SIGPIPE, which would end the program.
     do
     {
         lSent =
@@ -211,7 +225,7 @@ Result SendDatagram( const Descriptor& aDescriptor, const void* aData, std::size
     } while ( lSent < 0 && errno == EINTR );
     if ( lSent >= 0 )
     {
-        return Result::OK; // it has left, whoever closes the socket meanwhile
+        return Result::OK; // it was sent, even if another thread has closed the socket since
     }
     const int lError = errno;
     return aDescriptor.IsClosed() ? Result( Result::NOT_CONNECTED ) : MakeError( lError );
@@ -229,6 +243,7 @@ public:
         return mDescriptor;
     }
 
+    // The argument leaves with the old descriptor and is destroyed after the lock is released.
     void SetDescriptor( DescriptorPointer aDescriptor )
     {
         LockScope lLock( mMutex );
@@ -248,7 +263,7 @@ public:
 private:
     mutable Mutex mMutex;
     DescriptorPointer mDescriptor QMUTILSLIB_GUARDED_BY( mMutex );
-    std::atomic<bool> mOpened{ false };
+    std::atomic<bool> mOpened{ false }; // whether mDescriptor is set, for IsOpened without the lock
 };
 
 SocketUDP::SocketUDP()
@@ -265,6 +280,7 @@ Result SocketUDP::Open( const IpAddress* aLocalAddress, unsigned short aLocalPor
                         bool aShareAddress )
 {
     (void)Close(); // cannot fail
+    // SOCK_CLOEXEC at creation: a flag set later would miss a fork of another thread in between.
     const int lNumber = socket( AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0 );
     if ( lNumber < 0 )
     {
@@ -281,6 +297,7 @@ Result SocketUDP::Open( const IpAddress* aLocalAddress, unsigned short aLocalPor
         return MakeError( ENOMEM );
     }
     const int lOn = 1;
+    // SO_REUSEADDR lets several sockets bind to one UDP port, if all of them ask for it.
     if ( aShareAddress &&
          setsockopt( lNumber, SOL_SOCKET, SO_REUSEADDR, &lOn, sizeof( lOn ) ) != 0 )
     {
@@ -309,7 +326,7 @@ Result SocketUDP::Connect( const IpAddress& aPeer, unsigned short aPort )
     {
         return MakeError( errno );
     }
-    lDescriptor->Drain(); // what came before the system knew the peer
+    lDescriptor->Drain(); // datagrams of others, from before the system knew the peer
     return Result::OK;
 }
 
@@ -351,7 +368,8 @@ Result SocketUDP::Send( const void* aData, int aLength )
     {
         return lResult;
     }
-    // The refusal tells of an earlier datagram; it has been reported now and this one was not sent.
+    // The system reports here that an earlier datagram was refused. The error is now cleared, but
+    // this datagram was not sent.
     return SendDatagram( *lDescriptor, aData, lLength, nullptr );
 }
 
@@ -415,7 +433,7 @@ Result SocketUDP::SetTimeoutRx( unsigned int aTimeout )
 SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, unsigned int aTimeout,
                                   unsigned int* aIndex )
 {
-    constexpr unsigned int FEW = 8;
+    constexpr unsigned int FEW = 8; // up to here nothing is allocated
     pollfd lFewEntries[FEW] = {};
     DescriptorPointer lFewDescriptors[FEW];
     const bool lAreMany = aCount > FEW;
@@ -434,6 +452,8 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
         }
         return aSockets[aChosen];
     };
+    // This operation returns no result: the first socket counts as readable, and its next receive
+    // returns the error.
     const auto lFail = [aSockets, &lChoose]( int aError )
     {
         if ( const DescriptorPointer lFirst = aSockets[0]->mThis->GetDescriptor() )
@@ -448,7 +468,9 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
     }
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
     {
+        // The share keeps the descriptor's number from being reused while it is polled.
         lDescriptors[lIndex] = aSockets[lIndex]->mThis->GetDescriptor();
+        // A closed socket counts as readable: its receive returns NOT_CONNECTED at once.
         if ( lDescriptors[lIndex] == nullptr )
         {
             return lChoose( lIndex );
@@ -462,6 +484,7 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
     }
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
     {
+        // POLLERR and POLLHUP too: a receive returns the error, or that the socket is closed.
         if ( lEntries[lIndex].revents != 0 )
         {
             return lChoose( lIndex );
