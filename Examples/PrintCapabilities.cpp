@@ -26,8 +26,8 @@ namespace
 constexpr long long MAC_ADDRESS_HIGH = 0x0008;
 constexpr long long MAC_ADDRESS_LOW = 0x000C;
 
-// The record is the one of this device for the whole process, kept by MAC address. Whoever asks for
-// it next gets it filled.
+// The process has one record for each device, found by its MAC address. Later calls for the same
+// address return this record, already filled.
 Result GetRecord( WdUtilsLib::Network::SocketUDP& aSocket, CapabilitiesGEV*& aRecord )
 {
     SimpleCommandLinkGEV lLink( &aSocket );

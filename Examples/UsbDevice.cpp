@@ -3,7 +3,7 @@
 //     UsbDevice            the first device of this machine
 //     UsbDevice 2-1.4      by path, or by GUID
 //
-// Exit status: 0 done, 1 there is no such device or it could not be read, 2 wrong usage.
+// Exit status: 0 success, 1 the device was not found or could not be read, 2 wrong usage.
 
 #include <QmUtilsLib/String.h>
 #include <SimpleCommandLinkU3V.h>

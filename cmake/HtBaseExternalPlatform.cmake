@@ -1,4 +1,4 @@
-# The platform libraries are somebody else's, see docs/platform-libraries.md.
+# For platform libraries from elsewhere, see docs/platform-libraries.md.
 foreach(lTarget QmUtilsLib WdUtilsLib WdTransportLayerLib)
   if(NOT TARGET ${lTarget})
     message(FATAL_ERROR "HTBASE_EXTERNAL_PLATFORM needs the target ${lTarget}. Define QmUtilsLib, "

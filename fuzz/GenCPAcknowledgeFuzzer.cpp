@@ -17,7 +17,7 @@ namespace U3V = WdUtilsLib::U3V;
 
 constexpr unsigned int HEADER_SIZE = 12;
 
-// What was received, as somebody reads it who has only the standard.
+// The received bytes, decoded independently of the library, from the standard alone.
 class Received
 {
 public:

@@ -20,7 +20,7 @@ namespace
 
 namespace GEV = WdUtilsLib::GEV;
 
-// A datagram as somebody reads it who has only the standard.
+// A datagram, decoded independently of the library, from the standard alone.
 class Datagram
 {
 public:

@@ -21,7 +21,7 @@ void GuardStandardStreams();
 // Writes a text to standard output at once. Throws a Failure when it could not be written.
 void Print( const std::string& aText );
 
-// Writes a JSON value and a line end to standard output. Bytes that are no UTF-8 become U+FFFD.
+// Writes a JSON value and a line end to standard output. Bytes that are not UTF-8 become U+FFFD.
 // Throws as Print does.
 void PrintJson( const nlohmann::ordered_json& aValue );
 

@@ -76,7 +76,7 @@ nlohmann::ordered_json MakeError( const Failure& aFailure );
 // The device answered, and said no.
 bool IsRefusal( const QmUtilsLib::Result& aResult );
 
-// The device answered that somebody else may write, not we.
+// The device answered that this host may not write, because another host holds control.
 bool IsAccessDenied( const QmUtilsLib::Result& aResult );
 
 } // namespace HtBaseTool

@@ -110,7 +110,7 @@ std::vector<uint8_t> ReadAll( const Descriptor& aFile, const std::string& aPath,
 
 std::vector<uint8_t> ReadRegular( const std::string& aPath, uint64_t aMax )
 {
-    // Without O_NONBLOCK a pipe is opened only when somebody writes into it.
+    // Without O_NONBLOCK, open would wait until another program opens the pipe for writing.
     const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
     const struct stat lStatus = GetStatus( lFile, aPath );
     if ( !S_ISREG( lStatus.st_mode ) )
@@ -181,7 +181,7 @@ void CheckOutputFile( const std::string& aPath )
         const OutputFile lProbe( aPath );
         return;
     }
-    // Opening it may be noticed, or wait for somebody at the other end.
+    // It is not opened: that may have an effect, or wait for a program at the other end.
     if ( S_ISDIR( lStatus.st_mode ) )
     {
         throw MakeFileFailure( "write", aPath, GetSystemErrorText( EISDIR ) );
@@ -194,7 +194,7 @@ void CheckOutputFile( const std::string& aPath )
 
 void CheckInputFile( const std::string& aPath )
 {
-    // A pipe that nobody writes to must not be waited for.
+    // O_NONBLOCK: open must not wait for a pipe that no program writes to.
     const Descriptor lFile( open( aPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) );
     if ( !S_ISREG( GetStatus( lFile, aPath ).st_mode ) )
     {
@@ -259,7 +259,7 @@ OutputFile::~OutputFile()
     }
     if ( !mTemporary.empty() )
     {
-        (void)unlink( mTemporary.c_str() ); // there is nobody left to tell
+        (void)unlink( mTemporary.c_str() ); // a failure cannot be reported here
     }
 }
 

@@ -29,8 +29,8 @@ void CheckOutputFile( const std::string& aPath );
 void CheckInputFile( const std::string& aPath );
 
 // OutputFile is a file that appears under its name only when it is complete: until Commit it is a
-// temporary file beside it, which the destructor removes. What is no regular file (a device, a
-// pipe) is written into directly.
+// temporary file beside it, which the destructor removes. A path that is not a regular file (a
+// device, a pipe) is written to directly.
 class OutputFile
 {
 public:

@@ -148,7 +148,7 @@ Result GevDevice::TakeControl()
     return lResult;
 }
 
-// Where it is not known whether the device gave control, nobody waits for an answer.
+// If it is not known whether the device granted control, the release does not wait for an answer.
 Result GevDevice::ReleaseControl()
 {
     const Control lControl = mControl;
@@ -171,7 +171,7 @@ void GevDevice::Abort()
     LockScope lLock( mMutex );
     if ( !mIsCleanUp )
     {
-        (void)mLink.Close(); // cannot fail; whoever waits for the device is woken
+        (void)mLink.Close(); // cannot fail; wakes a thread that waits for the device
     }
 }
 

@@ -24,7 +24,7 @@ namespace HtBaseTool
 {
 
 // GevDevice is one socket and one link to one device. An interruption ends a running transfer at
-// once, and every one after it; control is given back all the same. Its name is like
+// once, and every one after it; control is still released. Its name is like
 // "192.168.0.5:3956".
 class GevDevice : public Device
 {
@@ -49,8 +49,8 @@ public:
     QmUtilsLib::Result ReadPiece( void* aData, uint64_t aAddress, uint32_t aSize ) override;
     QmUtilsLib::Result WritePiece( const void* aData, uint64_t aAddress, uint32_t aSize ) override;
 
-    // Ends a running transfer at once, and every one after it, with NOT_CONNECTED; control is given
-    // back all the same. From any thread.
+    // Ends a running transfer at once, and every one after it, with NOT_CONNECTED; control is still
+    // released. From any thread.
     void Abort();
 
     // What the link counts. From any thread.
@@ -97,9 +97,9 @@ private:
 // ControlScope takes control of a device and gives it back, whatever happens in between. A device
 // takes writes only from the address and port that hold its control.
 //
-// Each command that the device gets prolongs the control. Where it ran out all the same, because a
-// transfer took longer than the device's Heartbeat Timeout, it is taken again and the refused write
-// is repeated.
+// Each command that the device receives prolongs the control. If control expires because a transfer
+// takes longer than the device's Heartbeat Timeout, it is taken again and the refused write is
+// repeated.
 class ControlScope
 {
 public:
@@ -111,8 +111,8 @@ public:
     ControlScope( const ControlScope& ) = delete;
     ControlScope& operator=( const ControlScope& ) = delete;
 
-    // Gives control back now. Throws a failure when the device does not take it; aDone says what
-    // has been done all the same ("the registers are written").
+    // Releases control now. Throws a failure if the device refuses; aDone says what has been done
+    // before ("the registers are written").
     void Release( const std::string& aDone );
 
 private:

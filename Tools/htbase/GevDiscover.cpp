@@ -66,7 +66,7 @@ bool IsSame( const Device& aA, const Device& aB )
     return lIsSameSender || ( lHasMac && aA.mMac == aB.mMac );
 }
 
-// Asks on some sockets and collects who answers.
+// Sends discovery commands on some sockets and collects the devices that answer.
 class Discovery
 {
 public:
@@ -111,7 +111,7 @@ private:
 Discovery::Discovery( Interruption& aInterruption )
     : mInterruption( aInterruption )
 {
-    // Never 0, and not that of a neighbour who asks at the same time.
+    // Never 0, and not likely to be that of another program that asks at the same time.
     mCommand.InitRequestId( static_cast<unsigned short>( Thread::GetTickCount() | 1 ) );
 }
 
@@ -226,7 +226,7 @@ void Discovery::Listen( int aTimeoutMs )
     }
 }
 
-// What is no answer to our question is passed over.
+// Ignores a datagram that is not an answer to our command.
 void Discovery::Receive( SocketUDP& aSocket )
 {
     uint8_t lBuffer[DATAGRAM_MAX] = {};

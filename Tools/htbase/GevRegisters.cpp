@@ -43,7 +43,7 @@ void Write( Program& aProgram, const WriteOptions& aOptions )
 {
     const std::vector<RegisterValue> lRegisters =
         ParseRegisterPairs( aOptions.mPairs, AddressBits::GEV );
-    // Who writes the privilege decides about control himself.
+    // A user who writes the privilege register controls the device explicitly.
     const bool lWantsControl =
         !aOptions.mNoControl &&
         std::none_of( lRegisters.begin(), lRegisters.end(),

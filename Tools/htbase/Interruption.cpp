@@ -89,7 +89,7 @@ void Interruption::Watch()
             EndProgram();
         }
         mAction();
-        // Last, since whoever wakes up takes the action away and finds it gone otherwise.
+        // Last, because the thread that this wakes may remove the action.
         mRequest.set_value();
     }
 }

@@ -24,16 +24,16 @@ struct MakerOptions
 
     bool IsEmpty() const { return mDevices.empty() && mTransmitters.empty(); }
 
-    // Tells the device identity service. Throws a usage failure for what is no address.
+    // Adds the addresses to the device identity service. Throws a usage failure for an invalid one.
     void Apply() const;
 };
 
 // Adds --maker and --maker-transmitter.
 void AddMakerOptions( CLI::App& aCommand, MakerOptions& aOptions );
 
-// The most bytes that one READMEM, one WRITEMEM may carry to this device. Only a device of the
-// maker's takes more than any other, so the device is asked who it is only where one is known.
-// Throws a Failure when it does not tell.
+// The most bytes that one READMEM and one WRITEMEM may carry with this device. Only the maker's
+// devices accept more than others, so the device's identity is read only if the options name one.
+// Throws a Failure if it cannot be read.
 PieceSizes GetPieceSizes( GevDevice& aDevice, const MakerOptions& aOptions );
 
 } // namespace HtBaseTool

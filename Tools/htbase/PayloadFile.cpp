@@ -138,8 +138,7 @@ std::optional<PayloadRecord> PayloadFile::Read()
     return lRecord;
 }
 
-// The length of a short identification does not count the zeros behind it. Moves on to the next
-// record.
+// The zeros after a short identification are not part of its length. Moves on to the next record.
 void PayloadFile::ReadPadding( const PayloadRecord& aRecord )
 {
     size_t lSize = aRecord.mBytes.size();

@@ -47,7 +47,7 @@ std::string FormatLeft( uint64_t aSeconds )
                    aSeconds % 60 );
 }
 
-// "  1.5 MB/s  0:07 left"; nothing before there is anything to reckon with.
+// "  1.5 MB/s  0:07 left"; empty until there is a rate to calculate with.
 std::string FormatSpeed( uint64_t aDone, uint64_t aTotal, long long aElapsedMs )
 {
     if ( aDone == 0 )

@@ -7,8 +7,9 @@
 namespace HtBaseTool
 {
 
-// Progress draws a bar on standard error while it lives, with bytes, rate and time left; nothing
-// when that is no terminal. It fits into 80 columns. One thread at a time.
+// Progress draws a bar on standard error as long as the object exists, with bytes, rate and time
+// left. It draws nothing if standard error is not a terminal. It fits into 80 columns. One thread
+// at a time.
 class Progress
 {
 public:

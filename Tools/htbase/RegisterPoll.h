@@ -30,7 +30,7 @@ struct PollState
 class RegisterPoll
 {
 public:
-    // The device must outlive the object; nobody else uses it but for its statistics. The address
+    // The device must outlive the object; other code may only read its statistics. The address
     // is one of 32 bits, the interval 1 ms or more.
     RegisterPoll( GevDevice& aDevice, uint64_t aAddress, int aIntervalMs );
     ~RegisterPoll(); // stops

@@ -399,7 +399,7 @@ void AddSimCommands( CLI::App& aApp, Program& aProgram )
 {
     CLI::App* const lGroup = AddGroup( aApp, "sim", "Virtual devices" );
     const auto lOptions = std::make_shared<SimOptions>();
-    lOptions->mConfiguration.mRequestsKept = 0; // nobody looks at them
+    lOptions->mConfiguration.mRequestsKept = 0; // the program does not use them
     CLI::App* const lCommand =
         AddCommand( *lGroup, "gev",
                     "Run a virtual GigE Vision device until SIGINT or SIGTERM. The first line "

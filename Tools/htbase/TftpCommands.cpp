@@ -304,7 +304,7 @@ std::string FindRejection( const std::vector<std::string>& aWarnings )
     return lFound == aWarnings.end() ? std::string() : *lFound;
 }
 
-// The transfer has taken place, so a file that now cannot be made is no matter of usage.
+// The transfer has taken place, so a file that cannot be created now is not wrong usage.
 void WriteContent( const std::string& aPath, const uint8_t* aData, size_t aSize )
 {
     try

@@ -13,9 +13,9 @@ namespace HtBaseTool
 {
 
 // TftpStation serves the regular files that are in a folder when it is made, and writes each upload
-// into the folder when its last block has come, before that is acknowledged. An upload whose name
-// is no plain file name, or names there what is no regular file, is refused. Without a folder
-// uploads are held in memory.
+// into the folder when its last block has arrived, before that is acknowledged. An upload is
+// refused if its name is not a plain file name, or names something in the folder that is not a
+// regular file. Without a folder, uploads are kept in memory.
 //
 // Open, then Start or Run, then Stop, as with a DeviceServer.
 class TftpStation

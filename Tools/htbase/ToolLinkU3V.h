@@ -20,7 +20,7 @@ public:
     // of registers, and the result is that of the read.
     QmUtilsLib::Result FitSizes();
 
-    // Closes the device; from any thread. Whoever waits for it is woken.
+    // Closes the device; from any thread. Wakes a thread that waits for it.
     void Abort();
 
 protected:

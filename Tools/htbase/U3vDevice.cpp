@@ -63,7 +63,7 @@ bool IsNamed( const U3vDeviceInfo& aInfo, const std::string& aName )
     return aInfo.mPath == aName || aInfo.mGUID.Get() == aName;
 }
 
-// Who is there instead, and who could not be asked.
+// The devices that were found instead, and those whose identity could not be read.
 std::string GetOthers( const std::vector<U3vDeviceInfo>& aDevices )
 {
     std::string lText;

@@ -29,8 +29,8 @@ std::string GetU3vName( const U3vDeviceInfo& aInfo );
 // Why a device that is there cannot be asked.
 std::string GetRefusal( const U3vDeviceInfo& aInfo );
 
-// U3vDevice is a link to one device, which nobody else can open meanwhile. Its name is that of
-// GetU3vName.
+// U3vDevice is a link to one device. No other program can open the device meanwhile. Its name is
+// that of GetU3vName.
 class U3vDevice : public Device
 {
 public:
@@ -44,8 +44,9 @@ public:
     // Reads the device's capability record and fits the transfers to it. Throws a Failure.
     const HtBaseLib::CapabilitiesU3V& ReadCapabilities();
 
-    // Fits the transfers to the device; where it does not say what it can do they stay small, and a
-    // note says so. Throws a Failure when there is no room for a word.
+    // Adapts the transfers to the device's limits. If the device does not report them, the
+    // transfers are kept small, and a note says so. Throws a Failure if the limits are too small
+    // for a word.
     PieceSizes FitPieces();
 
     // Registers are little-endian.

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# ConsumerTest.sh CMAKE COMPILER WORK LIBDIR VERSION OTHER-VERSION TOOL: a program of somebody else's
+# ConsumerTest.sh CMAKE COMPILER WORK LIBDIR VERSION OTHER-VERSION TOOL: an external program
 # finds the installed libraries with CMake and with pkg-config, is built and runs.
 set -euo pipefail
 . tests/installed/support.sh

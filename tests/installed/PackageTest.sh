@@ -82,7 +82,7 @@ for lName in "${PACKAGES[@]}"; do
 done
 expect_same "what the packages install" \
     "$(cd "$PREFIX" && find . ! -type d -printf 'usr/%P %l\n' | LC_ALL=C sort)" "$(list_root)"
-# What somebody gets who installs a library's user: nothing that is needed to build one.
+# A program that uses the libraries installs only these packages: nothing that is needed to build one.
 DEVELOPMENT=$(dpkg-deb --contents "$(package_file "$LIBRARIES")" | grep -E '\.(h|so|cmake|pc)( |$)') ||
     true
 [ -z "$DEVELOPMENT" ] || fail "$LIBRARIES has what belongs to libhtbase-dev:" "$DEVELOPMENT"

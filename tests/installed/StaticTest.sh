@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # StaticTest.sh CMAKE COMPILER WORK LIBDIR VERSION OTHER-VERSION TOOL LAUNCHER: as ConsumerTest.sh,
-# with static libraries, which have to tell their user what they need themselves. They are built here,
-# without optimisation, as nobody else builds them.
+# with static libraries, which must state the libraries that they need themselves. They are built here,
+# without optimisation, because no other build makes them.
 set -euo pipefail
 . tests/installed/support.sh
 CMAKE=$1 COMPILER=$2 WORK=$3
@@ -17,8 +17,8 @@ mkdir -p "$WORK"
 mv "$WORK/first" "$WORK/moved"
 [ ! -e "$WORK/moved/$4/libHtBase.so" ] || fail "a shared library among the static ones"
 
-# takers VERSION OPTION...: who takes a libusb of that version, which has nothing but its name. The
-# options are those that the consumer is told.
+# takers VERSION OPTION...: which parts accept a libusb of that version, an empty stand-in. The options
+# are passed to the consumer.
 takers()
 {
     local lFolder=$WORK/libusb

@@ -198,7 +198,7 @@ TEST_F( RealLocation, IsThatOfTheProgramThatContainsTheCode )
     ExpectAnswer( RunProgram( { "kit/bin/program" }, lOptions ), lAnswer );
 }
 
-// Then the program is known by a name that is no path from here, or by no true one at all.
+// The program's name is then not a path from this directory, or is wrong altogether.
 TEST_F( RealLocation, IsThatOfTheProgramHoweverItIsStarted )
 {
     const fs::path lInstalled = InstallProgram( "kit/bin" );

@@ -185,7 +185,7 @@ TEST_F( CapabilitiesGEVThreads, ReadADeviceOnceAndAllGetIt )
 TEST_F( CapabilitiesGEVThreads, ReadARecordAndItsCopyOneAfterTheOther )
 {
     BeginningThreads lBeginning;
-    // With both begun, whoever was not let in would have to be kept out by the mutex they share.
+    // Both threads have begun, so only the shared mutex can keep the second one waiting.
     TableServer lDevice( [&] { EXPECT_TRUE( lBeginning.mGate.WaitFor( 3 ) ); } );
     CapabilitiesGEV lSource( ADDRESS );
     CapabilitiesGEV lCopy( lSource );
@@ -200,7 +200,7 @@ TEST_F( CapabilitiesGEVThreads, ReadARecordAndItsCopyOneAfterTheOther )
                     EXPECT_TRUE( lRecords[aIndex]->Init( &lLink ).IsOK() );
                     ExpectFilled( *lRecords[aIndex] );
                 } );
-    // Each reads for itself, and nobody in between.
+    // Each record is read on its own, and the reads are not interleaved.
     const std::vector<uint16_t> lAskers = lDevice.GetAskers();
     ASSERT_EQ( 3 * READS, lAskers.size() );
     for ( size_t lRun = 0; lRun < 3; ++lRun )

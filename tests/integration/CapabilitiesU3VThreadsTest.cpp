@@ -39,7 +39,7 @@ U3VGUID MakeGUID( unsigned int aNumber )
 const U3VGUID GUID = MakeGUID( 1 );
 const U3VGUID OTHER = MakeGUID( 2 );
 
-// The device of all links: who asked, one entry per read.
+// The device of all links; it records which link asked, one entry per read.
 class Device
 {
 public:
@@ -187,7 +187,7 @@ TEST_F( CapabilitiesU3VThreads, SizeTheirLinksByOneReading )
 TEST_F( CapabilitiesU3VThreads, ReadARecordAndItsCopyOneAfterTheOther )
 {
     BeginningThreads lBeginning;
-    // With all begun, whoever was not let in is kept out by the mutex that they share.
+    // All threads have begun, so only the shared mutex can keep the others waiting.
     Device lDevice( [&] { EXPECT_TRUE( lBeginning.mGate.WaitFor( 3 ) ); } );
     CapabilitiesU3V lSource( GUID, nullptr );
     CapabilitiesU3V lCopy( lSource );
@@ -201,7 +201,7 @@ TEST_F( CapabilitiesU3VThreads, ReadARecordAndItsCopyOneAfterTheOther )
                     EXPECT_TRUE( lRecords[aIndex]->Init( &lLink ).IsOK() );
                     ExpectFilled( *lRecords[aIndex] );
                 } );
-    // Each reads for itself, and nobody in between.
+    // Each record is read on its own, and the reads are not interleaved.
     const std::vector<std::thread::id> lAskers = lDevice.GetAskers();
     ASSERT_EQ( lAskers.size(), 3 * READS );
     for ( std::size_t lRun = 0; lRun < 3; ++lRun )

@@ -422,8 +422,8 @@ TEST_F( OpeningTest, LeavesTheKernelDriverInPlaceIfTheIdentityDiffers )
     EXPECT_TRUE( mDevice->IsDriverBound() );
 }
 
-// While it lives, this user may not open the device. The administrator may open everything, so
-// then this thread is somebody else.
+// As long as it exists, this user may not open the device. Root may open everything, so under root
+// this thread changes to another user.
 class NoAccess
 {
 public:

@@ -100,7 +100,7 @@ TEST( DeviceServer, AnswersFromTheAddressAndPortItSays )
     EXPECT_EQ( lServer.GetAddress(), lOptions.mAddress );
     ASSERT_NE( lServer.GetPort(), 0 );
     lServer.Start();
-    Host lHost( lServer ); // hears nobody else
+    Host lHost( lServer ); // receives from this server only
     lHost.Send( "question" );
     EXPECT_EQ( lHost.Receive(), "question" );
     const Endpoint lFrom = lServer.Access( [&] { return lEcho.mFrom; } );

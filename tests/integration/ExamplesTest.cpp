@@ -167,7 +167,7 @@ TEST_F( GevExamples, ReadRegisterReportsWhyTheDeviceRefuses )
                                 "Invalid address status received from the device.\n" );
 }
 
-// Nobody listens there, and the system tells at once.
+// No program listens there, and the system reports that at once.
 TEST_F( GevExamples, WithoutADeviceTheyReportTheSystemError )
 {
     const std::vector<std::pair<std::string, Arguments>> lCalls = {

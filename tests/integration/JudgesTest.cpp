@@ -1,4 +1,4 @@
-// What programs that nobody here wrote make of our link and of our virtual device.
+// Our link and our virtual device together with independent programs.
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/LoopbackDevice.h"
@@ -57,7 +57,7 @@ protected:
             std::vector<std::string>{ "arv-fake-gv-camera-0.8", "-i", "127.0.0.1" } );
         mSocket = std::make_unique<LoopbackSocket>( GVCP_PORT );
         mLink = std::make_unique<SimpleCommandLinkGEV>( &mSocket->mSocket );
-        // While it starts nobody listens, and the link says so at once.
+        // Until it has started no program listens, and the link reports that at once.
         Result lResult;
         unsigned int lVersion = 0;
         for ( int lTry = 0; lTry < 200 && !lResult.IsOK(); ++lTry )

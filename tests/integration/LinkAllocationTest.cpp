@@ -1,5 +1,5 @@
-// A command that succeeds takes nothing from the heap, nor does a message that nobody wants to see,
-// and it is one send, one poll and one receive.
+// A command that succeeds does not allocate, and neither does a message that is not enabled. The
+// command is one send, one poll and one receive.
 // Over a real socket on loopback: the scripted one allocates.
 
 #include "tests/support/AllocationCounter.h"
@@ -71,7 +71,7 @@ const Bytes STRAY = Packet( {
     { 0x00, 0x00 },             // status: success
     { 0x00, 0x81 },             // acknowledge: READREG
     { 0x00, 0x04 },             // length
-    { 0x00, 0x01 },             // acknowledge identifier of nobody
+    { 0x00, 0x01 },             // acknowledge identifier of no command
     { 0x0A, 0x0B, 0x0C, 0x0D }, // value
 } );
 

@@ -80,7 +80,7 @@ bool WaitReadable( SocketUDP& aSocket )
     return SocketUDP::SelectOnRx( lSockets, 1, LONG_MS, nullptr ) == &aSocket;
 }
 
-// A port of the loopback interface on which nobody listens.
+// A port of the loopback interface on which no program listens.
 unsigned short GetDeadPort()
 {
     SocketUDP lSocket;
@@ -490,7 +490,7 @@ TEST_F( SocketPair, ConnectDropsDatagramsOfAnEarlierPeer )
     ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDeadPort() ).IsOK() );
     EXPECT_TRUE( IsSilent( lSocket ) );
     ASSERT_TRUE( lSocket.Send( "x", 1 ).IsOK() );
-    ASSERT_TRUE( WaitReadable( lSocket ) ); // the report that nobody listens there
+    ASSERT_TRUE( WaitReadable( lSocket ) ); // the report that no program listens there
     ASSERT_TRUE( lSocket.Connect( LOOPBACK, mDevice.GetLocalPort() ).IsOK() );
     EXPECT_TRUE( IsSilent( lSocket ) );
 }
@@ -637,7 +637,7 @@ TEST_F( SocketPair, DatagramsPassThroughSignals )
             while ( !lStop )
             {
                 const std::string lText = ReceiveText( mDevice );
-                (void)SendText( mDevice, lText ); // the last one finds nobody
+                (void)SendText( mDevice, lText ); // the last one finds no receiver
             }
         } );
     {
@@ -1003,7 +1003,7 @@ TEST( SocketUDP, CloseMayRunDuringEveryOperation )
     }
 }
 
-// Whoever counts what could not be sent must not count what was only followed by a close.
+// A count of failed sends must not include a send that was only followed by a close.
 TEST( SocketUDP, ACompletedSendIsOkEvenIfACloseFollowsAtOnce )
 {
     constexpr int ROUNDS = 1000;

@@ -85,7 +85,7 @@ DeviceServer::Options GetSlowLine()
     return lOptions;
 }
 
-// Whoever watches a client from another thread, until told to stop.
+// Watches a client from another thread until it is stopped.
 class Watcher
 {
 public:
@@ -298,7 +298,7 @@ TEST_F( TftpLoopback, AbortFromAnotherThreadEndsAnUpload )
 
 TEST_F( TftpLoopback, AbortEndsTheWaitForASilentServerWithinOneWait )
 {
-    // Nobody listens.
+    // No program listens.
     long long lAbortedAt = 0;
     std::thread lOther(
         [&]

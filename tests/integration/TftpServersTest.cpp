@@ -1,4 +1,4 @@
-// What TFTP servers that nobody here wrote make of our client, over real sockets.
+// Our client with independent TFTP servers, over real sockets.
 
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/ChildProcess.h"
@@ -76,7 +76,7 @@ const Server DNSMASQ = { "dnsmasq",
                          false,
                          false };
 
-// True when somebody listens on UDP port 69 of this network.
+// True if a program listens on UDP port 69 of this network.
 bool IsServed()
 {
     std::ifstream lTable( "/proc/net/udp" );
@@ -324,7 +324,8 @@ TEST_P( DownloadServer, ReportsThatAFileIsMissing )
 // An independent dissector finds every field where it should be.
 TEST_F( JudgedTftp, DissectorDecodesEveryPacket )
 {
-    const std::string lNoNetwork = TestSupport::EnterNetworkNamespace(); // nobody else's packets
+    const std::string lNoNetwork =
+        TestSupport::EnterNetworkNamespace(); // no packets of other programs
     if ( !lNoNetwork.empty() )
     {
         GTEST_SKIP() << lNoNetwork;

@@ -91,7 +91,7 @@ void CannedResponder::Run()
         }
         for ( const Bytes& lAnswer : mHandler( lRequest ) )
         {
-            // Whoever asked may be gone by now.
+            // The sender may have closed its socket by now.
             (void)sendto( mSocket, lAnswer.data(), lAnswer.size(), 0,
                           reinterpret_cast<const sockaddr*>( &lFrom ), lSize );
         }

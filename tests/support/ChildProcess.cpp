@@ -147,7 +147,7 @@ struct Plan
         (void)execvpe( aPlan.mArguments[0], aPlan.mArguments, aPlan.mEnvironment );
     }
     constexpr char TEXT[] = "cannot be started\n";
-    (void)!write( STDERR_FILENO, TEXT, sizeof( TEXT ) - 1 ); // nobody is left to tell
+    (void)!write( STDERR_FILENO, TEXT, sizeof( TEXT ) - 1 ); // a failure cannot be reported here
     _exit( 127 );
 }
 
@@ -256,7 +256,7 @@ void ChildProcess::Signal( int aSignal )
 {
     if ( !mIsReaped )
     {
-        (void)kill( mId, aSignal ); // ours until it is reaped, so the id belongs to nobody else
+        (void)kill( mId, aSignal ); // our child until it is reaped, so its id is not reused
     }
 }
 

@@ -93,8 +93,8 @@ public:
 
     unsigned short GetPort() const { return mServer.GetPort(); }
 
-    // What happens to the device at a datagram, right before it gets it. Set it through
-    // mServer.Access; it is called on the serving thread while nobody else has the device.
+    // Called with each datagram right before the device gets it. Set it through mServer.Access; it
+    // is called on the serving thread, which has the device for itself.
     std::function<void( const Simulators::Bytes& aDatagram )> mBefore;
     // How far the device's clock is ahead; it must not be set back. Through mServer.Access as well.
     int64_t mLeapMs = 0;

@@ -75,7 +75,7 @@ void PacketCapture::Mark( const std::string& aText )
     const WdUtilsLib::Network::IpAddress lLoopback( 0x7F000001 );
     for ( int lTry = 0; lTry < 400; ++lTry )
     {
-        // Nobody listens at the discard port, and nobody needs to.
+        // No program needs to listen at the discard port.
         (void)lSocket.SendTo( aText.data(), static_cast<int>( aText.size() ), lLoopback, 9 );
         std::this_thread::sleep_for( std::chrono::milliseconds( 25 ) );
         if ( ReadWholeFile( mFile ).find( aText ) != std::string::npos )

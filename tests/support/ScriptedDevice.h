@@ -31,7 +31,7 @@ public:
     using CapabilitiesGEV::ParseInfos;
 };
 
-// Every test of a record starts with a table of makers that knows nobody.
+// Every test of a record starts with an empty table of the maker's devices.
 class ScriptedDevice
 {
 public:

@@ -21,7 +21,7 @@ constexpr int DONE = 0;
 constexpr int FAILED = 1;
 constexpr int NOT_TRACED = 2;
 
-// What the job stands between; nobody else here has a use for it.
+// This call marks the start and the end of the job; nothing else here uses it.
 constexpr long MARK = SYS_getpgid;
 
 // The event of a stop at a system call, PTRACE_O_TRACESYSGOOD sees to it.

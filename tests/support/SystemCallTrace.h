@@ -29,9 +29,9 @@ struct SystemCallTrace
 };
 
 // TraceSystemCalls runs aJob in a child process, which is a copy of this one with the calling
-// thread alone, and gives every system call that it makes from its first instruction to its last,
-// whoever makes it. What the system's clock answers without a call is none. The child must start no
-// thread.
+// thread alone. It returns every system call of the job, whether the library or the test makes it.
+// The system's clock is usually read without a call, and then does not appear. The child must not
+// start a thread.
 //
 // It ends by _exit, so its destructors do not run. Tests that need the trace are skipped with the
 // reason where the system lets no process be traced.

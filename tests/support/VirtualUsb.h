@@ -42,7 +42,7 @@ public:
     PlugBehindHub( const Simulators::ConfigurationU3V& aConfiguration, unsigned int aHubPort,
                    unsigned int aPort );
 
-    // Takes the device off the bus: what runs on it fails, and it is no more listed.
+    // Unplugs the device: running transfers fail, and it is not listed any more.
     void Unplug( const std::shared_ptr<VirtualUsbDevice>& aDevice );
 
 private:
@@ -83,7 +83,7 @@ public:
     // The device node, for its access rights.
     const std::string& GetNode() const;
 
-    // Runs aUse on the simulated device while nobody else does.
+    // Runs aUse on the simulated device while no other thread uses it.
     void Use( const std::function<void( Simulators::VirtualDeviceU3V& )>& aUse );
     void Inject( const Simulators::FaultU3V& aFault );
 

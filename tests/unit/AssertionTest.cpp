@@ -65,7 +65,7 @@ protected:
     static void Run( const Case& aCase )
     {
         const rlimit lNoCore{ 0, 0 };
-        (void)setrlimit( RLIMIT_CORE, &lNoCore ); // a crash in a release build is nobody's news
+        (void)setrlimit( RLIMIT_CORE, &lNoCore ); // a crash here is expected and needs no core file
         (void)QmUtilsLib::SetAssertionHandler( PrintAndExit );
         aCase.mCall();
         _exit( FINISHED );

@@ -765,7 +765,7 @@ TEST_F( CapabilitiesGEVInit, TakesIdentifiersFromTheCounterOfTheProcess )
 TEST_F( CapabilitiesGEVInit, ReadsTheTextsThroughTheLinksOwnReadMemory )
 {
     BecomeFirst( mDevice );
-    mDevice.mTable.Refuse( 0x0088, 0x8003 ); // nobody asks
+    mDevice.mTable.Refuse( 0x0088, 0x8003 ); // is not read
     mDevice.mTable.Refuse( 0x00A8, 0x8003 );
     NotingLink lLink( &mDevice.mSocket );
     EXPECT_TRUE( mRecord.Init( &lLink ).IsOK() );
@@ -788,7 +788,8 @@ TEST_F( CapabilitiesGEVInit, ClearsTheTextsBeforeItReadsThem )
                                                            "0x00A8/48", "0x0088/32" ) );
 }
 
-// Whoever has seen the record initialised may ask it, so nobody may write into it any more.
+// A thread that has seen the record initialised may read it, so the record must not change any
+// more.
 TEST_F( CapabilitiesGEVInit, AnInitFromACallbackOfItsOwnReadsIsRefused )
 {
     BecomeFirst( mDevice );

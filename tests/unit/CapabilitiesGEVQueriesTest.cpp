@@ -310,7 +310,7 @@ const InfosRow INFOS_ROWS[] = {
     { "(00400)", "(02.02.0015)", true },
     { "(x0400000)", "(02.02.0015)", true },
 
-    // What reads as one all the same.
+    // Other texts that are still accepted.
     { "(0040000)", "(02.02.0015)", false },
     { "(00400000 and more)", "(02.02.0015)", false },
     { "(00 40 00 00)", "(02.02.0015)", false },
@@ -400,7 +400,7 @@ TEST_F( CapabilitiesGEVInfos, AVersionThatFillsItsFieldRunsOnIntoTheManufacturer
 {
     TestSupport::MakeCorvaneDevice();
     EXPECT_FALSE( IsSupported( "(00400000)", Pad( "(02.02)", 24, 31 ) ) );
-    // The brackets that count are those of the manufacturer information, which is no version.
+    // Only brackets in the manufacturer information count; that text is not a version.
     EXPECT_TRUE( IsSupported( "(00400000)", Pad( "(02.02)", 0, 32 ) ) );
     // It ends beyond the 48 characters that are looked at.
     EXPECT_TRUE( IsSupported( Pad( "(00400000)", 0, 16 ), Pad( "(02.02)", 0, 32 ) ) );

@@ -51,7 +51,7 @@ TEST_F( CapabilitiesGEVRegistry, GivesOneRecordPerAddress )
     EXPECT_EQ( 49U, lRecords.size() );
 }
 
-// Where there is no memory for a record there is none, and the others stay.
+// Without memory for a record none is returned, and the other records stay.
 TEST_F( CapabilitiesGEVRegistry, ReturnsNothingWithoutMemory )
 {
     CapabilitiesGEV* const lOther = CapabilitiesGEV::GetCapabilities( EthernetAddress( 1, 2 ) );

@@ -333,7 +333,8 @@ TEST_F( CapabilitiesU3VInit, ReadsThroughTheVirtualReadMemory )
     EXPECT_EQ( GetCallCount(), 0U );
 }
 
-// Whoever has seen the record initialised may ask it, so nobody may write into it any more.
+// A thread that has seen the record initialised may read it, so the record must not change any
+// more.
 TEST_F( CapabilitiesU3VInit, AnInitFromACallbackOfItsOwnReadsIsRefused )
 {
     SetEverything();

@@ -36,7 +36,7 @@ protected:
 
 } // namespace
 
-// Where there is no memory for a record there is none, and the others stay.
+// Without memory for a record none is returned, and the other records stay.
 TEST_F( CapabilitiesU3VRegistry, ReturnsNothingWithoutMemory )
 {
     CapabilitiesU3V* const lOther = CapabilitiesU3V::GetCapabilities( U3VGUID(), nullptr );

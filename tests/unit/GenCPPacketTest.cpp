@@ -232,7 +232,7 @@ TEST( GenCPCommandHeader, ChangesOneFieldAtATime )
     const Bytes lWithout = { 0x55, 0x33, 0x56, 0x43, 0, 0, 0x02, 0x08, 0x02, 0x01, 0x0B, 0x0A };
     EXPECT_EQ( lWithout, lBuffer );
 
-    lBuffer[4] = 0x01; // a flag of somebody else's
+    lBuffer[4] = 0x01; // another flag
     lHeader.SetRequestAck( true );
     EXPECT_TRUE( lHeader.GetRequestAck() );
     EXPECT_EQ( 0x01, lBuffer[4] );

@@ -55,7 +55,7 @@ protected:
             {
                 mQuestions.push_back( { aModule, aSize } );
                 const size_t lLength = std::min<size_t>( aPath.size(), aSize );
-                std::memset( aBuffer, '\\', aSize ); // what lies behind the path is no part of it
+                std::memset( aBuffer, '\\', aSize ); // bytes after the path are not part of it
                 std::memcpy( aBuffer, aPath.data(), lLength );
                 return static_cast<unsigned int>( lLength );
             } );

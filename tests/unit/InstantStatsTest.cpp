@@ -175,7 +175,7 @@ TEST_F( Stats, OpenASlotForEachOfTheFirstTwoReportsHoweverNear )
 TEST_F( Stats, OpenASlotForEachOfTheFirstTwoReportsAtTheSameTime )
 {
     Report( 7, 100 );
-    Report( 7, 100 ); // no time has passed: nothing to reckon with
+    Report( 7, 100 ); // no time has passed, so no rate can be calculated
     Expect( 0.0, 0.0 );
     Report( 7 + SECOND, 100 );
     Expect( 2.0, 1600.0 );

@@ -178,7 +178,7 @@ TEST( IoStreamFile, CloseReportsThatTheDiskIsFull )
     ASSERT_EQ( lStream.Open( "/dev/full", "wb" ), 0 );
     EXPECT_EQ( lStream.Write( "abc", 1, 3 ), 3U ); // buffered
     EXPECT_EQ( lStream.Close(), EOF );
-    EXPECT_EQ( lStream.Close(), EOF ); // and the file is closed all the same
+    EXPECT_EQ( lStream.Close(), EOF ); // and the file is closed anyway
 }
 
 TEST( IoStreamFile, DoesNothingWhileNotOpen )

@@ -1,4 +1,4 @@
-// GigE Vision links where there is no memory.
+// GigE Vision links when allocations fail.
 
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/ScriptedLinkTest.h"

@@ -1,4 +1,4 @@
-// USB3 Vision links where there is no memory.
+// USB3 Vision links when allocations fail.
 
 #include "tests/support/AllocationCounter.h"
 #include "tests/support/ScriptedControlTest.h"

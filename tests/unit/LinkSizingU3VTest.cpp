@@ -207,7 +207,7 @@ TEST_F( LinkSizingU3VTest, UsesTheRecordWithoutIdentityAfterAClose )
     EXPECT_TRUE( CapabilitiesU3V::GetCapabilities( U3VGUID(), nullptr )->IsInitialized() );
 }
 
-// Nobody but a derived link asks for it.
+// Only a derived link calls it.
 TEST_F( LinkSizingU3VTest, IsNeverAutomatic )
 {
     GuardedBuffer lBuffer( 200 );
@@ -251,7 +251,7 @@ TEST( LinkSizingU3VAssertions, AreCompiledIn )
 
 } // namespace
 
-// Without the priority nothing is said, and the link is sized all the same.
+// Below the threshold nothing is logged, and the link is sized anyway.
 TEST( LinkSizingU3VQuiet, SizesWithoutWarningBelowTheThreshold )
 {
     const RecordingLogSink lLog( 30001 );

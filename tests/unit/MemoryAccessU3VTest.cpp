@@ -65,7 +65,7 @@ private:
     bool mIsConnected;
 };
 
-// Everything that is no acknowledge of that code, made from a good one: every truncation, every
+// Packets that are not an acknowledge of that code, made from a good one: every truncation, every
 // other length, another prefix, another code.
 std::vector<Bytes> Spoil( const Bytes& aGood )
 {
@@ -318,7 +318,7 @@ TEST_F( MemoryAccessU3VTest, RefusesAnAnswerLongerThanItsBuffer )
     ExpectNoCallbacks();
 }
 
-// A control interface of somebody else's that keeps to no room, or tells more than it has stored.
+// A foreign control interface that stores beyond the buffer, or reports more bytes than it stored.
 TEST_F( MemoryAccessU3VTest, UsesNoMoreBytesThanItsBufferHolds )
 {
     for ( const bool lHasLimits : { true, false } )
@@ -1250,7 +1250,7 @@ TEST_F( LimitsTest, WriteNothingBeyondTheEndOfALongRead )
     }
 }
 
-// A device that answers every piece with nothing is read to the end all the same.
+// A device that answers every piece without data is still read to the end.
 TEST_F( LimitsTest, EndIfTheDeviceReturnsNothing )
 {
     Open();

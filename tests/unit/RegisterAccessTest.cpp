@@ -300,7 +300,7 @@ TEST_F( RegisterAccessTest, TakesTheFirstValueOfALongerAcknowledge )
             { 0x00, static_cast<uint8_t>( 0x04 + lMore ) }, // length
             { 0xB1, 0x23 },                                 // acknowledge identifier
             { 0x81, 0x02, 0x03, 0x04 },                     // value
-            Bytes( lMore, 0x99 ),                           // what nobody asked for
+            Bytes( lMore, 0x99 ),                           // more than was asked for
         } ) );
         unsigned int lValue = UNTOUCHED;
         EXPECT_TRUE( mLink.ReadRegister( &lValue, 0x0A00 ).IsOK() ) << lMore;

@@ -151,7 +151,7 @@ TEST_F( ScriptedControlTest, ReturnsTheScriptedFailureAtTheFirstCommandWithoutAR
     EXPECT_EQ( 5U, mRecords[0].mResult.GetOSCode() );
     EXPECT_EQ( 1U, mRecords[0].mAckLength );
 
-    lControl.Expect( COMMAND ); // no reply and nothing said: nobody answers
+    lControl.Expect( COMMAND ); // neither a reply nor a failure: no answer
     EXPECT_EQ( 0x001EU, Send( { COMMAND } ).GetCode() );
     EXPECT_TRUE( mComplaints.empty() );
 }

@@ -780,7 +780,7 @@ TEST_F( TftpTalk, DeviceFilesAreSentAsEmptyFilesAndCanBeWritten )
     }
 }
 
-// Nobody has opened its other end, so opening it would wait for ever.
+// Its other end is not open, so opening it would wait for ever.
 TEST_F( TftpTalk, FifoIsTreatedAsAFileThatCannotBeOpened )
 {
     const TemporaryDirectory lDirectory;
@@ -1068,7 +1068,7 @@ TEST_F( TftpTalk, OnlyTheFirstBlockOfAFileIsFetched )
     mNet.Expect( ReadRequest( "a.bin" ) )
         .ReplyFrom( TRANSFER, Data( 1, lBlock ), AFTER_MS( 30 ) )
         .Expect( Ack( 1 ) )
-        .Reply( Data( 2, Pattern( 100 ) ) ); // nobody looks at it
+        .Reply( Data( 2, Pattern( 100 ) ) ); // the client does not read it
     Bytes lBuffer( 1000, UNTOUCHED );
     unsigned int lSize = 1000;
     EXPECT_EQ( mClient.GetData( lBuffer.data(), lSize ).GetCode(), OK );

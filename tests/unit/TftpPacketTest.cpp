@@ -341,7 +341,7 @@ TEST( TftpRequests, DecodeRefusesEveryTruncation )
         EXPECT_FALSE( IsAccepted<TftpRrq>( Prefix( lRead, lCount ) ) ) << lCount;
         EXPECT_FALSE( IsAccepted<TftpWrq>( Prefix( lWrite, lCount ) ) ) << lCount;
     }
-    EXPECT_THAT( lAssertions.Take(), IsEmpty() ); // a name or mode that is cut off is no mode
+    EXPECT_THAT( lAssertions.Take(), IsEmpty() ); // a truncated name or mode is not a mode
 }
 
 TEST( TftpRequests, DecodeTakes4To518Bytes )

@@ -1,4 +1,4 @@
-// What the public value types do where there is no memory left.
+// The public value types when allocations fail.
 #include "tests/support/AllocationRounds.h"
 
 #include <HtResult.h>

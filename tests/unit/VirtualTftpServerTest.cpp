@@ -37,7 +37,7 @@ using Trouble = VirtualTftpServer::Trouble;
 const Endpoint CLIENT{ 0x7F000001, 40001 };
 const Endpoint OTHER{ 0x7F000001, 40002 };
 
-// A server and those who talk to it.
+// A server and its clients.
 class TftpServer : public testing::Test
 {
 protected:
@@ -448,7 +448,7 @@ TEST_F( TftpServer, DoesNotAnswerIfConfigured )
     Disturb( Trouble::SILENCE, 1 );
     const uint16_t lPort = Offer( "a.bin" );
     EXPECT_THAT( Receive( Data( 1, { 1 } ), lPort ), IsEmpty() );
-    EXPECT_EQ( *mServer.FindFile( "a.bin" ), Bytes{ 1 } ); // it has happened all the same
+    EXPECT_EQ( *mServer.FindFile( "a.bin" ), Bytes{ 1 } ); // the upload has still taken place
     EXPECT_EQ( Exchange( Data( 1, { 1 } ), lPort ).mBytes, Ack( 1 ) );
 }
 

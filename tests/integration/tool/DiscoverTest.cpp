@@ -25,8 +25,8 @@ class Discover : public ToolTest
 {
 };
 
-// What devices of other makers may send: a terminal's escape sequence, a byte that is no UTF-8, an
-// umlaut.
+// Texts that devices of other makers may send: a terminal's escape sequence, a byte that is not
+// UTF-8, an umlaut.
 Simulators::ConfigurationGEV MakeStrangeDevice()
 {
     Simulators::ConfigurationGEV lConfiguration;
@@ -155,7 +155,8 @@ TEST_F( Discover, APortWithoutAProgramIsReported )
     WdUtilsLib::Network::SocketUDP lSocket;
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
     const std::string lTarget = "127.0.0.1:" + std::to_string( lSocket.GetLocalPort() );
-    ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // to somebody else
+    ASSERT_TRUE(
+        lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // connected to another peer
     const Outcome lOutcome = RunTool( { "gev", "discover", "--to", lTarget } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
     ExpectOneSentence( lOutcome.mError );

@@ -16,8 +16,8 @@ namespace
 
 using HtBaseTool::Interruption;
 
-// Whoever has waited goes on and takes the action away. Without one a signal ends the program at
-// once, so the action must be through by then.
+// After the wait the program removes the action. Without an action a signal ends the program at
+// once, so the action must have finished by then.
 TEST( Interruption, HasRunItsActionAfterAWait )
 {
     Interruption lInterruption;

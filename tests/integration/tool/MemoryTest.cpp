@@ -382,7 +382,7 @@ TEST_F( Memory, AFileThatCannotBeLoadedIsReportedBeforeAnythingIsSent )
         { { "0x100000", mFolder.GetPath( "missing" ) }, "No such file or directory" },
         { { "0x100000", "" }, "No such file or directory" },
         { { "0x100000", mFolder.GetPath() }, "Is a directory" },
-        { { "0x100000", "/proc/self/mem" }, "Input/output error" }, // nobody can read its start
+        { { "0x100000", "/proc/self/mem" }, "Input/output error" }, // its start cannot be read
         { { "0x100000", lEmpty }, "it is empty" },
         { { "0x100000", "/dev/zero" }, "it is neither a regular file nor a pipe" },
         { { "0xFFFFFFFC", lLong }, "it is longer than the 4 bytes" },

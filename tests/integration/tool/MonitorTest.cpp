@@ -368,7 +368,7 @@ TEST_F( Monitor, CountsFailedReadsAndGoesOn )
                         HasSubstr( "firewall" ) ) );
 }
 
-// Between reads that are far apart there is no silence.
+// The time between reads that are far apart does not count as silence.
 TEST_F( Monitor, ShowsTheRateOfASlowStreamAlsoBetweenItsReads )
 {
     const auto lChild = Start( { ADDRESS, "--interval", "4000", "--json" } );
@@ -420,7 +420,8 @@ TEST_F( Monitor, GoesOnWhileNoProgramListensYet )
     WdUtilsLib::Network::SocketUDP lSocket;
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
     const std::string lTarget = "127.0.0.1:" + std::to_string( lSocket.GetLocalPort() );
-    ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // to somebody else
+    ASSERT_TRUE(
+        lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // connected to another peer
     ChildProcess lChild(
         MakeToolCommand( { "gev", "monitor", lTarget, ADDRESS, "--interval", "100", "--json" } ) );
     Json lReport =

@@ -248,10 +248,11 @@ TEST_F( Registers, TheDefaultWaitIsThreeTimes400Milliseconds )
 
 TEST_F( Registers, APortWithoutAProgramIsReported )
 {
-    WdUtilsLib::Network::SocketUDP lSocket; // holds the port, so that nobody else takes it
+    WdUtilsLib::Network::SocketUDP lSocket; // holds the port, so that no other program takes it
     ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
     const std::string lPort = std::to_string( lSocket.GetLocalPort() );
-    ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // to somebody else
+    ASSERT_TRUE(
+        lSocket.Connect( LOOPBACK, GetDevice().GetPort() ).IsOK() ); // connected to another peer
     const Outcome lOutcome = RunTool( { "gev", "read", "127.0.0.1:" + lPort, "0" } );
     EXPECT_EQ( lOutcome.mStatus, 1 );
     ExpectOneSentence( lOutcome.mError );
@@ -320,7 +321,7 @@ TEST_F( Registers, ASecondCtrlCEndsTheProgramAtOnce )
     EXPECT_EQ( lChild.GetError(), "htbase: interrupted\n" );
 }
 
-// Answers that are cut, come twice or were never asked for: the values are right all the same.
+// Some answers are truncated, duplicated or unexpected; the values are still right.
 TEST_F( Registers, RegistersCanBeUsedOverABadNetwork )
 {
     Simulators::FaultPlan::Rates lRates;

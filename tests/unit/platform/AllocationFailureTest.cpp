@@ -1,4 +1,4 @@
-// What the values of QmUtilsLib do where there is no memory left.
+// The values of QmUtilsLib when allocations fail.
 #include "tests/support/AllocationRounds.h"
 
 #include <QmUtilsLib/Logger.h>
