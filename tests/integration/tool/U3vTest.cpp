@@ -291,7 +291,7 @@ TEST_F( U3v, ADeviceWithoutLimitsIsLimitedByTheLinksBuffers )
     EXPECT_EQ( GetLargest( 0x01 ), 1024U );
     EXPECT_THAT( lLoad.mError, HasSubstr( "commands of at most any size, acknowledges of at most "
                                           "any size" ) );
-    EXPECT_THAT( lLoad.mError, Not( HasSubstr( "stay small" ) ) );
+    EXPECT_THAT( lLoad.mError, Not( HasSubstr( "are kept small" ) ) );
 
     const std::string lFile = mFolder.GetPath( "dump" );
     const Outcome lDump = Run( { "dump", "1-1", "0x100002", "3001", "-o", lFile, "--json" } );
@@ -329,7 +329,7 @@ TEST_F( U3v, ADeviceThatRefusesItsRecordIsAccessedInSmallPieces )
     for ( const Outcome* const lOutcome : { &lLoad, &lDump } )
     {
         EXPECT_THAT( lOutcome->mError,
-                     AllOf( HasSubstr( std::string( "transfers to " ) + NAME + " stay small" ),
+                     AllOf( HasSubstr( std::string( "transfers to " ) + NAME + " are kept small" ),
                             HasSubstr( "GENCP_ACCESS_DENIED" ) ) );
     }
     EXPECT_EQ( Run( { "read", "1-1", "0x100000" } ).mStatus, 0 );
