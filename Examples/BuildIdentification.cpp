@@ -1,4 +1,4 @@
-// Builds the payload that tells a device its name, from the firmware payload made for it.
+// Builds the payload that gives a device its name, from the firmware payload made for it.
 //
 //     BuildIdentification firmware.dfw camera1 id.dfw
 //

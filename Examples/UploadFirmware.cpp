@@ -27,7 +27,7 @@ void Interrupt( int )
     sIsInterrupted = 1;
 }
 
-// SendFile would not tell that a file cannot be read, so the file is read here, with every call
+// SendFile would not report that a file cannot be read, so the file is read here, with every call
 // checked, and sent by SendData. TFTP here counts bytes in 32 bits.
 bool ReadFile( const char* aPath, std::vector<unsigned char>& aBytes )
 {

@@ -16,7 +16,7 @@ namespace Benchmarks
 // arguments where it has some.
 struct Ratio
 {
-    std::string mWhat; // how the line that tells it begins
+    std::string mWhat; // the start of the printed line
     std::string mSubject;
     std::string mBase;
 };

@@ -1,5 +1,5 @@
-// The acknowledges of GenCP: whatever a device has sent, a view of it tells the bytes that are
-// there, zeros or nothing where none are, and takes for valid what the standard says.
+// The acknowledges of GenCP. Whatever a device has sent, a view of it returns the received bytes,
+// zeros or nothing beyond them, and is valid exactly when the standard says so.
 
 #include "fuzz/FuzzTarget.h"
 
@@ -44,7 +44,7 @@ public:
                HEADER_SIZE + GetField( 8, 2 ) <= mBytes.size();
     }
 
-    // The data that is there: as much as the length field tells, or less.
+    // The data that was received: as much as the length field says, or less.
     const std::string& GetData() const { return mData; }
 
 private:

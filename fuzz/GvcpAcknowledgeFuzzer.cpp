@@ -1,5 +1,5 @@
-// The acknowledges of GVCP: whatever a device has sent, a view of it tells the bytes that are
-// there, zeros or nothing where none are, and takes for valid what the standard says.
+// The acknowledges of GVCP. Whatever a device has sent, a view of it returns the received bytes,
+// zeros or nothing beyond them, and is valid exactly when the standard says so.
 
 #include "fuzz/FuzzTarget.h"
 
@@ -27,7 +27,7 @@ public:
     explicit Datagram( std::string aBytes )
         : mBytes( std::move( aBytes ) )
     {
-        // A field that is not there is zero. What lies behind the length told is nothing.
+        // A missing field is zero. Bytes beyond the length field are ignored.
         mLength = IsWhole() ? GetNumber( 4, 2 ) : 0;
         mPayload = mBytes.substr( std::min<std::size_t>( 8, mBytes.size() ), mLength );
     }
@@ -41,7 +41,7 @@ public:
     unsigned int GetCode() const { return IsWhole() ? GetNumber( 2, 2 ) : 0; }
     unsigned int GetId() const { return IsWhole() ? GetNumber( 6, 2 ) : 0; }
 
-    // The time of a pending acknowledge is there whatever the length told.
+    // The time of a pending acknowledge is read whatever the length field says.
     unsigned int GetTime() const { return mBytes.size() >= 12 ? GetNumber( 10, 2 ) : 0; }
 
     // A number of the payload; 0 unless all of it is there.
@@ -144,7 +144,7 @@ void TryDiscovery( const GEV::DiscoveryAcknowledge& aView, const Datagram& aPlai
 {
     const bool lIsComplete = aPlain.GetPayload().size() >= 248;
     Fuzz::Require( aView.IsComplete() == lIsComplete, "a discovery has 248 bytes" );
-    // Of an incomplete one nothing is told.
+    // An incomplete one reads as empty.
     const Datagram lNothing{ std::string() };
     const Datagram& lPlain = lIsComplete ? aPlain : lNothing;
     const auto lText = [&]( std::size_t aOffset, std::size_t aSize )

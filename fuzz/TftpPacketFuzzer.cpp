@@ -114,7 +114,7 @@ void TryError( const std::uint8_t* aData, std::size_t aSize, const std::string& 
     Fuzz::Require( lError.GetErrorCode() == GetNumber( aPacket ), "the code of the error" );
     Fuzz::Require( lError.GetMessage() == lMessage, "the message of the error" );
 
-    // The encoder leaves out the last zero and tells no length.
+    // The encoder leaves out the last zero and returns no length.
     unsigned char lBytes[CAPACITY];
     std::fill( std::begin( lBytes ), std::end( lBytes ), static_cast<unsigned char>( 0xEE ) );
     unsigned int lLength = UNTOLD;

@@ -19,10 +19,10 @@ using QmUtilsLib::Result;
 namespace
 {
 
-// How the link's text for this refusal begins; nothing else in a result tells it apart.
+// The start of the link's text for this refusal; nothing else in a result distinguishes it.
 constexpr const char* ACCESS_DENIED = "Access denied";
 
-// How the link's texts for a GenCP status begin; they tell its OS code from the system's.
+// The start of the link's texts for a GenCP status; they distinguish its OS code from the system's.
 constexpr const char* STATUS_TEXTS[] = { "Status GENCP_", "Unknown status received" };
 
 std::string GetDescription( const Result& aResult )

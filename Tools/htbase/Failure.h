@@ -11,7 +11,7 @@
 namespace HtBaseTool
 {
 
-// What the program's exit status tells.
+// The program's exit status.
 enum class ExitStatus : int
 {
     DONE = 0,
@@ -43,7 +43,7 @@ public:
 
     ExitStatus GetStatus() const { return mStatus; }
 
-    // The result behind the failure; OK when there is none.
+    // The result that caused the failure; OK if there is none.
     const QmUtilsLib::Result& GetResult() const { return mResult; }
 
 private:
@@ -67,7 +67,7 @@ std::string Describe( const QmUtilsLib::Result& aResult );
 // What a person may do about it: " - is ...?" or nothing.
 std::string GetHint( const QmUtilsLib::Result& aResult );
 
-// The GenCP status of the device behind a result; 0 when it is none.
+// The device's GenCP status in a result; 0 if it has none.
 unsigned int GetDeviceStatus( const QmUtilsLib::Result& aResult );
 
 // What a report says about a failure.

@@ -106,7 +106,7 @@ public:
     // Throws a failure when the device does not give it; aMore is added to the reason, as in
     // GevDevice::MakeFailure. Without aIsWanted nothing is done at all.
     ControlScope( GevDevice& aDevice, bool aIsWanted, const std::string& aMore );
-    ~ControlScope(); // gives back, and says so on standard error when that failed
+    ~ControlScope(); // releases control, and reports a failure on standard error
 
     ControlScope( const ControlScope& ) = delete;
     ControlScope& operator=( const ControlScope& ) = delete;

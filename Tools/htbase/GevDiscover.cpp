@@ -55,7 +55,7 @@ struct Device
     std::string mVersion;
     std::string mSerialNumber;
     std::string mUserName;
-    std::string mInterface; // of this machine, where it was heard
+    std::string mInterface; // of this machine, on which the answer arrived
 };
 
 bool IsSame( const Device& aA, const Device& aB )
@@ -136,7 +136,7 @@ void Discovery::AddInterface( const IpAddress& aAddress )
 {
     SocketUDP& lSocket =
         OpenSocket( &aAddress, "discover devices on interface " + aAddress.GetString() );
-    (void)lSocket.SetBroadcast( true ); // else the first send tells
+    (void)lSocket.SetBroadcast( true ); // if it fails, the first send reports the error
 }
 
 void Discovery::AddHost( const HostPort& aHost, const std::optional<IpAddress>& aLocal )

@@ -131,7 +131,7 @@ std::string FormatPort( unsigned int aPort )
     return aPort != 0 ? std::to_string( aPort ) : std::string();
 }
 
-// A port of 0 is one that the device does not tell; where it tells none there is nothing to show.
+// A port of 0 is one that the device does not publish. If it publishes none, nothing is shown.
 std::string FormatPorts( const std::vector<unsigned int>& aPorts )
 {
     std::string lText;

@@ -244,7 +244,7 @@ private:
     const long long mStartMs;
 };
 
-// What the exit status tells: whether each read has succeeded, some have, or none.
+// Throws the failure that sets the exit status, unless every read succeeded.
 void Judge( const GevDevice& aDevice, const std::string& aTried, const PollState& aState )
 {
     if ( aState.mReads == 0 )

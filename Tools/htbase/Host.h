@@ -33,7 +33,7 @@ struct LocalInterface
     WdUtilsLib::Network::IpAddress mAddress;
 };
 
-// All of them, in the system's order. Throws a failure when the system cannot tell.
+// All of them, in the system's order. Throws a failure if the system cannot list them.
 std::vector<LocalInterface> GetLocalInterfaces();
 
 } // namespace HtBaseTool

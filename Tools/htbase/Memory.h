@@ -50,13 +50,13 @@ public:
     uint64_t GetFirstWord() const { return mAddress - GetHead(); }
     uint64_t GetWordsSize() const { return ( GetEnd() + WORD - 1 ) / WORD * WORD; }
 
-    // Bytes of the words in front of the range, and in front of its end.
+    // Bytes of the words before the range, and before its end.
     uint64_t GetHead() const { return mAddress % WORD; }
     uint64_t GetEnd() const { return GetHead() + mLength; }
     bool IsHeadPartial() const { return GetHead() != 0; }
     bool IsTailPartial() const { return GetEnd() != GetWordsSize(); }
 
-    // How many bytes of the range lie in front of an offset in the words.
+    // How many bytes of the range are before an offset in the words.
     uint64_t CountBefore( uint64_t aOffset ) const;
 
 private:

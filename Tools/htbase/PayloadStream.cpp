@@ -26,7 +26,7 @@ PayloadStream::PayloadStream( OutputFile& aFile, PayloadOutcome& aOutcome )
 
 PayloadStream::~PayloadStream()
 {
-    (void)PayloadStream::Close(); // the outcome tells
+    (void)PayloadStream::Close(); // the outcome reports a failure
 }
 
 // The library is called from here on up to the writer's owner, and nothing is thrown through it.

@@ -20,7 +20,7 @@ namespace HtBaseTool
 //
 // A command throws a Failure when it cannot go on. With --json it prints nothing but fills mReport,
 // as far as it came; the program prints the report, with the failure in it, once the command has
-// ended. One that tells something all along prints lines of JSON instead, and its report is the
+// ended. A command that reports continuously prints lines of JSON instead, and its report is the
 // last of them.
 struct Program
 {

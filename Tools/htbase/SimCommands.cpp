@@ -83,7 +83,7 @@ struct SimTftpOptions
     SimFaults mFaults;
 };
 
-// Each address has a MAC of its own, so that a discovery tells several devices apart.
+// Each address has its own MAC, so that a discovery can distinguish several devices.
 std::array<uint8_t, 6> MakeMac( uint32_t aAddress )
 {
     return { 0x02,

@@ -34,7 +34,7 @@ std::string CheckRate( const std::string& aText )
 {
     double lRate = 0;
     const bool lIsRate = CLI::detail::lexical_cast( aText, lRate ) && lRate >= 0 &&
-                         lRate <= 1; // not-a-number is none
+                         lRate <= 1; // not-a-number is refused
     return lIsRate ? std::string() : "'" + aText + "' is not a rate from 0 to 1";
 }
 

@@ -1,4 +1,4 @@
-// The bad network in front of a virtual device, as the user says.
+// The bad network between a virtual device and its hosts, as configured by the user.
 #pragma once
 
 #include "Simulators/FaultPlan.h"

@@ -53,7 +53,7 @@ constexpr Lead LEADS[] = {
     { 0xF4, 0xF4, 4, 0x80, 0x8F }, // up to U+10FFFF
 };
 
-// Bytes of the printable character at aIndex; 0 when there is none.
+// The number of bytes of the printable character at aIndex; 0 if there is none.
 size_t GetCharacterSize( const std::string& aText, size_t aIndex )
 {
     const uint8_t lByte = GetByte( aText, aIndex );

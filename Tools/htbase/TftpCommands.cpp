@@ -205,7 +205,7 @@ private:
     std::thread mWatcher;
 };
 
-// Why a transfer failed: in the device's words, or the library's; in ours where there are none.
+// Why a transfer failed: the device's text or the library's, or our own if there is none.
 std::string GetReason( const Result& aResult )
 {
     std::string lText = aResult.GetDescription().GetAscii();
@@ -292,7 +292,7 @@ std::string GetLocalPath( const GetOptions& aOptions )
     return lName;
 }
 
-// The warning that tells that nothing was stored; empty when it was.
+// The warning that says that nothing was stored; empty if data was stored.
 std::string FindRejection( const std::vector<std::string>& aWarnings )
 {
     const auto lIsRejection = []( const std::string& aWarning )

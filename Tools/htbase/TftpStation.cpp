@@ -37,7 +37,7 @@ bool MayKeep( const fs::path& aPath, const std::string& aName )
     {
         return false;
     }
-    std::error_code lError; // the type tells
+    std::error_code lError; // an error shows in the type
     const fs::file_type lType = fs::symlink_status( aPath, lError ).type();
     return lType == fs::file_type::regular || lType == fs::file_type::not_found;
 }

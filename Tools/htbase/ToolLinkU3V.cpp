@@ -15,7 +15,7 @@ ToolLinkU3V::ToolLinkU3V( bool aIsMaster )
 {
 }
 
-// UpdateMaxSizes does not tell why it changed nothing, so the record is filled first.
+// UpdateMaxSizes does not report why it changed nothing, so the record is filled first.
 Result ToolLinkU3V::FitSizes()
 {
     CapabilitiesU3V* const lRecord = CapabilitiesU3V::GetCapabilities( GetGUID(), nullptr );
@@ -33,7 +33,7 @@ Result ToolLinkU3V::FitSizes()
 
 void ToolLinkU3V::Abort()
 {
-    (void)GetDCI()->Close(); // what it cannot give back the end of the program does
+    (void)GetDCI()->Close(); // what it cannot release, the end of the program releases
 }
 
 } // namespace HtBaseTool

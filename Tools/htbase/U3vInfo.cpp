@@ -23,7 +23,7 @@ using Json = nlohmann::ordered_json;
 namespace
 {
 
-// A text that the device tells of itself.
+// A text that the device reports about itself.
 struct IdentityText
 {
     const char* mLabel;

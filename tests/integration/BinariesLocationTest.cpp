@@ -1,4 +1,4 @@
-// Where the library lies, as the real loader tells it.
+// The location of the library, as the real loader reports it.
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryDirectory.h"

@@ -206,7 +206,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingWhenTheSystemFails )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-// Also where it has the address of the old one, and the system told something else afterwards.
+// Even if it has the address of the old one, and the system has reported another error since.
 TEST_F( OpeningTest, OfADeviceThatWasUnpluggedFindsTheNewOne )
 {
     OpenDevice();
@@ -251,7 +251,7 @@ TEST_F( OpeningTest, OfADeviceThatWasPluggedInAgainFindsTheNewOne )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-// Also where only now the device tells the identity that is asked for.
+// Even if the device reports the wanted identity only now.
 TEST_F( OpeningTest, OfTheOpenDeviceAsksForAnIdentityThatCouldNotBeReadBefore )
 {
     mDevice->SetIdentity( Identity::STALLED );
@@ -267,7 +267,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceAsksForAnIdentityThatCouldNotBeReadBefore )
     EXPECT_TRUE( Answers( mInterface ) );
 }
 
-// What a device that does not tell its identity answers, and what Open makes of it.
+// The answer of a device that does not report its identity, and the result of Open.
 struct Untold
 {
     Identity mIdentity;
@@ -370,7 +370,7 @@ TEST_F( OpeningTest, SkipsInterfacesOfAnotherKind )
 TEST_F( OpeningTest, TakesTheFirstBulkEndpointOfEachDirectionWithTheSizeOfItsPackets )
 {
     // Size as in the descriptor, and what a room of 16 bytes makes of it. Only 11 bits are the
-    // size; a device that tells none is asked for as much as there is room.
+    // size; if a device reports none, as much is requested as the buffer holds.
     const struct
     {
         Bytes mSize;

@@ -131,7 +131,7 @@ void Twice()
     ExpectNoRecords();
 }
 
-// After an explicit clean-up the next request registers it once more, in front of the handlers
+// After an explicit clean-up the next request registers it once more, before the handlers
 // that were registered before.
 template <typename Kind>
 void Again()

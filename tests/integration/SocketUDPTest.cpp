@@ -208,7 +208,7 @@ void ExpectReceiveLeavesAll( SocketUDP& aSocket, const Result& aExpected )
     }
 }
 
-// The next receive tells the error, the one after it that nothing is there.
+// The next receive returns the error; the one after it finds nothing.
 void ExpectReceiveFailsOnce( SocketUDP& aSocket, int aError )
 {
     char lByte = 'x';
@@ -363,7 +363,7 @@ TEST( SocketUDP, AddressesAreSharedWhereAllAgree )
     EXPECT_TRUE( lSecond.Open( &LOOPBACK, lPort, true ).IsOK() );
     EXPECT_EQ( lSecond.GetLocalPort(), lPort );
     ExpectSystemError( lSelfish.Open( &LOOPBACK, lPort, false ), EADDRINUSE );
-    // As a device that hears broadcasts beside its own address.
+    // As a device does that receives broadcasts besides those to its own address.
     SocketUDP lBroadcasts;
     EXPECT_TRUE( lBroadcasts.Open( nullptr, lPort, true ).IsOK() );
 }
@@ -595,7 +595,7 @@ TEST_F( SocketPair, SignalsDoNotShortenASelect )
     EXPECT_EQ( lIndex, 77U );
 }
 
-// Another thread that receives on the socket waits as long as it was told.
+// Another thread that receives on the socket still waits for its whole time-out.
 TEST( SocketUDP, SignalsDoNotChangeTheSocketsTimeOut )
 {
     constexpr unsigned int TIMEOUT = 100;
@@ -666,7 +666,8 @@ TEST( SocketUDP, AReceiveReportsThatNoProgramListens )
     ExpectSystemError( lSocket.Receive( &lByte, 1, lReceived ), ECONNREFUSED );
     EXPECT_EQ( lReceived, -77 );
     EXPECT_EQ( lByte, 'y' );
-    EXPECT_EQ( lSocket.Receive( &lByte, 1, lReceived ).GetCode(), Result::TIMEOUT ); // told once
+    EXPECT_EQ( lSocket.Receive( &lByte, 1, lReceived ).GetCode(),
+               Result::TIMEOUT ); // reported once
 }
 
 TEST( SocketUDP, ASendIsRepeatedAfterThePendingErrorOfAnEarlierOne )
@@ -728,7 +729,7 @@ TEST( SocketUDP, SelectFindsTheFirstOfMany )
             ASSERT_TRUE( lOwned.back()->Open( &LOOPBACK ).IsOK() );
             lSockets.push_back( lOwned.back().get() );
         }
-        // From the last to the first: each arrival is in front of those that are there already.
+        // From the last to the first: each new arrival comes before the earlier ones in the list.
         for ( unsigned int lNumber = lCount; lNumber-- > 0; )
         {
             ASSERT_TRUE(
@@ -934,7 +935,7 @@ TEST( SocketUDP, CloseWakesEveryWaitingThread )
         {
             SocketUDP* lSockets[] = { &lSocket };
             EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 1, 2 * LONG_MS, nullptr ), &lSocket );
-            lReceive(); // the receive tells
+            lReceive(); // returns the result
         };
         EXPECT_LT( CloseBeside( lSocket, { lReceive, lReceive, lReceiveFrom, lSelect } ), LONG_MS );
         ExpectEverythingNotConnected( lSocket );
@@ -942,7 +943,8 @@ TEST( SocketUDP, CloseWakesEveryWaitingThread )
     }
 }
 
-// Whatever runs while the socket is closed ends with NOT_CONNECTED, and gives back its descriptor.
+// Every operation that runs while the socket is closed ends with NOT_CONNECTED and releases its
+// descriptor.
 TEST( SocketUDP, CloseMayRunDuringEveryOperation )
 {
     SocketUDP lPeer;
@@ -1040,7 +1042,8 @@ TEST( SocketUDP, ACompletedSendIsOkEvenIfACloseFollowsAtOnce )
     }
 }
 
-// A number that is given back may be the next socket's. Who still waits must not hear that one.
+// The next socket may get a released number. A thread that still waits must not receive on that
+// socket.
 TEST( SocketUDP, NoOperationUsesAReusedDescriptor )
 {
     SocketUDP lSender;

@@ -23,7 +23,7 @@ namespace TestSupport
 class AllocationRounds
 {
 public:
-    // Next tells whether to run once more; what a round has left on the heap counts as leaked.
+    // Next returns whether to run once more; what a round has left on the heap counts as leaked.
     bool Next()
     {
         const long long lLive = GetLiveAllocationCount();
@@ -33,7 +33,7 @@ public:
         return std::exchange( mHasFailed, false );
     }
 
-    // Run calls the operation and tells whether it threw std::bad_alloc. Other exceptions pass.
+    // Run calls the operation and returns whether it threw std::bad_alloc. Other exceptions pass.
     template <class Operation>
     bool Run( Operation aOperation )
     {
@@ -53,11 +53,11 @@ public:
         return lHasThrown;
     }
 
-    // HasFailed tells whether an allocation of the last Run failed.
+    // HasFailed returns whether an allocation of the last Run failed.
     bool HasFailed() const { return mHasFailed; }
 
     // In how many rounds an allocation failed, and how many blocks they have left on the heap;
-    // after Next has told the end.
+    // after Next has returned false.
     unsigned long long GetFailureCount() const { return mRound - 2; }
     long long GetLeakedCount() const { return mLeaked; }
 

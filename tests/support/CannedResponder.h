@@ -1,4 +1,4 @@
-// A device that answers as a test tells it, over a real socket on loopback.
+// A device whose answers a test sets, over a real socket on loopback.
 #pragma once
 
 #include "tests/support/Packets.h"

@@ -40,7 +40,7 @@ public:
         return mHost.Access( [&] { return aFunction( mServer ); } );
     }
 
-    // A copy of a file; empty when there is none.
+    // A copy of a file; empty if there is none.
     Simulators::Bytes GetFile( const std::string& aName )
     {
         return Access(

@@ -52,7 +52,7 @@ public:
         mObserver = std::move( aObserver );
     }
 
-    // The acknowledge of a command; empty where there is none.
+    // The acknowledge of a command; empty if there is none.
     Bytes Answer( const Bytes& aCommand );
 
     // The reads so far, in order; as texts, "0x0934" or "0x0088/32"; forget them.

@@ -52,7 +52,7 @@ public:
         mObserver = std::move( aObserver );
     }
 
-    // The acknowledge of a command; empty where there is none.
+    // The acknowledge of a command; empty if there is none.
     Bytes Answer( const Bytes& aCommand );
 
     const Reads& GetReads() const { return mReads; }

@@ -48,7 +48,7 @@ public:
     unsigned short mRequestID = 0xB123; // the next one; the one after it is one more
     int mRequestIDsDrawn = 0;
 
-    // Called, when set, before the retry count is told, and from within the callbacks.
+    // Called, if set, before the retry count is returned, and from within the callbacks.
     std::function<void()> mOnRetryCount;
     std::function<void()> mOnRead;
     std::function<void()> mOnWrite;

@@ -50,7 +50,7 @@ CallDestructorEntry( void* aObject, std::size_t aEntry )
 
 } // namespace TestSupport
 
-// Defines IsPublic<operation>, which tells whether the operation's name can be taken from outside.
+// Defines IsPublic<operation>, which says whether the operation's name can be used from outside.
 #define DEFINE_IS_PUBLIC( aOperation )                                                             \
     template <typename LINK, typename = void>                                                      \
     struct IsPublic##aOperation : std::false_type                                                  \

@@ -737,7 +737,7 @@ Bytes MakeHubDescriptors()
              7,  5, 0x81, 3,    4, 0, 12 };                                        // endpoint
 }
 
-// The configuration with one interface more, in front of the others.
+// The configuration with one more interface, before the others.
 Bytes PutInFront( const Bytes& aInterface, Bytes aConfiguration )
 {
     constexpr std::ptrdiff_t HEADER_SIZE = 9;

@@ -1,5 +1,5 @@
 // What a record answers: every capability bit under every version, the source ports, and what the
-// texts of the maker's devices tell.
+// texts of the maker's devices say.
 
 #include "tests/support/ScriptedDevice.h"
 

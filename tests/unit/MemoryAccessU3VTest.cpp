@@ -338,7 +338,7 @@ TEST_F( MemoryAccessU3VTest, UsesNoMoreBytesThanItsBufferHolds )
         lBuffer.ExpectUntouched();
         ExpectNoCallbacks();
 
-        // An acknowledge that has its place in the room is one, whatever length is told.
+        // An acknowledge that fits the buffer is valid, whatever length is reported.
         for ( const unsigned int lLength : { 20U, 21U, 1025U, 0xFFFFFFFFU } )
         {
             mControl.ExpectAny().ReplyWithoutBounds( ReadMemAck( Pattern( 8 ) ), lLength );

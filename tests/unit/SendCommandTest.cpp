@@ -1392,7 +1392,7 @@ TEST_F( SendCommandTest, LogsWhenThePriorityIsEnabled )
 
 TEST_F( SendCommandTest, DoesTheSameWithoutLoggingWhenThePriorityIsNotEnabled )
 {
-    // A logger that is told to log does so at any threshold; the link has to ask first.
+    // Log does not check the threshold, so the link has to check it first.
     for ( const int lThreshold : { 30001, 40000, 40001 } )
     {
         QmUtilsLib::Logger::SetThreshold( lThreshold );

@@ -88,7 +88,7 @@ Bytes HostWord( uint16_t aValue )
     return lBytes;
 }
 
-// A request as its decoder wants it: opcode in the order of the host, name, zero, mode, zero.
+// A request as its decoder expects it: opcode in the order of the host, name, zero, mode, zero.
 Bytes HostRequest( uint16_t aOpcode, const std::string& aName, const std::string& aMode )
 {
     return Packet( { HostWord( aOpcode ), Text( aName ), { 0 }, Text( aMode ), { 0 } } );

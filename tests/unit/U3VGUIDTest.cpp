@@ -61,7 +61,7 @@ TEST( U3VGUID, ReadsNoFurtherThanATextThatIsTooLong )
 {
     const char lText[13] = { '1', 'A', 'B', '2', '0', '0', '0', '0', '0', '0', '0', '1', '2' };
     U3VGUID lGuid;
-    EXPECT_FALSE( lGuid.Set( lText ) ); // no terminator: a sanitizer tells
+    EXPECT_FALSE( lGuid.Set( lText ) ); // no terminator: a sanitizer reports an overrun
 }
 
 TEST( U3VGUID, TakesItsOwnText )

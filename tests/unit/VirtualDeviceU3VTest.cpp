@@ -510,7 +510,7 @@ TEST_F( VirtualDeviceU3VTest, DescribesItselfOnUsb )
     size_t lEnd = 0;
     while ( lEnd < lConfiguration.size() && lConfiguration[lEnd] != 0 )
     {
-        lEnd += lConfiguration[lEnd]; // each tells where the next begins
+        lEnd += lConfiguration[lEnd]; // its length says where the next one begins
     }
     EXPECT_EQ( lConfiguration.size(), lEnd );
     EXPECT_EQ( ( Bytes{ 4, 3, 0x09, 0x04 } ), GetDescriptor( mConfiguration, 3, 0 ).value() );

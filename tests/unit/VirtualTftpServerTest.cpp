@@ -56,7 +56,7 @@ protected:
         return lAnswers.empty() ? Outgoing() : lAnswers.front();
     }
 
-    // Begins an upload and tells the transfer port.
+    // Begins an upload and returns the transfer port.
     uint16_t Offer( const std::string& aName, const Endpoint& aFrom = CLIENT )
     {
         const Outgoing lAnswer = Exchange( WriteRequest( aName ), 0, aFrom );

@@ -238,7 +238,7 @@ TEST_F( CommandLine, NothingIsWrittenToTheDeviceInPlaceOfAClosedOutput )
     EXPECT_EQ( GetDevice().mServer.GetCounters().mReceived, 1U ); // the READREG alone
 }
 
-// Control is given back although the reader of the output has gone.
+// Control is released even if the reader of the output has closed the pipe.
 TEST_F( CommandLine, AClosedPipeDoesNotEndTheProgramHalfWay )
 {
     ChildProcess::Options lFull;

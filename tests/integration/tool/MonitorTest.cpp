@@ -55,7 +55,7 @@ protected:
         return std::make_unique<ChildProcess>( MakeGevCommand( "monitor", aArguments ), aOptions );
     }
 
-    // The next line as JSON; null, and the test failed, when it is none.
+    // The next line as JSON. If it is not JSON, returns null and fails the test.
     static Json ReadReport( ChildProcess& aChild )
     {
         const std::optional<std::string> lLine = aChild.ReadLine();

@@ -185,7 +185,7 @@ TEST_F( Registers, ControlIsReleasedAfterATimeOut )
     EXPECT_FALSE( IsControlHeld() );
 }
 
-// What another host holds is neither overridden nor given back.
+// Control of another host is neither overridden nor released.
 TEST_F( Registers, ControlOfAnotherHostIsRespected )
 {
     LoopbackSocket lOther( GetDevice().GetPort() );
@@ -214,7 +214,7 @@ TEST_F( Registers, ControlThatMayHaveBeenGrantedIsReleased )
 // The device falls silent once the register is written.
 TEST_F( Registers, ControlThatCannotBeReleasedIsAFailure )
 {
-    // Control can be taken, and is refused to be given back.
+    // Control can be taken, but its release is refused.
     OnCommand( Command::WRITEREG, 0xA000,
                []( LoopbackDevice& aDevice )
                { aDevice.mDevice.RefuseAddress( PRIVILEGE, 0x8006 ); } );

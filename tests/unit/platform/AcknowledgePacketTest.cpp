@@ -550,7 +550,7 @@ TEST( GvcpAcknowledge, DiscoveryTextsEndAtTheirFirstZero )
     EXPECT_EQ( lAcknowledge.GetModelName(), "seen" );
 }
 
-// Part of an identity is none: cut short, or with a length field that says less.
+// An incomplete identity does not count: truncated, or with a smaller length field.
 TEST( GvcpAcknowledge, AnIncompleteDiscoveryReadsAsEmpty )
 {
     const Bytes lWhole = MakeDiscoveryAck();
