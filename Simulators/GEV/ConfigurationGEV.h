@@ -94,7 +94,7 @@ struct ConfigurationGEV
     // true: lengths, alignment and counts are judged. false: trailing bytes, a wrong length field,
     // any alignment and any count up to 536 are taken.
     bool mStrict = true;
-    // What hosts may write while nobody holds control. true: Control Channel Privilege alone.
+    // What hosts may write while control is free. true: only Control Channel Privilege.
     // false: everything.
     bool mRequireControl = true;
     // For this long after its acknowledge, a request that comes again is answered from memory.

@@ -27,7 +27,7 @@ public:
     // A sign of life of aFrom. aTimeMs may lie in the future. It counts only for the holder.
     void KeepAlive( const Endpoint& aFrom, int64_t aTimeMs );
 
-    // The host that holds control at that time. Empty if there is none.
+    // The holder of control at that time; empty if control is free.
     std::optional<Endpoint> GetHolder( const AddressSpace& aSpace, int64_t aNowMs ) const;
 
     // Call Expire for the time of the access before these.

@@ -35,15 +35,15 @@ namespace Simulators
 //   0x8003 invalid address      nothing is there
 //   0x8004 write protect        it cannot be written
 //   0x8007 busy                 see Register::BUSY_WORD
-// A refused READREG carries the values in front of the refused one. A refused READMEM carries no
-// payload. A refused WRITEREG or WRITEMEM has written what stands in front of the index that it
-// carries, which counts registers in the one and bytes in the other.
+// A refused READREG carries the values before the refused one. A refused READMEM carries no
+// payload. A refused WRITEREG or WRITEMEM has written everything before the index that it carries,
+// which counts registers in the one and bytes in the other.
 //
-// Control: a host takes control by writing 2 (control) or 1 (exclusive) to Control Channel
-// Privilege while no host holds it. The holder is known by address and port. Control is freed, and
-// the message and stream channels are closed, when the holder writes 0 or is silent for longer than
-// Heartbeat Timeout. Each complete command of the holder is a sign of life. No other host may
-// write. Under exclusive access no other host may read either, except the privilege register alone.
+// Control: while control is free, a write of 2 (control) or 1 (exclusive) to Control Channel
+// Privilege makes its sender, by address and port, the holder. A write of 0 by the holder, or its
+// silence for longer than Heartbeat Timeout, frees control and closes the message and stream
+// channels. Each complete command of the holder restarts that time. No other host may write. Under
+// exclusive access, other hosts may read only the privilege register.
 //
 // A command is a repetition when it has the same address, port and bytes as the one before it from
 // that sender. It is not executed again: it gets the first acknowledge again, or, while that is
@@ -91,7 +91,7 @@ public:
     // The memory at Configuration::mMemoryBase.
     const Bytes& GetMemory() const;
 
-    // The host that holds control at that time. Empty if there is none.
+    // The holder of control at that time; empty if control is free.
     std::optional<Endpoint> GetHolder( int64_t aNowMs ) const;
 
     // By command code; all commands that are not implemented share one set, that of any of them.

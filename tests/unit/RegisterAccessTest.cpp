@@ -736,7 +736,7 @@ TEST_F( RegisterAccessTest, ReturnsTheTransactionsFailureAndChangesNothing )
         lExpectFailure( lAccess, Result( 0x0017 ) );
         mLink.mSocket = &mSocket;
 
-        const Result lError( 0x4000, ECONNREFUSED, String( "nobody listens" ) );
+        const Result lError( 0x4000, ECONNREFUSED, String( "no program listens" ) );
         mNet.Expect( lAccess.mCommand ).FailReceive( lError );
         lExpectFailure( lAccess, lError );
         ExpectLog( {} );

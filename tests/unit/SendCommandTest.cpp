@@ -1054,7 +1054,7 @@ TEST_F( SendCommandTest, ReturnsAReceiveErrorAtOnce )
         unsigned int mOSCode;
         const char* mText;
     } lErrors[] = {
-        { 0x4000, ECONNREFUSED, "nobody listens" },
+        { 0x4000, ECONNREFUSED, "no program listens" },
         { 0x4000, 0, "" },
         { 0x0017, 0, "" },
         { 0x0001, 7, "" },
