@@ -23,7 +23,7 @@ bool IsWhole( const unsigned char* aBytes, unsigned int aSize )
     unsigned int lPosition = 0;
     for ( const char lType : { 'T', 'V', 'I' } ) // target, version, identification
     {
-        if ( lPosition + 2 > aSize || aBytes[lPosition] != lType )
+        if ( lPosition + 2 > aSize || static_cast<char>( aBytes[lPosition] ) != lType )
         {
             return false;
         }

@@ -22,7 +22,7 @@ constexpr std::size_t NAME_MAX_SIZE = 1015; // a longer one is never sent
 
 volatile std::sig_atomic_t sIsInterrupted = 0;
 
-void Interrupt( int )
+void Interrupt( int /*aSignal*/ )
 {
     sIsInterrupted = 1;
 }

@@ -40,7 +40,7 @@ public:
 Result FindDevice( const std::string& aName, DeviceInfo& aDevice )
 {
     std::vector<DeviceInfo> lDevices;
-    const Result lResult = WdTransportLayerLib::U3V::DeviceEnumerator::GetDevices( lDevices );
+    Result lResult = WdTransportLayerLib::U3V::DeviceEnumerator::GetDevices( lDevices );
     if ( !lResult.IsOK() )
     {
         return lResult;

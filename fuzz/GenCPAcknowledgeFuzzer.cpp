@@ -117,7 +117,7 @@ int LLVMFuzzerTestOneInput( const std::uint8_t* aData, std::size_t aSize )
     // These two take bytes that may be written, and write none.
     std::string lBytes( reinterpret_cast<const char*>( aData ), aSize );
     lBytes.shrink_to_fit();
-    auto* const lData = reinterpret_cast<unsigned char*>( &lBytes[0] );
+    auto* const lData = reinterpret_cast<unsigned char*>( lBytes.data() );
     U3V::ReadMemAck lRead;
     Attach( lRead, lData, aSize, lPlain );
     TryHeader( *lRead.GetAckHeader(), lPlain );

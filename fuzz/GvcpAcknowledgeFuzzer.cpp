@@ -103,7 +103,7 @@ void TryValidity( const GEV::AcknowledgeHeader& aView, const Datagram& aPlain )
 
 void TryRegisters( const GEV::ReadRegisterAcknowledge& aView, const Datagram& aPlain )
 {
-    const unsigned int lCount = static_cast<unsigned int>( aPlain.GetPayload().size() / 4 );
+    const auto lCount = static_cast<unsigned int>( aPlain.GetPayload().size() / 4 );
     for ( const unsigned int lIndex : { 0U, lCount / 2, lCount - 1, lCount, lCount + 1, ~0U } )
     {
         const std::size_t lOffset = std::size_t{ 4 } * lIndex;
@@ -124,11 +124,11 @@ void TryMemory( const GEV::ReadMemoryAcknowledge& aView, const Datagram& aPlain 
     const bool lHasAddress = lPayload.size() >= 4;
     const std::string lWanted = lHasAddress ? lPayload.substr( 4 ) : std::string();
     std::string lCopy( lWanted.size() + 1, '\xEE' );
-    Fuzz::Require( !aView.CopyData( &lCopy[0], -1 ), "fewer than no bytes" );
-    Fuzz::Require( !aView.CopyData( &lCopy[0], static_cast<long long>( lCopy.size() ) ),
+    Fuzz::Require( !aView.CopyData( lCopy.data(), -1 ), "fewer than no bytes" );
+    Fuzz::Require( !aView.CopyData( lCopy.data(), static_cast<long long>( lCopy.size() ) ),
                    "more bytes than there are" );
     Fuzz::Require( lCopy == std::string( lCopy.size(), '\xEE' ), "nothing is copied in part" );
-    Fuzz::Require( aView.CopyData( &lCopy[0], static_cast<long long>( lWanted.size() ) ) ==
+    Fuzz::Require( aView.CopyData( lCopy.data(), static_cast<long long>( lWanted.size() ) ) ==
                        lHasAddress,
                    "all bytes" );
     Fuzz::Require( !lHasAddress || lCopy == lWanted + '\xEE', "what is copied" );

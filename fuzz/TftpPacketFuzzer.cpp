@@ -23,7 +23,7 @@ constexpr unsigned int UNTOLD = 0xDDDDDDDD;
 
 int gAssertions = 0;
 
-void CountAssertion( const char*, const char*, int )
+void CountAssertion( const char* /*aText*/, const char* /*aFile*/, int /*aLine*/ )
 {
     ++gAssertions;
 }

@@ -19,7 +19,7 @@ namespace
 
 int gAssertions = 0;
 
-void CountAssertion( const char*, const char*, int )
+void CountAssertion( const char* /*aText*/, const char* /*aFile*/, int /*aLine*/ )
 {
     ++gAssertions;
 }

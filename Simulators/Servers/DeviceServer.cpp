@@ -149,7 +149,7 @@ Result DeviceServer::ServeOpen()
         if ( SocketUDP::SelectOnRx( lSockets.data(), static_cast<unsigned int>( lSockets.size() ),
                                     GetWait( Thread::GetTickCount() ), &lReady ) != nullptr )
         {
-            const Result lResult = ReceiveOne( lListeners[lReady] );
+            Result lResult = ReceiveOne( lListeners[lReady] );
             if ( lResult.IsFailure() && mSocket.IsOpened() )
             {
                 return lResult;

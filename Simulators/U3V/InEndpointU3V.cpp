@@ -40,7 +40,7 @@ FetchedU3V InEndpointU3V::Take( size_t aCapacity )
     if ( lBytes.size() > aCapacity && aCapacity % mPacketSize == 0 )
     {
         const auto lCut = lBytes.begin() + static_cast<std::ptrdiff_t>( aCapacity );
-        const FetchedU3V lPart{ EndingU3V::DONE, Bytes( lBytes.begin(), lCut ) };
+        FetchedU3V lPart{ EndingU3V::DONE, Bytes( lBytes.begin(), lCut ) };
         lBytes.erase( lBytes.begin(), lCut );
         return lPart;
     }

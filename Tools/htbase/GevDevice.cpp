@@ -139,7 +139,7 @@ Result GevDevice::TakeControl()
 {
     mControl = Control::UNCERTAIN;
     const uint32_t lValue = CONTROL_ACCESS;
-    const Result lResult = mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE, false );
+    Result lResult = mLink.WriteRegister( &lValue, CONTROL_PRIVILEGE, false );
     const bool lIsOpen = lResult == Result::TIMEOUT || lResult == Result::NOT_CONNECTED;
     if ( !lIsOpen )
     {
@@ -157,7 +157,7 @@ Result GevDevice::ReleaseControl()
     {
         return Result::OK;
     }
-    const Result lResult = EnterCleanUp();
+    Result lResult = EnterCleanUp();
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -227,9 +227,9 @@ ControlScope::ControlScope( GevDevice& aDevice, bool aIsWanted, const std::strin
     const Result lResult = mDevice.TakeControl();
     if ( !lResult.IsOK() )
     {
-        const Failure lFailure = mDevice.MakeFailure( "take control", lResult, aMore );
+        Failure lFailure = mDevice.MakeFailure( "take control", lResult, aMore );
         (void)mDevice.ReleaseControl(); // only if it may have been given; the first failure counts
-        throw lFailure;
+        throw Failure( std::move( lFailure ) );
     }
 }
 

@@ -81,7 +81,7 @@ unsigned int PayloadStream::Write( const void* aData, unsigned int aSize, unsign
     return aCount;
 }
 
-unsigned int PayloadStream::Read( void*, unsigned int, unsigned int )
+unsigned int PayloadStream::Read( void* /*aData*/, unsigned int /*aSize*/, unsigned int /*aCount*/ )
 {
     return 0;
 }
@@ -91,7 +91,7 @@ int PayloadStream::Rewind()
     return EOF;
 }
 
-unsigned int PayloadStream::Skip( unsigned int )
+unsigned int PayloadStream::Skip( unsigned int /*aOffset*/ )
 {
     return SKIP_FAILED;
 }

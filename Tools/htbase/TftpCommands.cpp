@@ -283,7 +283,7 @@ std::string GetLocalPath( const GetOptions& aOptions )
     {
         return *aOptions.mPath;
     }
-    const std::string lName = GetFileName( aOptions.mName );
+    std::string lName = GetFileName( aOptions.mName );
     if ( lName.empty() || lName == "." || lName == ".." )
     {
         throw MakeUsageFailure( "'" + aOptions.mName +

@@ -23,7 +23,7 @@ Result ToolLinkU3V::FitSizes()
     {
         return Result( Result::GENERIC_ERROR, ENOMEM );
     }
-    const Result lResult = lRecord->Init( this );
+    Result lResult = lRecord->Init( this );
     if ( lResult.IsOK() )
     {
         UpdateMaxSizes();

@@ -206,7 +206,7 @@ PieceSizes U3vDevice::FitPieces()
 Result U3vDevice::ReadRegister( uint64_t aAddress, uint32_t& aValue )
 {
     uint8_t lBytes[WORD] = {};
-    const Result lResult = ReadPiece( lBytes, aAddress, WORD );
+    Result lResult = ReadPiece( lBytes, aAddress, WORD );
     aValue = 0;
     for ( uint32_t lByte = WORD; lByte-- > 0; )
     {

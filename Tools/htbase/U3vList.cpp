@@ -14,7 +14,6 @@
 namespace HtBaseTool
 {
 
-using QmUtilsLib::Result;
 using Json = nlohmann::ordered_json;
 
 namespace

@@ -170,7 +170,7 @@ try
     mIn.resize( RoundUp( aCommand.mAckLength, mDevice.mPacketSize ) );
     mOut.assign( aCommand.mCommand, aCommand.mCommand + aCommand.mCommandLength );
     const uint16_t lRequestID = ++mRequestID;
-    const Result lResult = Send( lRequestID, aResponseTime );
+    Result lResult = Send( lRequestID, aResponseTime );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -193,7 +193,7 @@ Result ControlEndpoint::Send( uint16_t aRequestID, unsigned int aTimeout )
     CommandHeader( mOut.data(), static_cast<unsigned int>( mOut.size() ) )
         .SetRequestID( aRequestID );
     unsigned int lMoved = 0;
-    const Result lResult = Transfer( mDevice.mEndpointOut, mOut, aTimeout, lMoved );
+    Result lResult = Transfer( mDevice.mEndpointOut, mOut, aTimeout, lMoved );
     if ( lResult.IsOK() && lMoved != mOut.size() )
     {
         return MakeFailure( EIO, mDevice.mPath );
@@ -209,7 +209,7 @@ Result ControlEndpoint::Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
     while ( lWait > 0 )
     {
         unsigned int lMoved = 0;
-        const Result lResult = Transfer( mDevice.mEndpointIn, mIn, ClampTimeout( lWait ), lMoved );
+        Result lResult = Transfer( mDevice.mEndpointIn, mIn, ClampTimeout( lWait ), lMoved );
         if ( !lResult.IsOK() && lResult != Result::TIMEOUT )
         {
             return lResult;
@@ -259,7 +259,7 @@ Result ControlEndpoint::Transfer( uint8_t aEndpoint, std::vector<unsigned char>&
     libusb_fill_bulk_transfer( mTransfer.get(), mHandle.get(), aEndpoint, aBytes.data(),
                                static_cast<int>( aBytes.size() ), MarkCompleted, &lIsCompleted,
                                aTimeout );
-    const Result lResult = Submit();
+    Result lResult = Submit();
     if ( !lResult.IsOK() )
     {
         mIsGone = mIsGone || lResult.GetOSCode() == ENODEV;
@@ -278,8 +278,7 @@ Result ControlEndpoint::Submit()
     {
         return Result::NOT_CONNECTED;
     }
-    const Result lResult =
-        MakeUsbResult( libusb_submit_transfer( mTransfer.get() ), mDevice.mPath );
+    Result lResult = MakeUsbResult( libusb_submit_transfer( mTransfer.get() ), mDevice.mPath );
     mIsRunning = lResult.IsOK();
     return lResult;
 }

@@ -79,7 +79,7 @@ EndpointPointer OpenOneOf( const std::vector<UsbDevice>& aDevices, const Wanted&
         {
             continue;
         }
-        if ( const EndpointPointer lEndpoint = Try( lDevice, aWanted, aCurrent, aResult ) )
+        if ( EndpointPointer lEndpoint = Try( lDevice, aWanted, aCurrent, aResult ) )
         {
             return lEndpoint;
         }

@@ -234,7 +234,7 @@ Result TextReader::Read( UsbDevice::Text aText, std::string& aValue )
         (void)lDescriptor.Attach( lBytes.data(), lBytes.size() );
         mLanguage = lDescriptor.GetLanguage();
     }
-    const Result lResult = ReadDescriptor( lIndex, *mLanguage, lBytes );
+    Result lResult = ReadDescriptor( lIndex, *mLanguage, lBytes );
     if ( !lResult.IsOK() )
     {
         return lResult;
@@ -250,7 +250,7 @@ Result TextReader::Read( UsbDevice::Text aText, std::string& aValue )
 Result TextReader::ReadGUID( U3VGUID& aGUID )
 {
     std::string lText;
-    const Result lResult = Read( UsbDevice::Text::GUID, lText );
+    Result lResult = Read( UsbDevice::Text::GUID, lText );
     aGUID = U3VGUID( lText.c_str() );
     return lResult;
 }

@@ -363,7 +363,7 @@ Result SocketUDP::Send( const void* aData, int aLength )
         return MakeError( EINVAL );
     }
     const auto lLength = static_cast<std::size_t>( aLength );
-    const Result lResult = SendDatagram( *lDescriptor, aData, lLength, nullptr );
+    Result lResult = SendDatagram( *lDescriptor, aData, lLength, nullptr );
     if ( lResult.GetOSCode() != ECONNREFUSED )
     {
         return lResult;

@@ -46,7 +46,7 @@ Result DeviceControlInterface::Open( QmUtilsLib::String& aDevicePath,
     lState->mOpenings.push_back( { aDevicePath.GetAscii(), aGUID, aMaster } );
     if ( !lState->mResultsOfOpen.empty() )
     {
-        const Result lResult = lState->mResultsOfOpen.front();
+        Result lResult = lState->mResultsOfOpen.front();
         lState->mResultsOfOpen.pop_front();
         if ( !lResult.IsOK() )
         {
