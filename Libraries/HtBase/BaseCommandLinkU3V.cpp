@@ -450,7 +450,7 @@ Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned 
         {
             return RefuseSize( lCommand.mCommandLength, mMaxCommandSize );
         }
-        // KEEP: An acknowledge that is too large is refused as a "Command of ... bytes", in the
+        // KEEP: An acknowledge that is too large is refused as a "Command of %d bytes", in the
         // words for a command.
         if ( mMaxAckSize != 0 && lCommand.mAckLength > mMaxAckSize )
         {

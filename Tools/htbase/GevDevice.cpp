@@ -8,6 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <utility>
+
 namespace HtBaseTool
 {
 
