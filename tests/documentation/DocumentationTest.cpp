@@ -269,6 +269,21 @@ TEST( Documentation, TheChangelogDatesEveryRelease )
     EXPECT_THAT( lVersions, Contains( Version{ 0, 1, 0 } ) );
     EXPECT_TRUE( std::is_sorted( lVersions.rbegin(), lVersions.rend() ) );
     EXPECT_TRUE( std::is_sorted( lDays.rbegin(), lDays.rend() ) );
+
+    // A version that is not released yet is named in front of the releases.
+    ASSERT_FALSE( lVersions.empty() );
+    std::smatch lMatch;
+    const std::string lBuildFile = Read( "CMakeLists.txt" );
+    ASSERT_TRUE( std::regex_search(
+        lBuildFile, lMatch, std::regex( R"(project\(HtBase VERSION (\d+)\.(\d+)\.(\d+))" ) ) );
+    const Version lVersion = { std::stoi( lMatch.str( 1 ) ), std::stoi( lMatch.str( 2 ) ),
+                               std::stoi( lMatch.str( 3 ) ) };
+    const std::string lChangelog = Read( "CHANGELOG.md" );
+    const std::string lUnreleased = lChangelog.substr( 0, lChangelog.find( " - 20" ) );
+    const std::string lName = lMatch.str( 1 ) + "." + lMatch.str( 2 ) + "." + lMatch.str( 3 );
+    EXPECT_TRUE( lVersion == lVersions.front() ||
+                 lUnreleased.find( "The version is " + lName + "." ) != std::string::npos )
+        << lName;
 }
 
 TEST( Documentation, FiguresAreThoseOfTheCode )
