@@ -43,9 +43,8 @@ print_marks()
             {
                 return
             }
-            if ( !match( mText, /[.:] / ) )
+            if ( !match( mText, /(: |\. [A-Z0-9`"])/ ) )
             {
-                RLENGTH = 0
                 RSTART = length( mText )
             }
             mText = "- **" substr( mText, 1, RSTART ) "**" substr( mText, RSTART + 1 )
@@ -66,9 +65,10 @@ print_marks()
         }
         FNR == 1 { Print(); mIsMark = 0 }
         match( $0, /^ *\/\/ (KEEP|SAFE): / ) {
+            lAt = RLENGTH
             Print()
-            mIsMark = substr( $0, RLENGTH - 5, 4 ) == WORD
-            mText = mIsMark ? substr( $0, RLENGTH + 1 ) : ""
+            mIsMark = substr( $0, lAt - 5, 4 ) == WORD
+            mText = mIsMark ? substr( $0, lAt + 1 ) : ""
             next
         }
         mIsMark && match( $0, /^ *\/\/ / ) { mText = mText " " substr( $0, RLENGTH + 1 ); next }
@@ -78,6 +78,9 @@ print_marks()
 }
 
 FILES=()
+PAGE=$(mktemp)
+trap 'rm -f "$PAGE"' EXIT
+{
 cat <<'END'
 <!-- Made by scripts/deliberate.sh of the marks in the sources. -->
 # What looks wrong and is right
@@ -102,13 +105,18 @@ as constant, use freed memory, hand out bytes that nobody sent, or never end.
 
 END
 print_marks SAFE "${FILES[@]}"
+} >"$PAGE"
+cat "$PAGE"
 
-# A mark that no section tells would be lost.
+# A mark that no section lists would be lost.
 STRAY=$(grep -rlE '(KEEP|SAFE):' Examples Libraries Platform Simulators Tools include |
     grep -vxF "$(printf '%s\n' "${FILES[@]}")" || true)
 BENT=$(grep -nE '(KEEP|SAFE):' "${FILES[@]}" | grep -vE ':[0-9]+: *// (KEEP|SAFE): [A-Z`"]' || true)
-if [ -n "$STRAY$BENT" ]; then
+MARKS=$(cat "${FILES[@]}" | grep -cE '(KEEP|SAFE):')
+ITEMS=$(grep -c '^- ' "$PAGE")
+if [ -n "$STRAY$BENT" ] || [ "$MARKS" -ne "$ITEMS" ]; then
     printf 'Marks outside the table of sections, or not at the beginning of a comment:\n%s\n%s\n' \
         "$STRAY" "$BENT" >&2
+    echo "There are $MARKS marks and $ITEMS items on the page." >&2
     exit 1
 fi

@@ -22,10 +22,16 @@ list_changed()
     } | sort -u
 }
 
-# Selects the sources on standard input that clang-tidy checks. It checks headers where they are included.
+# Selects the sources on standard input that clang-tidy checks: not those of tests, which are mostly
+# macros of the test framework. A header is checked by the source of the same name.
 only_tidied()
 {
-    grep -E '^(Examples|Libraries|Platform|Simulators|Tools|benchmarks|fuzz)/.*\.cpp$' || true
+    local lFile
+    while read -r lFile; do
+        [ -e "${lFile%.h}.cpp" ] && lFile=${lFile%.h}.cpp
+        echo "$lFile"
+    done | sort -u |
+        grep -E '^(Examples|Libraries|Platform|Simulators|Tools|benchmarks|fuzz)/.*\.cpp$' || true
 }
 
 # check_format FILE...

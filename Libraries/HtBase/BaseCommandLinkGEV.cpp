@@ -283,7 +283,7 @@ Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, l
 {
     if ( aSize < 0 || aSize > static_cast<long long>( GEV::WriteMemoryCommand::MAX_DATA_SIZE ) )
     {
-        // SAFE: `WriteMemory` beyond 536 bytes is 0x4001 and sends nothing.
+        // SAFE: `WriteMemory` of a negative size or beyond 536 bytes is 0x4001 and sends nothing.
         return INVALID_ARGUMENT;
     }
     GEV::WriteMemoryCommand lCommand;

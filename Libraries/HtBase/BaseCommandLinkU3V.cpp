@@ -278,9 +278,9 @@ Result BaseCommandLinkU3V::Open( const U3VGUID& aGUID, const std::string& aDevic
         } );
 }
 
-// KEEP: `Close` keeps the device path. So `IsConnected` stays true; the limits become 0, which
-// lets every size through to the control interface, and the identity becomes empty. A later `Open`
-// leaves the limits at 0 until `UpdateMaxSizes`.
+// KEEP: `Close` keeps the device path. So `IsConnected` stays true. The identity becomes empty, and
+// the limits become 0: `SendCommand` then lets every size through to the control interface. A later
+// `Open` leaves the limits at 0 until `UpdateMaxSizes`.
 Result BaseCommandLinkU3V::Close()
 {
     mGUID.Clear();

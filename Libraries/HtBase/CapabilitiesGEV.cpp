@@ -92,7 +92,7 @@ constexpr Capability HEARTBEAT_DISABLE = { 0x20000000, V1_1, "Heartbeat disable:
 constexpr Capability SERIAL_NUMBER = { 0x40000000, V1_1, "Serial number: %s" };
 constexpr Capability USER_DEFINED_NAME = { 0x80000000, V1_1, "User defined name: %s" };
 
-// The order in which they are logged.
+// In the order in which they are logged.
 constexpr const Capability* CAPABILITIES[] = { &CONCATENATION,
                                                &WRITE_MEM,
                                                &PACKET_RESEND,
@@ -115,6 +115,17 @@ constexpr const Capability* CAPABILITIES[] = { &CONCATENATION,
                                                &HEARTBEAT_DISABLE,
                                                &SERIAL_NUMBER,
                                                &USER_DEFINED_NAME };
+
+constexpr unsigned int GetLoggedBits()
+{
+    unsigned int lBits = 0;
+    for ( const Capability* const lCapability : CAPABILITIES )
+    {
+        lBits |= lCapability->mMask;
+    }
+    return lBits;
+}
+static_assert( GetLoggedBits() == 0xFFFE007F, "each bit that the standard defines is logged" );
 
 // Bits of Message Channel Capability and of GVSP Capability.
 constexpr unsigned int SOURCE_PORT = 0x80000000;

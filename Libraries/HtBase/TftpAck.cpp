@@ -25,8 +25,7 @@ bool TftpAck::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned i
         QMUTILSLIB_ASSERT( false );
         return false;
     }
-    // KEEP: `TftpAck::Encode` tells its length only when the packet fits, unlike the other
-    // encoders.
+    // Only when the packet fits: see TftpRequest.
     aLength = Tftp::MIN_PACKET;
     return true;
 }
@@ -45,8 +44,7 @@ bool TftpAck::Decode( const unsigned char* aBytes, unsigned int aCount )
 }
 
 // KEEP: `TftpError::Encode` writes its two numbers as they lie in memory, without a zero behind
-// the message, without a look at the capacity, and tells no length. Nothing in the library sends an
-// error.
+// the message, without a look at the capacity. Nothing in the library sends an error.
 bool TftpError::Encode( unsigned char* aBuffer, unsigned int /*aCapacity*/,
                         unsigned int& /*aLength*/ ) const
 {

@@ -139,8 +139,7 @@ Result TftpClient::SendFile( const char* aPath )
             std::error_code lError;
             if ( !std::filesystem::exists( aPath, lError ) )
             {
-                // KEEP: After a missing file the socket stays open and the result stays PENDING
-                // until the next transfer.
+                // KEEP: After a missing file the socket stays open until the next transfer.
                 mStream.reset();
                 return FILE_NOT_FOUND;
             }
@@ -186,8 +185,7 @@ Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
 
 Result TftpClient::Abort()
 {
-    // KEEP: `Abort` is OK after an aborted transfer and after a missing file, although nothing
-    // runs: their result stays PENDING. The next transfer is not refused.
+    // Also OK after a transfer whose result stays PENDING: see Run.
     if ( mResultCode.load() != Result::PENDING )
     {
         return Result::BUSY;
@@ -272,7 +270,8 @@ void TftpClient::OpenFile( IoStreamFile& aFile, const char* aPath, const char* a
 }
 
 // Runs a transfer to its end, whatever that is, and publishes its result.
-// KEEP: An aborted transfer, and one whose file is missing, stay PENDING in `GetTransferResult`.
+// KEEP: An aborted transfer, and one whose file is missing, stay PENDING in `GetTransferResult`. So
+// `Abort` is OK after them, although nothing runs. The next transfer is not refused.
 template <typename Transfer>
 Result TftpClient::Run( const Transfer& aTransfer )
 {
@@ -560,9 +559,10 @@ void TftpClient::QueueWarning( std::string aText )
     mWarnings.push_back( std::move( aText ) );
 }
 
-// The code goes first: who has read a new result finds its code in Abort and GetProgress. What the
-// result was goes when the lock is free again.
-// KEEP: The result has a lock of its own, held only while it is copied or swapped.
+// The code is stored first: a thread that has read a new result finds its code in Abort and
+// GetProgress. The old result is destroyed after the lock is released.
+// SAFE: The result of a transfer has a lock of its own, held only while the result is copied or
+// swapped. Without it a thread that asks for the result could read a text that is being freed.
 void TftpClient::SetTransferResult( Result aResult )
 {
     mResultCode.store( aResult.GetCode() );

@@ -36,7 +36,7 @@ void TftpData::GetData( unsigned char* aBytes, unsigned int aCapacity, unsigned 
 
 bool TftpData::Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const
 {
-    // KEEP: `TftpData` tells its length also when the packet does not fit.
+    // Also when the packet does not fit, as the other encoders do: see TftpRequest.
     aLength = Tftp::MIN_PACKET + mLength;
     BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( aLength );
     lWriter.Put16( Tftp::DATA );

@@ -42,7 +42,8 @@ bool TftpRequest::EncodeAs( Tftp::Opcode aOpcode, const char* aModeText, unsigne
                             unsigned int aCapacity, unsigned int& aLength ) const
 {
     // Opcode and two zeros; the texts are short.
-    // KEEP: An encoder tells its length before it finds that the packet does not fit.
+    // KEEP: An encoder sets the length before it finds that the packet does not fit. `TftpAck` sets
+    // it only when the packet fits, and `TftpError` never.
     aLength = static_cast<unsigned int>( std::strlen( mFileName ) + std::strlen( aModeText ) + 4 );
     BigWriter lWriter = BigWriter( aBuffer, aCapacity ).GetPart( aLength );
     lWriter.Put16( aOpcode );
