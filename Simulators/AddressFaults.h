@@ -14,7 +14,7 @@ namespace Simulators
 class AddressFaults
 {
 public:
-    // Stands for all commands: the largest number that a command code can be.
+    // Selects every command. It is the largest value of a command code.
     static constexpr uint16_t ANY_COMMAND = 0xFFFF;
 
     // From now on aCommand is refused with aStatus where it touches aAddress. 0 removes that.

@@ -20,7 +20,7 @@ void AddressSpace::Map( uint64_t aBase, Bytes aBytes, Access aAccess )
 std::optional<AddressSpace::Place> AddressSpace::Find( uint64_t aAddress, size_t aOffset ) const
 {
     const uint64_t lAddress = aAddress + aOffset;
-    if ( lAddress < aAddress ) // it lies beyond the last address
+    if ( lAddress < aAddress ) // beyond the last address
     {
         return std::nullopt;
     }

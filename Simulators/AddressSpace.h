@@ -13,11 +13,11 @@
 namespace Simulators
 {
 
-// What may be done with a byte of an address space, from the least on.
+// The access that a byte of an address space allows, the least first.
 enum class Access : uint8_t
 {
-    NONE,     // it is not there
-    RESERVED, // it is not part of a register, but reads as 0 within a longer span
+    NONE,     // the byte does not exist
+    RESERVED, // not part of a register, but reads as 0 within a longer span
     READ_ONLY,
     READ_WRITE,
 };
@@ -26,7 +26,7 @@ enum class Access : uint8_t
 // addresses, and the access to each byte. All numbers have one byte order.
 //
 // It does not enforce the access; the device does. Any span may be given, also one beyond the last
-// address: bytes that are not there read as 0 and are not written. Not thread-safe.
+// address: bytes that do not exist read as 0 and are not written. Not thread-safe.
 class AddressSpace
 {
 public:
@@ -44,7 +44,7 @@ public:
     // The bytes of the span, as many as asked for.
     Bytes Read( uint64_t aAddress, size_t aSize ) const;
 
-    // Writes the bytes that are there, whatever their access. False where some are not there.
+    // Writes the bytes that exist, whatever their access. False if some of them do not exist.
     bool Write( uint64_t aAddress, const Bytes& aBytes );
 
     // A number of 1 to 8 bytes, and a word of 4. A value that is too large is written with its low
@@ -54,7 +54,7 @@ public:
     uint32_t GetWord( uint64_t aAddress ) const;
     void SetWord( uint64_t aAddress, uint32_t aValue );
 
-    // Writes the text, cut to aSize bytes, and zeros behind it up to aSize.
+    // Writes the text, cut to aSize bytes, and zeros after it up to aSize.
     void SetText( uint64_t aAddress, size_t aSize, const std::string& aText );
 
     // The bytes of the region that begins at aBase; empty if there is none. Valid until the next
@@ -76,7 +76,7 @@ private:
         size_t mIndex = 0;
     };
 
-    // The byte that lies aOffset behind aAddress; empty where it is not there.
+    // The byte at aAddress + aOffset; empty if it does not exist.
     std::optional<Place> Find( uint64_t aAddress, size_t aOffset ) const;
 
     PacketBytes::ByteOrder mOrder;

@@ -87,7 +87,7 @@ private:
         uint64_t mState;
     };
 
-    // Which faults strike one datagram.
+    // The faults of one datagram.
     struct Strikes
     {
         bool mLoss = false;

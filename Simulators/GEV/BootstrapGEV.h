@@ -80,7 +80,7 @@ constexpr uint32_t READ_ONLY_VALUE = 0x4854424C;
 constexpr uint32_t BUSY_WORD =
     0xA044; // answered busy as often as BUSY_COUNT says, else a scratch word
 constexpr uint32_t BUSY_COUNT = 0xA048; // accesses to BUSY_WORD that are still to be answered busy
-// What the description of the device speaks of.
+// Registers that the description of the device names.
 constexpr uint32_t WIDTH = 0xA100;
 constexpr uint32_t HEIGHT = 0xA104;
 constexpr uint32_t PIXEL_FORMAT = 0xA108;

@@ -12,8 +12,8 @@
 namespace Simulators
 {
 
-// GVCP command codes. The code of an acknowledge is that of its command and 1; PENDING_ACK belongs
-// to no command of its own.
+// GVCP command codes. The code of an acknowledge is that of its command plus 1; PENDING_ACK does
+// not belong to a particular command.
 namespace Command
 {
 constexpr uint16_t DISCOVERY = 0x0002;
@@ -24,7 +24,7 @@ constexpr uint16_t WRITEMEM = 0x0086;
 constexpr uint16_t PENDING_ACK = 0x0089;
 } // namespace Command
 
-// GVCP status codes that the device gives without being told to.
+// GVCP status codes that the device returns by itself. VirtualDeviceGEV::Refuse can set others.
 namespace Status
 {
 constexpr uint16_t SUCCESS = 0x0000;
@@ -76,7 +76,7 @@ struct CommandGEV
 
     bool HasAcknowledgeFlag() const { return ( mFlags & 0x01 ) != 0; }
 
-    // DISCOVERY, READREG and READMEM, which would do nothing without an answer.
+    // True for DISCOVERY, READREG and READMEM, which are useless without an answer.
     bool IsQuestion() const;
     bool IsWrite() const;
     bool WantsAcknowledge() const { return HasAcknowledgeFlag() || IsQuestion(); }
@@ -85,11 +85,11 @@ struct CommandGEV
     std::vector<SpanGEV> GetSpans() const;
 };
 
-// Reads the header. Empty where the datagram is shorter than one. Key, length and identifier are
-// not judged.
+// Reads the header. Empty if the datagram is shorter than one. Key, length and identifier are not
+// checked.
 std::optional<CommandGEV> ParseCommandGEV( const Endpoint& aFrom, int64_t aNowMs, Bytes aDatagram );
 
-// What an acknowledge carries behind its header.
+// What an acknowledge carries after its header.
 struct ReplyGEV
 {
     uint16_t mStatus = Status::SUCCESS;

@@ -27,10 +27,11 @@ constexpr uint32_t CHANNEL_SOURCE_PORT = 0x80000000;    // 0x0930: 0x0B1C; 0x092
 constexpr uint32_t STREAM_LEGACY_BLOCK_ID = 0x40000000; // 0x092C, from 2.0 on
 } // namespace Capability
 
-// How long the device works on a command that succeeds, and how it tells the host meanwhile. It
-// announces mTimes times and works mTakesMs milliseconds (T) after each announcement: announcements
-// leave at 0, T, 2T, ... and the final acknowledge at mTimes x T. A device that cannot announce
-// (mTimes 0, or see mAlways) is silent for T and then sends the final acknowledge.
+// How long the device works on a command that succeeds, and the pending acknowledges that announce
+// this to the host. It announces mTimes times and works mTakesMs milliseconds (T) after each
+// announcement: announcements leave at 0, T, 2T, ... and the final acknowledge at mTimes x T. A
+// device that cannot announce (mTimes 0, or see mAlways) is silent for T and then sends the final
+// acknowledge.
 struct PendingAcknowledge
 {
     uint16_t mAnnouncedMs = 0; // time to completion that a pending acknowledge carries
@@ -66,7 +67,8 @@ struct ConfigurationGEV
     std::string mUserName;                                    // 16, writable
 
     // The memory that hosts read and write; its size is rounded up to a multiple of 4. Where it
-    // overlaps other parts of the address map, those win. What lies beyond 0xFFFFFFFF is cut off.
+    // overlaps other parts of the address map, those take precedence. Bytes beyond 0xFFFFFFFF are
+    // cut off.
     uint32_t mMemoryBase = 0x00100000;
     uint32_t mMemorySize = 0x00100000; // 1 MiB
 
@@ -77,8 +79,8 @@ struct ConfigurationGEV
     uint32_t mMessageChannels = 1;
     uint32_t mStreamChannels = 1;
 
-    // Capability words, exactly as they read; unset: what suits the version and the channels. A bit
-    // that came with a later version than the device's is shown, but nothing is behind it.
+    // Capability words, exactly as a host reads them; unset: the value that suits the version and
+    // the channels. A bit of a later version than the device's is shown but has no effect.
     std::optional<uint32_t> mGvcpCapability;    // 0x0934
     std::optional<uint32_t> mStreamCapability;  // 0x092C, no such register in 1.0
     std::optional<uint32_t> mMessageCapability; // 0x0930, no such register in 1.0
@@ -91,13 +93,13 @@ struct ConfigurationGEV
 
     PendingAcknowledge mPending;
 
-    // true: lengths, alignment and counts are judged. false: trailing bytes, a wrong length field,
-    // any alignment and any count up to 536 are taken.
+    // true: lengths, alignment and counts are checked. false: trailing bytes, a wrong length field,
+    // any alignment and any count up to 536 are accepted.
     bool mStrict = true;
     // What hosts may write while control is free. true: only Control Channel Privilege.
     // false: everything.
     bool mRequireControl = true;
-    // For this long after its acknowledge, a request that comes again is answered from memory.
+    // How long after its acknowledge a repeated request is answered without being executed again.
     uint32_t mResendWindowMs = 3000;
     size_t mRequestsKept = 1024; // how many of the latest requests GetRequests returns
 };

@@ -24,7 +24,7 @@ public:
     // Frees control if its holder was silent for longer than Heartbeat Timeout.
     void Expire( AddressSpace& aSpace, int64_t aNowMs );
 
-    // A sign of life of aFrom. aTimeMs may lie in the future. It counts only for the holder.
+    // Restarts the heartbeat at aTimeMs if aFrom is the holder. aTimeMs may be in the future.
     void KeepAlive( const Endpoint& aFrom, int64_t aTimeMs );
 
     // The holder of control at that time; empty if control is free.

@@ -21,7 +21,7 @@ struct RequestGEV
     Bytes mBytes;
 };
 
-// How often each thing happened to one command.
+// Counts of what happened to the commands of one code.
 struct CountersGEV
 {
     uint64_t mReceived = 0; // all of the following, and more
@@ -33,7 +33,7 @@ struct CountersGEV
     uint64_t mPendings = 0; // pending acknowledges returned
 };
 
-// Datagrams that were dropped, and oddities of commands that were taken all the same.
+// Datagrams that were dropped, and irregularities of commands that were still accepted.
 struct OdditiesGEV
 {
     uint64_t mTooShort = 0;
@@ -49,10 +49,11 @@ class JournalGEV
 public:
     explicit JournalGEV( size_t aRequestsKept );
 
-    // A command came; what becomes of it is not known yet.
+    // Records a command that has arrived and was not executed or refused yet.
     void Record( const CommandGEV& aCommand );
 
-    // To be counted up. All commands that are not implemented share one set.
+    // The counters, for the caller to increment. All commands that are not implemented share one
+    // set.
     CountersGEV& Count( uint16_t aCommand ) { return mCounters[GetKey( aCommand )]; }
     OdditiesGEV& CountOddity() { return mOddities; }
 

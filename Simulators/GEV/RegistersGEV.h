@@ -23,23 +23,23 @@ public:
 
     const ConfigurationGEV& GetConfiguration() const { return mConfiguration; }
 
-    // Whether lengths, alignment and counts are judged.
+    // Whether lengths, alignment and counts are checked.
     bool IsStrict() const { return mConfiguration.mStrict; }
 
     // Whether the word of GVCP Capability has this bit.
     bool HasCapability( uint32_t aBit ) const;
 
-    // The status that the device was told to refuse this access with; SUCCESS if there is none.
+    // The status that was set to refuse this access; SUCCESS if there is none.
     uint16_t FindRefusal( const CommandGEV& aCommand, uint64_t aAddress, size_t aSize ) const;
 
-    // What the command is refused with when it reads, or writes, 1 to 4 bytes at aAddress; SUCCESS
-    // if it is not. Each time that the word of Register::BUSY_WORD is busy counts.
+    // The status that refuses the command's access to 1 to 4 bytes at aAddress; SUCCESS if it is
+    // allowed. Each call that finds Register::BUSY_WORD busy takes one off Register::BUSY_COUNT.
     uint16_t Check( const CommandGEV& aCommand, uint64_t aAddress, size_t aSize );
 
-    // The bytes as they lie there.
+    // The bytes of the span, without a check.
     Bytes Read( uint64_t aAddress, size_t aSize ) const { return mSpace.Read( aAddress, aSize ); }
 
-    // Writes 1 to 4 bytes that Check allowed, with all that this brings about.
+    // Writes 1 to 4 bytes that Check allowed, and carries out the effects of the write.
     void Write( const CommandGEV& aCommand, uint64_t aAddress, const Bytes& aData );
 
     // Whether the command touches an address that the device is silent about.
@@ -56,7 +56,7 @@ public:
         return mPrivilege.GetHolder( mSpace, aNowMs );
     }
 
-    // From behind, past all rules and effects. Faults lie at addresses that are multiples of 4.
+    // Direct access, without rules and effects. Faults are at addresses that are multiples of 4.
     AddressFaults& GetFaults() { return mFaults; }
     AddressSpace& GetSpace() { return mSpace; }
     const AddressSpace& GetSpace() const { return mSpace; }

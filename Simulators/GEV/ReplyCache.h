@@ -19,15 +19,15 @@ public:
         Bytes mRequest;
         Bytes mAnswer;            // empty: none was due
         int64_t mAnswerMs = 0;    // when the answer leaves
-        int64_t mForgottenMs = 0; // until when the entry holds
+        int64_t mForgottenMs = 0; // when the entry expires
     };
 
-    // The entry of the command, if it is the latest of its sender once more; null if it is not.
-    // Never of DISCOVERY, which is always executed. Valid until the next Remember.
+    // The entry of the command if it repeats the latest command of its sender; otherwise null.
+    // Always null for DISCOVERY, which is always executed. Valid until the next Remember.
     const Entry* Find( const CommandGEV& aCommand ) const;
 
-    // Replaces the entry of the sender. Of too many senders the one is forgotten whose entry would
-    // be the first to end.
+    // Replaces the entry of the sender. When there are too many senders, the entry that expires
+    // first is removed.
     void Remember( const Endpoint& aFrom, const Entry& aEntry );
 
 private:

@@ -30,14 +30,14 @@ namespace Simulators
 //                               registers at once where GVCP Capability has no concatenation
 // and then, for each word in turn:
 //   0x8005 bad alignment        the address is not a multiple of 4
-//   as told                     see Refuse
+//   as set                      see Refuse
 //   0x8006 access denied        see below
-//   0x8003 invalid address      nothing is there
-//   0x8004 write protect        it cannot be written
+//   0x8003 invalid address      the address does not exist
+//   0x8004 write protect        the address cannot be written
 //   0x8007 busy                 see Register::BUSY_WORD
 // A refused READREG carries the values before the refused one. A refused READMEM carries no
 // payload. A refused WRITEREG or WRITEMEM has written everything before the index that it carries,
-// which counts registers in the one and bytes in the other.
+// which counts registers in a WRITEREG and bytes in a WRITEMEM.
 //
 // Control: while control is free, a write of 2 (control) or 1 (exclusive) to Control Channel
 // Privilege makes its sender, by address and port, the holder. A write of 0 by the holder, or its
@@ -94,7 +94,8 @@ public:
     // The holder of control at that time; empty if control is free.
     std::optional<Endpoint> GetHolder( int64_t aNowMs ) const;
 
-    // By command code; all commands that are not implemented share one set, that of any of them.
+    // By command code. All commands that are not implemented share one set; the code of any of them
+    // returns it.
     Counters GetCounters( uint16_t aCommand ) const { return mJournal.GetCounters( aCommand ); }
     Counters GetTotal() const { return mJournal.GetTotal(); }
     const Oddities& GetOddities() const { return mJournal.GetOddities(); }
@@ -108,12 +109,12 @@ public:
     std::string GetSummary() const { return mJournal.GetSummary(); }
 
 private:
-    // How the work on a command goes on, in ms after it came in.
+    // The times of the answers to a command, in ms after it arrived.
     struct Work
     {
         std::vector<int64_t> mAnnouncementsMs; // when a pending acknowledge leaves
         int64_t mFinalMs = 0;                  // when the acknowledge leaves
-        int64_t mPromisedMs = 0;               // until when the host was told to wait
+        int64_t mPromisedMs = 0;               // until when the host was asked to wait
     };
 
     std::optional<CommandGEV> Take( const Endpoint& aFrom, const uint8_t* aData, size_t aSize,

@@ -74,7 +74,7 @@ Result DeviceServer::Open( const Options& aOptions )
 
 void DeviceServer::Start()
 {
-    // The result of a failed socket has no reader here. The device is silent from then on.
+    // This thread cannot return the result of a failed socket. The device is silent from then on.
     mThread = std::thread( [this] { (void)Serve(); } );
 }
 

@@ -50,15 +50,15 @@ public:
         WdUtilsLib::Network::IpAddress mAddress{ 0x7F000001 };
         unsigned short mPort = 0; // 0: the system chooses a free one
 
-        // true: a second socket on 0.0.0.0 and the same port hears what is broadcast; answers leave
-        // from mAddress all the same. Both sockets share their port, so that several devices on one
-        // machine hear the same broadcast; nothing then tells that a port is taken already.
+        // true: a second socket on 0.0.0.0 and the same port receives broadcasts; answers still
+        // leave from mAddress. Both sockets share their port, so that several devices on one
+        // machine receive the same broadcast. Open then succeeds also when the port is in use.
         bool mHearBroadcasts = false;
         // Which datagrams of the second socket are taken; empty: all. That socket also gets what is
         // sent to the machine's other addresses.
         std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;
 
-        // What becomes of the datagrams on their way in and on their way out.
+        // The faults of the datagrams that arrive, and of those that leave.
         FaultPlan mRequestFaults = FaultPlan( FaultPlan::Rates(), 0 );
         FaultPlan mAnswerFaults = FaultPlan( FaultPlan::Rates(), 0 );
     };
@@ -97,7 +97,8 @@ public:
     WdUtilsLib::Network::IpAddress GetAddress() const { return mSocket.GetLocalAddress(); }
     unsigned short GetPort() const { return mSocket.GetLocalPort(); }
 
-    // Calls aFunction while the core is at rest and returns what it returns. Not from the core.
+    // Calls aFunction while the core does not run, and returns its result. The core must not call
+    // this.
     template <typename Function>
     auto Access( Function&& aFunction )
     {
@@ -120,10 +121,10 @@ private:
     struct Waiting
     {
         bool mIsRequest = false;
-        Outgoing mDatagram; // of a request, who sent it and where it came to
+        Outgoing mDatagram; // of a request: its sender and its destination port
     };
 
-    // A socket and the number that the device knows its port by.
+    // A socket and the device's number for its port.
     struct Listener
     {
         WdUtilsLib::Network::SocketUDP* mSocket;
@@ -146,7 +147,7 @@ private:
     WdUtilsLib::Network::SocketUDP mBroadcast; // all addresses; closed unless asked for
     std::thread mThread;
 
-    // Of the serving thread.
+    // Used by the serving thread only.
     WdUtilsLib::Network::IpAddress mAddress;
     std::map<uint16_t, std::unique_ptr<WdUtilsLib::Network::SocketUDP>> mFurther; // by number
     std::function<bool( const uint8_t* aData, size_t aSize )> mBroadcastFilter;

@@ -9,17 +9,17 @@
 namespace Simulators
 {
 
-// What can go wrong with an answer of a server, on request.
+// A fault in an answer of the server.
 enum class TroubleTFTP
 {
-    SILENCE,      // it is not sent; whatever else it stands for has happened
+    SILENCE,      // it is not sent; its other effects have happened
     DUPLICATE,    // it is sent twice
     WRONG_BLOCK,  // it has another block number
     FOREIGN_PORT, // it leaves from DisturbanceTFTP::mForeignPort, where no session is
     ERROR_PACKET  // an ERROR packet is sent in its place and the session ends
 };
 
-// mTrouble happens to the answers mFirst to mFirst + mCount - 1 of the server, counted from 0.
+// mTrouble applies to the answers mFirst to mFirst + mCount - 1 of the server, counted from 0.
 struct DisturbanceTFTP
 {
     TroubleTFTP mTrouble = TroubleTFTP::SILENCE;

@@ -25,7 +25,7 @@ Bytes MakePacket( uint16_t aOpcode, uint16_t aNumber, const Bytes& aRest )
     return lPacket;
 }
 
-// The next text, without its zero. A text without one leaves the reader not whole.
+// The next text, without its zero. A text without one is an overrun of the reader.
 std::string GetText( BigReader& aReader )
 {
     std::string lText( aReader.GetLeft() + 1, '\0' );

@@ -31,11 +31,11 @@ constexpr uint16_t UNKNOWN_TRANSFER = 5;
 constexpr uint16_t FILE_EXISTS = 6;
 } // namespace ErrorTFTP
 
-// PacketTFTP is a packet that came to the server: the datagram, where and when it came, and its
+// PacketTFTP is a packet that the server received: its sender, port and time, the datagram, and its
 // first two fields.
 //
 //   0  opcode   2
-//   2  number   2   of DATA and ACK the block, of ERROR the code; requests have their texts here
+//   2  number   2   the block of DATA and ACK, the code of ERROR; requests have their texts here
 //   4  data         of DATA
 struct PacketTFTP
 {
@@ -52,25 +52,25 @@ struct PacketTFTP
     Bytes GetData() const { return Bytes( mDatagram.begin() + HEADER_SIZE, mDatagram.end() ); }
 };
 
-// Reads both fields. Empty where the datagram is shorter than them.
+// Reads both fields. Empty if the datagram is too short for them.
 std::optional<PacketTFTP> ParsePacketTFTP( const Endpoint& aFrom, uint16_t aToPort, Bytes aDatagram,
                                            int64_t aNowMs );
 
-// What RRQ and WRQ ask for. Options behind the mode are read over.
+// The fields of RRQ and WRQ. Options after the mode are ignored.
 struct RequestTFTP
 {
     std::string mName;
-    std::string mMode; // in small letters
+    std::string mMode; // in lower case
 };
 
-// Empty where the packet is not a request, or does not have both texts with a zero behind each.
+// Empty if the packet is not a request, or if one of the texts has no terminating zero.
 std::optional<RequestTFTP> ParseRequestTFTP( const PacketTFTP& aPacket );
 
 Bytes MakeData( uint16_t aBlock, const Bytes& aData );
 Bytes MakeAck( uint16_t aBlock );
 Bytes MakeError( uint16_t aCode, const std::string& aMessage );
 
-// The opcode and the number of a packet that was made here.
+// The opcode and the number of a packet that the functions above have built.
 uint16_t GetOpcode( const Bytes& aPacket );
 uint16_t GetNumber( const Bytes& aPacket );
 

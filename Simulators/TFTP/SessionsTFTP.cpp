@@ -44,8 +44,8 @@ void SessionsTFTP::RemoveSilent( int64_t aNowMs, int64_t aTimeoutMs )
     }
 }
 
-// Ends, since there are fewer sessions than ports. A port comes again as late as possible, so that
-// what is late for an earlier session does not meet a new one.
+// The loop ends, since there are fewer sessions than ports. A port is used again as late as
+// possible, so that a late packet of an earlier session does not reach a new one.
 uint16_t SessionsTFTP::ChoosePort()
 {
     for ( ;; )

@@ -23,7 +23,7 @@ struct SessionTFTP
     size_t mOffset = 0;                 // of the current block of a download
     uint16_t mBlock = 0;                // the last one taken, or the current one sent; wraps
     bool mIsComplete = false;
-    int64_t mLastMs = 0; // when its peer was heard
+    int64_t mLastMs = 0; // when its peer last sent a packet
 };
 
 // SessionsTFTP holds the sessions of a server, by transfer port. Ports are taken in turn.
@@ -37,7 +37,7 @@ public:
     // is removed. The reference is valid until the session is removed.
     SessionTFTP& Add( const Endpoint& aPeer, const std::string& aName, int64_t aNowMs );
 
-    // The session at the port; null where there is none.
+    // The session at the port; null if there is none.
     SessionTFTP* Find( uint16_t aPort );
 
     void Remove( uint16_t aPort ) { mSessions.erase( aPort ); }

@@ -183,7 +183,7 @@ VirtualTftpServer::Answers VirtualTftpServer::TakeBlock( SessionTFTP& aSession,
     return Acknowledge( aSession );
 }
 
-// Makes a file of an upload. False where the owner of the server refuses it.
+// Turns an upload into a file. False if Configuration::mKeep refuses it.
 bool VirtualTftpServer::Publish( SessionTFTP& aSession )
 {
     if ( mConfiguration.mKeep && !mConfiguration.mKeep( aSession.mName, aSession.mContent ) )
@@ -271,7 +271,7 @@ VirtualTftpServer::Answers VirtualTftpServer::Answer( const Outgoing& aAnswer )
     return lAnswers;
 }
 
-// The latest of those that name the answer.
+// The latest disturbance that applies to the answer.
 const VirtualTftpServer::Disturbance* VirtualTftpServer::FindDisturbance( uint64_t aAnswer ) const
 {
     const auto lFound = std::find_if( mDisturbances.rbegin(), mDisturbances.rend(),

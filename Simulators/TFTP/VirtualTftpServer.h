@@ -55,8 +55,9 @@ public:
         uint16_t mFirstTransferPort = 50000;
         uint16_t mTransferPorts = 64;
         int64_t mSessionTimeoutMs = 60000;
-        // Asked when the last block of an upload has come, before it becomes a file and before that
-        // block is acknowledged; false refuses it. Empty: yes. It must not call the server.
+        // Called when the last block of an upload has arrived, before the upload becomes a file and
+        // before that block is acknowledged; false refuses the upload. Empty: all are kept. It must
+        // not call the server.
         std::function<bool( const std::string& aName, const Bytes& aContent )> mKeep;
     };
 
@@ -70,9 +71,9 @@ public:
         uint64_t mReceived = 0; // datagrams; all of the following are among them
         uint64_t mReadRequests = 0;
         uint64_t mWriteRequests = 0;
-        uint64_t mRepeated = 0; // blocks and acknowledges that came again
+        uint64_t mRepeated = 0; // repeated blocks and acknowledges
         uint64_t mDropped = 0;  // left without an answer
-        uint64_t mAnswers = 0;  // answers made, disturbed ones too
+        uint64_t mAnswers = 0;  // answers made, including disturbed ones
         uint64_t mErrors = 0;   // ERROR packets among them
         uint64_t mPublished = 0;
         uint64_t mDelivered = 0; // downloads whose last block was acknowledged
@@ -88,11 +89,11 @@ public:
     std::vector<Outgoing> Receive( const Endpoint& aFrom, uint16_t aToPort, const uint8_t* aData,
                                    size_t aSize, int64_t aNowMs );
 
-    // Where several disturbances name an answer, the latest call counts.
+    // If several disturbances apply to an answer, the latest call counts.
     void Disturb( const Disturbance& aDisturbance );
 
-    // The files, without a transfer. FindFile returns null when there is none. The bytes belong to
-    // the server and are valid until the next Receive or SetFile.
+    // Set and read files without a transfer. FindFile returns null if there is no such file. The
+    // bytes belong to the server and are valid until the next Receive or SetFile.
     void SetFile( const std::string& aName, const Bytes& aContent );
     const Bytes* FindFile( const std::string& aName ) const;
     std::vector<std::string> GetFileNames() const;

@@ -33,7 +33,7 @@ void MapAbrm( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
     aSpace.SetNumber( PROTOCOL_ENDIANESS, 0xFFFFFFFF, 4 ); // little
     aSpace.SetNumber( IMPLEMENTATION_ENDIANESS, 0xFFFFFFFF, 4 );
     aSpace.SetAccess( USER_NAME, TEXT_SIZE, Access::READ_WRITE );
-    aSpace.SetAccess( DEVICE_CONFIGURATION, 16, Access::READ_WRITE ); // and the two words behind it
+    aSpace.SetAccess( DEVICE_CONFIGURATION, 16, Access::READ_WRITE ); // and the two words after it
     aSpace.SetAccess( TIMESTAMP_LATCH, 4, Access::READ_WRITE );
     aSpace.SetAccess( RegisterU3V::ACCESS_PRIVILEGE, 4, Access::READ_WRITE );
 }

@@ -10,8 +10,8 @@
 namespace Simulators
 {
 
-// The address map of the virtual device. Whatever lies outside these regions and the two memories
-// is an invalid address.
+// The address map of the virtual device. Every address outside these regions and the two memories
+// is invalid.
 //
 // 0x00000000  ABRM
 // 0x00010000  SBRM
@@ -69,7 +69,7 @@ constexpr size_t EIRM_SIZE = 0x0C;
 constexpr uint64_t MANIFEST = 0x00040000; // one entry
 constexpr uint64_t DESCRIPTION = 0x00050000;
 
-// Offsets in the memory of what the description speaks of: little-endian words.
+// Offsets in the memory of the words that the description names. They are little-endian.
 constexpr uint64_t WIDTH_OFFSET = 0x00;
 constexpr uint64_t HEIGHT_OFFSET = 0x04;
 constexpr uint64_t PIXEL_FORMAT_OFFSET = 0x08;

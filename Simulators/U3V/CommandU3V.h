@@ -11,8 +11,8 @@
 namespace Simulators
 {
 
-// GenCP command codes. The code of an acknowledge is that of its command and 1; PENDING_ACK belongs
-// to no command of its own.
+// GenCP command codes. The code of an acknowledge is that of its command plus 1; PENDING_ACK does
+// not belong to a particular command.
 namespace CommandCodeU3V
 {
 constexpr uint16_t READMEM = 0x0800;
@@ -37,7 +37,7 @@ constexpr uint16_t WRONG_CONFIG = 0x800F;
 constexpr uint16_t GENERIC_ERROR = 0x8FFF;
 } // namespace StatusU3V
 
-// CommandU3V is a GenCP command: the transfer, when it came, and its header.
+// CommandU3V is a GenCP command: the transfer, its time of arrival, and its header.
 //
 //   0   prefix              4   "U3VC"
 //   4   flags               2   0x4000: acknowledge requested
@@ -68,10 +68,10 @@ struct CommandU3V
     bool WantsAcknowledge() const { return ( mFlags & FLAG_REQUEST_ACK ) != 0; }
 };
 
-// Reads the header. Empty where the transfer is shorter than one or has another prefix.
+// Reads the header. Empty if the transfer is shorter than one or has another prefix.
 std::optional<CommandU3V> ParseCommandU3V( Bytes aTransfer, int64_t aNowMs );
 
-// What an acknowledge carries behind its header.
+// What an acknowledge carries after its header.
 struct ReplyU3V
 {
     uint16_t mStatus = StatusU3V::SUCCESS;

@@ -28,8 +28,8 @@ constexpr uint64_t U3VCP_IIDC2 = 0x04;
 // What a virtual USB3 Vision device is.
 struct ConfigurationU3V
 {
-    // USB. The packet size is that of all bulk endpoints; 512 and 1024 are what real ones have; 0
-    // counts as 1.
+    // USB. The packet size is that of all bulk endpoints. Real devices have 512 or 1024; 0 counts
+    // as 1.
     uint16_t mVendorID = 0x1AB2;
     uint16_t mProductID = 0x0001;
     uint16_t mPacketSize = 1024;
@@ -66,7 +66,7 @@ struct ConfigurationU3V
     uint32_t mCommandRoom = 1024;
     uint32_t mAckRoom = 1024;
 
-    // Memory that can be written, and such memory at addresses above 32 bits.
+    // Writable memory, and writable memory at addresses above 32 bits.
     uint64_t mMemoryBase = 0x00100000;
     size_t mMemorySize = 0x00100000;
     uint64_t mHighMemoryBase = 0x0123456700000000;
@@ -77,7 +77,7 @@ struct ConfigurationU3V
     // Addresses and counts must be multiples of this.
     uint32_t mAlignment = 1;
 
-    // The latest requests that are kept.
+    // How many of the latest requests are kept.
     size_t mRequestsKept = 1024;
 };
 

@@ -9,7 +9,7 @@
 namespace Simulators
 {
 
-// Where the device's endpoints lie.
+// The addresses of the device's endpoints.
 namespace EndpointU3V
 {
 constexpr uint8_t CONTROL_OUT = 0x01;

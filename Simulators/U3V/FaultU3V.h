@@ -15,9 +15,9 @@ struct FaultU3V
         STATUS,       // mValue is the status of the acknowledge, and nothing is executed
         SILENT,       // executed, never acknowledged
         DELAY,        // acknowledged mValue ms later
-        PENDING,      // mCount pending acknowledges of mValue ms each, mApartMs apart, come before
-        EMPTY,        // mCount transfers of no bytes come before
-        STALE,        // an acknowledge of the command before comes before
+        PENDING,      // mCount pending acknowledges of mValue ms each, mApartMs apart, come first
+        EMPTY,        // mCount transfers of no bytes come first
+        STALE,        // an acknowledge of the previous command comes first
         SHORT,        // mValue bytes of data fewer, or none at all; the length field agrees
         LONG,         // mValue bytes of data more; the length field agrees
         TRUNCATED,    // only the first mValue bytes of the transfer
@@ -28,7 +28,7 @@ struct FaultU3V
         WRONG_PREFIX,
         STALL_OUT, // the OUT endpoint halts; nothing is executed
         STALL_IN,  // executed; the IN endpoint halts in place of the acknowledge
-        UNPLUG     // executed; the device is gone before it acknowledges
+        UNPLUG     // executed; the device is unplugged before it acknowledges
     };
 
     Kind mKind = Kind::SILENT;

@@ -33,8 +33,8 @@ class InEndpointU3V
 public:
     explicit InEndpointU3V( uint16_t aPacketSize );
 
-    // Lets a transfer be fetched from aDueMs on, or the endpoint halt when it would be. Neither
-    // overtakes what was queued before.
+    // Queues a transfer that can be fetched from aDueMs on, or a halt of the endpoint in place of
+    // one. Neither overtakes what was queued before.
     void Queue( int64_t aDueMs, const Bytes& aBytes );
     void QueueHalt( int64_t aDueMs );
 
@@ -44,9 +44,10 @@ public:
     bool IsHalted() const { return mIsHalted; }
     void ClearHalt() { mIsHalted = false; }
 
-    // Gives at most aCapacity bytes of the transfer that waits in front; there is one. What is left
-    // of it comes with the next calls, where aCapacity is a whole number of packets; where it is
-    // not, the last packet did not fit.
+    // Returns at most aCapacity bytes of the first transfer in the queue, which must not be empty.
+    // If aCapacity is a whole number of packets, the next calls return the rest of a longer
+    // transfer. If it is not, the last packet of a longer transfer does not fit: OVERRUN, and the
+    // transfer is lost.
     FetchedU3V Take( size_t aCapacity );
 
 private:

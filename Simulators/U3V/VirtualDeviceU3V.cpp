@@ -61,7 +61,7 @@ VirtualDeviceU3V::Ending VirtualDeviceU3V::Receive( const uint8_t* aData, size_t
         ++mCounters.mDropped;
         return Ending::DONE;
     }
-    // Only a command uses up a fault, so a test can count on which one is struck.
+    // Only a command uses up a fault, so a test knows which command has which fault.
     const std::optional<FaultU3V> lFault = TakeFault();
     if ( Is( lFault, Kind::STALL_OUT ) )
     {

@@ -33,10 +33,10 @@ namespace Simulators
 //   0x8001 not implemented      any command but READMEM and WRITEMEM
 //   0x8002 invalid parameter    data that does not suit the command; a reserved field other than 0;
 //                               a count of 0; an acknowledge longer than ConfigurationU3V::mAckRoom
-//   as told                     see RefuseAddress
+//   as set                      see RefuseAddress
 //   0x8005 bad alignment        see ConfigurationU3V::mAlignment
-//   0x8003 invalid address      not all of it is there
-//   0x8004 write protect        not all of it can be written
+//   0x8003 invalid address      a byte of the span does not exist
+//   0x8004 write protect        a byte of the span cannot be written
 // A refusal is the header alone and has changed nothing.
 //
 // A command without the request-acknowledge flag is executed and not acknowledged. Acknowledges
@@ -63,26 +63,27 @@ public:
     explicit VirtualDeviceU3V( const Configuration& aConfiguration );
 
     // Takes one transfer to the OUT endpoint. aData may be null if aSize is 0. aNowMs is any clock
-    // that does not run backwards, in milliseconds; the same for all calls. DONE, HALTED or GONE.
+    // that does not run backwards, in milliseconds; the same for all calls. Returns DONE, HALTED or
+    // GONE.
     Ending Receive( const uint8_t* aData, size_t aSize, int64_t aNowMs );
 
-    // Gives what is due at the IN endpoint, at most aCapacity bytes of one transfer. What is left
-    // of it comes with the next calls, where aCapacity is a whole number of packets; where it is
-    // not, the last packet did not fit: OVERRUN.
+    // Returns what is due at the IN endpoint, at most aCapacity bytes of one transfer. If aCapacity
+    // is a whole number of packets, the next calls return the rest of a longer transfer. If it is
+    // not, the last packet of a longer transfer does not fit: OVERRUN, and the transfer is lost.
     Fetched Fetch( size_t aCapacity, int64_t aNowMs );
 
     // When the transfer that waits in front is due; empty if nothing waits.
     std::optional<int64_t> GetNextDueMs() const { return mIn.GetNextDueMs(); }
 
-    // Lets a halted endpoint work again; see EndpointU3V. What was waiting there still is.
+    // Clears the halt of an endpoint; see EndpointU3V. Transfers that wait there are kept.
     void ClearHalt( uint8_t aEndpoint );
 
-    // From now on everything is GONE.
+    // From now on every transfer is GONE.
     void Unplug() { mIsGone = true; }
     bool IsGone() const { return mIsGone; }
 
-    // Lets the next command for which no fault waits go wrong; one fault to a command, in order.
-    // Transfers that are not a command do not use up a fault.
+    // Queues a fault. Each command takes one fault from the queue, in order. Transfers that are not
+    // a command do not use up a fault.
     void Inject( const FaultU3V& aFault ) { mFaults.push_back( aFault ); }
     size_t GetFaultsLeft() const { return mFaults.size(); }
 
