@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 # The sections of the page: a heading, and the sources below Libraries/HtBase in the order in which
-# they are told.
+# the page lists them.
 SECTIONS=(
     "Results: HtResult.cpp"
     "Texts: HtString.cpp HtStringList.cpp"
@@ -20,7 +20,7 @@ SECTIONS=(
     "Both capability records: Capabilities/CapabilityRecord.h Capabilities/CapabilityRegistry.h
         Support/Diagnostics.h"
     "Statistics: InstantStats.cpp"
-    "Where the library lies: Location/ModulePath.cpp"
+    "Location of the library: Location/ModulePath.cpp"
     "Streams: IoStream.cpp"
     "Firmware payloads: DfwPayload.cpp Firmware/PayloadFormat.h Firmware/PayloadReader.cpp"
     "Readers of firmware images: Firmware/ReaderMessages.h Firmware/InputFile.h Firmware/BlockReader.h
@@ -86,7 +86,7 @@ cat <<'END'
 # What looks wrong and is right
 
 Each of these is marked `KEEP` in the code and has a test. Do not repair them: callers rely on them.
-What happens when memory is missing is told in [api-conventions.md](api-conventions.md).
+What happens when memory is missing is described in [api-conventions.md](api-conventions.md).
 END
 for SECTION in "${SECTIONS[@]}"; do
     read -r -d '' -a SOURCES <<<"${SECTION#*: }" || true
@@ -97,11 +97,11 @@ for SECTION in "${SECTIONS[@]}"; do
 done
 cat <<'END'
 
-## Where the letter gives way to safety
+## Where safety comes first
 
 These are marked `SAFE` and are the only places where the library does less than its plain algorithm
-says, because the plain algorithm would read or write outside a buffer, write into memory handed over
-as constant, use freed memory, hand out bytes that nobody sent, or never end.
+says. The plain algorithm would read or write outside a buffer, write into constant memory of the
+caller, use freed memory, return bytes that were not received, or never end.
 
 END
 print_marks SAFE "${FILES[@]}"

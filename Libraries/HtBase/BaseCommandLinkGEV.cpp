@@ -42,7 +42,7 @@ constexpr const char* FUNCTION = "HtBaseLib::BaseCommandLinkGEV::SendCommand";
 constexpr std::size_t READ_ACKNOWLEDGE_SIZE = 548;
 constexpr std::size_t WRITE_ACKNOWLEDGE_SIZE = 12;
 
-// Where an acknowledge tells the length of its payload, and the length with one whole register.
+// The offset of an acknowledge's length field, and the length of a payload of one register.
 constexpr std::size_t LENGTH_OFFSET = 4;
 constexpr std::size_t REGISTER_SIZE = 4;
 
@@ -53,7 +53,7 @@ constexpr int MAX_STRAYS_AFTER_DEADLINE = 65536;
 
 constexpr const char* INVALID_ANSWER = "Invalid answer received from device";
 
-// Status codes of GVCP with a text of their own; every other refusal reads INVALID_ANSWER.
+// Status codes of GVCP with a text of their own; every other refusal has INVALID_ANSWER.
 constexpr StatusText STATUS_TEXTS[] = {
     { 0x8001, "Not implemented status received from the device." },
     { 0x8002, "Invalid parameter status received from the device." },
@@ -79,8 +79,8 @@ Result TranslateStatus( unsigned short aStatus )
     return MakeResult( Result::GENERIC_ERROR, 0, lErrorMsg );
 }
 
-// Where the largest acknowledge of a read is received. Only as much of it is cleared as is looked
-// at before the length of what was received has been judged, which is what a PENDINGACK has.
+// The buffer for the largest acknowledge of a read. Only its first bytes are cleared: those of a
+// PENDINGACK, which are read before the received length has been checked.
 struct ReadArea
 {
     ReadArea()
@@ -92,8 +92,8 @@ struct ReadArea
     unsigned char mBytes[READ_ACKNOWLEDGE_SIZE];
 };
 
-// Tells whether the acknowledge in the area, which is a valid one, has a whole value in it. What
-// follows the value does not count, as behind the bytes of a memory read.
+// Returns whether the valid acknowledge in the area holds a whole value. Bytes after the value are
+// ignored, as are those after the data of a memory read.
 bool HasRegister( const ReadArea& aArea )
 {
     PacketBytes::BigReader lReader( aArea.mBytes, sizeof( aArea.mBytes ) );
@@ -108,7 +108,7 @@ Result MakeInvalidAnswer()
 }
 
 // Milliseconds until aStart + aTimeout, 0 when that has passed. A clock that went back counts as
-// one that stood still.
+// one that stopped.
 unsigned int GetRemaining( long long aStart, int aTimeout )
 {
     const long long lElapsed = std::max<long long>( Thread::GetTickCount() - aStart, 0 );
@@ -116,7 +116,7 @@ unsigned int GetRemaining( long long aStart, int aTimeout )
     return static_cast<unsigned int>( lRemaining );
 }
 
-// Tells whether the device asks for more time for this very command.
+// Returns whether the device asks for more time for this very command.
 // SAFE: A datagram shorter than a header is never judged by the bytes of the one before it, and
 // a pending acknowledge needs 12 bytes.
 bool IsPending( const GEV::PendingAcknowledgeHeader& aAcknowledge, unsigned int aReceived,
@@ -144,7 +144,7 @@ BaseCommandLinkGEV::Turn::~Turn()
     mMutex.Release();
 }
 
-// The mutex goes to what is kept before anything changes: then no memory is needed any more.
+// The mutex is kept before anything changes, so that nothing after that needs memory.
 BaseCommandLinkGEV::Assignment::Assignment( BaseCommandLinkGEV& aTarget,
                                             const BaseCommandLinkGEV& aSource )
     : mTarget( aTarget )
@@ -358,7 +358,7 @@ void BaseCommandLinkGEV::LockMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
     ++mHoldings->mHeld;
 }
 
-// The published mutex is the one that this thread has: nobody else can replace it meanwhile.
+// This thread holds the published mutex, so no other thread can replace it meanwhile.
 void BaseCommandLinkGEV::ReleaseMutex() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 {
     --mHoldings->mHeld;
@@ -375,8 +375,8 @@ void BaseCommandLinkGEV::TakeOver( const BaseCommandLinkGEV& aOther )
     mHoldings->mMutex = aOther.mHoldings->mMutex;
 }
 
-// Waits until the calling thread owns the mutex that is the link's, and returns it. No mutex that
-// the link ever had goes before the link.
+// Waits until the calling thread owns the link's published mutex, and returns it. Every mutex that
+// the link ever had exists as long as the link.
 Mutex& BaseCommandLinkGEV::Acquire() const QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 {
     for ( ;; )
@@ -391,8 +391,8 @@ Mutex& BaseCommandLinkGEV::Acquire() const QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
     }
 }
 
-// Makes the mutex of the holdings the link's, by the owner of the one that was it. What the calling
-// thread holds by LockMutex it holds of the new one from here on.
+// Publishes the mutex of the holdings. The calling thread owns the mutex that was published before.
+// If it has taken that one by LockMutex, it takes the new one as often and releases the old one.
 void BaseCommandLinkGEV::Publish() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
 {
     Mutex* const lOld = mPublished.load( std::memory_order_relaxed );
@@ -468,7 +468,7 @@ bool BaseCommandLinkGEV::SendAttempt( const Command& aCommand )
     return false;
 }
 
-// Waits for the acknowledge of aCommand, and returns OK when it lies in the buffer.
+// Waits for the acknowledge of aCommand, and returns OK when it is in the buffer.
 // KEEP: A wait is never shorter than 1 ms, also after the deadline. So each stray datagram buys
 // one more look at the queue, and an answer that is already there is taken.
 Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuffer,

@@ -36,7 +36,7 @@ constexpr const char* SEND_ATOMIC_COMMANDS = "HtBaseLib::BaseCommandLinkU3V::Sen
 constexpr const char* RESULT_FROM_STATUS = "HtBaseLib::BaseCommandLinkU3V::ResultFromStatus";
 constexpr const char* UPDATE_MAX_SIZES = "HtBaseLib::BaseCommandLinkU3V::UpdateMaxSizes";
 
-// What a new link lets through: enough for the registers that tell what the device can do.
+// The limits of a new link. They are enough to read the registers that report the device's own.
 constexpr uint32_t INITIAL_MAX_SIZE = 64;
 
 // KEEP: The room for the acknowledge of `ReadMemory` is at least 16 bytes, and the device may
@@ -49,7 +49,7 @@ constexpr const char* NO_ROOM_FOR_DATA = "The limit of the link leaves no room f
 
 constexpr const char* UNKNOWN_STATUS = "Unknown status received from the device.";
 
-// Status codes of GenCP with a text of their own; every other one reads UNKNOWN_STATUS.
+// Status codes of GenCP with a text of their own; every other one has UNKNOWN_STATUS.
 constexpr StatusText STATUS_TEXTS[] = {
     { 0x8001, "Status GENCP_NOT_IMPLEMENTED received from the device." },
     { 0x8002, "Status GENCP_INVALID_PARAMETER received from the device." },
@@ -82,7 +82,7 @@ public:
 
     // Builds a READMEM.
     // KEEP: The length field of a READMEM takes the low 16 bits of the size. The room for the
-    // acknowledge is that of the whole size, and the limits are held against it.
+    // acknowledge is that of the whole size, and is what the limits are compared with.
     Result BuildRead( long long aAddress, long long aSize )
     {
         ReadMemCmd lPacket;
@@ -103,8 +103,8 @@ public:
     }
 
     // Builds a WRITEMEM.
-    // KEEP: A WRITEMEM takes the low 16 bits of the size. Its length, which the limits are held
-    // against, is that of the whole size.
+    // KEEP: A WRITEMEM takes the low 16 bits of the size. Its length, which is compared with the
+    // limits, is that of the whole size.
     Result BuildWrite( const void* aData, long long aAddress, long long aSize )
     {
         WriteMemCmd lPacket;
@@ -137,7 +137,7 @@ private:
 };
 
 // SAFE: The memory operations of a USB3 Vision link take no more of an acknowledge than the room
-// that they offered for it, whatever the control interface tells.
+// that they offered for it, whatever length the control interface reports.
 void KeepToRoom( DCI_COMMAND& aRecord, unsigned int aRoom )
 {
     aRecord.mAckLength = std::min( aRecord.mAckLength, aRoom );
@@ -147,7 +147,7 @@ void KeepToRoom( DCI_COMMAND& aRecord, unsigned int aRoom )
 // KEEP: An acknowledge with fewer bytes than asked is OK. `ReadCallback` gets the size asked
 // for, and the rest of the caller's buffer is unchanged.
 // SAFE: A read of 0 to 3 bytes over USB3 Vision stores no more than that, and one of a negative
-// size stores nothing. The least room of 16 bytes would let an acknowledge bring 4.
+// size stores nothing. The minimum room of 16 bytes would let an acknowledge carry 4 bytes of data.
 void StoreData( const ReadMemAck& aAck, void* aData, long long aSize )
 {
     long long lSize = aAck.GetCurrentDataSize();
@@ -191,8 +191,8 @@ void WarnOfSmallBuffers( const Logger& aLogger, const DCIConfiguration& aConfigu
 }
 
 // Calls aTransfer( offset, size ) for pieces of at most aChunk bytes, until one fails.
-// SAFE: `Read` and `Write` over USB3 Vision whose limit leaves no byte for data do their first,
-// empty piece and return its failure, or 0x4001. The piece would be followed by another for ever.
+// SAFE: `Read` and `Write` over USB3 Vision transfer one empty piece when the limit leaves no room
+// for data, and return its failure, or 0x4001. Otherwise they would transfer empty pieces for ever.
 template <typename Transfer>
 Result TransferPieces( long long aSize, long long aChunk, Transfer aTransfer )
 {
@@ -254,7 +254,7 @@ BaseCommandLinkU3V& BaseCommandLinkU3V::operator=( const BaseCommandLinkU3V& aOt
 // KEEP: The destructor closes the device for the link's copies too.
 BaseCommandLinkU3V::~BaseCommandLinkU3V()
 {
-    (void)BaseCommandLinkU3V::Close(); // nobody is left to be told
+    (void)BaseCommandLinkU3V::Close(); // a destructor cannot return it
     mDCI.reset();
     mDevicePath.reset();
 }
@@ -354,10 +354,10 @@ Result BaseCommandLinkU3V::WriteMemory( const void* aData, long long aAddress, l
 }
 
 // KEEP: `Read` leaves room for the header of a READMEM command, not for the smaller header of
-// its acknowledge. A limit of 64 makes pieces of 40 bytes, not of 52. A limit below 24, 0 among
-// them, wraps around to one piece. `Write` makes one piece of a limit of 0 by rule; a limit from 1
-// to 19 wraps around. A size of 0 or less is OK and sends nothing, also on a link that was never
-// opened.
+// its acknowledge. A limit of 64 makes pieces of 40 bytes, not of 52. A limit below 24, including
+// 0, wraps around and makes one piece. In `Write` a limit from 1 to 19 wraps around; a limit of 0
+// makes one piece by a rule of its own. A size of 0 or less is OK and sends nothing, also on a link
+// that was never opened.
 Result BaseCommandLinkU3V::Read( void* aData, long long aAddress, long long aSize )
 {
     const uint32_t lChunk = mMaxAckSize - ReadMemCmd::GetRequiredBufferSize();
@@ -401,7 +401,7 @@ Result BaseCommandLinkU3V::AtomicWriteAndRead( const void* aWriteData, long long
     {
         return lResult;
     }
-    // KEEP: `AtomicWriteAndRead` has no least room for its acknowledge and calls no callback.
+    // KEEP: `AtomicWriteAndRead` has no minimum room for its acknowledge and calls no callback.
     Exchange lRead;
     lResult = lRead.BuildRead( aReadAddress, aReadSize );
     if ( !lResult.IsOK() )
@@ -439,8 +439,8 @@ Result BaseCommandLinkU3V::SendCommand( unsigned char* aCommand, unsigned int aC
     return lResult;
 }
 
-// KEEP: `SendCommand` and `SendAtomicCommands` do not ask whether the link is open. The control
-// interface answers for being closed.
+// KEEP: `SendCommand` and `SendAtomicCommands` do not ask whether the link is open. A closed
+// control interface returns the error.
 Result BaseCommandLinkU3V::SendAtomicCommands( DCI_COMMAND* aCommands, unsigned int aCount )
 {
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
@@ -469,8 +469,8 @@ Result BaseCommandLinkU3V::ResultFromStatus( unsigned short aStatus )
     return MakeResult( Result::GENERIC_ERROR, aStatus, lText );
 }
 
-// KEEP: `UpdateMaxSizes` cuts the link's limits to 1024, and tells the control interface the
-// device's own lengths. The library never calls it. After a `Close` it takes the lengths from the
+// KEEP: `UpdateMaxSizes` cuts the link's limits to 1024, but passes the device's own lengths to the
+// control interface. The library never calls it. After a `Close` it takes the lengths from the
 // record of the empty identity.
 void BaseCommandLinkU3V::UpdateMaxSizes()
 {
@@ -492,7 +492,7 @@ void BaseCommandLinkU3V::UpdateMaxSizes()
     mMaxAckSize = std::min( lConfiguration.mMaxAckTransferLength, ACK_BUFFER_SIZE );
     QMUTILSLIB_ASSERT( CMD_BUFFER_SIZE >= mMaxCommandSize );
     QMUTILSLIB_ASSERT( ACK_BUFFER_SIZE >= mMaxAckSize );
-    // What it cannot use, it does without.
+    // An interface that does not take the lengths keeps its own.
     (void)Guarded( [&] { return mDCI->SetDCIConfiguration( lConfiguration ); } );
 }
 
@@ -509,8 +509,8 @@ Result BaseCommandLinkU3V::RefuseSize( unsigned int aSize, unsigned int aLimit )
 }
 
 // SAFE: A memory operation of a USB3 Vision link whose limits are 0 offers no more than its
-// acknowledge buffer of 1024 bytes and refuses a longer command with 0x4001. Where there is a limit
-// the true lengths are held against it.
+// acknowledge buffer of 1024 bytes and refuses a longer command with 0x4001. A limit other than 0
+// is compared with the true lengths.
 Result BaseCommandLinkU3V::FitBuffers( DCI_COMMAND* aRecords, unsigned int aCount ) const
 {
     for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )

@@ -52,7 +52,7 @@ constexpr long long STREAM_CHANNEL_DISTANCE = 0x40;
 constexpr unsigned int DEVICE_CLASS_MASK = 0x70000000;
 constexpr unsigned int DEVICE_CLASS_SHIFT = 28;
 
-// Versions of the standard, as the register Version tells them.
+// Versions of the standard, as the register Version has them.
 constexpr unsigned int ANY_VERSION = 0x00000000;
 constexpr unsigned int V1_1 = 0x00010001;
 constexpr unsigned int V1_2 = 0x00010002;
@@ -131,7 +131,7 @@ static_assert( GetLoggedBits() == 0xFFFE007F, "each bit that the standard define
 constexpr unsigned int SOURCE_PORT = 0x80000000;
 constexpr unsigned int LEGACY_BLOCK_ID = 0x40000000;
 
-// What the maker's device engines do where they do not publish it.
+// The ports of the maker's device engines that do not publish them.
 constexpr unsigned int FIXED_MCSP = 4;
 constexpr unsigned int FIXED_SCSP = 20202;
 
@@ -460,7 +460,7 @@ Result CapabilitiesGEV::ReadSCSPs( BaseCommandLinkGEV* aLink )
     return Result::OK;
 }
 
-// Low word first; without both there is no frequency.
+// Reads the low word first. The frequency is 0 unless both words can be read.
 void CapabilitiesGEV::ReadTickFrequency( BaseCommandLinkGEV* aLink )
 {
     mValues.mTimestampTickFrequency = 0;
@@ -581,9 +581,8 @@ unsigned int CapabilitiesGEV::GetMaxWriteMemSize() const
     return mValues.mIsCorvaneDevice ? MEMORY_SIZE_CORVANE : MEMORY_SIZE;
 }
 
-// KEEP: The fixed ports of the maker's devices stand in for an `Init` that has not succeeded,
-// also after a failed one. After a successful one a channel that the device does not count has port
-// 0.
+// KEEP: The fixed ports of the maker's devices apply until an `Init` has succeeded, also after a
+// failed one. After a successful one a channel that the device does not count has port 0.
 unsigned int CapabilitiesGEV::GetStreamChannelSourcePort( unsigned short aChannel ) const
 {
     if ( !IsPublished( mInitialized ) && mValues.mIsCorvaneDevice )
@@ -712,8 +711,8 @@ bool CapabilitiesGEV::IsApplicationSwitchOverSupported() const
     return IsSupported( APPLICATION_SWITCH_OVER, mValues );
 }
 
-// KEEP: `IsLegacy16BitsBlockIdSupported` is true for every device of major version 1. Everywhere
-// else the version is asked beside the bit.
+// KEEP: `IsLegacy16BitsBlockIdSupported` is true for every device of major version 1. Every other
+// bit counts only from its version on.
 bool CapabilitiesGEV::IsLegacy16BitsBlockIdSupported() const
 {
     return mValues.mVersionMajor == 1 ||

@@ -26,7 +26,7 @@ constexpr const char* INIT = "HtBaseLib::CapabilitiesU3V::Init";
 constexpr const char* UPDATE_ABRM = "HtBaseLib::CapabilitiesU3V::UpdateABRM";
 constexpr const char* UPDATE_SBRM = "HtBaseLib::CapabilitiesU3V::UpdateSBRM";
 
-// Registers of the ABRM, which lies at address 0.
+// Registers of the ABRM, which is at address 0.
 constexpr uint64_t GENCP_VERSION = 0x0000;
 constexpr uint64_t DEVICE_CAPABILITY = 0x01C4;
 constexpr uint64_t MAX_DEVICE_RESPONSE_TIME = 0x01CC;
@@ -34,7 +34,7 @@ constexpr uint64_t MANIFEST_TABLE_ADDRESS = 0x01D0;
 constexpr uint64_t SBRM_ADDRESS = 0x01D8;
 constexpr uint64_t TIMESTAMP_INCREMENT = 0x01FC;
 
-// Registers of the SBRM, from its address on.
+// Registers of the SBRM, as offsets from its address.
 constexpr uint64_t U3V_VERSION = 0x00;
 constexpr uint64_t U3VCP_CAPABILITY = 0x04;
 constexpr uint64_t MAX_COMMAND_TRANSFER_LENGTH = 0x14;
@@ -272,8 +272,7 @@ Result CapabilitiesU3V::ReadTimestampIncrement( BaseCommandLinkU3V* aLink )
     return Result::OK;
 }
 
-// KEEP: The SBRM is always read, whatever `IsSBRMSupported` says. There is no USB3 Vision device
-// without one.
+// KEEP: The SBRM is always read, whatever `IsSBRMSupported` says. Every USB3 Vision device has one.
 Result CapabilitiesU3V::UpdateSBRM( BaseCommandLinkU3V* aLink )
 {
     HTBASE_LOG( mLogger, Logger::DETAIL, UNIT, UPDATE_SBRM, "Reading device SBRM properties (%s)",

@@ -25,7 +25,7 @@ using HtBaseLib::ReaderMessages;
 namespace
 {
 
-// The stream of a payload file. When the file cannot be opened there is nothing to be read from it.
+// The stream of a payload file. If the file cannot be opened, the stream has nothing to read.
 std::unique_ptr<IoStream> OpenPayload( const HtString& aFileName )
 {
     auto lStream = std::make_unique<IoStreamFile>();
@@ -187,8 +187,8 @@ bool DfwPayloadWriter::WriteTargetRecord( unsigned char aFirst, unsigned char aS
     return WriteRecord( TARGET, lBytes, lSize );
 }
 
-// SAFE: An identification of more than 255 bytes is refused, since its length byte could not
-// tell it.
+// SAFE: An identification of more than 255 bytes is refused, since its length byte could not hold
+// the number.
 bool DfwPayloadWriter::WriteIdRecord( const char* aText, unsigned int aLength )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );

@@ -17,8 +17,8 @@ class PayloadReader;
 // DfwPayloadWriter writes the records of a payload to a stream, see PayloadFormat.h, and converts
 // firmware images into them. Not copyable. One thread at a time.
 //
-// The writing operations do not look at how much the stream took: a full stream cuts the payload
-// off, and what was written before a failure stays written.
+// The writing operations do not check how much the stream took: a full stream cuts the payload off,
+// and what was written before a failure stays written.
 class DfwPayloadWriter
 {
 public:
@@ -33,11 +33,11 @@ public:
 
     bool WriteAddressRecord( std::uint32_t aAddress );
 
-    // False, and nothing is written, for more than MAX_DATA_SIZE bytes; no bytes are no record and
-    // true. aBytes may be null when there are none.
+    // False, and nothing is written, for more than MAX_DATA_SIZE bytes. True, and nothing is
+    // written, for 0 bytes; aBytes may then be null.
     bool WriteDataRecord( const unsigned char* aBytes, unsigned int aCount );
 
-    // The same for data that lies in a record, whose header is overwritten.
+    // The same for the data of a record, whose header is overwritten.
     bool WriteDataRecord( PayloadFormat::DataRecord& aRecord, unsigned int aCount );
 
     // As many data records as it takes, all full but the last.
@@ -57,7 +57,7 @@ public:
     bool WriteResetRecord();
     bool WriteEndRecord( std::uint32_t aValue );
 
-    // Write the record that aSource finds; nothing, and false, when it finds none.
+    // Write the record that aSource finds; nothing, and false, if it finds none.
     bool CopyVersionRecord( PayloadReader& aSource );
     bool CopyTargetRecord( PayloadReader& aSource );
 

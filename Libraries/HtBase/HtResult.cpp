@@ -22,7 +22,7 @@ namespace
 
 constexpr const char* UNIT = "Libraries/HtBase/HtResult";
 
-// What the code reads after the destructor has run; never seen in a living result.
+// The code after the destructor has run; a living result never has it.
 constexpr unsigned int DESTROYED = 0x0400;
 
 template <std::size_t COUNT>
@@ -52,7 +52,7 @@ struct Successor
     unsigned int mCode;
 };
 
-// Codes that callers may still give and that became others.
+// Retired codes that callers may still pass, and the codes that replace them.
 constexpr Successor SUCCESSORS[] = {
     { 0x0012, 0x4001 }, { 0x0020, 0x4000 }, { 0x0021, 0x4001 },
     { 0x0022, 0x4000 }, { 0x0305, 0x4000 },
@@ -99,7 +99,7 @@ HtResult::HtResult( unsigned int aCode, unsigned int aOSCode, const HtString& aD
 }
 
 // KEEP: A copy of an `HtResult` loses the internal code. Copying and assigning run `SetCode`
-// with the source's public code, so only the object that was given the raw code can tell it.
+// with the source's public code, so only the object that was given the raw code still has it.
 HtResult::HtResult( const HtResult& aOther )
     : mCode( NOT_INITIALIZED )
     , mInternalCode( aOther.mInternalCode )

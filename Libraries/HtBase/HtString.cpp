@@ -9,7 +9,7 @@
 
 using HtBaseLib::IsPresent;
 
-// The other text of an operation must be there, and constructed.
+// The other text of an operation must exist and be constructed.
 #define ASSERT_VALUE()                                                                           \
     do                                                                                           \
     {                                                                                            \

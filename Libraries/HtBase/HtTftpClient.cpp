@@ -19,8 +19,8 @@ namespace
 
 constexpr const char* UNIT = "Libraries/HtBase/HtTftpClient";
 
-// Callers return this call itself: a result that is copied on its way out has lost its internal
-// code. Without memory for its description the result goes without.
+// Callers return this call itself, because a copy of the result would lose its internal code. If
+// there is no memory for the description, the result has none.
 HtResult Convert( const Result& aResult )
 {
     try
@@ -34,12 +34,12 @@ HtResult Convert( const Result& aResult )
     }
     catch ( const std::bad_alloc& )
     {
-        // The codes stand.
+        // The codes are set already.
     }
     return HtResult( aResult.GetCode(), aResult.GetOSCode() );
 }
 
-// The refusal is logged; without memory it is its code alone.
+// The refusal is logged. If there is no memory for its text, the result has its code alone.
 HtResult RefuseAddress()
 {
     try
@@ -102,7 +102,7 @@ HtResult HtTftpClient::GetData( unsigned char* aBuffer, unsigned int aSize,
     *aReceived = 0;
     unsigned int lSize = aSize;
     const Result lResult = mThis->GetData( aBuffer, lSize );
-    // KEEP: After a failure `HtTftpClient::GetData` tells 0 bytes, although the engine tells
+    // KEEP: After a failure `HtTftpClient::GetData` reports 0 bytes, although the engine reports
     // what was stored.
     if ( lResult.IsOK() )
     {

@@ -17,7 +17,7 @@ constexpr unsigned long long SILENCE_ABOVE = 2000000;
 constexpr double MICROSECONDS = 1000000.0; // in a second
 constexpr double BITS_BY_TIME = 8000000.0; // of a byte, in bits per second where it took 1 us
 
-constexpr unsigned long long BYTES_MIN = 2; // less is no bandwidth
+constexpr unsigned long long BYTES_MIN = 2; // fewer give no bandwidth
 
 static_assert( std::atomic<double>::is_always_lock_free );
 
@@ -118,8 +118,8 @@ void InstantStats::OpenSlot( unsigned long long aTimestamp, unsigned int aBytes 
     mSlots[mNewest] = { aTimestamp, aBytes, 1, aBytes };
 }
 
-// KEEP: Rate and bandwidth keep their last value where there is nothing to compute them from,
-// each by itself: no time span, or fewer than two bytes. A stream that has stopped does not show 0.
+// KEEP: Rate and bandwidth each keep their last value when they cannot be computed, because there
+// is no time span or there are fewer than two bytes. A stream that has stopped does not show 0.
 void InstantStats::Recompute()
 {
     const Slot& lOldest = mSlots[mOldest];

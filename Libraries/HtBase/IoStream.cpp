@@ -34,12 +34,12 @@ unsigned int IoStream::GetBytesWritten() const
 
 IoStreamFile::~IoStreamFile()
 {
-    (void)IoStreamFile::Close(); // a destructor has nobody to tell
+    (void)IoStreamFile::Close(); // a destructor cannot return it
 }
 
 int IoStreamFile::Open( const char* aPath, const char* aMode )
 {
-    (void)IoStreamFile::Close(); // what became of the file before is no matter of this one
+    (void)IoStreamFile::Close(); // the result of the previous file does not matter here
     mFile = std::fopen( aPath, aMode );
     return mFile != nullptr ? 0 : errno;
 }

@@ -19,7 +19,7 @@ public:
     IoStream( const IoStream& ) = delete;
     IoStream& operator=( const IoStream& ) = delete;
 
-    // Ends the use of what lies below; 0 on success. The destructor does it too.
+    // Ends the use of the file or memory; 0 on success. The destructor does it too.
     virtual int Close() = 0;
 
     // Write of one byte, with its return value.
@@ -42,8 +42,8 @@ public:
     // it was.
     virtual unsigned int Skip( unsigned int aOffset ) = 0;
 
-    // What the writes of this stream have added up to, modulo 2^32. Reading, Rewind and Skip change
-    // nothing about it. Each stream's Write says what it adds.
+    // The sum that the writes of this stream have added, modulo 2^32. Reading, Rewind and Skip do
+    // not change it. Each stream's Write says what it adds.
     virtual unsigned int GetBytesWritten() const;
 
 protected:
@@ -86,8 +86,8 @@ private:
 
 // IoStreamRaw is a stream over memory of the caller's, which must outlive it.
 //
-// Close, and so the destructor too, stores a zero byte at the position unless that is the end: what
-// was written into a larger buffer is a terminated text. The zero is no byte written.
+// Close, and so the destructor too, stores a zero byte at the position unless that is the end: a
+// text that was written into a larger buffer is terminated. The zero does not count as written.
 class IoStreamRaw final : public IoStream
 {
 public:

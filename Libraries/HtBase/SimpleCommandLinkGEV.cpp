@@ -60,7 +60,7 @@ SimpleCommandLinkGEV& SimpleCommandLinkGEV::operator=( const SimpleCommandLinkGE
 SimpleCommandLinkGEV::~SimpleCommandLinkGEV() = default;
 
 // KEEP: `SimpleCommandLinkGEV::Close` is `NOT_SUPPORTED`, and `IsConnected` is always true. The
-// socket is the caller's to close, and only a transaction tells whether it leads to a device.
+// socket is the caller's to close, and only a transaction shows whether it leads to a device.
 // KEEP: Links neither set nor obey the connection-lost flag. It belongs to the link's owner.
 Result SimpleCommandLinkGEV::Close()
 {

@@ -1,4 +1,4 @@
-// TFTP: what answers a block, and what refuses one.
+// TFTP: the acknowledge and the error.
 #pragma once
 
 #include "Libraries/HtBase/Tftp/TftpPacket.h"

@@ -37,7 +37,7 @@ constexpr unsigned int NO_WARNING = 0x0015;
 constexpr const char* SEND_GIVEN_UP =
     "Reached the maximum number of retries. Please ensure that the firewall is disabled. The "
     "device must be power cycled before trying again.";
-// KEEP: A read that gives up speaks of a send operation.
+// KEEP: The text of a read that gives up names a send operation.
 constexpr const char* RECEIVE_GIVEN_UP =
     "Reached the maximum number of retries. Aborting send operation.";
 constexpr const char* BLOCKS_GIVEN_UP =
@@ -61,9 +61,9 @@ struct TftpClient::Failure
 };
 
 // A transfer's hold on the client.
-// SAFE: However a transfer ends, by an exception of the caller's own code too, the stream is
-// gone, the socket closed and the client free, and the result is not pending: 0x4000 where such an
-// exception passes. Of two transfers that begin at once one is refused.
+// SAFE: However a transfer ends, also by an exception of the caller's own code, the stream is
+// released, the socket is closed, the client is free and the result is not pending. It is 0x4000
+// where such an exception passes. Of two transfers that begin at once one is refused.
 class TftpClient::Hold
 {
 public:
@@ -89,7 +89,7 @@ private:
     TftpClient* const mClient;
 };
 
-// Stores, when its scope ends, how many bytes were written to a stream.
+// Stores, when its scope ends, the number of bytes written to a stream.
 class TftpClient::CountStored
 {
 public:
@@ -176,7 +176,7 @@ Result TftpClient::GetData( unsigned char* aBuffer, unsigned int& aSize )
     return Run(
         [this, aBuffer, &aSize]
         {
-            // KEEP: `TftpClient::GetData` tells what was stored also after a failure.
+            // KEEP: `TftpClient::GetData` reports what was stored also after a failure.
             const CountStored lCount( mStream, aSize );
             Start<IoStreamRaw>( aBuffer, aSize );
             return ReceiveLoop();
@@ -223,7 +223,7 @@ Result TftpClient::GetProgress( long long& aDone, long long& aTotal ) const
     return Result::OK;
 }
 
-// KEEP: A read leaves the total of the last send.
+// KEEP: A read does not change the total of the last send.
 template <typename Stream, typename... Arguments>
 Stream& TftpClient::Start( Arguments... aArguments )
 {
@@ -445,7 +445,7 @@ void TftpClient::HandleDatagram( unsigned int aCount )
     if ( !lData.Decode( mPacket.get(), aCount ) )
     {
         RaiseError( aCount );
-        // KEEP: Garbage in a read stores nothing and is OK. A warning tells.
+        // KEEP: Garbage in a read stores nothing and is OK. It leaves a warning.
         QueueWarning( "Unexpected packet" );
         return;
     }
@@ -464,8 +464,8 @@ void TftpClient::HandleDatagram( unsigned int aCount )
     SendAck();
 }
 
-// KEEP: A wrong block number in a read stores nothing and is OK, unless it is the 21st failure.
-// A warning tells.
+// KEEP: A wrong block number in a read stores nothing and is OK, unless it is the 21st failure. It
+// leaves a warning.
 void TftpClient::RefuseBlock()
 {
     ++mRetries;
@@ -514,13 +514,13 @@ void TftpClient::SendAck()
     }
 }
 
-// A datagram that the system does not take is as good as one that gets lost.
+// A datagram that the system refuses to send counts as lost.
 void TftpClient::Send( unsigned int aCount, unsigned short aPort )
 {
     (void)mSocket.SendTo( mPacket.get(), static_cast<int>( aCount ), mDeviceAddress, aPort );
 }
 
-// True: a datagram of aCount bytes lies in the packet buffer.
+// True: a datagram of aCount bytes is in the packet buffer.
 // KEEP: What is sent next goes to the port of the last datagram, also of one that was of no use
 // and of one from another address. The address stays the device's. A time-out leaves the port.
 bool TftpClient::Receive( unsigned int& aCount )
@@ -538,7 +538,7 @@ bool TftpClient::Receive( unsigned int& aCount )
     return true;
 }
 
-// Raises what the device says if the datagram received is its error.
+// Raises the device's message if the datagram received is an error.
 void TftpClient::RaiseError( unsigned int aCount ) const
 {
     TftpError lError;

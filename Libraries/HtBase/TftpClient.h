@@ -26,19 +26,18 @@ namespace HtBaseLib
 // moment. Init and the destructor must not run beside a transfer.
 //
 // Results of a transfer:
-//   OK       it came to its end
+//   OK       it has succeeded
 //   ABORTED  see Abort
 //   0x0010   there is no file to send
 //   0x0013   it failed; the description says why: the device's own message, or that nothing usable
 //            has come for 21 waits in a row. Without memory for the description there is none
 //   0x4000   with ENOMEM as OS code: memory for anything else is missing
 //   BUSY     a transfer is running
-// What goes wrong with sending a datagram, with opening or reading a local file and with writing it
-// is not reported. A FIFO counts as a file that cannot be opened, since opening it might wait for
-// ever.
+// Failures to send a datagram, and to open, read or write a local file, are not reported. A FIFO
+// counts as a file that cannot be opened, since opening it might wait for ever.
 //
-// Nothing is logged. An exception of somebody else's passes; the transfer's result is then 0x4000.
-// The constructor may throw std::bad_alloc.
+// Nothing is logged. An exception of the caller's own code passes; the transfer's result is then
+// 0x4000. The constructor may throw std::bad_alloc.
 class TftpClient
 {
 public:
@@ -53,24 +52,24 @@ public:
     QmUtilsLib::Result Init( const WdUtilsLib::Network::IpAddress& aAddress,
                              const char* aRemoteFileName );
 
-    // Sends a local file; of its size the low 32 bits count, and what is not a regular file has
-    // none. When there is no file nothing is sent, and the transfer stays begun: its result stays
-    // PENDING until the next one.
+    // Sends a local file. Only the low 32 bits of its size count; a file that is not regular has
+    // size 0. If there is no file, nothing is sent and the result stays PENDING until the next
+    // transfer.
     QmUtilsLib::Result SendFile( const char* aPath );
 
     // Sends aSize bytes. Nothing is ever stored in them.
     QmUtilsLib::Result SendData( const unsigned char* aData, unsigned int aSize );
 
-    // Fetches the first block of the device's file into a local one, which is made or emptied. An
-    // empty path means the device's name for it.
+    // Fetches the first block of the device's file into a local one, which is created or emptied.
+    // An empty path means the device's name for it.
     QmUtilsLib::Result GetFile( const char* aPath );
 
-    // Fetches the first block of the device's file into aSize bytes at aBuffer; then aSize is what
-    // was stored, also on failure. A zero byte follows the data where there is room.
+    // Fetches the first block of the device's file into aSize bytes at aBuffer; then aSize is the
+    // number of bytes stored, also on failure. A zero byte follows the data where there is room.
     QmUtilsLib::Result GetData( unsigned char* aBuffer, unsigned int& aSize );
 
-    // Ends the transfer before its next turn, after a wait of 1000 ms at most: OK. BUSY when the
-    // result is not PENDING, since then there is nothing to abort.
+    // Makes the transfer end after its current wait of at most 1000 ms, and returns OK at once.
+    // BUSY if the result is not PENDING, since there is nothing to abort.
     QmUtilsLib::Result Abort();
 
     // Moves the oldest warning into aText; 0x0015 when there is none, and aText is unchanged.

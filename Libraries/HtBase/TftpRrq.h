@@ -10,8 +10,8 @@ namespace HtBaseLib
 class TftpRrq : public TftpRequest
 {
 public:
-    // aLength is set to the length of the packet, whether it fits or not. A number that is no mode
-    // is written as an empty text.
+    // aLength is set to the length of the packet, whether it fits or not. A number that is not a
+    // mode is written as an empty text.
     bool Encode( unsigned char* aBuffer, unsigned int aCapacity, unsigned int& aLength ) const;
 
     // Takes 4 to 518 bytes with a mode of at most 10 characters. The opcode is expected in the

@@ -12,8 +12,9 @@
 namespace HtBaseLib
 {
 
-// A record's initialised flag publishes the fields that were written before it: whoever sees it set
-// by IsPublished sees them too. It is safe beside a Publish; two of those may not run at once.
+// A record's initialised flag publishes the fields that were written before it: a thread for which
+// IsPublished is true sees them too. IsPublished is safe during a Publish; two calls of Publish
+// must not overlap.
 inline void Publish( std::atomic<bool>& aInitialized, bool aValue )
 {
     aInitialized.store( aValue, std::memory_order_release );
@@ -24,7 +25,7 @@ inline bool IsPublished( const std::atomic<bool>& aInitialized )
     return aInitialized.load( std::memory_order_acquire );
 }
 
-// Says that a record is being filled, as long as it lives.
+// Marks a record as being filled, as long as the object lives.
 class FillingScope
 {
 public:

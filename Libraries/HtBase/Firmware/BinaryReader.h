@@ -21,7 +21,7 @@ public:
     // converted. The file is closed unless the conversion failed.
     bool ConvertFile( const char* aName, std::uint32_t aAddress );
 
-    // The same for a file that is open and stays open. aName is what messages call it.
+    // The same for a file that is open and stays open. aName is its name in messages.
     bool Convert( std::FILE* aFile, const char* aName, std::uint32_t aAddress );
 
 private:

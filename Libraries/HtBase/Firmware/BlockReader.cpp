@@ -12,8 +12,8 @@ BlockReader::BlockReader( std::FILE* aFile )
 {
 }
 
-// Whole blocks go where they belong by one call of the system; any other number would take another
-// way in part.
+// A whole block is read straight into its place by one system call. Any other size would partly be
+// copied through the stream's own buffer.
 void BlockReader::ReadAhead()
 {
     if ( mHasEnded )

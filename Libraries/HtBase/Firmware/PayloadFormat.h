@@ -37,7 +37,7 @@ constexpr unsigned char TARGET_PREFIX = 0x02;
 constexpr unsigned int TARGET_SIZE = 5; // without mode letter
 constexpr unsigned int TARGET_SIZE_WITH_MODE = 6;
 
-// The mode of a target: two flags, and the letter that stands for them.
+// The mode of a target: two flags, and the letter that encodes them.
 struct Mode
 {
     bool mFirst;
@@ -53,8 +53,8 @@ constexpr Mode MODES[] = {
     { true, false, 'f' },
 };
 
-// A data record in the making: whoever has the data fills in the bytes, whoever writes the record
-// fills in the header. So the bytes are not copied on their way.
+// A data record that is being built. The source of the data fills in the bytes, and the writer of
+// the record fills in the header, so the bytes are not copied.
 struct DataRecord
 {
     unsigned char mHeader[HEADER_SIZE];

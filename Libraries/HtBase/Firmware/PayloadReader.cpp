@@ -65,8 +65,8 @@ bool PayloadReader::ReadTargetRecord( unsigned char& aFirst, unsigned char& aSec
 
 // Past the end of a file a skip succeeds, so the end is where nothing can be read any more.
 // KEEP: The search takes the zeros behind a short identification for records, two bytes at a
-// time. Behind an identification of an odd length below 16 it finds nothing that it should: put
-// target and version before it.
+// time. It does not find the records behind an identification of an odd length below 16: put target
+// and version before it.
 // SAFE: A search for a record ends where nothing can be read any more, also in a file. A record
 // that is cut off is not read.
 bool PayloadReader::FindRecord( char aType, unsigned int aMinLength, unsigned int aMaxLength,

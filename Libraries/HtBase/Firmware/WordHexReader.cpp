@@ -39,7 +39,7 @@ bool WordHexReader::ConvertFile( const char* aName )
 bool WordHexReader::Convert( std::FILE* aFile )
 {
     char lLine[LINE_SIZE + 1];
-    // KEEP: A word-hex file that cannot be read is one that has ended.
+    // KEEP: A read error counts as the end of a word-hex file.
     while ( std::fgets( lLine, sizeof( lLine ), aFile ) != nullptr )
     {
         if ( !ConvertLine( lLine ) )

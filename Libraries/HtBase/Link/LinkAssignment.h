@@ -9,27 +9,27 @@
 namespace HtBaseLib
 {
 
-// What a link keeps beside its counters.
+// The state of a link besides its counters.
 // SAFE: Copies of links and records share the mutex and the logger through shared ownership, so
 // destroying both releases them once.
 struct BaseCommandLinkGEV::Holdings
 {
-    // Owns the published mutex, or the one that an assignment is about to publish. It and all else
-    // that an assignment takes over change under both the published mutex and mCopyMutex, so either
-    // is enough to look at it.
+    // Owns the published mutex, or the one that an assignment is about to publish. Everything that
+    // an assignment takes over changes under both the published mutex and mCopyMutex, so holding
+    // either is enough to read it.
     std::shared_ptr<QmUtilsLib::Mutex> mMutex;
 
-    // Held for a moment only, by nobody who waits for a transaction meanwhile.
+    // Held for a moment only. A thread that holds it does not wait for a transaction.
     QmUtilsLib::Mutex mCopyMutex;
 
-    // Under the published mutex: how often its owner has taken it by LockMutex, and what
+    // Guarded by the published mutex: how often its owner has taken it by LockMutex, and what
     // assignments have replaced.
     int mHeld = 0;
     std::vector<std::shared_ptr<const void>> mReplaced;
 };
 
-// A Turn is the one that a thread has on a link: it owns the mutex that was the link's when it had
-// come, whatever is the link's later on.
+// A Turn is a thread's turn on a link. It owns the mutex that was the link's when the turn began,
+// also when the link has another one later.
 class BaseCommandLinkGEV::Turn
 {
 public:
@@ -43,9 +43,9 @@ private:
     QmUtilsLib::Mutex& mMutex;
 };
 
-// An Assignment lets a link take over what another one has. While it lives no transaction of the
-// target runs, and nobody else copies or assigns to either of the two, so that what is taken over
-// belongs together. Its end publishes the target's new mutex.
+// An Assignment lets a link take over the state of another one. While it lives no transaction of
+// the target runs, and no other thread copies or assigns to either link, so the state is
+// consistent. Its destructor publishes the target's new mutex.
 //
 // A thread waits for the target's published mutex first, then for the copy mutex of both links in
 // the order of their addresses. So links may be assigned to each other.

@@ -9,7 +9,7 @@
 namespace HtBaseLib
 {
 
-// Keep adds an object to those that somebody may still use; each is kept once.
+// Keep adds an object to those that may still be in use; each is kept once.
 inline void Keep( std::vector<std::shared_ptr<const void>>& aKept,
                   std::shared_ptr<const void> aObject )
 {

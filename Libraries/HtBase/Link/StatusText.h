@@ -1,4 +1,4 @@
-// The texts of the status words that devices answer with.
+// The texts of the status words in the answers of devices.
 #pragma once
 
 #include <algorithm>

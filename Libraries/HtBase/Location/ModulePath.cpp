@@ -24,8 +24,9 @@ const void* GetModule()
     return gModule;
 }
 
-// KEEP: Where a backslash separates, a forward slash does not: `C:/a\b.dll` lies in `C:/a`. A
-// root directory is named without its separator: `C:\module.dll` lies in `C:`.
+// KEEP: Where the backslash is the separator, a forward slash is not one: the directory of
+// `C:/a\b.dll` is `C:/a`. A root directory is named without its separator: that of `C:\module.dll`
+// is `C:`.
 // SAFE: A path of the library's file that holds no separator is 0x0019, since there is nothing
 // to cut.
 bool CutFileName( std::string& aPath, char aSeparator )

@@ -6,19 +6,19 @@
 namespace HtBaseLib
 {
 
-// Why the load entry is called: the module has come into the process. The other reasons, such as
-// its leaving and the coming and going of threads, have other numbers.
+// The reason of the load entry's call: the module was loaded. Other reasons, such as unloading and
+// the start and end of threads, have other numbers.
 constexpr unsigned int MODULE_ATTACHED = 1;
 
 // The library's load entry, called by the system, or by its body below, while the module is loaded:
-// keeps the handle when the module comes. True always, since nothing speaks against loading it.
+// keeps the handle when the module is loaded. Always true, so that loading succeeds.
 bool EnterModule( const void* aModule, unsigned int aReason );
 
-// The handle that was kept; null where there is none.
+// The handle that was kept; null if there is none.
 const void* GetModule();
 
-// Cuts aPath before the last aSeparator. False, and nothing is changed, where there is none. No
-// other character separates.
+// Cuts aPath before the last aSeparator. False, and nothing is changed, if there is none. No other
+// character is a separator.
 bool CutFileName( std::string& aPath, char aSeparator );
 
 // What asks the system. It has two bodies, chosen by the linker: posix/ and scripted/.
@@ -28,7 +28,7 @@ bool CutFileName( std::string& aPath, char aSeparator );
 // the one that was given to EnterModule.
 unsigned int GetModulePath( const void* aModule, char* aBuffer, unsigned int aSize );
 
-// What stands between a directory and a name in these paths.
+// The separator of these paths.
 char GetPathSeparator();
 
 } // namespace HtBaseLib

@@ -11,8 +11,8 @@ namespace HtBaseLib
 constexpr const char* LOGGER_NAME = "HtBaseLib";
 constexpr int LOGGER_CONFIGURATION = 0;
 
-// Tells whether a reference refers to something. A compiler takes for granted that it does, so the
-// address is looked at through a volatile pointer.
+// Returns whether a reference refers to something. A compiler assumes that it does, so the address
+// is read through a volatile pointer.
 inline bool IsPresent( const void* aAddress )
 {
     const void* volatile lAddress = aAddress;
@@ -28,7 +28,7 @@ inline int ToLogged( unsigned int aValue )
 } // namespace HtBaseLib
 
 // HTBASE_LOG( logger, priority, unit, function, format, ... ) logs when the priority is enabled;
-// otherwise no argument is looked at.
+// otherwise no argument is evaluated.
 #define HTBASE_LOG( aLogger, aPriority, aUnit, aFunction, ... )                     \
     do                                                                              \
     {                                                                               \

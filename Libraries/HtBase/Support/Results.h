@@ -10,12 +10,13 @@
 namespace HtBaseLib
 {
 
-// An argument that the operation cannot take: a size that fits no packet, an address that is none.
+// An argument that the operation cannot take, such as a size that fits no packet or an address that
+// is not valid.
 constexpr unsigned int INVALID_ARGUMENT = 0x4001;
 
-// Guarded runs an operation that returns a result, of either kind. Where memory is short it is
-// GENERIC_ERROR with ENOMEM as OS code, since std::bad_alloc must not leave the library. Other
-// exceptions, which are those of a caller's own code, pass.
+// Guarded runs an operation that returns a result, of either kind. When an allocation fails it
+// returns GENERIC_ERROR with ENOMEM as OS code, since std::bad_alloc must not leave the library.
+// Other exceptions, which are those of the caller's own code, pass.
 template <typename Operation>
 auto Guarded( Operation aOperation ) -> decltype( aOperation() )
 {
@@ -30,7 +31,7 @@ auto Guarded( Operation aOperation ) -> decltype( aOperation() )
     }
 }
 
-// OrNull runs an operation that returns a pointer: null where memory is short.
+// OrNull runs an operation that returns a pointer, and returns null when an allocation fails.
 template <typename Operation>
 auto OrNull( Operation aOperation ) -> decltype( aOperation() )
 {
@@ -44,8 +45,8 @@ auto OrNull( Operation aOperation ) -> decltype( aOperation() )
     }
 }
 
-// MakeResult makes a result with a text. Its codes stand: where there is no memory for the text it
-// goes without.
+// MakeResult makes a result with a text. If there is no memory for the text, the result has its
+// codes alone.
 inline QmUtilsLib::Result MakeResult( unsigned int aCode, unsigned int aOSCode, const char* aText )
 {
     try

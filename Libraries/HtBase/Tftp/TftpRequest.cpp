@@ -24,8 +24,8 @@ constexpr std::size_t MODE_CAPACITY = 10 + 1; // longer modes are refused unseen
 
 } // namespace
 
-// SAFE: A request longer than 1024 bytes, so one for a name of more than 1015, is not sent. The
-// waits that follow fail as for a silent device. A name is kept up to 1023 characters.
+// SAFE: A request longer than 1024 bytes is not sent. It has a name of more than 1015 characters.
+// The waits that follow fail as for a silent device. A name is kept up to 1023 characters.
 void TftpRequest::SetFileName( const char* aName )
 {
     const std::size_t lLength = std::min( std::strlen( aName ), sizeof( mFileName ) - 1 );
@@ -60,9 +60,9 @@ TftpRequest::Verdict TftpRequest::DecodeAs( Tftp::Opcode aOpcode, const unsigned
     {
         return Verdict::REFUSED;
     }
-    // KEEP: The opcode of a request is compared as it lies in memory. On a little-endian host a
-    // request from the wire, and one of our own encoder, is refused. Nothing in the library decodes
-    // requests.
+    // KEEP: The opcode of a request is compared in the order of the host. On a little-endian host a
+    // request from the wire is refused, and so is one of our own encoder. Nothing in the library
+    // decodes requests.
     ByteReader<ByteOrder::HOST> lReader( aBytes, aCount );
     if ( lReader.Get16() != aOpcode )
     {
