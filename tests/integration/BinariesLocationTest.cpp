@@ -24,8 +24,8 @@ using TestSupport::TemporaryDirectory;
 
 using Actions = std::vector<std::string>;
 
-// The file that holds the library's code: the shared library, or where there is none the module
-// that uses it.
+// The file that holds the library's code: the shared library or, without one, the module that uses
+// it.
 const fs::path CODE_FILE = LOCATION_CODE_FILE;
 constexpr const char* USER = LOCATION_USER;
 constexpr bool IS_SHARED = LOCATION_IS_SHARED;

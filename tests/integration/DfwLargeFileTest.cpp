@@ -1,4 +1,4 @@
-// Firmware files of 100 MiB: they come to an end, and memory does not grow with them.
+// Firmware files of 100 MiB are converted completely, and memory does not grow with them.
 
 #include "Libraries/HtBase/DfwPayload.h"
 

@@ -5,7 +5,7 @@
 //   chdir PATH          changes the working directory
 //   unlink PATH         removes a file or a link
 //   chroot PATH         makes that the root directory; exits with 77 where this is not allowed
-//   ask                 has the module that was loaded last print where the library lies
+//   ask                 has the module that was loaded last print the library's location
 // Exits with 0 when all of it was possible.
 
 #include <dlfcn.h>

@@ -143,7 +143,7 @@ void Again()
     ExpectRecords();
 }
 
-// A handler that asks for a record when all have gone already gets one, and that goes as well.
+// A handler that asks for a record after all were deleted gets one, and that is deleted as well.
 template <typename Kind>
 void Late()
 {

@@ -304,7 +304,8 @@ TEST( SocketUDP, OpenOfAnOpenSocketReopensIt )
     ASSERT_TRUE( WaitReadable( lSocket ) );
     const std::size_t lDescriptors = CountDescriptors();
 
-    // The port was given up, so it can be had again; what had arrived is gone, and so is the wait.
+    // The port was released, so it can be opened again. The datagrams that had arrived are lost,
+    // and the receive time-out is the default again.
     ASSERT_TRUE( lSocket.Open( &LOOPBACK, lOldPort ).IsOK() );
     EXPECT_EQ( CountDescriptors(), lDescriptors );
     EXPECT_TRUE( lSocket.IsOpened() );
@@ -880,7 +881,7 @@ TEST( SocketUDP, DescriptorNumbersAbove1023Work )
     }
 }
 
-// Runs an operation that waits on another thread, closes the socket meanwhile, and tells how long
+// Runs an operation that waits on another thread, closes the socket meanwhile, and returns how long
 // that took. The pause lets the waiter get into its wait; the result is the same if it did not.
 long long CloseBeside( SocketUDP& aSocket, const std::vector<std::function<void()>>& aWaits )
 {

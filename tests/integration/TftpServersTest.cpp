@@ -38,7 +38,7 @@ using TestSupport::WriteWholeFile;
 
 constexpr int PATIENCE_MS = 20000;
 
-// A server and how it is started; DIR stands for the directory that it serves.
+// A server and how it is started; DIR is replaced by the directory that it serves.
 struct Server
 {
     const char* mName;

@@ -45,8 +45,8 @@ void operator delete( void* aMemory, std::size_t ) noexcept
     operator delete( aMemory );
 }
 
-// The array and no-throw forms of the standard library come to the operators above by themselves,
-// those of a sanitizer do not.
+// The array and no-throw forms of the standard library call the operators above; those of a
+// sanitizer do not.
 void* operator new[]( std::size_t aSize )
 {
     return operator new( aSize );

@@ -12,8 +12,8 @@
 namespace TestSupport
 {
 
-// ByteFile is an open file that holds aBytes and, where asked to, fails to be read from a place on.
-// The bytes must outlive it. It is closed when the object goes.
+// ByteFile is an open file that holds aBytes. Reading it fails from the offset aFailsAt on. The
+// bytes must outlive it. The destructor closes it.
 class ByteFile
 {
 public:

@@ -34,8 +34,8 @@ public:
     // The datagrams received so far, in order.
     std::vector<Bytes> GetRequests() const;
 
-    // Tells whether another datagram lies there, or comes within that many milliseconds. From any
-    // thread; the datagram stays where it is.
+    // Returns whether another datagram is queued, or arrives within that many milliseconds. The
+    // datagram stays queued. Safe from any thread.
     bool HasRequest( int aMilliseconds ) const;
 
 private:

@@ -316,7 +316,7 @@ bool ChildProcess::Pump( int aTimeoutMs )
     return true;
 }
 
-// A terminal whose other end is gone reads as an error, a pipe as nothing.
+// Reading a terminal whose other end is closed fails; reading such a pipe returns nothing.
 void ChildProcess::ReadFrom( Stream& aStream )
 {
     char lBuffer[65536];

@@ -1,4 +1,4 @@
-// GenCP packets of the tests, typed field by field as USB3 Vision carries them.
+// GenCP packets of the tests, written field by field as USB3 Vision carries them.
 #pragma once
 
 #include "tests/support/Packets.h"
@@ -37,7 +37,7 @@ inline Bytes ReadMem( uint64_t aAddress, uint16_t aCount )
         { 0x00, 0x40 },             // flags: acknowledge requested
         { 0x00, 0x08 },             // command: READMEM
         { 0x0C, 0x00 },             // length
-        { 0x00, 0x00 },             // request identifier: the control interface's business
+        { 0x00, 0x00 },             // request identifier: set by the control interface
         Little( aAddress, 8 ),      // address
         { 0x00, 0x00 },             // reserved
         Little( aCount, 2 ),        // count
@@ -51,7 +51,7 @@ inline Bytes WriteMem( uint64_t aAddress, const Bytes& aData )
         { 0x00, 0x40 },                // flags: acknowledge requested
         { 0x02, 0x08 },                // command: WRITEMEM
         Little( 8 + aData.size(), 2 ), // length
-        { 0x00, 0x00 },                // request identifier: the control interface's business
+        { 0x00, 0x00 },                // request identifier: set by the control interface
         Little( aAddress, 8 ),         // address
         aData,
     } );
@@ -82,7 +82,7 @@ inline Bytes WriteMemAck( uint16_t aWritten, uint16_t aStatus = 0 )
     } );
 }
 
-// The header alone, as a device may refuse, or acknowledge a write, with.
+// The header alone: a refusal, or the acknowledge of a write.
 inline Bytes HeaderOnlyAck( uint16_t aAcknowledge, uint16_t aStatus )
 {
     return Packet( {

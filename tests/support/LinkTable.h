@@ -1,4 +1,4 @@
-// What the tables of all links have in common, and means to look at them.
+// The checks that the tests of all links' virtual tables share.
 #pragma once
 
 #include "tests/support/VirtualTable.h"
@@ -39,7 +39,7 @@ template <typename LINK>
 using WithLoggers = WithLibLogger<WithLinkLogger<LINK>>;
 
 // Overrides nothing of the link, so that types are those of its declarations, and adds one virtual
-// operation, whose entry is the first behind the link's own. Derive from it to name operations that
+// operation, whose entry is the first after the link's own. Derive from it to name operations that
 // only derived links may name.
 template <typename LINK>
 class LinkProbe : public LINK
@@ -48,13 +48,13 @@ public:
     using LINK::LINK;
     virtual void Behind() {}
 
-    // No link but the abstract one brings callbacks.
+    // Only the abstract link declares the callbacks.
     using Callback = void ( HtBaseLib::BaseCommandLink::* )( const void*, long long, long long );
     static_assert( IS<decltype( &LinkProbe::ReadCallback ), Callback>, "" );
     static_assert( IS<decltype( &LinkProbe::WriteCallback ), Callback>, "" );
 
     // Expects the operations of the abstract link, in their order, at the beginning of the table.
-    // Returns the entry behind them.
+    // Returns the entry after them.
     static std::size_t ExpectAbstractLinkFirst()
     {
         std::size_t lEntry = ENTRIES_OF_DESTRUCTOR;
@@ -70,7 +70,7 @@ public:
     }
 };
 
-// A thing that counts its destructions.
+// An object that counts its destructions.
 template <typename THING>
 class Mortal : public THING
 {
@@ -101,7 +101,7 @@ void ExpectDestructorFirst()
     EXPECT_EQ( lDestructions, 2 );
 }
 
-// Expects a link that is deleted through its base to be destroyed whole.
+// Expects deleting a link through its base to destroy the whole link.
 template <typename LINK>
 void ExpectDestructionThroughTheBase()
 {

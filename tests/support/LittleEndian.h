@@ -1,4 +1,4 @@
-// Numbers whose lowest byte comes first, at any place in a packet of a test's.
+// Little-endian numbers at any offset of a test's packet.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ inline void AppendLittle( std::vector<uint8_t>& aBytes, uint64_t aValue, std::si
     }
 }
 
-// The number of aSize bytes, 1 to 8, at aOffset; what lies beyond aBytes counts as 0.
+// The number of aSize bytes, 1 to 8, at aOffset; bytes beyond aBytes count as 0.
 inline uint64_t GetLittle( const std::vector<uint8_t>& aBytes, std::size_t aOffset,
                            std::size_t aSize )
 {

@@ -5,8 +5,8 @@ namespace TestSupport
 {
 
 // GetLockCount gives the number of times that the calling thread has waited for a
-// QmUtilsLib::Mutex. Add LockCounter.cpp to the sources of the test program: it stands in for the
-// mutex of the static library.
+// QmUtilsLib::Mutex. Add LockCounter.cpp to the sources of the test program: it replaces the mutex
+// of the static library.
 unsigned long long GetLockCount();
 
 } // namespace TestSupport

@@ -1,4 +1,4 @@
-// A device on a loopback address, and a link to it whose patience the test chooses.
+// A device on a loopback address, and a link to it with a retry count and a time-out of the test's.
 #pragma once
 
 #include "Simulators/GEV/VirtualDeviceGEV.h"
@@ -94,17 +94,17 @@ public:
     unsigned short GetPort() const { return mServer.GetPort(); }
 
     // Called with each datagram right before the device gets it. Set it through mServer.Access; it
-    // is called on the serving thread, which has the device for itself.
+    // is called on the serving thread, while no other thread uses the device.
     std::function<void( const Simulators::Bytes& aDatagram )> mBefore;
     // How far the device's clock is ahead; it must not be set back. Through mServer.Access as well.
     int64_t mLeapMs = 0;
 
-    Simulators::VirtualDeviceGEV mDevice; // look at it through mServer.Access while it serves
+    Simulators::VirtualDeviceGEV mDevice; // while it serves, use it through mServer.Access
     Simulators::DeviceServer mServer;
 };
 
-// The virtual device where every host looks for one: on the port of the standard, and hearing
-// broadcasts. For a test in a network of its own.
+// The virtual device on the port of the standard, which also receives broadcasts. For a test in a
+// network namespace of its own.
 class WellKnownDevice : public LoopbackDevice
 {
 public:

@@ -33,7 +33,7 @@ public:
     // OK when it serves.
     const QmUtilsLib::Result& GetOpened() const { return mOpened; }
 
-    // Gets at the server while it is at rest.
+    // Calls aFunction with the server while it handles no datagram.
     template <typename Function>
     auto Access( Function&& aFunction )
     {

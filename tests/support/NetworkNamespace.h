@@ -1,4 +1,4 @@
-// A network of the test's own.
+// A network namespace for a test.
 #pragma once
 
 #include <string>
@@ -21,8 +21,8 @@ namespace TestSupport
 //     }
 std::string EnterNetworkNamespace();
 
-// EnterTftpNetwork sees to it that this process may serve UDP port 69 of 127.0.0.1: in a network of
-// its own, or where none can be made on this machine's, one process at a time. The port is then
+// EnterTftpNetwork lets this process serve UDP port 69 of 127.0.0.1. It does so in a network of its
+// own or, if none can be made, in this machine's network, one process at a time. The port is then
 // this process's until it ends; it waits up to a minute for others. Serve on 127.0.0.1 only.
 //
 // Returns an empty text, or the reasons why neither is possible: skip the test with it.

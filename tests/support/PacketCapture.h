@@ -12,8 +12,8 @@ namespace TestSupport
 {
 
 // PacketCapture records the UDP datagrams of the loopback interface of this network namespace with
-// tshark, from its construction to Stop, and lets tshark take them apart. Files lie in a directory
-// of its own that goes with it.
+// tshark, from its construction to Stop, and has tshark dissect them. Its files are in a temporary
+// directory, which its destructor removes.
 class PacketCapture
 {
 public:

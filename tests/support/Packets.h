@@ -1,4 +1,4 @@
-// Packets of the tests: bytes typed field by field, put one behind the other and nothing more.
+// Packets of the tests: bytes that are written field by field and only concatenated.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@ namespace TestSupport
 
 using Bytes = std::vector<uint8_t>;
 
-// The fields one behind the other.
+// The fields, concatenated.
 inline Bytes Packet( std::initializer_list<Bytes> aFields )
 {
     Bytes lPacket;

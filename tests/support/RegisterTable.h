@@ -1,4 +1,4 @@
-// A GigE Vision device that is nothing but its registers and texts.
+// A GigE Vision device that consists of registers and texts alone.
 #pragma once
 
 #include "tests/support/Packets.h"
@@ -14,9 +14,9 @@
 namespace TestSupport
 {
 
-// RegisterTable answers READREG of one register and READMEM of one text from what the test has put
-// in, on bytes: no socket and no clock. Every other command, and every other address, is refused as
-// a device does. Not safe for several threads at once.
+// RegisterTable answers READREG of one register and READMEM of one text with the values that the
+// test has set, on bytes: no socket and no clock. Every other command, and every other address, is
+// refused as a device does. Not safe for several threads at once.
 class RegisterTable
 {
 public:
@@ -37,7 +37,8 @@ public:
         mTexts[aAddress].resize( aSize );
     }
 
-    // What goes before the table: the address is answered with that status; or not at all.
+    // These take precedence over the table: the address is answered with that status, or not at
+    // all.
     void Refuse( uint32_t aAddress, uint16_t aStatus ) { mRefused[aAddress] = aStatus; }
     void Silence( uint32_t aAddress ) { mSilent.insert( aAddress ); }
     void Relent()

@@ -1,4 +1,4 @@
-// A USB3 Vision device that is nothing but its registers.
+// A USB3 Vision device that consists of registers alone.
 #pragma once
 
 #include "tests/support/Packets.h"
@@ -14,9 +14,9 @@
 namespace TestSupport
 {
 
-// RegistersU3V answers READMEM of whole registers with what the test has put in, on bytes. Every
-// other command, and every other address or size, is refused as a device does. Not safe for several
-// threads at once.
+// RegistersU3V answers READMEM of whole registers with the values that the test has set, on bytes.
+// Every other command, and every other address or size, is refused as a device does. Not safe for
+// several threads at once.
 class RegistersU3V
 {
 public:
@@ -41,7 +41,8 @@ public:
     // lengths, no stream channel and no bit set.
     void SetBasics( uint64_t aSBRM, uint32_t aMaxCommand, uint32_t aMaxAck );
 
-    // What goes before the registers: the address is answered with that status; or not at all.
+    // These take precedence over the registers: the address is answered with that status, or not at
+    // all.
     void Refuse( uint64_t aAddress, uint16_t aStatus ) { mRefused[aAddress] = aStatus; }
     void Silence( uint64_t aAddress ) { mSilent.insert( aAddress ); }
     void Relent();

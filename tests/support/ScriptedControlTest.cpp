@@ -31,7 +31,8 @@ void GuardedBuffer::ExpectContents( const Bytes& aContents ) const
 
 ScriptedControlTest::~ScriptedControlTest()
 {
-    // The link ends after this, when what a test's actions refer to has gone.
+    // The link is destroyed after this, when the objects that a test's actions refer to no longer
+    // exist.
     mControl.DoAtClose( nullptr ).DoAtEnd( nullptr );
     HtBaseLib::CapabilitiesU3V::Destroy();
 }

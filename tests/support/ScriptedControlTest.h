@@ -1,5 +1,5 @@
-// The ground that tests of the USB3 Vision link stand on: a scripted control interface, the log
-// from its first record, a link, and the registers of a device that the link can be sized by.
+// The fixture of the tests of the USB3 Vision link: a scripted control interface, the log from its
+// first record, a link, and the registers of a device that the link can be sized by.
 #pragma once
 
 #include "tests/support/GenCPPackets.h"
@@ -52,17 +52,17 @@ protected:
     void Open() { Open( mLink ); }
 
     // Opens the link, sizes it by a device that reports these lengths, and forgets what was logged;
-    // the device goes on answering what no script expects.
+    // the device still answers commands that no script expects.
     void OpenSized( uint32_t aMaxCommand, uint32_t aMaxAck );
 
-    // Every command so far that was no read of the sizing.
+    // Every command so far except the reads of the sizing.
     std::size_t GetCallCount() const { return mControl.GetCalls().size() - mCallsOfSizing; }
     // The last of all commands; there must be one.
     WdTransportLayerLib::Scripted::ScriptedControl::Command GetLastCommand() const;
 
     void ExpectLog( const Log& aExpected ) const { EXPECT_EQ( GetLines( mLog ), aExpected ); }
 
-    // The lines that a link may leave.
+    // The log lines that a link may write.
     static std::string SizeLine( unsigned int aSize, unsigned int aLimit );
     static std::string StatusLine( const std::string& aText );
 

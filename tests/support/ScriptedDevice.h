@@ -18,7 +18,7 @@ namespace TestSupport
 // 02:00:5E:10:00:01.
 const WdUtilsLib::Network::EthernetAddress MAC( 0x0200, 0x5E100001 );
 
-// The record with what is meant for classes derived from it.
+// The record, with its operations for derived classes made public.
 class Record : public HtBaseLib::CapabilitiesGEV
 {
 public:
@@ -61,7 +61,7 @@ public:
     }
 
     // The registers that a record must be able to read, with a version, GVCP Capability and the
-    // counts of channels; everything else is not there.
+    // counts of channels; no other register exists.
     void SetBasics( uint32_t aVersion, uint32_t aCapability, uint32_t aStreams, uint32_t aMessages )
     {
         mTable.SetRegister( 0x0000, aVersion );

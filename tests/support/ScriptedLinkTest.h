@@ -1,5 +1,5 @@
-// The ground that tests of the GigE Vision link stand on: a scripted network with an open socket,
-// the log from its first record, and a link.
+// The fixture of the tests of the GigE Vision link: a scripted network with an open socket, the log
+// from its first record, and a link.
 #pragma once
 
 #include "tests/support/LogLines.h"
@@ -28,7 +28,7 @@ using WdUtilsLib::Scripted::AFTER_MS;
 std::string LogLine( const std::string& aLogger, int aPriority, const std::string& aFormat,
                      const std::string& aText );
 
-// The records that a transaction may leave, as lines, for a link with these loggers.
+// The records that a transaction may write, as lines, for a link with these loggers.
 struct LinkLog
 {
     LinkLog( const std::string& aLinkLogger, const std::string& aLibLogger );
@@ -40,7 +40,7 @@ struct LinkLog
     std::string FAILURE;
 };
 
-// True when another thread can have the link's mutex now; waits for that thread, for a long time
+// Whether another thread can take the link's mutex now. Waits for that thread, which takes long
 // only when the mutex is not free.
 bool IsMutexFree( TestLinkGEV& aLink );
 

@@ -1,4 +1,4 @@
-// main of the tests on the scripted platform: a script that is not kept to fails the test.
+// main of the tests on the scripted platform: a script that is not followed fails the test.
 
 #include <WdUtilsLib/Scripted/Network.h>
 

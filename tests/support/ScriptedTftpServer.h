@@ -1,4 +1,4 @@
-// The virtual TFTP server on the scripted network, behind a bad line.
+// The virtual TFTP server on the scripted network, with faults in both directions.
 #pragma once
 
 #include "Simulators/FaultPlan.h"
@@ -12,9 +12,9 @@
 namespace TestSupport
 {
 
-// ScriptedTftpServer takes every datagram that no script of the network expects. What goes to port
-// 69 comes to the server's listening port, any other port is a transfer port. Datagrams that a
-// fault plan delays arrive late in virtual time, in either direction. It must outlive the talk.
+// ScriptedTftpServer takes every datagram that no script of the network expects. Port 69 is the
+// server's listening port; any other port is a transfer port. Datagrams that a fault plan delays
+// arrive late in virtual time, in either direction. It must outlive the talk.
 class ScriptedTftpServer
 {
 public:

@@ -24,7 +24,7 @@ constexpr int NOT_TRACED = 2;
 // This call marks the start and the end of the job; nothing else here uses it.
 constexpr long MARK = SYS_getpgid;
 
-// The event of a stop at a system call, PTRACE_O_TRACESYSGOOD sees to it.
+// The event of a stop at a system call, which PTRACE_O_TRACESYSGOOD marks.
 constexpr int SYSTEM_CALL_STOP = SIGTRAP | 0x80;
 
 struct Name

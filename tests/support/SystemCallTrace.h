@@ -34,7 +34,7 @@ struct SystemCallTrace
 // start a thread.
 //
 // It ends by _exit, so its destructors do not run. Tests that need the trace are skipped with the
-// reason where the system lets no process be traced.
+// reason if the system does not allow tracing.
 SystemCallTrace TraceSystemCalls( const std::function<bool()>& aJob );
 
 } // namespace TestSupport

@@ -15,7 +15,7 @@
 namespace TestSupport
 {
 
-// TemporaryDirectory is a new empty directory that goes, with all in it, when the object goes.
+// TemporaryDirectory is a new empty directory. The destructor removes it with its contents.
 class TemporaryDirectory
 {
 public:

@@ -1,4 +1,4 @@
-// A GigE Vision link for tests, with everything that a derived link decides in the test's hands.
+// A GigE Vision link for tests. The test sets everything that a derived link decides.
 #pragma once
 
 #include "tests/support/Packets.h"
@@ -22,7 +22,7 @@ public:
     static constexpr const char* LIB_LOGGER = "LibLogger";
     static constexpr const char* LINK_LOGGER = "LinkLogger";
 
-    // One call of ReadCallback or WriteCallback: its arguments, and the bytes that lay there.
+    // One call of ReadCallback or WriteCallback: its arguments, and the bytes at mData.
     struct Transfer
     {
         const void* mData;

@@ -1,4 +1,4 @@
-// A USB3 Vision link for tests, with everything that a derived link decides in the test's hands.
+// A USB3 Vision link for tests. The test sets everything that a derived link decides.
 #pragma once
 
 #include "tests/support/Packets.h"
@@ -42,7 +42,7 @@ public:
 
     bool mIsMaster = false;
     mutable int mMasterQuestions = 0;
-    std::function<void()> mOnMaster; // called, when set, before IsMaster answers
+    std::function<void()> mOnMaster; // called, when set, before IsMaster returns
     std::function<void()> mOnRead;   // called, when set, from within ReadCallback
     Transfers mReads;
     Transfers mWrites;

@@ -39,7 +39,7 @@ inline void RunThreads( unsigned int aCount, const std::function<void( unsigned 
     }
 }
 
-// A place that something is waited for to arrive at.
+// A thread can wait at a Gate until others have arrived.
 class Gate
 {
 public:
@@ -50,7 +50,7 @@ public:
         mChanged.notify_all();
     }
 
-    // False: it took too long.
+    // False after 10 s.
     bool WaitFor( unsigned int aCount )
     {
         std::unique_lock<std::mutex> lLock( mMutex );
@@ -64,7 +64,7 @@ private:
     unsigned int mCount = 0;
 };
 
-// Counts the threads that have begun to read a device, which is logged ahead of every lock.
+// Counts the threads that have begun to read a device. They log this before they take a lock.
 class BeginningThreads
 {
 public:

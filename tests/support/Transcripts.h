@@ -1,4 +1,4 @@
-// Transcripts of what reading a device must ask of it and log, and what a run did.
+// Transcripts: the requests and the log lines that reading a device must cause, and those of a run.
 #pragma once
 
 #include <QmUtilsLib/Logger.h>
@@ -48,7 +48,7 @@ inline std::set<std::string> ListTranscripts( const std::string& aDirectory,
     return lFiles;
 }
 
-// The name of a test that is given the name of a transcript.
+// The name of the test whose parameter is the name of a transcript.
 inline std::string GetTranscriptTestName( const testing::TestParamInfo<const char*>& aInfo )
 {
     std::string lName = aInfo.param;
@@ -58,8 +58,8 @@ inline std::string GetTranscriptTestName( const testing::TestParamInfo<const cha
     return lName;
 }
 
-// RunRecorder is the sink of the process while it lives, and keeps what happens as the lines of a
-// transcript; what the device is asked for, the test adds. One thread at a time.
+// RunRecorder is the log sink of the process while it lives, and keeps the records as the lines of
+// a transcript. The test adds the requests to the device. One thread at a time.
 class RunRecorder
 {
 public:

@@ -47,7 +47,7 @@ inline Bytes MakeWriteMem( uint64_t aAddress, const Bytes& aData )
     return lBytes;
 }
 
-// One command and the place for its acknowledge, with guard bytes behind the room that is offered.
+// One command and the place for its acknowledge, with guard bytes after the room that is offered.
 class UsbTalk
 {
 public:
@@ -71,7 +71,7 @@ public:
         return lRecord;
     }
 
-    // Sends the command alone. What came is in GetAck and GetCommandResult afterwards.
+    // Sends the command alone. GetAck and GetCommandResult then return the outcome.
     QmUtilsLib::Result Send( WdTransportLayerLib::U3V::DeviceControlInterface& aInterface )
     {
         WdTransportLayerLib::U3V::DCI_COMMAND lRecord = MakeRecord();
@@ -102,7 +102,7 @@ public:
     uint64_t GetStatus() const { return GetLittle( GetAck(), 4, 2 ); }
     uint64_t GetIdentifier() const { return GetLittle( GetAck(), 10, 2 ); }
 
-    // Whether nothing was stored behind the first aSize bytes.
+    // Whether nothing was stored after the first aSize bytes.
     bool IsUntouchedBehind( size_t aSize ) const
     {
         for ( size_t i = aSize; i < mAck.size(); ++i )

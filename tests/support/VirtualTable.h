@@ -15,9 +15,9 @@ constexpr bool IS = std::is_same<ACTUAL, EXPECTED>::value;
 constexpr std::size_t NOT_VIRTUAL = SIZE_MAX;
 
 // The entry of the table through which the operation is called, or NOT_VIRTUAL. In the C++ ABI of
-// GCC and clang a pointer to an operation is two words. That it names a virtual one is told by the
-// low bit of the first, or on some machines of the second; the rest of the first is the offset of
-// its entry.
+// GCC and clang a pointer to an operation is two words. The low bit of the first, or on some
+// machines of the second, shows that the operation is virtual; the rest of the first is the offset
+// of its entry.
 template <typename OPERATION>
 std::size_t GetEntry( OPERATION aOperation )
 {

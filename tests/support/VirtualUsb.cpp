@@ -93,7 +93,7 @@ DataPointer Follow( UMockdevIoctlData* aData, size_t aOffset, size_t aSize )
                         } );
 }
 
-// Hands what one thread has made to the emulation's. The libraries between do so too, but in a way
+// Passes the data of one thread to the emulation's. The libraries between do so too, but in a way
 // that the thread sanitizer does not see.
 std::atomic<int> gHandOver{ 0 };
 
@@ -127,7 +127,7 @@ struct Host
 {
     std::list<Urb> mUrbs; // in order of submission; completed ones in that of reaping
     std::set<unsigned int> mClaimed;
-    bool mIsGone = false; // what it has opened is there no more
+    bool mIsGone = false; // the device that it has opened was removed
 };
 
 bool WaitFor( const std::function<bool()>& aCondition )
@@ -257,7 +257,7 @@ Answer VirtualUsbDevice::Implementation::Dispatch( Host& aHost, unsigned long aR
     {
         return GetRecord<unsigned int>( Follow( aArgument, 0, sizeof( unsigned int ) ).get() );
     };
-    // What a device that is gone still answers, so that hosts get their requests back.
+    // A removed device still answers these, so that hosts get their requests back.
     if ( aRequest == USBDEVFS_REAPURBNDELAY )
     {
         return Reap( aHost, aArgument );
@@ -432,7 +432,7 @@ void VirtualUsbDevice::Implementation::Control( Urb& aUrb )
         aUrb.mIsCompleted = false;
         return;
     }
-    // Of texts there are those of one language.
+    // String descriptors exist in one language only.
     const bool lIsForeign = lSetup[3] == DESCRIPTOR_STRING && lSetup[2] != 0 &&
                             ( lSetup[4] != 0x09 || lSetup[5] != 0x04 );
     if ( !lDescriptor.has_value() || lIsForeign ||
@@ -493,7 +493,7 @@ void VirtualUsbDevice::Implementation::Receive( Urb& aUrb )
     }
 }
 
-// Moves on what a host waits for.
+// Advances the requests of a host.
 void VirtualUsbDevice::Implementation::Progress( Host& aHost )
 {
     for ( Urb& lUrb : aHost.mUrbs )
@@ -837,7 +837,7 @@ void VirtualUsbBus::Implementation::Detach( const std::shared_ptr<VirtualUsbDevi
     g_signal_handlers_disconnect_by_data( lState.mHandler, &lState );
     g_object_unref( lState.mHandler );
     lState.mHandler = nullptr;
-    const std::lock_guard<std::mutex> lLock( lState.mMutex ); // its thread has left
+    const std::lock_guard<std::mutex> lLock( lState.mMutex ); // its thread has ended
 }
 
 VirtualUsbBus::VirtualUsbBus()

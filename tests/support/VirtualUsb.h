@@ -1,4 +1,4 @@
-// A USB bus of the test's own, with virtual USB3 Vision devices on it.
+// A virtual USB bus for tests, with virtual USB3 Vision devices on it.
 #pragma once
 
 #include "Simulators/U3V/VirtualDeviceU3V.h"
@@ -13,7 +13,7 @@ namespace TestSupport
 {
 
 // RunInVirtualUsb starts this program again, with the same arguments, in such a way that this
-// process and those that it starts see virtual USB busses in place of the system's. Returns when
+// process and those that it starts see virtual USB buses in place of the system's. Returns when
 // that is so already. To be called first of all in main. Ends the process where it is not possible.
 void RunInVirtualUsb( char** aArguments );
 
@@ -109,7 +109,7 @@ public:
     void LeaveTransfersOpen();
 
     // The device was unplugged and plugged in again, and has the same address: hosts that have
-    // opened it find it gone, and others find a new one.
+    // opened it find it removed, and others find a new one.
     void Replug();
 
     // From now on a host that gives the control interface back waits, until LetReleasesGo.

@@ -623,6 +623,6 @@ TEST_F( CapabilitiesGEVPorts, AreFixedFor512ChannelsAtMost )
     EXPECT_EQ( 0U, lRecord.GetStreamChannelSourcePort( 512 ) );
     EXPECT_THAT( lLog.GetTexts(), testing::Contains( "SCSP(511) for Corvane device: 20713" ) );
     EXPECT_THAT( lLog.GetTexts(), testing::Contains( "Streaming channels: -1" ) );
-    EXPECT_TRUE( lRecord.IsEndOfBlockResendRequestSupported() ); // what lies behind the ports
+    EXPECT_TRUE( lRecord.IsEndOfBlockResendRequestSupported() ); // stored after the ports
     EXPECT_EQ( 0U, lRecord.GetDeviceClass() );
 }

@@ -496,7 +496,7 @@ TEST_F( CapabilitiesU3VInit, KeepsTheAddressOfIIDC2AfterTheDeviceDropsIt )
     EXPECT_EQ( mRecord.GetIIDC2Address(), 0x3836353433323141U );
 }
 
-// A device that says it has no SBRM, and that it lies where the ABRM does.
+// A device that reports no SBRM, and the address of the ABRM as that of the SBRM.
 TEST_F( CapabilitiesU3VInit, ReadsTheSBRMAtItsReportedAddress )
 {
     mDevice.SetBasics( 0, 512, 300 );

@@ -154,13 +154,13 @@ TEST_F( CapabilitiesU3VRegistry, IsSeparateFromThatOfGigEVision )
     EXPECT_TRUE( lU3V->IsInitialized() );
 
     CapabilitiesGEV* const lNew = CapabilitiesGEV::GetCapabilities( lAddress );
-    (void)lGEV; // gone
+    (void)lGEV; // deleted
     CapabilitiesU3V::Destroy();
     EXPECT_EQ( CapabilitiesGEV::GetCapabilities( lAddress ), lNew );
     EXPECT_FALSE( Get()->IsInitialized() );
 }
 
-// A link that is gone was only borrowed.
+// A destroyed link was only borrowed.
 TEST_F( CapabilitiesU3VRegistry, DoesNotNeedTheLinkAfterwards )
 {
     {

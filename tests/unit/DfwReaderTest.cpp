@@ -160,7 +160,7 @@ Conversion ConvertWordHex( const std::string& aText, std::size_t aFailsAt = Byte
     return lConversion;
 }
 
-// A 32-bit word as it lies in memory here, in hex.
+// A 32-bit word in the order of this machine, in hex.
 std::string InMemory( std::uint32_t aWord )
 {
     const std::uint16_t lProbe = 1;
@@ -205,7 +205,7 @@ std::size_t CountDescriptors()
     return static_cast<std::size_t>( std::distance( begin( lDescriptors ), end( lDescriptors ) ) );
 }
 
-// How many more descriptors are open after a reader has come to its end.
+// How many more descriptors are open after a reader has returned.
 std::size_t CountLeftOpen( const Reader& aReader, bool aAnswer )
 {
     const auto lPrevious = QmUtilsLib::SetAssertionHandler( RecordAssertion );
@@ -573,7 +573,7 @@ TEST( SRecordReader, AnInvalidDataByteFailsAndNothingOfItsLineIsWritten )
 
 TEST( SRecordReader, TheRestOfAShortLineIsReadFromALongerOneBefore )
 {
-    // The count says four bytes, the line has one; the rest lies behind it in the line buffer.
+    // The count says four bytes, the line has one; the rest comes after it in the line buffer.
     EXPECT_EQ( ConvertSRecords( S3( "00001000", "0A0B0C0D0E" ) + "\nS309000020001F" ),
                ( Conversion{ true, "O00001000 D0A0B0C0D0E O00002000 D1F0B0C0D ", "" } ) );
 }
@@ -878,7 +878,7 @@ TEST( WordHexReader, ValuesAreReadAsScanfDoes )
 TEST( WordHexReader, ARecordIsWrittenFrom253PendingBytesOn )
 {
     // 127 lines of two bytes are 254.
-    std::string lSlots; // what lies in the even slots, zeros in the odd ones
+    std::string lSlots; // the bytes of the even slots; the odd ones are zero
     for ( int lSlot = 0; lSlot < 64; ++lSlot )
     {
         lSlots += lSlot % 2 == 0 ? InMemory( 0x1234 ) : "00000000";

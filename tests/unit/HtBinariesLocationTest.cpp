@@ -1,4 +1,4 @@
-// Where the library lies, on a system whose paths a test writes.
+// The location of the library, on a system whose paths a test sets.
 
 #include <HtBinariesLocation.h>
 

@@ -42,7 +42,7 @@ const std::vector<unsigned int> NEAR_MISSES = {
     0x0400, 0x0500, 0x0502, 0x0600, 0x0601, 0x0606,     0x0903,     0x0905,
     0x0AFF, 0x0B04, 0x3FFF, 0x4003, 0xFFFE, 0x00010000, 0x00010017, 0xFFFFFFFF };
 
-// The object as it lies in memory.
+// The bytes of the object.
 struct Layout
 {
     unsigned int mCode;

@@ -15,7 +15,7 @@
 namespace
 {
 
-// The object as it lies in memory.
+// The bytes of the object.
 struct Layout
 {
     const void* mTable;

@@ -191,7 +191,7 @@ TEST_F( Stats, OpenASlotForEachOfTheFirstTwoReportsHoweverFar )
 }
 
 // With the first report at 0 and the second slot's start at 1 s, aDistance later comes another, and
-// then one that tells whether a slot was opened: 15 slots later the oldest is the third report or
+// then one that shows whether a slot was opened: 15 slots later the oldest is the third report or
 // what came behind it.
 class JoinAt : public Stats, public testing::WithParamInterface<std::pair<unsigned, bool>>
 {
@@ -209,7 +209,7 @@ TEST_P( JoinAt, TheEndOf200MillisecondsFromTheStartOfTheSlot )
     ReportSteadily( lFourth, JOIN_END, 14 );
     const unsigned long long lLast = lFourth + 13 * JOIN_END;
     // Seventeen reports so far. In 16 slots, when the third had none of its own, and all count;
-    // in 17 otherwise, and the first has gone.
+    // in 17 otherwise, and the first was dropped.
     const double lSpan = static_cast<double>( lJoins ? lLast : lLast - SECOND );
     EXPECT_EQ( mStats.GetRate(), 1e6 / lSpan * ( lJoins ? 16.0 : 15.0 ) );
     EXPECT_EQ( mStats.GetBandwidth(), ( lJoins ? 16000.0 : 15000.0 ) * 8e6 / lSpan );
@@ -236,7 +236,7 @@ TEST_F( Stats, KeepTheStartOfASlotThatReportsJoin )
     // Each report is 190 ms behind the one before; were the start moved along, all would join.
     Report( 0 );
     ReportSteadily( SECOND, 190000, 40 );
-    // 20 slots of two reports each and the first one: five have gone, the last 16 hold 32.
+    // 20 slots of two reports each and the first one: five were dropped, the last 16 hold 32.
     EXPECT_EQ( mStats.GetRate(), 1e6 / ( 31 * 190000.0 ) * 31.0 );
 }
 
@@ -297,7 +297,7 @@ TEST_F( Stats, CountAllThatHadJoinedTheSlotBeforeASilence )
 
 TEST_F( Stats, RestartFromAFullHistory )
 {
-    ReportSteadily( 0, JOIN_END, 21 ); // the ring has gone round
+    ReportSteadily( 0, JOIN_END, 21 ); // the ring has wrapped
     Report( 20 * JOIN_END + 4 * SECOND );
     Expect( 0.25, 2000.0 );
     // Fourteen more fill it again, the fifteenth drops the first.

@@ -147,7 +147,7 @@ public:
 
     uint8_t* Get() { return &mBytes[GUARD]; }
 
-    // What lies there, and whether nothing around it has changed.
+    // The bytes there, and whether nothing around it has changed.
     Bytes GetBytes() const { return Bytes( mBytes.begin() + GUARD, mBytes.end() - GUARD ); }
     bool IsGuardWhole() const
     {

@@ -203,7 +203,7 @@ TEST_F( ScriptedControlTest, RunsItsCallbackAtEveryCloseAndDestruction )
         }
         EXPECT_EQ( "3 left;", lDone );
     }
-    EXPECT_TRUE( mInterface.Close().IsOK() ); // the script has gone
+    EXPECT_TRUE( mInterface.Close().IsOK() ); // the script no longer exists
     EXPECT_EQ( "3 left;", lDone );
 }
 

@@ -892,7 +892,7 @@ TEST_F( TftpTalk, NothingIsEverStoredInTheBytesToSend )
 {
     const ReadOnlyMemory lMemory( Pattern( 4096 ) );
     const Bytes lBytes = Pattern( 4096 );
-    // Fails at once, then in the middle; is aborted; comes to its end.
+    // Fails at once, then in the middle; is aborted; succeeds.
     mNet.Expect( WriteRequest( "a.bin" ) ).ReplyFrom( TRANSFER, Error( 0, "no" ) );
     EXPECT_EQ( mClient.SendData( lMemory.Get(), lMemory.GetSize() ).GetCode(), FAILED );
 
@@ -1377,7 +1377,7 @@ TEST_F( TftpTalk, WarningsAreKeptInOrderUntilTheNextTransfer )
     EXPECT_EQ( lText, MissingAck( 5 ) );
     ScriptUpload( lBytes );
     ASSERT_EQ( Send( lBytes ), OK );
-    EXPECT_EQ( mClient.GetWarning( lText ).GetCode(), NO_WARNING ); // the third has gone
+    EXPECT_EQ( mClient.GetWarning( lText ).GetCode(), NO_WARNING ); // the third was discarded
     EXPECT_EQ( lText, MissingAck( 5 ) );
 }
 

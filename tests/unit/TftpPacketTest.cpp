@@ -80,7 +80,7 @@ Bytes Text( const std::string& aText )
     return Bytes( aText.begin(), aText.end() );
 }
 
-// A number as it lies in this machine's memory.
+// A number in the order of this machine.
 Bytes HostWord( uint16_t aValue )
 {
     Bytes lBytes( sizeof( aValue ) );

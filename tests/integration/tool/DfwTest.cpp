@@ -487,7 +487,7 @@ TEST_F( Dfw, AnOutputThatCannotBeMadeIsWrongUsage )
     }
 }
 
-// The output is a pipe that nobody empties, so the build cannot be over when the signal comes.
+// The output is a pipe that is not read, so the build cannot have ended when the signal arrives.
 TEST_F( Dfw, AnInterruptedBuildFails )
 {
     const std::string lLarge = Make( "large", MakeBytes( 300000 ) );

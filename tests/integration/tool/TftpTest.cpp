@@ -147,7 +147,7 @@ protected:
 
 using Get = Tftp;
 
-// A TFTP server that answers each datagram that comes to port 69 with the same one.
+// A TFTP server that answers each datagram to port 69 with the same one.
 class Parrot
 {
 public:

@@ -332,7 +332,7 @@ TEST( GvcpAcknowledge, ReadRegister )
     const ReadRegisterAcknowledge lAcknowledge( lBlock.Get(), lBlock.GetSize() );
     EXPECT_EQ( lAcknowledge.GetValue( 0, true ), 0x01020304U );
     EXPECT_EQ( lAcknowledge.GetValue( 1, true ), 0xFEDCBA98U );
-    // As it lies in the packet.
+    // The bytes as they are in the packet.
     const unsigned int lRaw = lAcknowledge.GetValue( 1, false );
     EXPECT_EQ( std::memcmp( &lRaw, &READREG_ACK[12], 4 ), 0 );
     for ( const unsigned int lIndex :

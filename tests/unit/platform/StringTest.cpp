@@ -425,7 +425,8 @@ TEST( PlatformString, MalformedTextInPieces )
     }
 }
 
-// What lies there already is not converted again: memory is taken only as the text doubles.
+// The text that exists already is not converted again: memory is allocated only as the text
+// doubles.
 TEST( PlatformString, AppendingCopiesOnlyTheAppendedText )
 {
     const String lPiece( "\xE2\x82\xAC" );
