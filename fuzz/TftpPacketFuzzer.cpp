@@ -58,7 +58,7 @@ unsigned int GetNumber( const std::string& aPacket )
     return lHigh * 256U + lLow;
 }
 
-// The bytes lie where they end, so that a sanitizer sees a look beyond.
+// The bytes are at the end of their block, so that a sanitizer detects a read beyond them.
 template <typename Packet>
 bool Decode( Packet& aPacket, const std::uint8_t* aData, std::size_t aSize )
 {
@@ -130,7 +130,7 @@ struct Request
 {
     Request( const std::string& aPacket, std::uint16_t aOpcode )
     {
-        std::uint16_t lOpcode = 0; // as it lies in memory
+        std::uint16_t lOpcode = 0; // in the order of the host
         if ( aPacket.size() < 4 || aPacket.size() > 518 )
         {
             return;

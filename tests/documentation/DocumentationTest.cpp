@@ -119,7 +119,7 @@ std::vector<std::pair<fs::path, std::string>> GetLinks( const fs::path& aPage )
     return lLinks;
 }
 
-// A line of a page that shows how the program is called, without what is said about it.
+// A line of a page that shows how the program is called, without the remark behind it.
 std::vector<std::vector<std::string>> GetCalls()
 {
     std::vector<std::vector<std::string>> lCalls;
@@ -308,7 +308,7 @@ TEST( Documentation, FiguresAreThoseOfTheCode )
     }
 }
 
-// Literals that stand beside each other are one.
+// Adjacent literals are one.
 TEST( Documentation, TextsOfStatusesAreThoseOfTheCode )
 {
     const std::string lCode = std::regex_replace( Read( "Libraries/HtBase/BaseCommandLinkGEV.cpp" ),
@@ -383,7 +383,7 @@ TEST( Documentation, CallsOfTheProgramAreValid )
 #endif
 
 #if defined( HTBASE_LIBRARY )
-// Class by class, what the page says the library calls.
+// The calls of the library that the page lists, by class.
 std::map<std::string, std::set<std::string>> ReadPlatformPage()
 {
     std::map<std::string, std::set<std::string>> lOperations;

@@ -70,7 +70,7 @@ public:
 
     unsigned short GetPort() const { return mServer.GetPort(); }
 
-    // Who asked, one entry per read.
+    // The link that asked, one entry per read.
     std::vector<uint16_t> GetAskers()
     {
         return mServer.Access( [this] { return mAskers; } );

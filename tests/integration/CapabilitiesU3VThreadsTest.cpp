@@ -39,7 +39,7 @@ U3VGUID MakeGUID( unsigned int aNumber )
 const U3VGUID GUID = MakeGUID( 1 );
 const U3VGUID OTHER = MakeGUID( 2 );
 
-// The device of all links; it records which link asked, one entry per read.
+// The device of all links; it records which link has read, one entry per read.
 class Device
 {
 public:

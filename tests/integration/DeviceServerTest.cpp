@@ -40,7 +40,7 @@ public:
         EXPECT_TRUE( mSocket.Send( aText.data(), static_cast<int>( aText.size() ) ).IsOK() );
     }
 
-    // What comes within the time, "" when nothing does.
+    // The datagram that arrives within the time; "" if none does.
     std::string Receive( unsigned int aTimeoutMs = 5000 )
     {
         char lBuffer[65536];
@@ -241,8 +241,8 @@ TEST( DeviceServer, APortThatIsInUseIsReported )
     EXPECT_EQ( lOther.GetPort(), 0 );
 }
 
-// A datagram to another address of the machine comes in by the socket for broadcasts, as a
-// broadcast does; the answer leaves from the device's own address.
+// A datagram to another address of the machine arrives at the socket for broadcasts, as a broadcast
+// does; the answer leaves from the device's own address.
 TEST( DeviceServer, RequestsToTheSecondSocketAreFilteredAndAnsweredFromTheFirst )
 {
     Echo lEcho;

@@ -152,7 +152,7 @@ TEST_F( FakeCamera, ItsCapabilityRecordMatchesItsRegisters )
     EXPECT_EQ( ( lGvcp & 0x00000004U ) != 0, lRecord.IsPacketResendSupported() );
     EXPECT_EQ( ( lGvcp & 0x00000008U ) != 0, lRecord.IsEventSupported() );
     EXPECT_EQ( ( lGvcp & 0x00000010U ) != 0, lRecord.IsEventDataSupported() );
-    // It implements version 0.0, in which nothing that came later counts.
+    // It implements version 0.0, in which no later feature counts.
     ASSERT_EQ( 0U, lRecord.GetVersionMajor() );
     bool ( CapabilitiesGEV::*const LATER[] )() const = {
         &CapabilitiesGEV::IsPendingSupported,
@@ -256,7 +256,7 @@ TEST_F( Judges, ADissectorFindsTheExpectedFieldsInOurCommands )
         lCapture.GetRows( lCommands + " && gvcp.cmd.command == 0x84",
                           { "gvcp.cmd.readmem.bootstrapregister",
                             "gvcp.bootstrap.custom.register.write", "gvcp.cmd.readmem.count" } ) );
-    // Of the writes it shows no address, so the payload speaks, byte for byte.
+    // It does not show the addresses of writes, so the payload is compared, byte for byte.
     EXPECT_EQ( ( Rows{ { "420100820008b00200000a0000000002" },
                        { "420000820008b0030000a00012345678" },
                        { "42010086000cb006001000004142434445464748" } } ),

@@ -103,7 +103,7 @@ protected:
 
 TEST_F( LinkAllocationTest, CountsWhatTheLibraryAllocates )
 {
-    // A refusal comes with a text, which has to lie somewhere.
+    // A refusal has a text, which has to be stored somewhere.
     Serve(
         []( const Bytes& aRequest )
         {

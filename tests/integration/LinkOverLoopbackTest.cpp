@@ -44,7 +44,7 @@ Bytes MakePattern( size_t aSize )
     return lBytes;
 }
 
-// The concrete link, but so patient that a slow machine causes no retry.
+// The concrete link, with time-outs so long that a slow machine causes no retry.
 class VeryPatientLink : public SimpleCommandLinkGEV
 {
 public:
@@ -221,7 +221,7 @@ TEST( LinkOverLoopback, SurvivesTruncatedCorruptedAndStrayDatagrams )
             lStrays += std::strcmp( aRecord.mText, "Unexpected device answer - malformed or out of "
                                                    "sync" ) == 0;
         } );
-    // Data may be damaged, so only survival and the accounts can be judged.
+    // Data may be damaged, so only survival and the counters can be checked.
     int lAnswered = 0;
     for ( int lIndex = 0; lIndex < 200; ++lIndex )
     {
@@ -315,7 +315,7 @@ TEST( LinkOverLoopback, ReportsThatNoProgramListens )
     EXPECT_EQ( static_cast<unsigned int>( ECONNREFUSED ), lResult.GetOSCode() );
 }
 
-// Every proper prefix of a good acknowledge comes first, the good one at once behind it.
+// Every proper prefix of a good acknowledge comes first, the good one right after it.
 TEST( LinkOverLoopback, EveryTruncatedAnswerIsDroppedAndTheCompleteOneAccepted )
 {
     std::atomic<size_t> lPrefix{ 0 };

@@ -43,7 +43,7 @@ Bytes MakeAcknowledge( const Bytes& aRequest )
     } );
 }
 
-// A connected socket and a link that is very patient, so that a slow machine causes no retry.
+// A connected socket and a link with long time-outs, so that a slow machine causes no retry.
 template <typename LINK>
 struct Connected
 {
@@ -235,8 +235,8 @@ TEST( LinkThreads, CopyingAndAssigningDoNotWaitForTheTransactionOfTheSource )
     EXPECT_EQ( lReader.get(), 1 );
 }
 
-// Tells whether the assignment came before the read. The two wait for the same mutex, and which of
-// them gets it first is not in the test's hands.
+// Returns whether the assignment came before the read. The two wait for the same mutex, and which
+// of them gets it first is not in the test's hands.
 bool AssignsAheadOfARead()
 {
     const CannedResponder lOld( AnswerOnce );
@@ -335,7 +335,7 @@ TEST( LinkThreads, AssigningALinkToItselfDoesNotWait )
     lLink.ReleaseMutex();
 }
 
-// A device that counts the requests that came before the one before was answered.
+// A device that counts the requests that arrived before the previous one was answered.
 class WatchfulDevice
 {
 public:

@@ -1,4 +1,4 @@
-// What the posix body says of the file that holds the library's code; here, of the program.
+// The posix body's path of the file that holds the library's code; here, of the program.
 
 #include "Libraries/HtBase/Location/ModulePath.h"
 

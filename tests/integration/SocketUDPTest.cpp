@@ -60,7 +60,7 @@ std::string ReceiveText( SocketUDP& aSocket )
 {
     char lBuffer[2048];
     int lReceived = 0;
-    (void)aSocket.SetTimeoutRx( LONG_MS ); // a closed socket says so in the receive
+    (void)aSocket.SetTimeoutRx( LONG_MS ); // a closed socket fails in the receive
     const Result lResult = aSocket.Receive( lBuffer, sizeof( lBuffer ), lReceived );
     return lResult.IsOK() ? std::string( lBuffer, static_cast<std::size_t>( lReceived ) )
                           : lResult.GetCodeString();
@@ -103,7 +103,7 @@ std::size_t CountDescriptors()
     return lCount;
 }
 
-// The time-out that the system knows for the only socket of this process, in milliseconds.
+// The time-out that the system has for the only socket of this process, in milliseconds.
 long long GetTimeoutOfTheSystem()
 {
     timeval lTime{};

@@ -34,7 +34,7 @@ using WdUtilsLib::Network::SocketUDP;
 
 constexpr int TRIES = 10; // on a busy machine a wait may run out, and a block is sent again
 
-// What the system is asked for, in order, in an upload where nothing gets lost.
+// The system calls, in order, of an upload without losses.
 std::vector<std::string> MakeWantedCalls( std::size_t aBlocks )
 {
     std::vector<std::string> lCalls = { "socket", "bind" };

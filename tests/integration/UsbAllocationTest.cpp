@@ -192,7 +192,7 @@ TEST_F( UsbAllocation, OpenOfAnotherDeviceLeavesTheFirstOpen )
     }
 }
 
-// The result of a search that has ended goes without its text then.
+// The result of a search that has ended then has no text.
 TEST_F( UsbAllocation, OpenReportsAMissingDeviceWithoutText )
 {
     String lPaths[] = { "1-1", "", "1-9" };

@@ -1,4 +1,4 @@
-// What the assertions of the public value types say, and that a release build knows none of them.
+// The texts of the assertions of the public value types, and that a release build has none of them.
 //
 // Each case runs in a child process whose handler prints the text and exits with a status of its
 // own, since what comes after a broken precondition is not worth running.
@@ -24,7 +24,7 @@ namespace
 {
 
 constexpr int ASSERTED = 42; // exit status of a child whose handler was called
-constexpr int FINISHED = 43; // exit status of a child that came to its end
+constexpr int FINISHED = 43; // exit status of a child that finished
 
 void PrintAndExit( const char* aExpression, const char*, int )
 {

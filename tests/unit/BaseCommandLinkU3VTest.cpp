@@ -387,7 +387,7 @@ TEST_F( BaseCommandLinkU3VTest, AlwaysClosesOnDestruction )
 
 TEST_F( BaseCommandLinkU3VTest, ClosesThenFreesTheInterfaceThenThePath )
 {
-    // Long enough to lie in a block of its own.
+    // Long enough to need a block of its own.
     const std::string lPath( 100, '1' );
     unsigned int lInterfacesAtClose = 0;
     unsigned long long lDeletionsAtClose = 0;

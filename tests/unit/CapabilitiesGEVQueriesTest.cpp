@@ -402,7 +402,7 @@ TEST_F( CapabilitiesGEVInfos, AVersionThatFillsItsFieldRunsOnIntoTheManufacturer
     EXPECT_FALSE( IsSupported( "(00400000)", Pad( "(02.02)", 24, 31 ) ) );
     // Only brackets in the manufacturer information count; that text is not a version.
     EXPECT_TRUE( IsSupported( "(00400000)", Pad( "(02.02)", 0, 32 ) ) );
-    // It ends beyond the 48 characters that are looked at.
+    // It ends beyond the 48 characters that are read.
     EXPECT_TRUE( IsSupported( Pad( "(00400000)", 0, 16 ), Pad( "(02.02)", 0, 32 ) ) );
 }
 

@@ -53,7 +53,8 @@ std::string GetPath( const std::string& aProfile )
     return std::string( HTBASE_TRANSCRIPTS ) + "/gev-" + aProfile + ".txt";
 }
 
-// Gives the device what a line of the transcript says of it. False: the line says something else.
+// Sets the device up as a line of the transcript describes it. False: the line does not describe
+// it.
 bool Prepare( RegisterTable& aTable, const std::string& aLine )
 {
     std::istringstream lLine( aLine );
@@ -150,7 +151,7 @@ TEST_P( CapabilitiesGEVTranscript, NamesLoggerAndUnit )
         (void)Prepare( mDevice.mTable, lLine );
     }
     Record lRecord( MAC );
-    (void)lRecord.Init( &mDevice.mSocket ); // what it gives, the transcript says
+    (void)lRecord.Init( &mDevice.mSocket ); // the transcript has its result
     EXPECT_THAT( mRun.mLoggers, testing::ElementsAre( "HtBaseLib" ) );
     const std::set<std::pair<std::string, std::string>> lUnits = {
         { "HtBaseLib::CapabilitiesGEV::Init", "Libraries/HtBase/CapabilitiesGEV" },

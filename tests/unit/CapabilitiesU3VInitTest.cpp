@@ -77,7 +77,7 @@ std::string Describe( const CapabilitiesU3V& aRecord )
 
 constexpr unsigned long long NANOSECONDS = 1000000000;
 
-// What a new record says, and what the record of the device below says.
+// The values of a new record, and those of the record of the device below.
 const std::string FRESH =
     Join( { 0, 0, 0, 0, 0, NANOSECONDS, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0 }, "00000000000" );
 const std::string EVERYTHING =
@@ -306,7 +306,7 @@ TEST_F( CapabilitiesU3VInit, ReadsMapsByChannelsAndNotByTheirBits )
 
 TEST_F( CapabilitiesU3VInit, ReadsThroughTheVirtualReadMemory )
 {
-    // A link that knows the registers itself.
+    // A link that has the registers itself.
     class TableLink : public TestLinkU3V
     {
     public:
@@ -405,7 +405,7 @@ TEST_F( CapabilitiesU3VInit, EndsWithTheFirstReadThatFails )
                    std::vector<std::string>( ALL_READS.begin(),
                                              ALL_READS.begin() +
                                                  static_cast<std::ptrdiff_t>( lFailing ) + 1 ) );
-        // Nothing is logged behind what the link says.
+        // Nothing is logged after the link's message.
         EXPECT_EQ( mLog.GetTexts().back(), "Status GENCP_ACCESS_DENIED received from the device." );
 
         // The next one begins at the beginning.

@@ -65,8 +65,8 @@ protected:
             } );
     }
 
-    // Gives the device what a line of the transcript says of it. False: the line says something
-    // else.
+    // Sets the device up as a line of the transcript describes it. False: the line does not
+    // describe it.
     bool Prepare( const std::string& aLine )
     {
         if ( aLine == "closed" )

@@ -46,7 +46,7 @@ bool CompareInTheMiddle( const HtResult& aResult, const HtString& aText )
     return aResult != aText;                     // must not compile
 }
 
-// These convert to nothing, so whatever compiles compares what it says.
+// These have no conversions, so a comparison that compiles is the one that is written.
 bool ComparePlatform( const QmUtilsLib::Result& aResult, const QmUtilsLib::String& aText )
 {
     return aResult == 0 && aResult != 0 && aResult == 5U && aResult == QmUtilsLib::Result::OK &&

@@ -1,4 +1,4 @@
-// Which devices are known as the maker's.
+// Which devices are the maker's.
 
 #include <WdUtilsLib/Network/DeviceIdentity.h>
 

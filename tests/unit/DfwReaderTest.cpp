@@ -184,7 +184,7 @@ std::string Repeat( const std::string& aText, std::size_t aCount )
     return lAll;
 }
 
-// An S3 record of data given in hex, with a checksum that is not looked at.
+// An S3 record of data given in hex, with a checksum that the reader ignores.
 std::string S3( const std::string& aAddress, const std::string& aData )
 {
     const auto lCount = static_cast<char>( aData.size() / 2 + 5 );
@@ -604,8 +604,8 @@ TEST( SRecordReader, ALineOf514CharactersLeavesItsLastOnesToo )
 
 TEST( SRecordReader, NumbersAreReadAsScanfDoes )
 {
-    // Spaces and single digits. Data bytes lie at 12, 14, ... all the same: a space at 12 is
-    // skipped, so the first is "0A" at 13 and the second "A0" at 14.
+    // Spaces and single digits. Data bytes are still at 12, 14, ...: a space at 12 is skipped, so
+    // the first is "0A" at 13 and the second "A0" at 14.
     EXPECT_EQ( ConvertSRecords( "S3 7 1000    0A0B00" ),
                ( Conversion{ true, "O00001000 D0AA0 ", "" } ) );
     // Signs and a prefix.
@@ -664,7 +664,8 @@ TEST( SRecordReader, AnErrorIndicatorThatWasSetBeforeFailsAtAZeroByte )
 
 TEST( SRecordReader, OverlongLinesAreCutOff )
 {
-    // Only what the record needs is looked at; what follows in a line of any length is not.
+    // Only the characters that the record needs are read; the rest of a line of any length is
+    // ignored.
     const std::string lTail( 100000, '7' );
     EXPECT_EQ( ConvertSRecords( S3( "00001000", "01" ) + lTail + "\n" + S3( "00001001", "02" ) ),
                ( Conversion{ true, "O00001000 D01 D02 ", "" } ) );

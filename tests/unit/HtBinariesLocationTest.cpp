@@ -31,7 +31,7 @@ namespace
 constexpr unsigned int PATH_SIZE = 4096;
 constexpr const char* UNTOUCHED = "as it was";
 
-// What the system is asked.
+// The questions to the system.
 struct Question
 {
     const void* mModule;
@@ -47,7 +47,7 @@ protected:
         SetModulePathBody( nullptr );
     }
 
-    // The system answers this path, as far as the buffer goes, without a zero behind it.
+    // The system returns this path, cut to the buffer and without a zero after it.
     void SetPath( const std::string& aPath )
     {
         SetModulePathBody(
@@ -87,7 +87,7 @@ protected:
 
 TEST_F( Location, IsUnknownWithoutMemory )
 {
-    // Too long to lie in a text itself.
+    // Too long to be stored in a text itself.
     SetPath( "C:\\A directory of many characters\\and another\\module.dll" );
     unsigned int lNumber = 0;
     for ( bool lHasFailed = true; lHasFailed; )

@@ -109,7 +109,7 @@ TEST( HtResultLayout, IsNotABoolean )
     static_assert( !Compiles<Negated, const HtResult&>::value, "!result" );
     static_assert( !Compiles<Conjunction, const HtResult&>::value, "result && x" );
     static_assert( !Compiles<Choice, const HtResult&>::value, "result ? x : y" );
-    // The same questions about a type that may be asked them, so that the answers mean something.
+    // The same checks of a type that passes them, so that the failures mean something.
     static_assert( Compiles<Negated, const char*>::value, "" );
     static_assert( Compiles<Conjunction, const char*>::value, "" );
     static_assert( Compiles<Choice, const char*>::value, "" );

@@ -31,7 +31,7 @@ Layout GetLayout( const void* aString )
     return lLayout;
 }
 
-// Adds one virtual operation, to see where it goes.
+// Adds one virtual operation, to see its place in the table.
 class Extended : public HtString
 {
 public:
@@ -98,7 +98,7 @@ TEST( HtStringLayout, EveryConstructorSetsTheViews )
     const HtString lNull( static_cast<const char*>( nullptr ) );
     const HtString lWideNull( static_cast<const wchar_t*>( nullptr ) );
     const HtString lCopy( lNarrow );
-    const HtString lLong( std::string( 1000, 'x' ).c_str() ); // its characters lie elsewhere
+    const HtString lLong( std::string( 1000, 'x' ).c_str() ); // its characters are on the heap
     for ( const HtString* const lString :
           { &lEmpty, &lNarrow, &lWide, &lNull, &lWideNull, &lCopy, &lLong } )
     {

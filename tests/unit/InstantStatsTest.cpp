@@ -192,7 +192,7 @@ TEST_F( Stats, OpenASlotForEachOfTheFirstTwoReportsHoweverFar )
 
 // With the first report at 0 and the second slot's start at 1 s, aDistance later comes another, and
 // then one that shows whether a slot was opened: 15 slots later the oldest is the third report or
-// what came behind it.
+// what came after it.
 class JoinAt : public Stats, public testing::WithParamInterface<std::pair<unsigned, bool>>
 {
 };

@@ -153,7 +153,7 @@ TEST_F( LinkMemoryTest, ACallbackWithoutMemoryFailsTheCall )
         EXPECT_EQ( lResult.GetCode(), 0x4000U );
         EXPECT_EQ( lResult.GetOSCode(), static_cast<unsigned int>( ENOMEM ) );
     }
-    EXPECT_EQ( mValue, 0x11111111U ); // the transfer stands
+    EXPECT_EQ( mValue, 0x11111111U ); // the transfer was done
     EXPECT_EQ( mLink.mReads.size(), 2U );
     EXPECT_EQ( mLink.mWrites.size(), 2U );
     EXPECT_TRUE( IsMutexFree( mLink ) );

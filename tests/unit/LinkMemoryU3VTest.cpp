@@ -22,7 +22,7 @@ using HtBaseLib::SimpleCommandLinkU3V;
 using QmUtilsLib::Result;
 using WdUtilsLib::U3V::U3VGUID;
 
-// Too long to lie in a text itself.
+// Too long to be stored in a text itself.
 const std::string LONG_PATH = "usb-controller-of-this-machine/2-1.4.3.2.1";
 
 class LinkMemoryU3VTest : public ScriptedControlTest
@@ -108,7 +108,7 @@ TEST_F( LinkMemoryU3VTest, ACallbackWithoutMemoryFailsTheCall )
     mControl.ExpectAny().Reply( ReadMemAck( Pattern( 4 ) ) );
     GuardedBuffer lBuffer( 4 );
     ExpectResult( mLink.ReadMemory( lBuffer.GetData(), 0, 4 ), 0x4000, ENOMEM );
-    lBuffer.ExpectContents( Pattern( 4 ) ); // the transfer stands
+    lBuffer.ExpectContents( Pattern( 4 ) ); // the transfer was done
 
     mLink.mOnRead = []
     {

@@ -51,7 +51,7 @@ protected:
     }
 };
 
-// A link that says itself whether it is connected.
+// A link that overrides IsConnected.
 class ConnectedLink : public TestLinkU3V
 {
 public:
@@ -1103,7 +1103,7 @@ TEST_F( LimitsTest, Of24LeaveNoByteToReadAnd4ToWrite )
     WriteAround( 4 );
     ReadAll( 0, {} );
 
-    // A piece of nothing is asked for once, whatever becomes of it.
+    // An empty piece is requested once, whatever its result is.
     mControl.Expect( ReadMem( 0x5000, 0 ) ).Reply( ReadMemAck( {} ) );
     GuardedBuffer lBuffer( 100 );
     ExpectResult( mLink.Read( lBuffer.GetData(), 0x5000, 100 ), 0x4001, 0, NO_ROOM_FOR_DATA );

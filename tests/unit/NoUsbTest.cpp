@@ -1,4 +1,4 @@
-// What is left of USB3 Vision in a build without libusb: nothing can be opened, and that is said.
+// USB3 Vision in a build without libusb: nothing can be opened, and the result says so.
 
 #include <SimpleCommandLinkU3V.h>
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>

@@ -516,7 +516,7 @@ TEST_F( RegisterAccessTest, TreatsAnAcknowledgeBeyondTheLargestPacketAsAStray )
 
 TEST_F( RegisterAccessTest, FailsForSizesThatTheCountFieldCannotExpress )
 {
-    // The count goes out with what its 16 bits take, and the answer is short.
+    // The command carries the low 16 bits of the count, and the answer is short.
     const struct
     {
         long long mSize;

@@ -1,4 +1,4 @@
-// The script that stands in for a control interface must itself be strict.
+// The script that replaces a control interface must itself be strict.
 
 #include <WdTransportLayerLib/Scripted/Control.h>
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>
@@ -216,7 +216,7 @@ TEST_F( ScriptedControlTest, IsNotConnectedWithoutAScriptOrDevice )
     EXPECT_EQ( 0x0017U, Send( { COMMAND } ).GetCode() );
     EXPECT_EQ( 1U, lControl.GetCalls().size() );
     lControl.Expect( COMMAND ).Reply( { 1 } );
-    EXPECT_TRUE( Send( { COMMAND } ).IsOK() ); // what is expected comes, open or not
+    EXPECT_TRUE( Send( { COMMAND } ).IsOK() ); // the expected reply comes, open or not
     EXPECT_TRUE( mComplaints.empty() );
 }
 

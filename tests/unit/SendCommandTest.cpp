@@ -1,5 +1,5 @@
 // One transaction of the GigE Vision link: what is sent and when, how long is waited, which answers
-// count, what is logged and counted, and what comes back.
+// count, what is logged and counted, and what is returned.
 
 #include "tests/support/ScriptedLinkTest.h"
 

@@ -805,7 +805,7 @@ TEST_F( TftpTalk, FifoIsTreatedAsAFileThatCannotBeOpened )
     EXPECT_EQ( std::filesystem::status( lFifo ).type(), std::filesystem::file_type::fifo );
 }
 
-// As /dev/stdout is where the output goes to another program.
+// /dev/stdout is such a pipe when the output is piped to another program.
 TEST_F( TftpTalk, UnnamedPipeCanBeWritten )
 {
     int lEnds[2] = { -1, -1 };
@@ -867,7 +867,7 @@ TEST_F( TftpTalk, AbortWhileTheRequestIsAcceptedSendsNoBlock )
     EXPECT_THAT( mNet.GetSends(), SizeIs( 1 ) );
 }
 
-// The last block's acknowledge completes the transfer before the flag is looked at again.
+// The last block's acknowledge completes the transfer before the flag is read again.
 TEST_F( TftpTalk, AbortDuringTheLastBlockHasNoEffect )
 {
     const Bytes lBytes = Pattern( 3 );
@@ -1323,7 +1323,7 @@ TEST_F( TftpTalk, AbortEndsARead )
     EXPECT_EQ( mClient.Abort().GetCode(), OK );
 }
 
-// While the request leaves: the flag is looked at before anything is waited for.
+// While the request leaves: the flag is read before the first wait.
 TEST_F( TftpTalk, AbortBeforeTheWaitOfAReadTakesNoTime )
 {
     mNet.Observe(

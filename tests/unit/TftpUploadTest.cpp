@@ -80,7 +80,7 @@ FaultPlan::Rates GetBadLine( double aLoss )
     lRates.mLoss = aLoss;
     lRates.mDuplicate = 0.10;
     lRates.mDelay = 0.10;
-    lRates.mMaxDelayMs = 2500; // beyond the client's patience of 1000 ms, too
+    lRates.mMaxDelayMs = 2500; // also beyond the client's time-out of 1000 ms
     lRates.mReorder = 0.02;
     lRates.mHoldMs = 1100;
     return lRates;

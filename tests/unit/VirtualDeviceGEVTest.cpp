@@ -55,7 +55,7 @@ uint32_t HalfAt( const Bytes& aBytes, size_t aOffset )
     return ( static_cast<uint32_t>( aBytes.at( aOffset ) ) << 8 ) | aBytes.at( aOffset + 1 );
 }
 
-// A device and a host with a clock that stands still between commands.
+// A device and a host with a clock that does not move between commands.
 class VirtualDeviceGEVTest : public ::testing::Test
 {
 protected:
@@ -815,7 +815,7 @@ TEST_F( VirtualDeviceGEVTest, HolderStaysWhileTheDeviceWorks )
     EXPECT_FALSE( Device().GetHolder( mNowMs + 12001 ) );
 }
 
-// Pending acknowledges and commands that come again.
+// Pending acknowledges and repeated commands.
 
 TEST_F( VirtualDeviceGEVTest, SendsAsManyPendingAcknowledgesAsConfigured )
 {

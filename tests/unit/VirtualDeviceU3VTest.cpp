@@ -64,7 +64,7 @@ Bytes Ack( uint64_t aStatus, uint64_t aCode, uint64_t aIdentifier, const Bytes& 
            Little( aIdentifier, 2 ) + aData;
 }
 
-// A device and a host with a clock that stands still between commands.
+// A device and a host with a clock that does not move between commands.
 class VirtualDeviceU3VTest : public ::testing::Test
 {
 protected:

@@ -1,4 +1,4 @@
-// The virtual TFTP server: what RFC 1350 makes a server do, and what goes wrong on request.
+// The virtual TFTP server: the behaviour that RFC 1350 requires, and the faults on request.
 
 #include "Simulators/TFTP/VirtualTftpServer.h"
 
@@ -168,7 +168,7 @@ TEST_F( TftpServer, BlockNumberWraps )
 TEST_F( TftpServer, EachRequestHasASessionOfItsOwn )
 {
     const uint16_t lFirst = Offer( "a.bin" );
-    const uint16_t lSecond = Offer( "a.bin" ); // the request came again
+    const uint16_t lSecond = Offer( "a.bin" ); // the request is repeated
     EXPECT_NE( lFirst, lSecond );
     EXPECT_EQ( mServer.GetSessionCount(), 2U );
     const Bytes lBlock = Pattern( 512 );
@@ -441,7 +441,7 @@ TEST( TftpServerConfiguration, SessionThatIsSilentForLongestIsReplaced )
     EXPECT_NE( lServer.FindFile( "a" ), nullptr );
 }
 
-// What goes wrong on request
+// Faults on request
 
 TEST_F( TftpServer, DoesNotAnswerIfConfigured )
 {

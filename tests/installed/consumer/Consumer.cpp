@@ -1,5 +1,5 @@
-// Prints where HtBase lies and the version of the device at 127.0.0.1:PORT, with every header of
-// the libraries included.
+// Prints the location of HtBase and the version of the device at 127.0.0.1:PORT, with every header
+// of the libraries included.
 //
 //     Consumer PORT
 

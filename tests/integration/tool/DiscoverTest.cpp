@@ -166,7 +166,7 @@ TEST_F( Discover, APortWithoutAProgramIsReported )
 
 TEST_F( Discover, InvalidAnswersAreIgnored )
 {
-    // Every third answer is cut, the others come with strays and headers that are wrong.
+    // Every third answer is cut; strays and wrong headers come with the others.
     Simulators::FaultPlan::Rates lRates;
     lRates.mTruncate = 0.3;
     lRates.mCorrupt = 0.3;

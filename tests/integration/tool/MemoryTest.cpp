@@ -491,7 +491,7 @@ TEST_F( Memory, PendingAcknowledgesAreCounted )
     EXPECT_EQ( lReport["data"].get<std::string>().size(), 2048U );
 }
 
-// When a piece comes the device has had no sign of life for longer than it waits for one.
+// When a piece arrives the device has heard nothing for longer than its heartbeat time-out.
 TEST_F( Memory, ControlThatExpiredIsTakenAgain )
 {
     Simulators::ConfigurationGEV lConfiguration;

@@ -41,7 +41,7 @@ constexpr int PATIENCE_MS = 20000;
 class Monitor : public ToolTest
 {
 protected:
-    // The arguments of one that is quick and patient.
+    // The arguments of one that reads every 20 ms.
     static Arguments Quickly( const Arguments& aMore = {} )
     {
         Arguments lArguments = { ADDRESS, "--interval", "20" };
@@ -96,7 +96,7 @@ protected:
         return lReport;
     }
 
-    // A device that says that each command takes long, as often as that.
+    // A device on which each command takes long. It announces this aTimes times.
     void ServeSlowly( uint32_t aTakesMs, uint16_t aTimes )
     {
         Simulators::ConfigurationGEV lConfiguration;
@@ -153,7 +153,7 @@ TEST_F( Monitor, PrintsALineOfJsonPerSecond )
         EXPECT_EQ( lReport["value"], 0xCAFE0001 );
         EXPECT_GT( lReport["rate"], 0.0 );
         EXPECT_LE( lReport["rate"], 1e3 );
-        // A value has 32 bits; between the two readings another may have come.
+        // A value has 32 bits; another may have come between the two readings.
         const double lRate = lReport["rate"];
         EXPECT_NEAR( lReport["bandwidth"], 32 * lRate, 16 * lRate );
         EXPECT_EQ( lReport["failedReads"], 0 );
@@ -347,7 +347,7 @@ TEST_F( Monitor, CountsFailedReadsAndGoesOn )
     EXPECT_EQ( lSilent["error"]["code"], "TIMEOUT" );
     EXPECT_THAT( lSilent["error"]["message"].get<std::string>(),
                  StartsWith( "cannot read register 0x0000A000 of " + GetTarget() + ": TIMEOUT" ) );
-    // The meter knows the last rate only, but nothing comes any more.
+    // The meter has the last rate only, but nothing comes any more.
     (void)ReadUntil( *lChild, []( const Json& aReport )
                      { return aReport["rate"] == 0.0 && aReport["bandwidth"] == 0.0; } );
     SetSilent( REGISTER, false );

@@ -74,7 +74,7 @@ protected:
         return std::string( lBytes.begin(), lBytes.end() );
     }
 
-    // The largest command that came, and the largest acknowledge that went.
+    // The largest command that was received, and the largest acknowledge that was sent.
     size_t GetLargest( uint8_t aEndpoint )
     {
         size_t lLargest = 0;

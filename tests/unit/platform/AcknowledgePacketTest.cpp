@@ -1,5 +1,5 @@
 // The acknowledges of GVCP as they arrive: typed from the standard, whole, cut short at every byte,
-// with length fields that lie, and on top of what an earlier datagram left in the buffer.
+// with wrong length fields, and on top of what an earlier datagram left in the buffer.
 
 #include "tests/support/Packets.h"
 
@@ -282,7 +282,7 @@ TEST( GvcpAcknowledge, EveryTruncationIsNotValid )
     }
 }
 
-// The buffer still holds a good answer; what came is shorter, or nothing.
+// The buffer still holds a good answer; the received datagram is shorter, or empty.
 TEST( GvcpAcknowledge, StaleBytesAreNeverJudged )
 {
     for ( const Exchange& lExchange : GetExchanges() )

@@ -20,7 +20,7 @@ using QmUtilsLib::Result;
 using QmUtilsLib::String;
 using TestSupport::AllocationRounds;
 
-// Texts whose both forms lie on the heap.
+// Texts of which both forms are on the heap.
 const char* const TEXT = "a text that is longer than what is kept without an allocation";
 const char* const OTHER =
     "another one \xE2\x82\xAC of more than the bytes that a small text may have";

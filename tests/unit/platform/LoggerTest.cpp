@@ -70,7 +70,7 @@ TEST( Logger, ARecordHoldsAllThatWasGiven )
     EXPECT_EQ( lEntries[0].mText, "it has -5 of 0x00000ABC" );
 }
 
-// Who logs has asked for the priority; what is logged is not filtered a second time.
+// The caller of Log has checked the priority; the record is not filtered a second time.
 TEST( Logger, LogPassesOnEveryPriority )
 {
     const RecordingLogSink lLog( 30000 );

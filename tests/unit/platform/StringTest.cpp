@@ -215,7 +215,7 @@ TEST( PlatformString, ReplacesWhatIsMalformed )
         EXPECT_EQ( lString.GetUnicode(), lRow.mWide );
         EXPECT_STREQ( lString.GetAscii(), lRow.mNarrow );
         EXPECT_EQ( lString.GetLength(), lRow.mWide.size() );
-        // The list that judges the longer texts says the same.
+        // The list that the longer texts are compared with agrees.
         EXPECT_EQ( GetExpectedWide( lRow.mNarrow ), lRow.mWide );
     }
 }
