@@ -1,4 +1,4 @@
-// What a capability record says, in words.
+// The contents of a capability record, in words.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -32,7 +32,7 @@ void PrintJsonLine( const nlohmann::ordered_json& aValue );
 // there is lost.
 void PrintNote( const std::string& aText );
 
-// Whether a person looks at the stream.
+// Whether the stream is a terminal.
 bool IsOutputTerminal();
 bool IsErrorTerminal();
 

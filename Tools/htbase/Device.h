@@ -1,4 +1,4 @@
-// A device as the commands for its registers and memory see it, whatever it is connected by.
+// A device as the commands for its registers and memory use it, over any kind of link.
 #pragma once
 
 #include "Tools/htbase/Failure.h"
@@ -43,7 +43,7 @@ public:
     Failure MakeFailure( const std::string& aTried, const QmUtilsLib::Result& aResult,
                          const std::string& aMore = "" ) const;
 
-    // What happened on the link, for the report, and in a line for people.
+    // What happened on the link, for the report, and as a line of text.
     virtual nlohmann::ordered_json GetStatistics() const = 0;
     virtual std::string GetStatisticsText() const = 0;
 
@@ -53,7 +53,7 @@ protected:
 
     Interruption& GetInterruption() const { return mInterruption; }
 
-    // What a person may do about a result of this kind of link: " - is ...?" or nothing.
+    // A hint to the user about a result of this kind of link: " - is ...?" or nothing.
     virtual std::string GetAdvice( const QmUtilsLib::Result& aResult ) const = 0;
 
 private:

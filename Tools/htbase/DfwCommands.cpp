@@ -130,7 +130,7 @@ void AddDfwId( CLI::App& aGroup, Program& aProgram )
     const auto lOptions = std::make_shared<SmallOptions>();
     CLI::App* const lCommand =
         AddCommand( aGroup, "id",
-                    "Build the payload that tells a device its name, for the target and version "
+                    "Build the payload that gives a device its name, for the target and version "
                     "of another payload",
                     aProgram, [lOptions]( Program& aRun ) { BuildId( aRun, *lOptions ); } );
     AddPayload( *lCommand, *lOptions );

@@ -15,15 +15,15 @@ namespace HtBaseTool
 enum class ExitStatus : int
 {
     DONE = 0,
-    REFUSED = 1, // it was tried, and the device, the transfer or the system said no
+    REFUSED = 1, // it was tried and failed
     USAGE = 2,   // the command line is wrong; nothing was sent
     PARTIAL = 3  // done, but what was fetched may not be all
 };
 
-// Failure ends a command: thrown where it becomes known, caught by the program, which prints the
-// sentence on standard error and exits with the status. The sentence says what was tried, on what
-// and why it failed, without a full stop; texts in it that come from elsewhere are escaped when it
-// is printed.
+// Failure ends a command. It is thrown where the failure is detected; the program catches it,
+// prints the sentence on standard error and exits with the status. The sentence says what was
+// tried, on what and why it failed, without a full stop. Foreign texts in it are escaped when it is
+// printed.
 class Failure : public std::runtime_error
 {
 public:
@@ -64,16 +64,16 @@ std::string GetSystemErrorText( int aError );
 // refused, system error 111)".
 std::string Describe( const QmUtilsLib::Result& aResult );
 
-// What a person may do about it: " - is ...?" or nothing.
+// A hint to the user: " - is ...?" or nothing.
 std::string GetHint( const QmUtilsLib::Result& aResult );
 
 // The device's GenCP status in a result; 0 if it has none.
 unsigned int GetDeviceStatus( const QmUtilsLib::Result& aResult );
 
-// What a report says about a failure.
+// The members of a report about a failure.
 nlohmann::ordered_json MakeError( const Failure& aFailure );
 
-// The device answered, and said no.
+// The device answered with a refusal.
 bool IsRefusal( const QmUtilsLib::Result& aResult );
 
 // The device answered that this host may not write, because another host holds control.

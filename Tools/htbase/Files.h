@@ -10,7 +10,7 @@ namespace HtBaseTool
 {
 
 // Reads a whole file of 1 to aMax bytes: a regular one, or a pipe. Throws a usage failure that says
-// what is wrong with it. aWhyMax goes behind "the 42 bytes".
+// what is wrong with it. aWhyMax follows "the 42 bytes".
 std::vector<uint8_t> ReadWholeFile( const std::string& aPath, uint64_t aMax,
                                     const std::string& aWhyMax );
 
@@ -25,7 +25,7 @@ std::string GetFileName( const std::string& aPath );
 void CheckOutputFile( const std::string& aPath );
 
 // Throws a usage failure unless the file is a regular one that can be read. Its contents are not
-// looked at.
+// read.
 void CheckInputFile( const std::string& aPath );
 
 // OutputFile is a file that appears under its name only when it is complete: until Commit it is a

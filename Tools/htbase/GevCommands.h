@@ -11,7 +11,7 @@
 namespace HtBaseTool
 {
 
-// What the user says about the device and the link.
+// The user's options for the device and the link.
 struct GevTarget
 {
     std::string mHost;

@@ -65,11 +65,11 @@ protected:
 private:
     friend class ControlScope;
 
-    // What is known about control of the device.
+    // The state of control of the device, as far as it is known.
     enum class Control
     {
         NONE,
-        UNCERTAIN, // asked for, without an answer
+        UNCERTAIN, // requested, without an answer
         HELD
     };
 

@@ -48,7 +48,7 @@ struct DiscoverOptions
 // A device that answered.
 struct Device
 {
-    HostPort mFrom; // where the answer came from, so where the device can be asked
+    HostPort mFrom; // the sender of the answer, where the device can be asked
     EthernetAddress mMac;
     std::string mManufacturer;
     std::string mModel;
@@ -292,7 +292,7 @@ Json MakeReport( const std::vector<Device>& aDevices )
     return lReport;
 }
 
-// A line per device; a person also gets a line that names the columns.
+// A line per device; on a terminal there is also a line that names the columns.
 void PrintDevices( const std::vector<Device>& aDevices )
 {
     std::vector<std::vector<std::string>> lRows;
@@ -312,7 +312,7 @@ void PrintDevices( const std::vector<Device>& aDevices )
     Print( FormatTable( lRows ) );
 }
 
-// Opens the sockets and returns where is asked, in words.
+// Opens the sockets and returns in words where the search goes.
 std::string AddSockets( Discovery& aDiscovery, const DiscoverOptions& aOptions )
 {
     std::optional<IpAddress> lLocal;

@@ -91,7 +91,7 @@ std::string FormatTenths( double aValue )
     return lText;
 }
 
-// Shows what a poll has come to, again and again, and at its end.
+// Shows the state of a poll repeatedly, and at its end.
 class Display
 {
 public:

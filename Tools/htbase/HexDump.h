@@ -14,7 +14,7 @@ namespace HtBaseTool
 // Appends two lower-case hexadecimal digits per byte.
 void AppendHex( std::string& aText, const uint8_t* aData, size_t aSize );
 
-// HexDump turns bytes that come bit by bit into lines of sixteen, the first at the given address:
+// HexDump formats bytes that arrive in pieces as lines of sixteen, the first at the given address:
 //
 //     0x00100000  48 65 6c 6c 6f 00 00 00  00 00 00 00 00 00 00 00  |Hello...........|
 class HexDump

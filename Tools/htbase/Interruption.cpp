@@ -42,7 +42,7 @@ Interruption::Interruption()
     (void)sigaddset( &mSignals, SIGTERM );
     (void)sigaddset( &mSignals, WAKE );
     (void)pthread_sigmask( SIG_BLOCK, &mSignals, nullptr );
-    // A reader that has gone shows as an error of the write; the command cleans up after it.
+    // If the reader has closed its end, the write fails, and the command cleans up.
     (void)std::signal( SIGPIPE, SIG_IGN );
     mThread = std::thread( [this] { Watch(); } );
 }

@@ -1,4 +1,4 @@
-// Ctrl-C, and the polite request to end.
+// Ctrl-C, and the signal SIGTERM.
 #pragma once
 
 #include <QmUtilsLib/Mutex.h>
@@ -35,9 +35,9 @@ public:
     // Returns whether it has.
     bool WaitFor( long long aMilliseconds ) const;
 
-    // Sets what the first signal does; an empty function: there is nothing to clean up. When the
-    // signal has come already the action is run at once. After the return the one before is not
-    // running any more.
+    // Sets what the first signal does; an empty function: there is nothing to clean up. If the
+    // signal has come already, the action is run at once. After the return the previous action no
+    // longer runs.
     void SetAction( std::function<void()> aAction );
 
 private:

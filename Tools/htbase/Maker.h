@@ -1,4 +1,4 @@
-// Which devices are the maker's own, as the user says.
+// The options that name the maker's own devices.
 #pragma once
 
 #include "Tools/htbase/Device.h"
@@ -16,7 +16,7 @@ namespace HtBaseTool
 
 class GevDevice;
 
-// What the user knows of the maker's devices, as MAC addresses or three-byte prefixes.
+// The maker's devices that the user names, as MAC addresses or three-byte prefixes.
 struct MakerOptions
 {
     std::vector<std::string> mDevices;      // device engines

@@ -106,7 +106,7 @@ void DumpToOutput( Device& aDevice, const Range& aRange, uint32_t aPieceSize )
     Print( lDump.Finish() );
 }
 
-// Fills the part of the image's word at aOffset that lies outside the range with what the device
+// Fills the part of the image's word at aOffset that is outside the range with what the device
 // holds there.
 void MergeWord( Program& aProgram, Device& aDevice, Image& aImage, uint64_t aOffset )
 {
@@ -246,7 +246,7 @@ void DumpRange( Program& aProgram, Device& aDevice, const Range& aRange,
                 const DumpOptions& aOptions, const PieceSizesQuery& aQuery )
 {
     BeginReport( aProgram, aDevice, aRange );
-    std::optional<OutputFile> lFile; // goes before the device does, which can be interrupted
+    std::optional<OutputFile> lFile; // destroyed before the device, which can be interrupted
     if ( aOptions.mPath )
     {
         lFile.emplace( *aOptions.mPath );

@@ -1,4 +1,4 @@
-// Dumping and loading memory, alike for all devices.
+// Dumping and loading memory, the same for all devices.
 #pragma once
 
 #include "Tools/htbase/Device.h"
@@ -13,7 +13,7 @@
 namespace HtBaseTool
 {
 
-// What the user asks for, beside the device.
+// The user's options, besides the device.
 struct DumpOptions
 {
     std::string mAddress;
@@ -31,8 +31,8 @@ struct LoadOptions
 void AddDumpOptions( CLI::App& aCommand, DumpOptions& aOptions );
 void AddLoadOptions( CLI::App& aCommand, LoadOptions& aOptions );
 
-// Bytes of a device: the range that was asked for, and the whole words that hold it. Where in those
-// words something lies is counted from their first byte, so that nothing wraps at the last address.
+// Bytes of a device: the range that was asked for, and the whole words that hold it. Offsets are
+// counted from the first byte of those words, so that nothing wraps at the last address.
 class Range
 {
 public:

@@ -15,8 +15,8 @@ namespace HtBaseTool
 class MessageCollector final : public HtBaseLib::ReaderMessages
 {
 public:
-    // Prints the warnings about the file aPath on standard error, each once with how often it came;
-    // not those that every good file causes: S5, S7, S8 and S9.
+    // Prints the warnings about the file aPath on standard error, each once with its count; not
+    // those that every good file causes: S5, S7, S8 and S9.
     void PrintWarnings( const std::string& aPath ) const;
 
     // Why the reader failed, without line end; empty: it has not.
@@ -26,7 +26,7 @@ private:
     void TakeWarning( const char* aFormat, std::va_list aValues ) override;
     void TakeFailure( const char* aFormat, std::va_list aValues ) override;
 
-    // How often each came. A file may cause any number, so they are counted and not kept.
+    // The count of each. A file may cause any number, so they are counted and not kept.
     std::map<std::string, uint64_t> mWarnings;
     std::string mFailure;
 };

@@ -16,7 +16,7 @@ struct PayloadRecord
     uint64_t mOffset;            // of the type in the file
     char mType;                  // the letter
     const char* mName;           // "target"
-    std::vector<uint8_t> mBytes; // behind the length byte, as many as that says
+    std::vector<uint8_t> mBytes; // after the length byte, as many as it says
 };
 
 // PayloadFile reads the records of a payload in their order, each with its length, and for target

@@ -12,8 +12,8 @@ namespace HtBaseTool
 
 class OutputFile;
 
-// What became of the stream, which the writer of the payload does not look at and which is needed
-// when the stream is gone.
+// The outcome of the writes. The writer of the payload does not check it, and it is needed after
+// the stream is destroyed.
 struct PayloadOutcome
 {
     uint64_t mSize = 0;          // bytes that were to be written

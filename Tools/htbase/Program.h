@@ -1,4 +1,4 @@
-// What all commands of the program share.
+// The parts that all commands of the program share.
 #pragma once
 
 #include "Tools/htbase/Interruption.h"
@@ -15,8 +15,8 @@ class App;
 namespace HtBaseTool
 {
 
-// Program is handed to every command group when the command line is set up, and to the command that
-// was chosen.
+// Program is passed to every command group when the command line is set up, and to the chosen
+// command.
 //
 // A command throws a Failure when it cannot go on. With --json it prints nothing but fills mReport,
 // as far as it came; the program prints the report, with the failure in it, once the command has

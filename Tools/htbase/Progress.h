@@ -1,4 +1,4 @@
-// How far a transfer has come.
+// The progress of a transfer.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ public:
     // Draws when the percentage changes, and now and then. aDone is at most the total.
     void Update( uint64_t aDone );
 
-    // The transfer is complete, and aTotal is what it came to.
+    // The transfer is complete; aTotal is its size.
     void Finish( uint64_t aTotal );
 
     // Wipes the line, so that another can be written in its place; the next Update draws it again.
@@ -39,8 +39,8 @@ private:
     long long mDrawnMs = 0;
 };
 
-// One line of it, without what goes around it, 79 columns: the bar, and behind it as much as is
-// known. aElapsedMs is 0 or more.
+// One line of 79 columns, without the carriage return: the bar, and after it as much as is known.
+// aElapsedMs is 0 or more.
 std::string FormatProgress( uint64_t aDone, uint64_t aTotal, long long aElapsedMs );
 
 } // namespace HtBaseTool

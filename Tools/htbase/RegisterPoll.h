@@ -13,7 +13,7 @@
 namespace HtBaseTool
 {
 
-// What has come of the reads. A read that the end of it all has broken off does not count.
+// The state of the reads. A read that was aborted at the end does not count.
 struct PollState
 {
     uint64_t mReads = 0;

@@ -1,4 +1,4 @@
-// Reading and writing registers, alike for all devices.
+// Reading and writing registers, the same for all devices.
 #pragma once
 
 #include "Tools/htbase/Device.h"
@@ -37,7 +37,7 @@ std::string GetNoneWritten( size_t aCount );
 void BeginRegisters( Program& aProgram, const Device& aDevice );
 
 // Read, or write through aWrite, one register after the other, and report each. Throw a Failure at
-// the first that the device does not give or take, which says how many were.
+// the first that fails, which says how many were done.
 using RegisterWrite = std::function<QmUtilsLib::Result( const RegisterValue& aRegister )>;
 void ReadRegisters( Program& aProgram, Device& aDevice, const std::vector<uint64_t>& aAddresses );
 void WriteRegisters( Program& aProgram, const Device& aDevice,

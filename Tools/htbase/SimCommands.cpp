@@ -203,7 +203,7 @@ void Announce( Program& aProgram, const HostPort& aWhere, const TftpStation* aTf
     Print( aWhere.GetName() + "\n" + ( lTftp.empty() ? "" : lTftp + "\n" ) );
 }
 
-// The TFTP server beside the device; none unless asked for.
+// The TFTP server beside the device; none unless the options ask for it.
 std::unique_ptr<TftpStation> MakeTftpStation( const SimOptions& aOptions,
                                               const IpAddress& aAddress )
 {

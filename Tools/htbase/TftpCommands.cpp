@@ -276,7 +276,7 @@ void Put( Program& aProgram, const PutOptions& aOptions )
     }
 }
 
-// Where the file goes when the user does not say. A device's folders are not ours.
+// The path of the local file: that of the option, or the device's name without its folders.
 std::string GetLocalPath( const GetOptions& aOptions )
 {
     if ( aOptions.mPath )

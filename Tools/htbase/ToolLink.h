@@ -44,7 +44,7 @@ public:
     // Reads and writes that succeeded.
     long long GetTransfersCount() const { return mTransfers.GetCount(); }
 
-    // How often they come, and what they carry. From any thread.
+    // Their rate and bandwidth. From any thread.
     const HtBaseLib::InstantStats& GetMeter() const { return mTransfers.GetMeter(); }
 
 protected:

@@ -8,14 +8,14 @@
 namespace HtBaseTool
 {
 
-// How patient a link is.
+// The time-out and the attempts of a link.
 struct LinkOptions
 {
     int mTimeoutMs = 400; // for the answer to one attempt
     int mAttempts = 3;    // how often a command is sent at most
 };
 
-// ToolLinkGEV is a link whose patience the user chooses. The socket is borrowed.
+// ToolLinkGEV is a link whose time-out and attempts the user chooses. The socket is borrowed.
 class ToolLinkGEV : public ToolLink<HtBaseLib::BaseCommandLinkGEV, AddressBits::GEV>
 {
 public:
@@ -30,8 +30,8 @@ protected:
     int GetAnswerTimeout() const override { return mOptions.mTimeoutMs; }
     WdUtilsLib::Network::SocketUDP* GetSocket() override { return &mSocket; }
 
-    // Never 0. Starts somewhere, since devices answer a command that comes again within seconds
-    // from memory: the same port may have been another program's a moment ago.
+    // Never 0. The first one is taken from the clock: a device answers a command that is repeated
+    // within seconds from memory, and the same port may have been another program's a moment ago.
     unsigned short GetRequestID() override;
 
 private:

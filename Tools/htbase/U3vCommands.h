@@ -8,7 +8,7 @@
 namespace HtBaseTool
 {
 
-// What the user says about the device.
+// The user's options for the device.
 struct U3vTarget
 {
     std::string mName;

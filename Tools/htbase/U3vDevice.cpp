@@ -102,7 +102,7 @@ U3vDeviceInfo FindDevice( const std::string& aName )
     return lFound[0];
 }
 
-// What is left for data, in whole words. The link's limit 0 stands for its buffers alone.
+// The room for data, in whole words. A limit of 0 means the size of the link's buffers.
 uint32_t GetRoom( uint32_t aLimit, uint32_t aBuffer, uint32_t aOverhead )
 {
     const uint32_t lPacket = aLimit != 0 ? aLimit : aBuffer;

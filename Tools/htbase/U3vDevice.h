@@ -26,7 +26,7 @@ std::vector<U3vDeviceInfo> ListU3vDevices();
 // "1-2 (1AB200000001)".
 std::string GetU3vName( const U3vDeviceInfo& aInfo );
 
-// Why a device that is there cannot be asked.
+// Why a listed device cannot be opened.
 std::string GetRefusal( const U3vDeviceInfo& aInfo );
 
 // U3vDevice is a link to one device. No other program can open the device meanwhile. Its name is

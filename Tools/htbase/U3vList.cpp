@@ -64,7 +64,7 @@ Json MakeReport( const std::vector<U3vDeviceInfo>& aDevices )
     return lReport;
 }
 
-// A line per device; a person also gets a line that names the columns.
+// A line per device; on a terminal there is also a line that names the columns.
 void PrintDevices( const std::vector<U3vDeviceInfo>& aDevices )
 {
     std::vector<std::vector<std::string>> lRows;

@@ -64,8 +64,8 @@ void SetVerbosity( size_t aCount )
     Logger::SetSink( PrintLogRecord );
 }
 
-// What a device sends may be nonsense, but it must not end the program; the code goes on as a
-// release build does, which has no assertions.
+// Invalid data from a device must not end the program; the code goes on as a release build does,
+// which has no assertions.
 void RecordAssertion( const char* aExpression, const char* aFile, int aLine )
 {
     static const Logger LOGGER( "htbase", 0 );

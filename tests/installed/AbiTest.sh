@@ -10,7 +10,7 @@ LIBRARY=$(find_library "$1" "$2")
 FRESH=$3/lib$2.abi
 [ "$(uname -m)" = x86_64 ] || skip "$KNOWN describes x86_64"
 readelf --sections --wide "$LIBRARY" | grep -q '\.debug_info' ||
-    skip "this build has no debugging information to tell layouts from"
+    skip "this build has no debugging information that describes layouts"
 
 ! grep -nE "='/|path='\.\." "$KNOWN" >&2 || fail "$KNOWN has a path of the machine that wrote it"
 mkdir -p "$3"
@@ -21,6 +21,6 @@ abidiff "$KNOWN" "$FRESH" >&2 || STATUS=$?
 ((STATUS & 3)) && fail "abidiff failed with status $STATUS"
 ((STATUS & 8)) && fail "lib$2 breaks programs that were built with the interface of $KNOWN." \
     "See CONTRIBUTING.md, \"The interface of the libraries\"."
-((STATUS == 0)) || fail "lib$2 has another binary interface than $KNOWN tells." \
+((STATUS == 0)) || fail "lib$2 has another binary interface than $KNOWN describes." \
     "If it still serves programs of before, scripts/update-abi.sh renews the description;" \
     "see CONTRIBUTING.md, \"The interface of the libraries\"."

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # CompletionTest.sh WORK LIBDIR: the installed completion for bash offers every command and every
-# option that the program's help tells of, and no others.
+# option that the program's help lists, and no others.
 set -euo pipefail
 . tests/installed/support.sh
 use_prefix "$1" "$2"
@@ -35,7 +35,7 @@ expect_group()
 }
 
 expect_group
-[ "$(list_commands "$TOOL" | wc -l)" -gt 10 ] || fail "the program's help tells of hardly a command"
+[ "$(list_commands "$TOOL" | wc -l)" -gt 10 ] || fail "the program's help lists hardly a command"
 expect_same "a beginning" "--retries" "$(complete_words gev load --re)"
 expect_same "a command after an option" "load" "$(complete_words --json gev lo)"
 expect_same "no such thing" "" "$(complete_words gev xyz)"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ManPageTest.sh WORK LIBDIR: the installed man page tells of every command and every option that the
-# program's help tells of, and of no others.
+# ManPageTest.sh WORK LIBDIR: the installed man page describes every command and every option that
+# the program's help lists, and no others.
 set -euo pipefail
 . tests/installed/support.sh
 need groff
@@ -35,11 +35,11 @@ while read -r lCommand; do
         "$(help_options <<<"$HELP" | grep -vxE -e '-h|--help')" \
         "$(options_of_section SS "$TITLE")"
 done < <(list_commands "$TOOL")
-[ "$(wc -l <<<"$TITLES")" -gt 10 ] || fail "the program's help tells of hardly a command"
+[ "$(wc -l <<<"$TITLES")" -gt 10 ] || fail "the program's help lists hardly a command"
 expect_same "the commands" "$(printf %s "$TITLES" | LC_ALL=C sort)" \
     "$(sed -n 's/^\.SS //p' <<<"$TEXT" | LC_ALL=C sort)"
 
-# What is told in one place for several commands.
+# Options that one place describes for several commands.
 for lTitle in "WAITING FOR ANSWERS" "THE MAKER'S OWN DEVICES" "A BAD NETWORK"; do
     for lOption in $(options_of_section SH "$lTitle"); do
         grep -qxF -e "$lOption" <<<"$("$TOOL" gev info --help | help_options

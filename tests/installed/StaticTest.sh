@@ -42,8 +42,8 @@ if pkg-config --exists libusb-1.0; then
     VERSIONS=(-DEXPECTED_VERSION="$5" -DOTHER_VERSION="$6")
     expect_same "what pkg-config requires" "libusb-1.0 >= 1.0.22" \
         "$(pkg-config --print-requires htbase)"
-    expect_same "who takes libusb 1.0.21" "" "$(takers 1.0.21 "${VERSIONS[@]}")"
-    expect_same "who takes libusb 1.0.22" $'pkg-config\nfind_package\nbuild' \
+    expect_same "what takes libusb 1.0.21" "" "$(takers 1.0.21 "${VERSIONS[@]}")"
+    expect_same "what takes libusb 1.0.22" $'pkg-config\nfind_package\nbuild' \
         "$(takers 1.0.22 "${VERSIONS[@]}")"
 fi
 exec tests/installed/ConsumerTest.sh "$@"

@@ -13,4 +13,4 @@ FOREIGN=$(grep -vE '^((vtable|typeinfo|typeinfo name) for )?(Ht|QmUtilsLib::|Wd[
 diff "$LIST" - <<<"$FOUND" >&2 || fail \
     "lib$2 exports other symbols (>) than $LIST lists (<)." \
     "What was added on purpose: scripts/update-abi.sh renews the list." \
-    "What is gone breaks programs: see CONTRIBUTING.md, \"The interface of the libraries\"."
+    "A removed symbol breaks programs: see CONTRIBUTING.md, \"The interface of the libraries\"."

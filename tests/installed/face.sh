@@ -20,8 +20,8 @@ list_symbols()
     nm --dynamic --defined-only --demangle "$1" | cut -c 20- | LC_ALL=C sort -u
 }
 
-# describe_abi FILE: sizes, layouts, orders of virtual operations and signatures, as libabigail tells
-# them from the debugging information; with no path of the machine that built the file.
+# describe_abi FILE: sizes, layouts, orders of virtual operations and signatures, as libabigail
+# reports them from the debugging information; with no path of the machine that built the file.
 describe_abi()
 {
     local lFolder

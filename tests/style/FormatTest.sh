@@ -13,4 +13,4 @@ FOLDER=$(mktemp -d)
 trap 'rm -rf "$FOLDER"' EXIT
 cp .clang-format "$FOLDER"
 printf 'int  main() { return 0; }\n' >"$FOLDER/bad.cpp"
-! check_format "$FOLDER/bad.cpp" 2>/dev/null || fail "a file in another format is not told"
+! check_format "$FOLDER/bad.cpp" 2>/dev/null || fail "a file in another format is accepted"
