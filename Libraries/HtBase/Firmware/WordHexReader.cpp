@@ -70,8 +70,8 @@ bool WordHexReader::ConvertAddress( const char* aLine )
     return Flush() && mSink.TakeAddress( lAddress * 2 ); // the file counts in units of two bytes
 }
 
-// KEEP: A value goes as a whole word into the slot that the number of pending bytes names, and a
-// record takes the first bytes of the slots as they lie in memory: 1234 and 5678 become 34 12 00
+// KEEP: A value is stored as a whole word in the slot whose number is the count of pending bytes. A
+// record takes the first bytes of the slots as they are in memory: 1234 and 5678 become 34 12 00
 // 00.
 bool WordHexReader::ConvertValue( const char* aLine )
 {
