@@ -469,8 +469,8 @@ bool BaseCommandLinkGEV::SendAttempt( const Command& aCommand )
 }
 
 // Waits for the acknowledge of aCommand, and returns OK when it is in the buffer.
-// KEEP: A wait is never shorter than 1 ms, also after the deadline. So each stray datagram buys
-// one more look at the queue, and an answer that is already there is taken.
+// KEEP: A wait is never shorter than 1 ms, also after the deadline. So each stray datagram causes
+// one more look at the queue, and an answer that is already queued is received.
 Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuffer,
                                           long long aAckBufferSize )
 {

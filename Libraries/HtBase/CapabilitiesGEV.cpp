@@ -141,7 +141,7 @@ constexpr unsigned int MEMORY_SIZE_CORVANE = 536;
 
 // KEEP: The search in the device version runs 48 characters, on into the manufacturer
 // information, when a version of 32 characters has no NUL.
-// SAFE: The two texts that a record searches for brackets lie in one array, so the search stays
+// SAFE: The two texts that a record searches for brackets are in one array, so the search stays
 // inside it.
 constexpr int BRACKET_SEARCH_LIMIT = 48;
 

@@ -29,7 +29,7 @@ namespace
 std::unique_ptr<IoStream> OpenPayload( const HtString& aFileName )
 {
     auto lStream = std::make_unique<IoStreamFile>();
-    // KEEP: A payload file is opened for reading only, whatever is meant to be done with it.
+    // KEEP: A payload file is opened for reading only, whatever its later use is.
     const int lError = lStream->Open( aFileName.GetAscii(), "rb" );
     if ( lError != 0 )
     {
@@ -201,8 +201,8 @@ bool DfwPayloadWriter::WriteIdRecord( const char* aText, unsigned int aLength )
     {
         WriteRecord( IDENTIFICATION, reinterpret_cast<const unsigned char*>( aText ), aLength );
     }
-    // KEEP: The length byte of an identification is that of the text. The zeros up to 16 bytes
-    // lie beyond it.
+    // KEEP: The length byte of an identification is that of the text. The zeros up to 16 bytes are
+    // not counted.
     if ( aLength < MIN_ID_SIZE )
     {
         const unsigned char lZeros[MIN_ID_SIZE] = {};

@@ -26,8 +26,8 @@ unsigned int GetNext( unsigned int aSlot )
     return ( aSlot + 1 ) % CAPACITY;
 }
 
-// KEEP: A span of 2^63 us or more is negative, since numbers are signed on their way to floating
-// point.
+// KEEP: A span of 2^63 us or more is negative, since it is converted to floating point as a signed
+// number.
 double ToDouble( unsigned long long aValue )
 {
     return static_cast<double>( static_cast<long long>( aValue ) );

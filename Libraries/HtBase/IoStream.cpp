@@ -65,8 +65,8 @@ unsigned int IoStreamFile::Write( const void* aData, unsigned int aSize, unsigne
     }
     const auto lWritten = static_cast<unsigned int>( std::fwrite( aData, aSize, aCount, mFile ) );
     // KEEP: `IoStreamFile::Write` adds count times count to the bytes written, not count times
-    // size: 3 elements of 4 bytes add 9. Callers know the sum and never take it for the length of a
-    // file.
+    // size: 3 elements of 4 bytes add 9. Callers expect this sum and never use it as the length of
+    // a file.
     mBytesWritten += lWritten * aCount;
     return lWritten;
 }
@@ -102,7 +102,7 @@ IoStreamRaw::IoStreamRaw( unsigned char* aBuffer, unsigned int aCapacity )
 }
 
 // SAFE: Bytes handed over to be sent are never written to: the stream over them stores no zero,
-// so they may lie in read-only memory.
+// so they may be in read-only memory.
 IoStreamRaw::IoStreamRaw( ReadOnly /*aReadOnly*/, const unsigned char* aBytes, unsigned int aCount )
     : mBuffer( aBytes )
     , mTarget( nullptr )

@@ -44,8 +44,8 @@ constexpr const char* BLOCKS_GIVEN_UP =
     "Maximum number of retries reached attempting to receive a data block";
 
 // SAFE: A FIFO counts as a file that cannot be opened, for sending and for fetching. Opening it
-// would wait for its other end, out of reach of `Abort`. A pipe without a name, as behind
-// `/dev/stdout`, is opened.
+// would wait for its other end, and `Abort` could not end that wait. A pipe without a name, as
+// behind `/dev/stdout`, is opened.
 bool IsFifo( const char* aPath )
 {
     std::error_code lError;
@@ -254,12 +254,12 @@ void TftpClient::End()
         return;
     }
     mStream.reset();
-    (void)mSocket.Close(); // the transfer is over, whatever this says
+    (void)mSocket.Close(); // the transfer has ended, whatever the result
 }
 
 // An empty path means the device's name for the file.
-// KEEP: A local file that cannot be opened stops nothing: a send sends zeros, a read stores
-// nothing.
+// KEEP: A local file that cannot be opened does not stop a transfer: a send sends zeros, a read
+// stores nothing.
 void TftpClient::OpenFile( IoStreamFile& aFile, const char* aPath, const char* aMode ) const
 {
     const char* const lPath = *aPath != '\0' ? aPath : mRemoteFileName.c_str();
@@ -359,8 +359,8 @@ void TftpClient::SendBlock()
     }
 }
 
-// SAFE: What could not be read of a local file is zeroed in every block. Otherwise it would send
-// what an earlier transfer has left in the buffer, perhaps to another device.
+// SAFE: The bytes of a block that could not be read from the local file are zero. Otherwise the
+// block would contain bytes of an earlier transfer, perhaps with another device.
 void TftpClient::ReadBlock()
 {
     mBlockLength = std::min( Tftp::BLOCK_SIZE, mTotalSize.load() - mBytesDone.load() );
@@ -380,7 +380,7 @@ void TftpClient::ReadBlock()
     mData.SetBlockID( mBlockID );
 }
 
-// True: the acknowledge has come. False: one more failure, within the limit.
+// True: the acknowledge has arrived. False: one more failure, within the limit.
 bool TftpClient::WaitForAck( bool aCheckBlock )
 {
     unsigned int lCount = 0;
@@ -521,8 +521,8 @@ void TftpClient::Send( unsigned int aCount, unsigned short aPort )
 }
 
 // True: a datagram of aCount bytes is in the packet buffer.
-// KEEP: What is sent next goes to the port of the last datagram, also of one that was of no use
-// and of one from another address. The address stays the device's. A time-out leaves the port.
+// KEEP: What is sent next goes to the port of the last datagram, also of an unusable one and of one
+// from another address. The address stays the device's. A time-out leaves the port.
 bool TftpClient::Receive( unsigned int& aCount )
 {
     int lReceived = 0;

@@ -90,7 +90,7 @@ public:
     QmUtilsLib::Result Run();
 
     // Ends serving; datagrams not yet due are dropped. Returns when the thread of Start has ended;
-    // the caller of Run sees to that itself. Does nothing when nothing is open.
+    // the caller of Run must wait for its end itself. Does nothing when nothing is open.
     void Stop();
 
     // Where the device can be reached; 0.0.0.0 and 0 when it is not open.

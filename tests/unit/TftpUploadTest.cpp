@@ -197,7 +197,7 @@ TEST( TftpUpload, FailsIfTheServerStopsAnswering )
         const long long lStart = VirtualClock::Now();
         EXPECT_EQ( lUpload.Run( lContent ), FAILED ) << lAnswer;
         EXPECT_EQ( VirtualClock::Now() - lStart, 21000 );
-        // Only the last acknowledge is missing when all blocks have come.
+        // Only the last acknowledge is missing when all blocks have arrived.
         EXPECT_EQ( lUpload.GetFile() != nullptr, lAnswer == ANSWERS - 1 );
     }
 }

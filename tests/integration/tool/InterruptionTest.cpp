@@ -1,4 +1,4 @@
-// A signal on its way through the program.
+// What a signal does in the program.
 
 #include "Tools/htbase/Interruption.h"
 

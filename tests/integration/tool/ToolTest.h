@@ -66,12 +66,12 @@ protected:
     // "127.0.0.1:40000".
     std::string GetTarget();
 
-    // Runs `gev COMMAND TARGET ARGUMENT...`, patiently.
+    // Runs `gev COMMAND TARGET ARGUMENT...` with a long time-out.
     Outcome RunGev( const std::string& aCommand, const Arguments& aArguments,
                     const ChildProcess::Options& aOptions = {} );
     Arguments MakeGevCommand( const std::string& aCommand, const Arguments& aArguments );
 
-    // While the device is at rest.
+    // These run while the device handles no command.
     uint32_t ReadWord( uint32_t aAddress );
     void WriteWord( uint32_t aAddress, uint32_t aValue );
     std::string GetMemory( uint32_t aAddress, size_t aSize );

@@ -56,7 +56,7 @@ TEST( PacketBytes, AHostReaderUsesTheHostsByteOrder )
     EXPECT_EQ( Bytes( FIFTEEN.begin(), FIFTEEN.begin() + 4 ), lBytes );
 }
 
-// Each prefix of a packet: the fields that lie wholly in it are read, all others are 0.
+// Each prefix of a packet: the fields that are wholly in it are read, all others are 0.
 TEST( PacketBytes, NothingBeyondTheEndIsRead )
 {
     for ( std::size_t lSize = 0; lSize < FIFTEEN.size(); ++lSize )
