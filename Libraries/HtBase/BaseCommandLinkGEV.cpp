@@ -47,8 +47,8 @@ constexpr std::size_t LENGTH_OFFSET = 4;
 constexpr std::size_t REGISTER_SIZE = 4;
 
 // SAFE: After the deadline, 65536 stray datagrams in a row count as silence. Each of them makes
-// the transaction look once more for an answer that is queued behind it, so a flood would keep it
-// for ever.
+// the transaction look once more for an answer that is queued behind it, so without this bound a
+// flood would never let it end.
 constexpr int MAX_STRAYS_AFTER_DEADLINE = 65536;
 
 constexpr const char* INVALID_ANSWER = "Invalid answer received from device";
@@ -117,8 +117,8 @@ unsigned int GetRemaining( long long aStart, int aTimeout )
 }
 
 // Returns whether the device asks for more time for this very command.
-// SAFE: A datagram shorter than a header is never judged by the bytes of the one before it, and
-// a pending acknowledge needs 12 bytes.
+// SAFE: A datagram shorter than a header is never read together with bytes of the one before it,
+// and a pending acknowledge needs 12 bytes.
 bool IsPending( const GEV::PendingAcknowledgeHeader& aAcknowledge, unsigned int aReceived,
                 const GEV::CommandHeader& aCommand )
 {
@@ -500,9 +500,8 @@ Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuf
         }
         if ( IsPending( lAnswer, lSize, aCommand ) )
         {
-            // KEEP: A pending acknowledge replaces the remaining wait, also by a shorter one, as
-            // often as the device sends one, and uses up no attempt. Closing the socket ends such a
-            // wait.
+            // KEEP: Each pending acknowledge replaces the remaining wait, also by a shorter one,
+            // and uses up no attempt. Closing the socket ends such a wait.
             lStart = Thread::GetTickCount();
             lTimeout = lAnswer.GetTimeToCompletion();
             lStraysAfterDeadline = 0;

@@ -226,7 +226,7 @@ CapabilitiesGEV& CapabilitiesGEV::operator=( const CapabilitiesGEV& aOther )
 
 CapabilitiesGEV::~CapabilitiesGEV()
 {
-    // The mutex goes before the logger.
+    // The mutex is destroyed before the logger.
     mMutex.reset();
     mLogger.reset();
 }

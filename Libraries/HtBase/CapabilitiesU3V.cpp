@@ -157,7 +157,7 @@ CapabilitiesU3V& CapabilitiesU3V::operator=( const CapabilitiesU3V& aOther )
 
 CapabilitiesU3V::~CapabilitiesU3V()
 {
-    // The mutex goes before the logger.
+    // The mutex is destroyed before the logger.
     mMutex.reset();
     mLogger.reset();
 }
@@ -329,7 +329,7 @@ Result CapabilitiesU3V::ReadTransferLengths( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
-// KEEP: The SIRM is read when there is a stream channel. Its own bit decides nothing.
+// KEEP: The SIRM is read when there is a stream channel. Its own bit has no effect on that.
 Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
 {
     Result lResult =
@@ -362,8 +362,8 @@ Result CapabilitiesU3V::ReadSIRM( BaseCommandLinkU3V* aLink )
     return lResult;
 }
 
-// KEEP: The EIRM is read when there is a message channel. Its own bit decides nothing; the bit
-// of IIDC2 does.
+// KEEP: The EIRM is read when there is a message channel. Its own bit has no effect on that, unlike
+// the bit of IIDC2.
 Result CapabilitiesU3V::ReadEIRM( BaseCommandLinkU3V* aLink )
 {
     if ( !IsMessageChannelSupported() )

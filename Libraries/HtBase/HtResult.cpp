@@ -111,7 +111,7 @@ HtResult::HtResult( const HtResult& aOther )
 }
 
 // KEEP: The destructor writes 0x0400 into the code, which no living result has. It writes
-// through a volatile lvalue, since a store to an object that is about to go may otherwise be
+// through a volatile lvalue, since a store to an object at the end of its life may otherwise be
 // dropped.
 HtResult::~HtResult()
 {

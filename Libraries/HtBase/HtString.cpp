@@ -42,8 +42,9 @@ HtString::HtString( const wchar_t* aValue )
     SetViews();
 }
 
-// The pointers are cleared through volatile lvalues, since stores to an object that is about to go
-// may otherwise be dropped: a text used after its end then meets a null pointer, not a stale one.
+// The pointers are cleared through volatile lvalues, since stores to an object at the end of its
+// life may otherwise be dropped: a text used after its end then meets a null pointer, not a stale
+// one.
 HtString::~HtString()
 {
     delete mThis;
@@ -60,8 +61,9 @@ const HtString& HtString::operator=( const HtString& aValue )
     return *this;
 }
 
-// KEEP: Appending appends each form to its like, so a surrogate without its partner stays in the
-// wide form. Only a UTF-8 character that was cut between both texts is converted anew.
+// KEEP: Appending joins the UTF-8 forms and the wide forms of both texts, so a surrogate without
+// its partner stays in the wide form. Only a UTF-8 character that was cut between both texts is
+// converted anew.
 const HtString& HtString::operator+=( const HtString& aValue )
 {
     QMUTILSLIB_ASSERT( mThis != NULL );

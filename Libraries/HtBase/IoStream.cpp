@@ -135,8 +135,8 @@ unsigned int IoStreamRaw::GetCopyCount( unsigned int aSize, unsigned int aCount 
     return static_cast<unsigned int>( std::min<unsigned long long>( lWanted, lLeft ) );
 }
 
-// KEEP: A stream over memory returns bytes, a stream over a file returns elements. In memory a
-// part of an element is copied too.
+// KEEP: A stream over memory returns a number of bytes, a stream over a file a number of elements.
+// In memory a part of an element is copied too.
 unsigned int IoStreamRaw::Write( const void* aData, unsigned int aSize, unsigned int aCount )
 {
     if ( mTarget == nullptr )

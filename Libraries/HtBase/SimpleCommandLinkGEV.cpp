@@ -97,8 +97,8 @@ SocketUDP* SimpleCommandLinkGEV::GetSocket()
     return mSocket;
 }
 
-// KEEP: The identifier counter skips 0, the identifiers do not skip 0xB000. It is used whenever
-// the low 12 bits of the counter are 0. No identifier is 0.
+// KEEP: The counter of identifiers skips 0, but the identifiers do not skip 0xB000. That is the
+// identifier whenever the low 12 bits of the counter are 0. No identifier is 0.
 unsigned short SimpleCommandLinkGEV::GetRequestID()
 {
     unsigned short lCounter = mRequestID.load( std::memory_order_relaxed );

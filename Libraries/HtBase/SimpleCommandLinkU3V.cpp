@@ -28,8 +28,8 @@ SimpleCommandLinkU3V& SimpleCommandLinkU3V::operator=( const SimpleCommandLinkU3
 
 SimpleCommandLinkU3V::~SimpleCommandLinkU3V()
 {
-    // KEEP: The logger goes before the base class closes the device, which must not log any
-    // more.
+    // KEEP: The logger is destroyed before the base class closes the device, so closing must not
+    // log.
     mLogger.reset();
 }
 

@@ -52,8 +52,8 @@ public:
 
     // Destroy deletes every record.
     // KEEP: `Destroy` makes the next `GetCapabilities` register it at exit once more. Exit
-    // handlers run last in, first out, so the records that were made after an explicit `Destroy` go
-    // before everything that was registered ahead of them.
+    // handlers run last in, first out, so the records that were made after an explicit `Destroy`
+    // are destroyed before everything that was registered earlier.
     void Destroy()
     {
         QmUtilsLib::LockScope lLock( mMutex );

@@ -11,8 +11,8 @@ namespace HtBaseLib
 // BlockReader holds the part of a file that was read and not consumed yet: one block, and in front
 // of it what was left of the block before.
 //
-// KEEP: A block is read before any of it is looked at. On a pipe the S-record reader waits until
-// a block is full or the pipe ends, so it answers later than one that reads single characters
+// KEEP: A whole block is read before any of it is processed. On a pipe the S-record reader waits
+// until a block is full or the pipe ends, so it answers later than one that reads single characters
 // would.
 class BlockReader
 {

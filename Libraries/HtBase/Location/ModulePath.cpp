@@ -27,8 +27,8 @@ const void* GetModule()
 // KEEP: Where the backslash is the separator, a forward slash is not one: the directory of
 // `C:/a\b.dll` is `C:/a`. A root directory is named without its separator: that of `C:\module.dll`
 // is `C:`.
-// SAFE: A path of the library's file that holds no separator is 0x0019, since there is nothing
-// to cut.
+// SAFE: The result is 0x0019 when the path of the library's file has no separator, since there is
+// nothing to cut.
 bool CutFileName( std::string& aPath, char aSeparator )
 {
     const std::string::size_type lPlace = aPath.find_last_of( aSeparator );
