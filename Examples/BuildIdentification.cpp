@@ -74,7 +74,7 @@ int main( int aCount, char** aArguments )
                                                               sizeof( lBytes ), lSize );
     if ( !lResult.IsOK() || !IsWhole( lBytes, lSize ) )
     {
-        std::fprintf( stderr, "BuildIdentification: %s tells no target and version\n",
+        std::fprintf( stderr, "BuildIdentification: %s has no target or no version record\n",
                       aArguments[1] );
         return 1;
     }

@@ -82,7 +82,7 @@ int main( int aCount, char** aArguments )
     // Before the sink goes. No other thread uses the library here, so none is still in it.
     Logger::SetThreshold( Logger::QUIET );
     Logger::SetSink( {} );
-    std::printf( "%d messages tell of something wrong\n", lSink.GetSerious() );
+    std::printf( "%d messages report a problem\n", lSink.GetSerious() );
     if ( !lResult.IsOK() )
     {
         std::fprintf( stderr, "LogSink: cannot read %s: %s: %s\n", aArguments[1],

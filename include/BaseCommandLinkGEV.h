@@ -41,8 +41,8 @@ namespace HtBaseLib
 /// not for the source's. Afterwards both links use the source's mutex, and so does a thread that
 /// was waiting for the target's. The target's old mutex is kept until the target is destroyed. A
 /// thread that holds it by LockMutex waits for the source's mutex and holds that one afterwards.
-/// Two assignments are not allowed: from within a transaction of the same thread, and, unless the
-/// derived class allows it, beside a transaction that uses fields of the derived class.
+/// An assignment is not allowed in two cases: from within a transaction of the same thread, and,
+/// unless the derived class allows it, beside a transaction that uses fields of the derived class.
 class HTBASE_API BaseCommandLinkGEV : public BaseCommandLink
 {
 public:
@@ -72,7 +72,7 @@ public:
     QmUtilsLib::Result ReadMemory( void* aData, long long aAddress, long long aSize ) override;
 
     /// WriteMemory writes 0 to 536 bytes (WRITEMEM). Any other size is 0x4001 and nothing is sent.
-    /// aNoAck is that of WriteRegister.
+    /// aNoAck works as in WriteRegister.
     QmUtilsLib::Result WriteMemory( const void* aData, long long aAddress, long long aSize,
                                     bool aNoAck ) override;
 
@@ -144,7 +144,8 @@ private:
     std::atomic<long long> mPendingAcknowledgesCount{ 0 };
     std::atomic<long long> mTransmitFailures{ 0 };
 
-    // The mutex of the transactions. Whoever has waited for it looks whether it still is.
+    // The mutex of the transactions. A thread that got it checks that it is still the published
+    // one.
     std::atomic<QmUtilsLib::Mutex*> mPublished;
     const std::unique_ptr<Holdings> mHoldings; // owns it
 };

@@ -100,11 +100,11 @@ public:
                                     bool aNoAck ) override;
 
     /// Open opens the device's control interface, as master where IsMaster() is true, and takes
-    /// over identity and path. Give both, as DeviceEnumerator gave them. The limits stay as they
-    /// are: 64 on a new link, 0 after a Close, until UpdateMaxSizes sets them.
+    /// over identity and path. Pass both values as DeviceEnumerator returned them. The limits stay
+    /// as they are: 64 on a new link, 0 after a Close, until UpdateMaxSizes sets them.
     ///
-    /// A failure is that of the control interface, and the link keeps the device that it had. On an
-    /// open link the new device replaces the old one.
+    /// On failure the result is the control interface's, and the link keeps the device that it had.
+    /// On an open link the new device replaces the old one.
     virtual QmUtilsLib::Result Open( const WdUtilsLib::U3V::U3VGUID& aGUID,
                                      const std::string& aDevicePath );
 

@@ -149,7 +149,7 @@ public:
     unsigned int GetMessageChannelSourcePort() const;
     ///@}
 
-    /// Bits of GVCP Capability. They count on any device.
+    /// Bits of GVCP Capability. They are valid for every version.
     ///@{
     bool IsConcatenationSupported() const; ///< several registers in one command
     bool IsWriteMemSupported() const;      ///< WRITEMEM
@@ -158,7 +158,7 @@ public:
     bool IsEventDataSupported() const;     ///< EVENTDATA
     ///@}
 
-    /// Bits of GVCP Capability. They count from version 1.1 on.
+    /// Bits of GVCP Capability. They are false below version 1.1.
     ///@{
     bool IsPendingSupported() const;              ///< PENDING_ACK
     bool IsActionSupported() const;               ///< ACTION
@@ -174,7 +174,7 @@ public:
     bool IsUserDefinedNameSupported() const;      ///< User-defined Name
     ///@}
 
-    /// Bits of GVCP Capability. They count from version 2.0 on.
+    /// Bits of GVCP Capability. They are false below version 2.0.
     ///@{
     bool IsScheduledActionSupported() const;       ///< ACTION at a given time
     bool IsV2ExtendedStatusCodesSupported() const; ///< status codes of version 2.0

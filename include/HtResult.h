@@ -29,7 +29,7 @@ public:
     /// NOT_INITIALIZED, without description.
     HtResult();
 
-    /// A result with aCode as SetCode takes it. Without aOSCode the OS code is 0, without
+    /// A result whose code is set as by SetCode. Without aOSCode the OS code is 0, without
     /// aDescription there is no description.
     ///@{
     HtResult( unsigned int aCode );
@@ -44,8 +44,9 @@ public:
 
     ~HtResult();
 
-    /// Takes over codes as a copy does. The description is replaced only when the other is not OK:
-    /// after an OK was assigned, the description of an earlier failure can still be read.
+    /// Copies the codes as the copy constructor does. The description is replaced only when the
+    /// other is not OK: after an OK was assigned, the description of an earlier failure can still
+    /// be read.
     const HtResult& operator=( const HtResult& aB );
 
     /// The code. It is always one that SetCode accepts.

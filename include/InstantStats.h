@@ -15,8 +15,8 @@ namespace HtBaseLib
 /// event with its time and size. The object gives events per second and bits per second over the
 /// last seconds.
 ///
-/// Times are microseconds of any clock of the caller's; the object reads no clock. Its history has
-/// at most 16 slots:
+/// Times are microseconds from any clock that the caller chooses; the object reads no clock. Its
+/// history has at most 16 slots:
 /// - The first two reports open a slot each.
 /// - A report less than 0.2 s after the start of the newest slot joins that slot.
 /// - A report more than 2 s after that start leaves only the newest slot in the history and opens

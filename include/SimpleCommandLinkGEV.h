@@ -1,5 +1,5 @@
 /// @file
-/// HtBase: the control channel to a GigE Vision device over a socket of the caller's.
+/// HtBase: the control channel to a GigE Vision device over the caller's socket.
 #pragma once
 
 #include <BaseCommandLinkGEV.h>

@@ -74,7 +74,7 @@ std::string GetOthers( const std::vector<U3vDeviceInfo>& aDevices )
                      ? std::string()
                      : ", whose identity cannot be read: " + Describe( lInfo.mAccess );
     }
-    return lText.empty() ? "; found none - is it plugged in?" : lText;
+    return lText.empty() ? "; no USB3 Vision device was found - is it plugged in?" : lText;
 }
 
 U3vDeviceInfo FindDevice( const std::string& aName )

@@ -239,7 +239,7 @@ TEST_F( GevExamples, LogSinkPrintsWhatTheLibraryLogs )
                                                                "Init: " ) +
                                                   lText + "\n" ) );
     }
-    EXPECT_THAT( lOutcome.mOutput, EndsWith( " messages tell of something wrong\n" ) );
+    EXPECT_THAT( lOutcome.mOutput, EndsWith( " messages report a problem\n" ) );
 }
 
 TEST_F( GevExamples, LogSinkCountsSeriousMessages )
@@ -255,7 +255,7 @@ TEST_F( GevExamples, LogSinkCountsSeriousMessages )
                                      lSend + "timeout\n30000 " + lSend + "retry\n30000 " + lSend +
                                      "timeout\n30000 " + lSend + "retry\n30000 " + lSend +
                                      "timeout\n40000 " + lSend +
-                                     "operation failure\n6 messages tell of something wrong\n" );
+                                     "operation failure\n6 messages report a problem\n" );
     EXPECT_EQ( lOutcome.mError,
                "LogSink: cannot read 127.0.0.1: TIMEOUT: Command link operation failure\n" );
 }
@@ -369,7 +369,7 @@ TEST_F( PayloadExample, BuildIdentificationLeavesNoPartialPayload )
         EXPECT_EQ( lOutcome.mStatus, 1 );
         EXPECT_THAT( lOutcome.mOutput, IsEmpty() );
         EXPECT_EQ( lOutcome.mError, "BuildIdentification: " + mFolder.GetPath( "firmware.dfw" ) +
-                                        " tells no target and version\n" );
+                                        " has no target or no version record\n" );
         EXPECT_FALSE( std::filesystem::exists( mFolder.GetPath( "id.dfw" ) ) );
     }
 }

@@ -64,8 +64,8 @@ public:
     /// as DeviceEnumerator gave them. Either may be empty:
     /// - A path alone opens whatever device is connected there now. Callers that keep records by
     ///   identity then have one record for all such devices.
-    /// - An identity alone makes Open ask every device of the machine for its own. Callers that ask
-    ///   for the path then have none.
+    /// - With an identity alone, Open reads the identity of every device of the machine. A caller
+    ///   that keeps the path has none then.
     /// - EINVAL: both are empty. ENODEV: they name different devices, or no device.
     ///
     /// Where no device has the identity and one could not be asked for its own, the result is that

@@ -34,8 +34,8 @@ public:
 
     /// Open binds to a local address (null: any) and port (0: the system chooses a free one). With
     /// aShareAddress other sockets may bind the same address and port; a device that receives
-    /// broadcasts beside its own address needs that. An open socket is closed before, and stays
-    /// closed on failure.
+    /// both broadcasts and datagrams to its own address needs it. An open socket is closed before,
+    /// and stays closed on failure.
     QmUtilsLib::Result Open( const IpAddress* aLocalAddress = nullptr,
                              unsigned short aLocalPort = 0, bool aShareAddress = false );
 
