@@ -102,13 +102,22 @@ TEST( PacketBytes, BytesAreCopiedCompletelyOrNotAtAll )
     EXPECT_FALSE( lReader.IsWhole() );
 }
 
-TEST( PacketBytes, AnEmptyPacketMayBeNull )
+TEST( PacketBytes, NullHasNoBytesWhateverItsSize )
 {
-    BigReader lReader( nullptr, 0 );
-    lReader.GetBytes( nullptr, 0 );
-    EXPECT_TRUE( lReader.IsWhole() );
-    EXPECT_EQ( 0U, lReader.Get8() );
-    EXPECT_FALSE( lReader.IsWhole() );
+    for ( const std::size_t lSize : { std::size_t{ 0 }, std::size_t{ 4 }, SIZE_MAX } )
+    {
+        BigReader lReader( nullptr, lSize );
+        lReader.GetBytes( nullptr, 0 );
+        EXPECT_TRUE( lReader.IsWhole() ) << lSize;
+        EXPECT_EQ( 0U, lReader.Get8() ) << lSize;
+        EXPECT_FALSE( lReader.IsWhole() ) << lSize;
+
+        BigWriter lWriter( nullptr, lSize );
+        lWriter.PutBytes( nullptr, 0 );
+        EXPECT_TRUE( lWriter.IsWhole() ) << lSize;
+        lWriter.Put8( 1 );
+        EXPECT_FALSE( lWriter.IsWhole() ) << lSize;
+    }
 }
 
 struct ReadText
@@ -173,6 +182,35 @@ TEST( PacketBytes, APartBeyondTheEndHasNothing )
         EXPECT_FALSE( lReader.IsWhole() );
         EXPECT_FALSE( lReader.GetPart( 0 ).IsWhole() );
     }
+}
+
+TEST( PacketBytes, APartUpToACountHasTheBytesThatThereAre )
+{
+    for ( const std::size_t lCount :
+          { std::size_t{ 0 }, std::size_t{ 2 }, std::size_t{ 3 }, std::size_t{ 4 }, SIZE_MAX } )
+    {
+        BigReader lReader( FIFTEEN.data(), 4 );
+        const BigReader lPart = lReader.Skip( 1 ).GetUpTo( lCount );
+        EXPECT_EQ( lCount < 3 ? lCount : 3, lPart.GetLeft() );
+        EXPECT_TRUE( lPart.IsWhole() );
+        EXPECT_EQ( 3 - lPart.GetLeft(), lReader.GetLeft() );
+        EXPECT_FALSE( lReader.Skip( 4 ).GetUpTo( lCount ).IsWhole() );
+    }
+}
+
+TEST( PacketBytes, TakenBytesAreThoseOfThePacketOrNull )
+{
+    Bytes lBytes( 4 );
+    BigReader lReader( lBytes.data(), lBytes.size() );
+    EXPECT_EQ( lBytes.data(), lReader.Take( 1 ) );
+    EXPECT_EQ( lBytes.data() + 1, lReader.Take( 3 ) );
+    EXPECT_EQ( nullptr, lReader.Take( 1 ) );
+    EXPECT_FALSE( lReader.IsWhole() );
+
+    BigWriter lWriter( lBytes.data(), lBytes.size() );
+    EXPECT_EQ( lBytes.data(), lWriter.Take( 1 ) );
+    EXPECT_EQ( nullptr, lWriter.Take( 4 ) );
+    EXPECT_FALSE( lWriter.IsWhole() );
 }
 
 TEST( PacketBytes, NumbersAreWrittenInTheOrderOfThePacket )

@@ -4,6 +4,7 @@
 
 #include <PacketBytes/ByteOrder.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -20,10 +21,10 @@ template <ByteOrder ORDER>
 class ByteReader
 {
 public:
-    /// A reader of aSize bytes at aBytes, which may be null when aSize is 0.
+    /// A reader of the aSize bytes at aBytes. With null it has no bytes, whatever aSize is.
     ByteReader( const void* aBytes, std::size_t aSize )
         : mBytes( static_cast<const unsigned char*>( aBytes ) )
-        , mLeft( aSize )
+        , mLeft( aBytes == nullptr ? 0 : aSize )
     {
     }
 
@@ -85,14 +86,17 @@ public:
     ByteReader GetPart( std::size_t aCount )
     {
         const unsigned char* const lBytes = Take( aCount );
-        ByteReader lPart( lBytes, mIsWhole ? aCount : 0 );
+        ByteReader lPart( lBytes, aCount );
         lPart.mIsWhole = mIsWhole;
         return lPart;
     }
 
-private:
-    // The one check of a bound. Null, and nothing is left, where the packet ends before.
-    const unsigned char* Take( std::size_t aCount )
+    /// GetUpTo does what GetPart does, but where the packet has fewer bytes, the part has those.
+    ByteReader GetUpTo( std::size_t aCount ) { return GetPart( std::min( aCount, mLeft ) ); }
+
+    /// Take returns the address of the next aCount bytes, and this reader goes on behind them. Null
+    /// where the packet has fewer.
+    const unsigned char* Take( std::size_t aCount ) // the one check of a bound
     {
         if ( aCount > mLeft )
         {
@@ -106,6 +110,7 @@ private:
         return lBytes;
     }
 
+private:
     template <typename NUMBER>
     NUMBER GetNumber()
     {

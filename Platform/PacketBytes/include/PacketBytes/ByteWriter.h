@@ -19,10 +19,10 @@ template <ByteOrder ORDER>
 class ByteWriter
 {
 public:
-    /// A writer into aCapacity bytes at aBytes, which may be null when aCapacity is 0.
+    /// A writer into the aCapacity bytes at aBytes. With null it has none, whatever aCapacity is.
     ByteWriter( void* aBytes, std::size_t aCapacity )
         : mBytes( static_cast<unsigned char*>( aBytes ) )
-        , mLeft( aCapacity )
+        , mLeft( aBytes == nullptr ? 0 : aCapacity )
     {
     }
 
@@ -77,14 +77,14 @@ public:
     ByteWriter GetPart( std::size_t aCount )
     {
         unsigned char* const lBytes = Take( aCount );
-        ByteWriter lPart( lBytes, mIsWhole ? aCount : 0 );
+        ByteWriter lPart( lBytes, aCount );
         lPart.mIsWhole = mIsWhole;
         return lPart;
     }
 
-private:
-    // The one check of a bound. Null, and nothing is left, where the buffer ends before.
-    unsigned char* Take( std::size_t aCount )
+    /// Take returns the address of the next aCount bytes, and this writer goes on behind them. Null
+    /// where the buffer has fewer.
+    unsigned char* Take( std::size_t aCount ) // the one check of a bound
     {
         if ( aCount > mLeft )
         {
@@ -98,6 +98,7 @@ private:
         return lBytes;
     }
 
+private:
     template <typename NUMBER>
     void PutNumber( NUMBER aValue )
     {
