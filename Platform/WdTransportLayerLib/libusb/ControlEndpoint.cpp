@@ -214,8 +214,9 @@ Result ControlEndpoint::Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
         {
             return lResult;
         }
-        const Ack lAck{ mIn.data(), lMoved, !lResult.IsOK() };
-        const Kind lKind = Classify( lAck, aRequestID );
+        PendingAck lAck;
+        (void)lAck.Attach( mIn.data(), lMoved ); // where it fails, the prefix is 0
+        const Kind lKind = Classify( lAck, lResult, aRequestID );
         const long long lNow = Thread::GetTickCount();
         if ( lKind == Kind::ANSWER )
         {
@@ -225,31 +226,27 @@ Result ControlEndpoint::Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
         }
         if ( lKind == Kind::PENDING )
         {
-            PendingAck lPending;
-            (void)lPending.Attach( lAck.mBytes, lAck.mSize ); // has been attached before
-            lDeadline = lNow + std::max<long long>( lPending.GetTimeout(), 1 );
+            lDeadline = lNow + std::max<long long>( lAck.GetTimeout(), 1 );
         }
         lWait = lDeadline - lNow;
     }
     return Result::TIMEOUT;
 }
 
-ControlEndpoint::Kind ControlEndpoint::Classify( const Ack& aAck, uint16_t aRequestID )
+ControlEndpoint::Kind ControlEndpoint::Classify( const PendingAck& aAck, const Result& aTransfer,
+                                                 uint16_t aRequestID )
 {
-    AckHeader lHeader;
-    if ( !lHeader.Attach( aAck.mBytes, aAck.mSize ).IsOK() ||
-         lHeader.GetPrefix() != AckHeader::PREFIX || lHeader.GetRequestID() != aRequestID )
+    const AckHeader& lHeader = *aAck.GetAckHeader();
+    if ( lHeader.GetPrefix() != AckHeader::PREFIX || lHeader.GetRequestID() != aRequestID )
     {
         return Kind::STRAY;
     }
     if ( lHeader.GetAcknowledge() == PendingAck::ACKNOWLEDGE )
     {
-        PendingAck lPending;
-        (void)lPending.Attach( aAck.mBytes, aAck.mSize ); // as the header above
-        return lPending.IsValid() ? Kind::PENDING : Kind::STRAY;
+        return aAck.IsValid() ? Kind::PENDING : Kind::STRAY;
     }
-    const bool lIsWhole = AckHeader::SIZE + lHeader.GetLength() <= aAck.mSize;
-    return lIsWhole || !aAck.mIsCut ? Kind::ANSWER : Kind::STRAY;
+    // A transfer that timed out may have been cut.
+    return lHeader.IsWhole() || aTransfer.IsOK() ? Kind::ANSWER : Kind::STRAY;
 }
 
 Result ControlEndpoint::Transfer( uint8_t aEndpoint, std::vector<unsigned char>& aBytes,

@@ -6,6 +6,7 @@
 #include <QmUtilsLib/Mutex.h>
 #include <QmUtilsLib/Result.h>
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>
+#include <WdUtilsLib/U3V/AckHeader.h>
 
 #include <atomic>
 #include <cstdint>
@@ -45,12 +46,6 @@ public:
     void Shut();
 
 private:
-    struct Ack
-    {
-        const unsigned char* mBytes;
-        unsigned int mSize;
-        bool mIsCut; // the transfer timed out before it was complete
-    };
     enum class Kind
     {
         STRAY,
@@ -67,7 +62,9 @@ private:
         QMUTILSLIB_REQUIRES( mTurn );
     QmUtilsLib::Result Receive( DCI_COMMAND& aCommand, uint16_t aRequestID,
                                 unsigned int aResponseTime ) QMUTILSLIB_REQUIRES( mTurn );
-    static Kind Classify( const Ack& aAck, uint16_t aRequestID );
+    // aAck shows what came, and aTransfer is the result of the transfer that brought it.
+    static Kind Classify( const WdUtilsLib::U3V::PendingAck& aAck,
+                          const QmUtilsLib::Result& aTransfer, uint16_t aRequestID );
 
     // One bulk transfer of at most aTimeout ms; aMoved is the number of bytes transferred, also on
     // failure.

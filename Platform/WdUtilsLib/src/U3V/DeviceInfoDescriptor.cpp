@@ -30,31 +30,23 @@ bool IsDeviceInfo( LittleReader aDescriptor )
     return lType == TYPE && lSubtype == SUBTYPE;
 }
 
-// Reads from an offset of a descriptor, or nothing where none is attached.
-LittleReader MakeReader( const unsigned char* aDescriptor, std::size_t aOffset )
-{
-    return LittleReader( aDescriptor, aDescriptor == nullptr ? 0 : DeviceInfoDescriptor::SIZE )
-        .Skip( aOffset );
-}
-
 } // namespace
 
 Result DeviceInfoDescriptor::Attach( const unsigned char* aDescriptors, std::size_t aSize )
 {
-    mBytes = nullptr;
+    FieldsView::Attach( nullptr );
     LittleReader lRest( aDescriptors, aSize );
     while ( lRest.GetLeft() != 0 )
     {
-        const unsigned char* const lStart = aDescriptors + ( aSize - lRest.GetLeft() );
         const std::size_t lLength = LittleReader( lRest ).Get8();
-        const LittleReader lDescriptor = lRest.GetPart( lLength );
+        LittleReader lDescriptor = lRest.GetPart( lLength );
         if ( lLength < 2 || !lDescriptor.IsWhole() )
         {
             return INVALID_PACKET; // where the next one begins cannot be told
         }
         if ( IsDeviceInfo( lDescriptor ) )
         {
-            mBytes = lStart;
+            FieldsView::Attach( lDescriptor.Take( SIZE ) );
             return Result::OK;
         }
     }
@@ -63,17 +55,17 @@ Result DeviceInfoDescriptor::Attach( const unsigned char* aDescriptors, std::siz
 
 uint32_t DeviceInfoDescriptor::GetGenCPVersion() const
 {
-    return MakeReader( mBytes, GENCP_VERSION_OFFSET ).Get32();
+    return MakeReader( GENCP_VERSION_OFFSET ).Get32();
 }
 
 uint32_t DeviceInfoDescriptor::GetU3VVersion() const
 {
-    return MakeReader( mBytes, U3V_VERSION_OFFSET ).Get32();
+    return MakeReader( U3V_VERSION_OFFSET ).Get32();
 }
 
 uint8_t DeviceInfoDescriptor::GetTextIndex( Text aText ) const
 {
-    return MakeReader( mBytes, TEXTS_OFFSET + static_cast<std::size_t>( aText ) ).Get8();
+    return MakeReader( TEXTS_OFFSET + static_cast<std::size_t>( aText ) ).Get8();
 }
 
 } // namespace U3V

@@ -3,7 +3,6 @@
 #include <PacketBytes/ByteReader.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
 
-#include <algorithm>
 #include <string>
 
 namespace WdUtilsLib
@@ -44,7 +43,7 @@ Result StringDescriptor::Attach( const unsigned char* aBytes, std::size_t aSize 
         return INVALID_PACKET;
     }
     mUnits = aBytes + HEADER_SIZE;
-    mCount = std::min( lLength - HEADER_SIZE, lReader.GetLeft() ) / 2;
+    mCount = lReader.GetUpTo( lLength - HEADER_SIZE ).GetLeft() / 2;
     return Result::OK;
 }
 

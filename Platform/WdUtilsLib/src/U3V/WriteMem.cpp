@@ -29,20 +29,6 @@ Result MakeTooMuchData()
 
 } // namespace
 
-Result WriteMemCmd::Attach( unsigned char* aBuffer, unsigned int aSize )
-{
-    *this = WriteMemCmd();
-    if ( aBuffer == nullptr || aSize < GetRequiredBufferSize( 0 ) )
-    {
-        return INVALID_PACKET;
-    }
-    mCommandHeader = CommandHeader( aBuffer, aSize );
-    mWriteMemCmdHeader = WriteMemCmdHeader( aBuffer + CommandHeader::SIZE );
-    mBytes = aBuffer;
-    mSize = aSize;
-    return Result::OK;
-}
-
 Result WriteMemCmd::SetCurrentDataSize( unsigned short aSize )
 {
     const unsigned int lLength = static_cast<unsigned int>( WriteMemCmdHeader::SIZE ) + aSize;
@@ -56,11 +42,6 @@ Result WriteMemCmd::SetCurrentDataSize( unsigned short aSize )
     }
     mCommandHeader.SetLength( static_cast<unsigned short>( lLength ) );
     return Result::OK;
-}
-
-Result WriteMemAck::Attach( unsigned char* aBuffer, unsigned int aSize )
-{
-    return mAckHeader.Attach( aBuffer, aSize );
 }
 
 } // namespace U3V

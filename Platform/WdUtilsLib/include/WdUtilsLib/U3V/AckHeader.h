@@ -7,7 +7,6 @@
 #include <WdUtilsLib/Export.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -37,16 +36,22 @@ public:
 
     /// Attach shows the aSize received bytes at aBuffer. Where they are fewer than a header, or
     /// aBuffer is null, it returns INVALID_PACKET and nothing is attached.
-    QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
+    QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize )
+    {
+        mBytes = PacketBytes::LittleReader( aBuffer, aSize ).Take( SIZE );
+        mSize = aSize;
+        return mBytes == nullptr ? INVALID_PACKET : unsigned{ QmUtilsLib::Result::OK };
+    }
+
+    /// IsWhole tells whether header and data lie within the attached bytes.
+    bool IsWhole() const { return MakeReader( SIZE ).Skip( GetLength() ).IsWhole(); }
 
     /// IsValid tells whether the attached bytes are a whole acknowledge with the code aAcknowledge:
-    /// the prefix is right, and header and data do not exceed them. The status may be any, since a
-    /// refusal is an answer too. The request identifier is not checked, since
-    /// DeviceControlInterface has done so.
+    /// the prefix is right, and IsWhole. The status may be any, since a refusal is an answer too.
+    /// The request identifier is not checked, since DeviceControlInterface has done so.
     bool IsValid( unsigned short aAcknowledge ) const
     {
-        return GetPrefix() == PREFIX && GetAcknowledge() == aAcknowledge &&
-               MakeReader( SIZE ).Skip( GetLength() ).IsWhole();
+        return GetPrefix() == PREFIX && GetAcknowledge() == aAcknowledge && IsWhole();
     }
 
     /// The fields of the header.
@@ -62,12 +67,17 @@ public:
     /// where fewer bytes are attached.
     unsigned int GetCurrentDataSize() const
     {
-        const std::size_t lAttached = MakeReader( SIZE ).GetLeft();
-        return static_cast<unsigned int>( std::min<std::size_t>( GetLength(), lAttached ) );
+        return static_cast<unsigned int>( MakeDataReader().GetLeft() );
     }
 
     /// GetData returns the address of the data, or null when nothing is attached.
     const unsigned char* GetData() const { return mBytes == nullptr ? nullptr : mBytes + SIZE; }
+
+    /// MakeDataReader returns a reader of that data.
+    PacketBytes::LittleReader MakeDataReader() const
+    {
+        return MakeReader( SIZE ).GetUpTo( GetLength() );
+    }
 
 private:
     static constexpr std::size_t PREFIX_OFFSET = 0;
@@ -97,23 +107,29 @@ public:
     static constexpr unsigned int SIZE = 16;              ///< bytes of the whole acknowledge
 
     /// Attach does what AckHeader::Attach does.
-    QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize );
+    QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize )
+    {
+        return mHeader.Attach( aBuffer, aSize );
+    }
 
     /// IsValid tells whether the attached bytes are a PENDING_ACK with its time-out.
     bool IsValid() const
     {
         return mHeader.IsValid( ACKNOWLEDGE ) &&
-               mHeader.GetCurrentDataSize() >= SIZE - AckHeader::SIZE;
+               mHeader.MakeDataReader().Skip( SIZE - AckHeader::SIZE ).IsWhole();
     }
 
     /// The view belongs to this object and is valid while the object lives.
+    ///@{
     AckHeader* GetAckHeader() { return &mHeader; }
+    const AckHeader* GetAckHeader() const { return &mHeader; }
+    ///@}
 
     /// Milliseconds from the arrival of this acknowledge within which the next one comes. 0 unless
     /// IsValid.
     unsigned short GetTimeout() const
     {
-        PacketBytes::LittleReader lData( mHeader.GetData(), mHeader.GetCurrentDataSize() );
+        PacketBytes::LittleReader lData = mHeader.MakeDataReader();
         return IsValid() ? lData.Skip( TIMEOUT_OFFSET ).Get16() : uint16_t{ 0 };
     }
 

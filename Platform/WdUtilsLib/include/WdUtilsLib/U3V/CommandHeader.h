@@ -2,8 +2,9 @@
 /// WdUtilsLib: the commands of GenCP as USB3 Vision carries them.
 #pragma once
 
-#include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>
+#include <QmUtilsLib/Result.h>
+#include <WdUtilsLib/U3V/FieldsView.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +30,7 @@ constexpr unsigned int INVALID_PACKET = 0x4001;
 /// Numbers are little-endian in the packet and in host order here. The memory is borrowed and must
 /// outlive the view. A new view is not attached: its fields are 0 and writing does nothing. Two
 /// views of the same memory count as one object for threads.
-class CommandHeader
+class CommandHeader : public FieldsView<CommandHeader>
 {
 public:
     static constexpr std::size_t SIZE = 12;              ///< bytes of the header
@@ -40,7 +41,7 @@ public:
 
     /// A view of the aSize bytes at aBuffer. It is not attached where they are fewer than a header.
     CommandHeader( unsigned char* aBuffer, unsigned int aSize )
-        : mBytes( aSize < SIZE ? nullptr : aBuffer )
+        : FieldsView( PacketBytes::LittleWriter( aBuffer, aSize ).Take( SIZE ) )
     {
     }
 
@@ -91,19 +92,21 @@ private:
     static constexpr std::size_t COMMAND_OFFSET = 6;
     static constexpr std::size_t LENGTH_OFFSET = 8;
     static constexpr std::size_t REQUEST_ID_OFFSET = 10;
-
-    PacketBytes::LittleReader MakeReader( std::size_t aOffset ) const
-    {
-        return PacketBytes::LittleReader( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
-    }
-
-    PacketBytes::LittleWriter MakeWriter( std::size_t aOffset )
-    {
-        return PacketBytes::LittleWriter( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
-    }
-
-    unsigned char* mBytes = nullptr;
 };
+
+/// AttachCommand attaches a command header, and the view of the fields behind it, to the aSize
+/// bytes at aBuffer. Where they are fewer than both have, or aBuffer is null, it returns
+/// INVALID_PACKET and neither is attached.
+template <typename Fields>
+QmUtilsLib::Result AttachCommand( unsigned char* aBuffer, unsigned int aSize,
+                                  CommandHeader& aHeader, Fields& aFields )
+{
+    PacketBytes::LittleWriter lBoth =
+        PacketBytes::LittleWriter( aBuffer, aSize ).GetPart( CommandHeader::SIZE + Fields::SIZE );
+    aHeader = CommandHeader( lBoth.Take( CommandHeader::SIZE ), CommandHeader::SIZE );
+    aFields = Fields( lBoth.Take( Fields::SIZE ) );
+    return lBoth.IsWhole() ? unsigned{ QmUtilsLib::Result::OK } : INVALID_PACKET;
+}
 
 } // namespace U3V
 } // namespace WdUtilsLib

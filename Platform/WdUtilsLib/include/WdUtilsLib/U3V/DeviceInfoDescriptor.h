@@ -4,6 +4,7 @@
 
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Export.h>
+#include <WdUtilsLib/U3V/FieldsView.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +35,7 @@ constexpr uint8_t CONTROL_PROTOCOL = 0x00;
 ///
 /// The memory is borrowed and must outlive the view. A new view is not attached: its fields are 0.
 class WDUTILSLIB_API DeviceInfoDescriptor
+    : public FieldsView<DeviceInfoDescriptor, const unsigned char>
 {
 public:
     static constexpr std::size_t SIZE = 20; ///< bytes of the descriptor
@@ -62,9 +64,6 @@ public:
     uint32_t GetU3VVersion() const;
     uint8_t GetTextIndex( Text aText ) const;
     ///@}
-
-private:
-    const unsigned char* mBytes = nullptr;
 };
 
 } // namespace U3V

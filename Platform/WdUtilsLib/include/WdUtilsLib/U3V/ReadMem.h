@@ -2,12 +2,13 @@
 /// WdUtilsLib: GenCP READMEM.
 #pragma once
 
-#include <PacketBytes/ByteReader.h>
-#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Export.h>
 #include <WdUtilsLib/U3V/AckHeader.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
+#include <WdUtilsLib/U3V/FieldsView.h>
+
+#include <cstddef>
 
 namespace WdUtilsLib
 {
@@ -20,7 +21,7 @@ namespace U3V
 ///     12      8     address
 ///     20      2     reserved
 ///     22      2     number of bytes to read
-class ReadMemCmdHeader
+class ReadMemCmdHeader : public FieldsView<ReadMemCmdHeader>
 {
 public:
     static constexpr std::size_t SIZE = 12; ///< bytes of the fields
@@ -29,7 +30,7 @@ public:
 
     /// A view of the SIZE bytes at aBytes, behind the command header. With null it is not attached.
     explicit ReadMemCmdHeader( unsigned char* aBytes )
-        : mBytes( aBytes )
+        : FieldsView( aBytes )
     {
     }
 
@@ -53,18 +54,6 @@ private:
     // From the start of the command-specific data.
     static constexpr std::size_t ADDRESS_OFFSET = 0;
     static constexpr std::size_t READ_LENGTH_OFFSET = 10;
-
-    PacketBytes::LittleReader MakeReader( std::size_t aOffset ) const
-    {
-        return PacketBytes::LittleReader( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
-    }
-
-    PacketBytes::LittleWriter MakeWriter( std::size_t aOffset )
-    {
-        return PacketBytes::LittleWriter( mBytes, mBytes == nullptr ? 0 : SIZE ).Skip( aOffset );
-    }
-
-    unsigned char* mBytes = nullptr;
 };
 
 /// ReadMemCmd is a view of a whole READMEM command. The memory is borrowed and must outlive it.
@@ -77,7 +66,10 @@ public:
 
     /// Attach shows the aSize bytes at aBuffer. Where they are fewer than GetRequiredBufferSize(),
     /// or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
-    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
+    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
+    {
+        return AttachCommand( aBuffer, aSize, mCommandHeader, mReadMemCmdHeader );
+    }
 
     /// Initialize fills the whole command. Flags, request identifier, address and number of bytes
     /// are 0.
@@ -116,7 +108,10 @@ public:
     ReadMemAck() = default;
 
     /// Attach shows the aSize received bytes at aBuffer, with the results of AckHeader::Attach.
-    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
+    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
+    {
+        return mAckHeader.Attach( aBuffer, aSize );
+    }
 
     /// IsValid tells whether the attached bytes are a whole READMEM acknowledge, of any status.
     bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }

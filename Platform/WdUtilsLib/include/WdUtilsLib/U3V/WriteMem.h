@@ -3,13 +3,12 @@
 #pragma once
 
 #include <PacketBytes/ByteReader.h>
-#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Result.h>
 #include <WdUtilsLib/Export.h>
 #include <WdUtilsLib/U3V/AckHeader.h>
 #include <WdUtilsLib/U3V/CommandHeader.h>
+#include <WdUtilsLib/U3V/FieldsView.h>
 
-#include <algorithm>
 #include <cstddef>
 
 namespace WdUtilsLib
@@ -21,7 +20,7 @@ namespace U3V
 ///
 ///     offset  size
 ///     12      8     address
-class WriteMemCmdHeader
+class WriteMemCmdHeader : public FieldsView<WriteMemCmdHeader>
 {
 public:
     static constexpr std::size_t SIZE = 8; ///< bytes of the field
@@ -30,24 +29,15 @@ public:
 
     /// A view of the SIZE bytes at aBytes, behind the command header. With null it is not attached.
     explicit WriteMemCmdHeader( unsigned char* aBytes )
-        : mBytes( aBytes )
+        : FieldsView( aBytes )
     {
     }
 
     /// The address.
     ///@{
-    void SetRegisterAddress( unsigned long long aAddress )
-    {
-        PacketBytes::LittleWriter( mBytes, mBytes == nullptr ? 0 : SIZE ).Put64( aAddress );
-    }
-    unsigned long long GetRegisterAddress() const
-    {
-        return PacketBytes::LittleReader( mBytes, mBytes == nullptr ? 0 : SIZE ).Get64();
-    }
+    void SetRegisterAddress( unsigned long long aAddress ) { MakeWriter( 0 ).Put64( aAddress ); }
+    unsigned long long GetRegisterAddress() const { return MakeReader( 0 ).Get64(); }
     ///@}
-
-private:
-    unsigned char* mBytes = nullptr;
 };
 
 /// WriteMemCmd is a view of a whole WRITEMEM command. The memory is borrowed and must outlive it.
@@ -63,7 +53,14 @@ public:
 
     /// Attach shows the aSize bytes at aBuffer. Where they are fewer than GetRequiredBufferSize( 0
     /// ), or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
-    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
+    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
+    {
+        QmUtilsLib::Result lResult =
+            AttachCommand( aBuffer, aSize, mCommandHeader, mWriteMemCmdHeader );
+        mBytes = lResult.IsOK() ? aBuffer : nullptr;
+        mSize = aSize;
+        return lResult;
+    }
 
     /// Initialize fills the header fields. Flags, request identifier and address are 0, and there
     /// is no data.
@@ -91,10 +88,10 @@ public:
     unsigned short GetCurrentDataSize() const
     {
         PacketBytes::LittleReader lReader( mBytes, mSize );
-        const std::size_t lAttached = lReader.Skip( CommandHeader::SIZE ).GetLeft();
-        const std::size_t lLength = std::min<std::size_t>( mCommandHeader.GetLength(), lAttached );
-        return static_cast<unsigned short>(
-            lReader.GetPart( lLength ).Skip( WriteMemCmdHeader::SIZE ).GetLeft() );
+        return static_cast<unsigned short>( lReader.Skip( CommandHeader::SIZE )
+                                                .GetUpTo( mCommandHeader.GetLength() )
+                                                .Skip( WriteMemCmdHeader::SIZE )
+                                                .GetLeft() );
     }
     unsigned char* GetData() { return mBytes == nullptr ? nullptr : mBytes + HEADERS_SIZE; }
     ///@}
@@ -128,7 +125,10 @@ public:
     WriteMemAck() = default;
 
     /// Attach shows the aSize received bytes at aBuffer, with the results of AckHeader::Attach.
-    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize );
+    QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
+    {
+        return mAckHeader.Attach( aBuffer, aSize );
+    }
 
     /// IsValid tells whether the attached bytes are a whole WRITEMEM acknowledge, of any status.
     bool IsValid() const { return mAckHeader.IsValid( ACKNOWLEDGE ); }
