@@ -5,7 +5,6 @@
 #include <PacketBytes/ByteReader.h>
 #include <WdUtilsLib/GEV/CommandHeader.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -43,8 +42,7 @@ public:
     /// is an answer too. The operation that reads the payload must check its length.
     bool IsValid( unsigned int aReceived, const CommandHeader& aCommand ) const
     {
-        PacketBytes::BigReader lReader =
-            PacketBytes::BigReader( mBytes, mSize ).GetPart( aReceived );
+        PacketBytes::BigReader lReader = MakePart( aReceived );
         lReader.Skip( ACKNOWLEDGE_OFFSET );
         const unsigned short lAcknowledge = lReader.Get16();
         const unsigned short lLength = lReader.Get16();
@@ -56,10 +54,10 @@ public:
 
     /// The fields of the header. 0 where the buffer is shorter than a header.
     ///@{
-    unsigned short GetStatus() const { return GetField( STATUS_OFFSET ); }
-    unsigned short GetAcknowledge() const { return GetField( ACKNOWLEDGE_OFFSET ); }
-    unsigned short GetLength() const { return GetField( LENGTH_OFFSET ); }
-    unsigned short GetAcknowledgeId() const { return GetField( ACKNOWLEDGE_ID_OFFSET ); }
+    unsigned short GetStatus() const { return GetHeaderField( STATUS_OFFSET ); }
+    unsigned short GetAcknowledge() const { return GetHeaderField( ACKNOWLEDGE_OFFSET ); }
+    unsigned short GetLength() const { return GetHeaderField( LENGTH_OFFSET ); }
+    unsigned short GetAcknowledgeId() const { return GetHeaderField( ACKNOWLEDGE_ID_OFFSET ); }
     ///@}
 
 protected:
@@ -67,17 +65,16 @@ protected:
     /// end is that of the length field, or of the buffer where that is shorter.
     PacketBytes::BigReader MakeReader( std::size_t aOffset ) const
     {
-        const std::size_t lTotalLength = HEADER_SIZE + GetLength();
-        return PacketBytes::BigReader( mBytes, std::min( mSize, lTotalLength ) ).Skip( aOffset );
+        return PacketBytes::BigReader( mBytes, mSize )
+            .GetUpTo( HEADER_SIZE + GetLength() )
+            .Skip( aOffset );
     }
 
-    /// GetField reads 16 bits at an offset from the start of the buffer, whatever the length field
-    /// is. 0 where they do not lie in the buffer, or the buffer is shorter than a header.
-    unsigned short GetField( std::size_t aOffset ) const
+    /// MakePart returns a reader of the first aSize bytes of the buffer, whatever the length field
+    /// is. It has no bytes where the buffer has fewer.
+    PacketBytes::BigReader MakePart( std::size_t aSize ) const
     {
-        return mSize < HEADER_SIZE
-                   ? static_cast<unsigned short>( 0 )
-                   : PacketBytes::BigReader( mBytes, mSize ).Skip( aOffset ).Get16();
+        return PacketBytes::BigReader( mBytes, mSize ).GetPart( aSize );
     }
 
 private:
@@ -85,6 +82,11 @@ private:
     static constexpr std::size_t ACKNOWLEDGE_OFFSET = 2;
     static constexpr std::size_t LENGTH_OFFSET = 4;
     static constexpr std::size_t ACKNOWLEDGE_ID_OFFSET = 6;
+
+    unsigned short GetHeaderField( std::size_t aOffset ) const
+    {
+        return MakePart( HEADER_SIZE ).Skip( aOffset ).Get16();
+    }
 
     const uint8_t* mBytes;
     std::size_t mSize;
@@ -109,7 +111,10 @@ public:
 
     /// Milliseconds that the device still needs, from the arrival of this datagram. The length
     /// field is ignored.
-    unsigned short GetTimeToCompletion() const { return GetField( TIME_OFFSET ); }
+    unsigned short GetTimeToCompletion() const
+    {
+        return MakePart( SIZE ).Skip( TIME_OFFSET ).Get16();
+    }
 
 private:
     static constexpr std::size_t TIME_OFFSET = 10;

@@ -2,8 +2,8 @@
 /// WdUtilsLib: GVCP WRITEMEM.
 #pragma once
 
-#include <WdUtilsLib/GEV/AcknowledgeHeader.h>
 #include <WdUtilsLib/GEV/CommandHeader.h>
+#include <WdUtilsLib/GEV/WriteAcknowledge.h>
 
 namespace WdUtilsLib
 {
@@ -53,27 +53,11 @@ private:
 };
 static_assert( sizeof( WriteMemoryCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-/// WriteMemoryAcknowledge (WRITEMEM_ACK) tells how many bytes were written.
-///
-///     offset  size
-///     8       2     reserved
-///     10      2     index: bytes written
-class WriteMemoryAcknowledge : public AcknowledgeHeader
+/// WriteMemoryAcknowledge (WRITEMEM_ACK) tells by its index how many bytes were written.
+class WriteMemoryAcknowledge : public WriteAcknowledge
 {
 public:
-    static constexpr std::size_t SIZE = 12; ///< bytes of the whole datagram
-
-    /// A view of the aSize bytes at aBuffer.
-    WriteMemoryAcknowledge( const void* aBuffer, std::size_t aSize )
-        : AcknowledgeHeader( aBuffer, aSize )
-    {
-    }
-
-    /// The number of bytes that the device has written.
-    unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
-
-private:
-    static constexpr std::size_t INDEX_OFFSET = 10;
+    using WriteAcknowledge::WriteAcknowledge;
 };
 
 } // namespace GEV

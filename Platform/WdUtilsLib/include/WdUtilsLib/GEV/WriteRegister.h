@@ -2,8 +2,8 @@
 /// WdUtilsLib: GVCP WRITEREG.
 #pragma once
 
-#include <WdUtilsLib/GEV/AcknowledgeHeader.h>
 #include <WdUtilsLib/GEV/CommandHeader.h>
+#include <WdUtilsLib/GEV/WriteAcknowledge.h>
 
 namespace WdUtilsLib
 {
@@ -61,27 +61,11 @@ private:
 };
 static_assert( sizeof( WriteRegisterCommand ) == CommandHeader::MAX_SIZE, "no members are added" );
 
-/// WriteRegisterAcknowledge (WRITEREG_ACK) tells how many registers were written.
-///
-///     offset  size
-///     8       2     reserved
-///     10      2     index: registers written
-class WriteRegisterAcknowledge : public AcknowledgeHeader
+/// WriteRegisterAcknowledge (WRITEREG_ACK) tells by its index how many registers were written.
+class WriteRegisterAcknowledge : public WriteAcknowledge
 {
 public:
-    static constexpr std::size_t SIZE = 12; ///< bytes of the whole datagram
-
-    /// A view of the aSize bytes at aBuffer.
-    WriteRegisterAcknowledge( const void* aBuffer, std::size_t aSize )
-        : AcknowledgeHeader( aBuffer, aSize )
-    {
-    }
-
-    /// The number of registers that the device has written.
-    unsigned short GetIndex() const { return MakeReader( INDEX_OFFSET ).Get16(); }
-
-private:
-    static constexpr std::size_t INDEX_OFFSET = 10;
+    using WriteAcknowledge::WriteAcknowledge;
 };
 
 } // namespace GEV
