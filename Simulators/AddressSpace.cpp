@@ -1,12 +1,17 @@
 #include "Simulators/AddressSpace.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace Simulators
 {
 
-AddressSpace::AddressSpace( PacketBytes::ByteOrder aOrder )
+using PacketBytes::ByteOrder;
+using PacketBytes::Load;
+using PacketBytes::Store;
+
+AddressSpace::AddressSpace( ByteOrder aOrder )
     : mOrder( aOrder )
 {
 }
@@ -92,30 +97,29 @@ bool AddressSpace::Write( uint64_t aAddress, const Bytes& aBytes )
 uint64_t AddressSpace::GetNumber( uint64_t aAddress, size_t aSize ) const
 {
     Bytes lBytes = Read( aAddress, aSize );
-    if ( mOrder == PacketBytes::ByteOrder::LITTLE )
+    if ( mOrder == ByteOrder::LITTLE )
     {
-        std::reverse( lBytes.begin(), lBytes.end() );
+        lBytes.resize( sizeof( uint64_t ) );
+        return Load<ByteOrder::LITTLE, uint64_t>( lBytes.data() );
     }
-    uint64_t lValue = 0;
-    for ( const uint8_t lByte : lBytes )
-    {
-        lValue = lValue << 8 | lByte;
-    }
-    return lValue;
+    lBytes.insert( lBytes.begin(), sizeof( uint64_t ) - aSize, 0 );
+    return Load<ByteOrder::BIG, uint64_t>( lBytes.data() );
 }
 
 void AddressSpace::SetNumber( uint64_t aAddress, uint64_t aValue, size_t aSize )
 {
-    Bytes lBytes;
-    for ( size_t i = 0; i < aSize; ++i )
+    uint8_t lBytes[sizeof( aValue )];
+    const uint8_t* lFirst = lBytes;
+    if ( mOrder == ByteOrder::LITTLE )
     {
-        lBytes.push_back( static_cast<uint8_t>( aValue >> ( 8 * i ) & 0xFF ) );
+        Store<ByteOrder::LITTLE>( aValue, lBytes );
     }
-    if ( mOrder == PacketBytes::ByteOrder::BIG )
+    else
     {
-        std::reverse( lBytes.begin(), lBytes.end() );
+        Store<ByteOrder::BIG>( aValue, lBytes );
+        lFirst = std::end( lBytes ) - aSize;
     }
-    (void)Write( aAddress, lBytes ); // as far as it is there
+    (void)Write( aAddress, Bytes( lFirst, lFirst + aSize ) ); // as far as it is there
 }
 
 uint32_t AddressSpace::GetWord( uint64_t aAddress ) const

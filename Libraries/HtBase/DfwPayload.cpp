@@ -6,6 +6,8 @@
 #include "Libraries/HtBase/Firmware/WordHexReader.h"
 
 #include <HtDfwPayload.h>
+#include <PacketBytes/ByteOrder.h>
+#include <PacketBytes/ByteWriter.h>
 #include <QmUtilsLib/Assert.h>
 
 #include <algorithm>
@@ -169,19 +171,19 @@ bool DfwPayloadWriter::WriteVersionRecord( unsigned char aFirst, unsigned char a
 bool DfwPayloadWriter::WriteTargetRecord( unsigned char aFirst, unsigned char aSecond,
                                           std::uint16_t aValue, bool aFirstFlag, bool aSecondFlag )
 {
-    unsigned char lBytes[TARGET_SIZE_WITH_MODE] = {
-        TARGET_PREFIX,
-        aFirst,
-        aSecond,
-        static_cast<unsigned char>( aValue >> 8 ),
-        static_cast<unsigned char>( aValue & 0xFF ),
-    };
+    unsigned char lBytes[TARGET_SIZE_WITH_MODE] = {};
+    PacketBytes::BigWriter lWriter( lBytes, sizeof( lBytes ) );
+    lWriter.Put8( TARGET_PREFIX );
+    lWriter.Put8( aFirst );
+    lWriter.Put8( aSecond );
+    lWriter.Put16( aValue );
     unsigned int lSize = TARGET_SIZE;
     for ( const Mode& lMode : MODES )
     {
         if ( lMode.mFirst == aFirstFlag && lMode.mSecond == aSecondFlag )
         {
-            lBytes[lSize++] = static_cast<unsigned char>( lMode.mLetter );
+            lWriter.Put8( static_cast<unsigned char>( lMode.mLetter ) );
+            lSize = TARGET_SIZE_WITH_MODE;
         }
     }
     return WriteRecord( TARGET, lBytes, lSize );
@@ -289,12 +291,8 @@ bool DfwPayloadWriter::WriteInPlace( char aType, unsigned char* aRecord, unsigne
 
 bool DfwPayloadWriter::WriteNumberRecord( char aType, std::uint32_t aNumber )
 {
-    const unsigned char lBytes[] = {
-        static_cast<unsigned char>( aNumber >> 24 ),
-        static_cast<unsigned char>( aNumber >> 16 & 0xFF ),
-        static_cast<unsigned char>( aNumber >> 8 & 0xFF ),
-        static_cast<unsigned char>( aNumber & 0xFF ),
-    };
+    unsigned char lBytes[sizeof( aNumber )];
+    PacketBytes::Store<PacketBytes::ByteOrder::BIG>( aNumber, lBytes );
     return WriteRecord( aType, lBytes, sizeof( lBytes ) );
 }
 

@@ -2,12 +2,16 @@
 
 #include "Simulators/Description.h"
 
+#include <PacketBytes/ByteReader.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
 namespace Simulators
 {
+
+using PacketBytes::BigReader;
 
 namespace
 {
@@ -31,11 +35,9 @@ void SetText( AddressSpace& aSpace, uint32_t aAddress, uint32_t aSize, const std
 
 void AddIdentity( AddressSpace& aSpace, const ConfigurationGEV& aConfiguration )
 {
-    const auto& lMac = aConfiguration.mMacAddress;
-    const uint32_t lMacHigh = ( static_cast<uint32_t>( lMac[0] ) << 8 ) | lMac[1];
-    const uint32_t lMacLow = ( static_cast<uint32_t>( lMac[2] ) << 24 ) |
-                             ( static_cast<uint32_t>( lMac[3] ) << 16 ) |
-                             ( static_cast<uint32_t>( lMac[4] ) << 8 ) | lMac[5];
+    BigReader lMac( aConfiguration.mMacAddress.data(), aConfiguration.mMacAddress.size() );
+    const uint32_t lMacHigh = lMac.Get16();
+    const uint32_t lMacLow = lMac.Get32();
     const uint32_t lVersion = ( static_cast<uint32_t>( aConfiguration.mVersionMajor ) << 16 ) |
                               aConfiguration.mVersionMinor;
     Set( aSpace, Register::VERSION, lVersion, Access::READ_ONLY );

@@ -3,6 +3,8 @@
 #include "Libraries/HtBase/Firmware/PayloadFormat.h"
 #include "Libraries/HtBase/IoStream.h"
 
+#include <PacketBytes/ByteOrder.h>
+
 namespace HtBaseLib
 {
 
@@ -57,7 +59,7 @@ bool PayloadReader::ReadTargetRecord( unsigned char& aFirst, unsigned char& aSec
     }
     aFirst = lBytes[1];
     aSecond = lBytes[2];
-    aValue = static_cast<std::uint16_t>( lBytes[3] << 8 | lBytes[4] );
+    aValue = PacketBytes::Load<PacketBytes::ByteOrder::BIG, std::uint16_t>( lBytes + 3 );
     aFirstFlag = lFirstFlag;
     aSecondFlag = lSecondFlag;
     return true;

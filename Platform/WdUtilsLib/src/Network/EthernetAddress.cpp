@@ -1,5 +1,7 @@
 #include <WdUtilsLib/Network/EthernetAddress.h>
 
+#include <PacketBytes/ByteWriter.h>
+
 #include <cstdio>
 
 namespace WdUtilsLib
@@ -50,10 +52,10 @@ bool TakeByte( const char*& aText, uint8_t& aByte )
 } // namespace
 
 EthernetAddress::EthernetAddress( uint32_t aHigh, uint32_t aLow )
-    : mBytes{ static_cast<uint8_t>( aHigh >> 8 ), static_cast<uint8_t>( aHigh ),
-              static_cast<uint8_t>( aLow >> 24 ), static_cast<uint8_t>( aLow >> 16 ),
-              static_cast<uint8_t>( aLow >> 8 ),  static_cast<uint8_t>( aLow ) }
 {
+    PacketBytes::BigWriter lWriter( mBytes.data(), mBytes.size() );
+    lWriter.Put16( static_cast<uint16_t>( aHigh ) );
+    lWriter.Put32( aLow );
 }
 
 bool EthernetAddress::Set( const char* aText )
