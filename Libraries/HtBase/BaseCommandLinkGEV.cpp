@@ -1,6 +1,7 @@
 #include <BaseCommandLinkGEV.h>
 
 #include "Libraries/HtBase/Link/LinkAssignment.h"
+#include "Libraries/HtBase/Link/Notify.h"
 #include "Libraries/HtBase/Link/Replaced.h"
 #include "Libraries/HtBase/Link/StatusText.h"
 #include "Libraries/HtBase/Support/Diagnostics.h"
@@ -221,12 +222,7 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
         return MakeInvalidAnswer();
     }
     *aValue = lAcknowledge.GetValue( 0, true );
-    return Guarded(
-        [&]
-        {
-            ReadCallback( aValue, aAddress, sizeof( *aValue ) );
-            return lResult;
-        } );
+    return Notify( lResult, [&] { ReadCallback( aValue, aAddress, sizeof( *aValue ) ); } );
 }
 
 // KEEP: A write without an acknowledge calls `WriteCallback` as soon as it has been sent.
@@ -240,17 +236,8 @@ Result BaseCommandLinkGEV::WriteRegister( const unsigned int* aValue, long long 
     lCommand.InitValue( 0, *aValue );
     unsigned char lArea[WRITE_ACKNOWLEDGE_SIZE] = {};
 
-    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck );
-    if ( !lResult.IsOK() )
-    {
-        return lResult;
-    }
-    return Guarded(
-        [&]
-        {
-            WriteCallback( aValue, aAddress, sizeof( *aValue ) );
-            return lResult;
-        } );
+    return Notify( SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck ),
+                   [&] { WriteCallback( aValue, aAddress, sizeof( *aValue ) ); } );
 }
 
 Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long long aSize )
@@ -270,12 +257,7 @@ Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long lon
     {
         return MakeInvalidAnswer();
     }
-    return Guarded(
-        [&]
-        {
-            ReadCallback( aData, aAddress, aSize );
-            return lResult;
-        } );
+    return Notify( lResult, [&] { ReadCallback( aData, aAddress, aSize ); } );
 }
 
 Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, long long aSize,
@@ -292,17 +274,8 @@ Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, l
     lCommand.SetData( aData, aSize );
     unsigned char lArea[WRITE_ACKNOWLEDGE_SIZE] = {};
 
-    Result lResult = SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck );
-    if ( !lResult.IsOK() )
-    {
-        return lResult;
-    }
-    return Guarded(
-        [&]
-        {
-            WriteCallback( aData, aAddress, aSize );
-            return lResult;
-        } );
+    return Notify( SendCommand( &lCommand, lArea, sizeof( lArea ), aNoAck ),
+                   [&] { WriteCallback( aData, aAddress, aSize ); } );
 }
 
 Result BaseCommandLinkGEV::SendCommand( Command* aCommand, void* aAckBuffer,

@@ -1,5 +1,6 @@
 #include <BaseCommandLinkU3V.h>
 
+#include "Libraries/HtBase/Link/Notify.h"
 #include "Libraries/HtBase/Link/Replaced.h"
 #include "Libraries/HtBase/Link/StatusText.h"
 #include "Libraries/HtBase/Support/Diagnostics.h"
@@ -316,12 +317,7 @@ Result BaseCommandLinkU3V::ReadMemory( void* aData, long long aAddress, long lon
         return lResult;
     }
     StoreData( lAck, aData, aSize );
-    return Guarded(
-        [&]
-        {
-            ReadCallback( aData, aAddress, aSize );
-            return lResult;
-        } );
+    return Notify( lResult, [&] { ReadCallback( aData, aAddress, aSize ); } );
 }
 
 // KEEP: `noAck` is ignored. The device is always asked for an acknowledge, and the count of
@@ -340,17 +336,8 @@ Result BaseCommandLinkU3V::WriteMemory( const void* aData, long long aAddress, l
         return lResult;
     }
     WriteMemAck lAck;
-    lResult = Transact( lExchange.GetRecord(), lAck );
-    if ( !lResult.IsOK() )
-    {
-        return lResult;
-    }
-    return Guarded(
-        [&]
-        {
-            WriteCallback( aData, aAddress, aSize );
-            return lResult;
-        } );
+    return Notify( Transact( lExchange.GetRecord(), lAck ),
+                   [&] { WriteCallback( aData, aAddress, aSize ); } );
 }
 
 // KEEP: `Read` leaves room for the header of a READMEM command, not for the smaller header of
