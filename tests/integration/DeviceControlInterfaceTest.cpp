@@ -1,6 +1,7 @@
 // The real control interface over the real libusb, on a USB bus of the test's own.
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/GenCPPackets.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/support/UsbTalk.h"
 #include "tests/support/VirtualUsb.h"
@@ -33,12 +34,12 @@ using Simulators::ConfigurationU3V;
 using Simulators::FaultU3V;
 using Simulators::VirtualDeviceU3V;
 using TestSupport::Bytes;
-using TestSupport::MakeGenCPHeader;
-using TestSupport::MakeReadMem;
-using TestSupport::MakeWriteMem;
+using TestSupport::GenCPCommand;
+using TestSupport::ReadMem;
 using TestSupport::UsbTalk;
 using TestSupport::VirtualUsbBus;
 using TestSupport::VirtualUsbDevice;
+using TestSupport::WriteMem;
 using WdTransportLayerLib::U3V::DCI_COMMAND;
 using WdTransportLayerLib::U3V::DCIConfiguration;
 using WdTransportLayerLib::U3V::DeviceControlInterface;
@@ -77,7 +78,7 @@ ConfigurationU3V MakeConfiguration( const char* aGUID )
 // Whether the device answers a read of the GenCP version.
 bool Answers( DeviceControlInterface& aInterface )
 {
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     return lTalk.Send( aInterface ).IsOK() && lTalk.GetData() == Bytes{ 0x02, 0x00, 0x01, 0x00 };
 }
 
@@ -163,7 +164,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceChangesNothing )
 {
     OpenDevice();
     SetResponseTime( mInterface, 77 );
-    UsbTalk lBefore( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lBefore( ReadMem( 0, 4 ), 16 );
     ASSERT_TRUE( lBefore.Send( mInterface ).IsOK() );
 
     const char* const WAYS[][2] = { { "1-1", GUID }, { "1-1", "" }, { "", GUID } };
@@ -172,7 +173,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceChangesNothing )
         EXPECT_TRUE( Open( mInterface, lWay[0], lWay[1] ).IsOK() );
     }
     EXPECT_EQ( 77U, mInterface.GetDCIConfiguration().mMaxDeviceResponseTime );
-    UsbTalk lAfter( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lAfter( ReadMem( 0, 4 ), 16 );
     ASSERT_TRUE( lAfter.Send( mInterface ).IsOK() );
     // The identifiers go on, so it is the same opening.
     EXPECT_EQ( ( lBefore.GetIdentifier() + 1 ) & 0xFFFF, lAfter.GetIdentifier() );
@@ -198,7 +199,7 @@ TEST_F( OpeningTest, OfTheOpenDeviceChangesNothingWhenTheSystemFails )
     OpenDevice();
     SetResponseTime( mInterface, 77 );
     mDevice->FailNext( Request::TRANSFER, ENOMEM );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     EXPECT_EQ( static_cast<unsigned int>( ENOMEM ), lTalk.Send( mInterface ).GetOSCode() );
     EXPECT_TRUE( Open( mInterface, "1-1", GUID ).IsOK() );
     EXPECT_EQ( 77U, mInterface.GetDCIConfiguration().mMaxDeviceResponseTime );
@@ -213,7 +214,7 @@ TEST_F( OpeningTest, OfADeviceThatWasUnpluggedFindsTheNewOne )
     for ( const int lError : { ENODEV, ENOMEM } )
     {
         mDevice->FailNext( Request::TRANSFER, lError );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         EXPECT_EQ( static_cast<unsigned int>( lError ), lTalk.Send( mInterface ).GetOSCode() );
     }
     mDevice->Replug();
@@ -471,7 +472,7 @@ TEST_F( OpeningTest, SaysWhatToDoIfTheSystemRefuses )
 
 TEST_F( TalkTest, NeedsAnOpenInterface )
 {
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     EXPECT_EQ( 0x0017U, lTalk.Send( mInterface ).GetCode() );
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
     EXPECT_EQ( 0x0017U, mInterface.SendCommands( nullptr, 0 ).GetCode() );
@@ -487,7 +488,7 @@ TEST_F( TalkTest, ReturnsTheAcknowledgeWithTheStampedIdentifier )
     uint64_t lLast = 0;
     for ( int i = 0; i < 5; ++i )
     {
-        const Bytes lCommand = MakeReadMem( 0x01CC, 4 );
+        const Bytes lCommand = ReadMem( 0x01CC, 4 );
         UsbTalk lTalk( lCommand, 16 );
         ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() );
         EXPECT_TRUE( lTalk.GetCommandResult().IsOK() );
@@ -517,11 +518,11 @@ TEST_F( TalkTest, WritesAndReadsMemoryAt64BitAddresses )
     const uint64_t ADDRESSES[] = { MEMORY, 0x0123456700000010 };
     for ( const uint64_t lAddress : ADDRESSES )
     {
-        UsbTalk lWrite( MakeWriteMem( lAddress, { 1, 2, 3, 4, 5 } ), 16 );
+        UsbTalk lWrite( WriteMem( lAddress, { 1, 2, 3, 4, 5 } ), 16 );
         ASSERT_TRUE( lWrite.Send( mInterface ).IsOK() );
         EXPECT_EQ( 0U, lWrite.GetStatus() );
         EXPECT_EQ( ( Bytes{ 0, 0, 5, 0 } ), lWrite.GetData() );
-        UsbTalk lRead( MakeReadMem( lAddress, 6 ), 64 );
+        UsbTalk lRead( ReadMem( lAddress, 6 ), 64 );
         ASSERT_TRUE( lRead.Send( mInterface ).IsOK() );
         EXPECT_EQ( ( Bytes{ 1, 2, 3, 4, 5, 0 } ), lRead.GetData() );
     }
@@ -543,10 +544,10 @@ TEST_F( TalkTest, CarriesCommandsAndAcknowledgesOfSeveralPackets )
         {
             lData[i] = static_cast<uint8_t>( i * 7 + lSize );
         }
-        UsbTalk lWrite( MakeWriteMem( MEMORY, lData ), 16 );
+        UsbTalk lWrite( WriteMem( MEMORY, lData ), 16 );
         ASSERT_TRUE( lWrite.Send( mInterface ).IsOK() ) << lSize;
         EXPECT_EQ( 0U, lWrite.GetStatus() );
-        UsbTalk lRead( MakeReadMem( MEMORY, static_cast<uint16_t>( lSize ) ),
+        UsbTalk lRead( ReadMem( MEMORY, static_cast<uint16_t>( lSize ) ),
                        static_cast<uint32_t>( 12 + lSize ) );
         ASSERT_TRUE( lRead.Send( mInterface ).IsOK() ) << lSize;
         EXPECT_EQ( lData, lRead.GetData() );
@@ -557,8 +558,8 @@ TEST_F( TalkTest, CarriesCommandsAndAcknowledgesOfSeveralPackets )
 TEST_F( TalkTest, SendsSeveralCommandsInOrderWhateverTheFirstAnswerIs )
 {
     OpenDevice();
-    UsbTalk lWrite( MakeWriteMem( 0x0000, { 1 } ), 16 ); // the version cannot be written
-    UsbTalk lRead( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lWrite( WriteMem( 0x0000, { 1 } ), 16 ); // the version cannot be written
+    UsbTalk lRead( ReadMem( 0, 4 ), 16 );
     DCI_COMMAND lRecords[] = { lWrite.MakeRecord(), lRead.MakeRecord() };
     ASSERT_TRUE( mInterface.SendCommands( lRecords, 2 ).IsOK() );
     lWrite.Take( lRecords[0] );
@@ -576,7 +577,7 @@ TEST_F( TalkTest, EndsAtTheFirstCommandThatIsNotAnswered )
     mDevice->Inject( { Kind::DELAY, 0, 1 } );
     mDevice->Inject( { Kind::SILENT, 0, 1 } );
     UsbTalk lTalks[] = {
-        { MakeReadMem( 0, 4 ), 16 }, { MakeReadMem( 0, 4 ), 16 }, { MakeReadMem( 0, 4 ), 16 } };
+        { ReadMem( 0, 4 ), 16 }, { ReadMem( 0, 4 ), 16 }, { ReadMem( 0, 4 ), 16 } };
     DCI_COMMAND lRecords[] = { lTalks[0].MakeRecord(), lTalks[1].MakeRecord(),
                                lTalks[2].MakeRecord() };
     EXPECT_EQ( 0x001EU, mInterface.SendCommands( lRecords, 3 ).GetCode() );
@@ -598,7 +599,7 @@ TEST_F( TalkTest, ReturnsEveryStatusToTheCaller )
     for ( const uint16_t lStatus : STATUSES )
     {
         mDevice->Inject( { Kind::STATUS, lStatus, 1 } );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         EXPECT_TRUE( lTalk.Send( mInterface ).IsOK() );
         EXPECT_EQ( lStatus, lTalk.GetStatus() );
         EXPECT_EQ( 12U, lTalk.GetReceived() );
@@ -610,7 +611,7 @@ TEST_F( TalkTest, RefusesInvalidRecordsBeforeSendingAnything )
     OpenDevice();
     const auto lExpectRefused = [this]( DCI_COMMAND aBad )
     {
-        UsbTalk lGood( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lGood( ReadMem( 0, 4 ), 16 );
         DCI_COMMAND lRecords[] = { lGood.MakeRecord(), aBad };
         const Result lResult = mInterface.SendCommands( lRecords, 2 );
         EXPECT_EQ( 0x4000U, lResult.GetCode() );
@@ -637,12 +638,12 @@ TEST_F( TalkTest, DoesNotWaitIfNoAcknowledgeIsRequested )
 {
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
-    Bytes lCommand = MakeWriteMem( MEMORY, { 9 } );
+    Bytes lCommand = WriteMem( MEMORY, { 9 } );
     lCommand[5] = 0; // flags
     UsbTalk lTalk( lCommand, 16 );
     EXPECT_TRUE( lTalk.Send( mInterface ).IsOK() );
     EXPECT_EQ( 0U, lTalk.GetReceived() );
-    UsbTalk lRead( MakeReadMem( MEMORY, 1 ), 16 );
+    UsbTalk lRead( ReadMem( MEMORY, 1 ), 16 );
     EXPECT_TRUE( lRead.Send( mInterface ).IsOK() );
     EXPECT_EQ( Bytes{ 9 }, lRead.GetData() );
 }
@@ -652,14 +653,14 @@ TEST_F( TalkTest, StoresNoMoreThanTheBufferAndRequestsWholePackets )
     OpenDevice();
     for ( uint32_t lRoom = 0; lRoom <= 40; ++lRoom )
     {
-        UsbTalk lTalk( MakeReadMem( 0x0004, 20 ), lRoom ); // 32 bytes come
+        UsbTalk lTalk( ReadMem( 0x0004, 20 ), lRoom ); // 32 bytes come
         ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() ) << lRoom;
         EXPECT_EQ( std::min( lRoom, 32U ), lTalk.GetReceived() );
         EXPECT_TRUE( lTalk.IsUntouchedBehind( lTalk.GetReceived() ) );
     }
     for ( const uint32_t lRoom : { 1023U, 1024U, 1025U, 0x7FFFFU } )
     {
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), lRoom );
+        UsbTalk lTalk( ReadMem( 0, 4 ), lRoom );
         ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() ) << lRoom;
     }
     for ( const VirtualUsbDevice::Transfer& lTransfer : mDevice->GetTransfers() )
@@ -682,7 +683,7 @@ TEST_F( TalkTest, RequestsAsManyPacketsAsTheBufferNeeds )
         { 2048, 2 }, { 2049, 3 }, { 65536, 64 }, { 65537, 65 }, { 66561, 65 }, { 0x7FFFF, 65 } };
     for ( const auto& lCase : CASES )
     {
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), lCase[0] );
+        UsbTalk lTalk( ReadMem( 0, 4 ), lCase[0] );
         ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() );
         EXPECT_EQ( lCase[1] * 1024, mDevice->GetTransfers().back().mRoom ) << lCase[0];
     }
@@ -691,7 +692,7 @@ TEST_F( TalkTest, RequestsAsManyPacketsAsTheBufferNeeds )
 TEST_F( TalkTest, AcceptsACommandThatIsOnlyAHeader )
 {
     OpenDevice();
-    UsbTalk lTalk( MakeGenCPHeader( 0x0806, 0 ), 16 );
+    UsbTalk lTalk( GenCPCommand( 0x0806, 0, {} ), 16 );
     EXPECT_TRUE( lTalk.Send( mInterface ).IsOK() );
     EXPECT_EQ( 12U, lTalk.GetReceived() );
     EXPECT_EQ( 0x8001U, lTalk.GetStatus() ); // not implemented
@@ -700,13 +701,13 @@ TEST_F( TalkTest, AcceptsACommandThatIsOnlyAHeader )
 TEST_F( TalkTest, AcceptsACommandWithoutABufferForItsAcknowledge )
 {
     OpenDevice();
-    UsbTalk lTalk( MakeWriteMem( MEMORY, { 9 } ), 0 );
+    UsbTalk lTalk( WriteMem( MEMORY, { 9 } ), 0 );
     DCI_COMMAND lRecord = lTalk.MakeRecord();
     lRecord.mAck = nullptr;
     EXPECT_TRUE( mInterface.SendCommands( &lRecord, 1 ).IsOK() );
     EXPECT_TRUE( lRecord.mResult.IsOK() );
     EXPECT_EQ( 0U, lRecord.mAckLength );
-    UsbTalk lRead( MakeReadMem( MEMORY, 1 ), 16 );
+    UsbTalk lRead( ReadMem( MEMORY, 1 ), 16 );
     EXPECT_TRUE( lRead.Send( mInterface ).IsOK() );
     EXPECT_EQ( Bytes{ 9 }, lRead.GetData() );
 }
@@ -727,8 +728,8 @@ TEST_F( TalkTest, KeepsTheCommandsOfOneCallTogetherAmongThreads )
                 {
                     const auto lMark = static_cast<uint8_t>( lThread * ROUNDS + lRound );
                     // All write to the same place and read it back.
-                    UsbTalk lWrite( MakeWriteMem( MEMORY, { lMark } ), 16 );
-                    UsbTalk lRead( MakeReadMem( MEMORY, 1 ), 16 );
+                    UsbTalk lWrite( WriteMem( MEMORY, { lMark } ), 16 );
+                    UsbTalk lRead( ReadMem( MEMORY, 1 ), 16 );
                     DCI_COMMAND lRecords[] = { lWrite.MakeRecord(), lRead.MakeRecord() };
                     const Result lResult = mInterface.SendCommands( lRecords, 2 );
                     lRead.Take( lRecords[1] );
@@ -750,7 +751,7 @@ TEST_F( FaultTest, WaitsHalfASecondUntilTheDevicesResponseTimeIsKnown )
     const auto lMeasure = [this]
     {
         mDevice->Inject( { Kind::SILENT, 0, 1 } );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         const long long lStart = Thread::GetTickCount();
         EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
         EXPECT_EQ( 0x001EU, lTalk.GetCommandResult().GetCode() );
@@ -775,7 +776,7 @@ TEST_F( FaultTest, APendingAcknowledgeProlongsTheWait )
     OpenDevice();
     SetResponseTime( mInterface, 150 );
     mDevice->Inject( { Kind::PENDING, 10000, 3, 100 } );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     const long long lStart = Thread::GetTickCount();
     ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() );
     EXPECT_GE( Thread::GetTickCount() - lStart, 295 );
@@ -788,7 +789,7 @@ TEST_F( FaultTest, TheWaitEndsAtTheTimeOfTheLastPendingAcknowledge )
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
     mDevice->Inject( { Kind::PENDING, 100, 1, LONG_MS } );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
     EXPECT_GE( Thread::GetTickCount() - lStart, 95 );
@@ -801,7 +802,7 @@ TEST_F( FaultTest, APendingAcknowledgeOfZeroTimeDoesNotWaitForEver )
     OpenDevice();
     SetResponseTime( mInterface, LONG_MS );
     mDevice->Inject( { Kind::PENDING, 0, 1, LONG_MS } );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
     EXPECT_LT( Thread::GetTickCount() - lStart, LONG_MS / 2 );
@@ -820,7 +821,7 @@ TEST_F( FaultTest, APendingAcknowledgeWithoutItsTimeIsIgnored )
     OpenDevice();
     SetResponseTime( mInterface, 200 );
     mDevice->Inject( { Kind::WRONG_CODE, 0x0805, 1 } );
-    UsbTalk lTalk( MakeReadMem( 0, 2 ), 16 ); // two bytes of data, where it has four
+    UsbTalk lTalk( ReadMem( 0, 2 ), 16 ); // two bytes of data, where it has four
     const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
     EXPECT_GE( Thread::GetTickCount() - lStart, 195 );
@@ -838,7 +839,7 @@ TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandIsIgnored )
 {
     OpenDevice();
     mDevice->Inject( { Kind::PENDING, LONG_MS, 2, 100 } );
-    UsbTalk lFirst( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lFirst( ReadMem( 0, 4 ), 16 );
     std::thread lCloser(
         [this]
         {
@@ -854,7 +855,7 @@ TEST_F( FaultTest, APendingAcknowledgeOfAnotherCommandIsIgnored )
     SetResponseTime( mInterface, 300 );
     mDevice->Inject( { Kind::SILENT, 0, 1 } );
     // Meanwhile the second pending acknowledge of the first command comes.
-    UsbTalk lSecond( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lSecond( ReadMem( 0, 4 ), 16 );
     const long long lStart = Thread::GetTickCount();
     EXPECT_EQ( 0x001EU, lSecond.Send( mInterface ).GetCode() );
     EXPECT_LT( Thread::GetTickCount() - lStart, LONG_MS / 2 );
@@ -866,7 +867,7 @@ TEST_F( FaultTest, ALateAcknowledgeDoesNotAnswerTheNextCommand )
     OpenDevice();
     SetResponseTime( mInterface, 30 );
     mDevice->Inject( { Kind::DELAY, 100, 1 } );
-    UsbTalk lFirst( MakeReadMem( 0x01CC, 4 ), 16 );
+    UsbTalk lFirst( ReadMem( 0x01CC, 4 ), 16 );
     EXPECT_EQ( 0x001EU, lFirst.Send( mInterface ).GetCode() );
     SetResponseTime( mInterface, 5000 );
     EXPECT_TRUE( Answers( mInterface ) ); // with its own data, behind the late one
@@ -893,7 +894,7 @@ TEST_F( FaultTest, AnAcknowledgeOfAnotherCommandIsNotAnAnswer )
     {
         mDevice->Inject( lFault );
         SetResponseTime( mInterface, 30 );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
         EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
         SetResponseTime( mInterface, LONG_MS );
@@ -913,7 +914,7 @@ TEST_F( FaultTest, OtherFaultsOfAnAcknowledgeAreLeftToTheCaller )
     for ( size_t i = 0; i < std::size( SIZES ); ++i )
     {
         mDevice->Inject( FAULTS[i] );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         EXPECT_TRUE( lTalk.Send( mInterface ).IsOK() ) << i;
         EXPECT_EQ( SIZES[i], lTalk.GetReceived() );
     }
@@ -926,7 +927,7 @@ TEST_F( FaultTest, EveryTruncationStoresOnlyTheReceivedBytes )
     {
         SetResponseTime( mInterface, lSize < 12 ? 20 : LONG_MS );
         mDevice->Inject( { Kind::TRUNCATED, lSize, 1 } );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         const Result lResult = lTalk.Send( mInterface );
         EXPECT_EQ( lSize < 12 ? 0x001EU : 0U, lResult.GetCode() ) << lSize;
         EXPECT_EQ( lSize < 12 ? 0 : lSize, lTalk.GetReceived() );
@@ -940,7 +941,7 @@ TEST_F( FaultTest, AnAcknowledgeThatIsTooLongIsTruncated )
     for ( const uint32_t lMore : { 1U, 100U, 1008U, 1009U, 3000U, 10000U } )
     {
         mDevice->Inject( { Kind::LONG, lMore, 1 } );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         ASSERT_TRUE( lTalk.Send( mInterface ).IsOK() ) << lMore;
         EXPECT_EQ( 16U, lTalk.GetReceived() );
         EXPECT_TRUE( lTalk.IsUntouchedBehind( 16 ) );
@@ -956,7 +957,7 @@ TEST_F( FaultTest, ACompleteAcknowledgeIsAnAnswerEvenIfItsTransferDoesNotEnd )
     mDevice->LeaveTransfersOpen();
     EXPECT_TRUE( Answers( mInterface ) );
     mDevice->Inject( { Kind::WRONG_LENGTH, 5, 1 } ); // one more is to come
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 17 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 17 );
     EXPECT_EQ( 0x001EU, lTalk.Send( mInterface ).GetCode() );
     EXPECT_EQ( 0U, lTalk.GetReceived() );
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
@@ -966,7 +967,7 @@ TEST_F( FaultTest, ACommandThatIsSentOnlyInPartIsAnError )
 {
     OpenDevice();
     mDevice->CutCommand( 23 );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     const Result lResult = lTalk.Send( mInterface );
     EXPECT_EQ( 0x4000U, lResult.GetCode() );
     EXPECT_EQ( static_cast<unsigned int>( EIO ), lResult.GetOSCode() );
@@ -981,7 +982,7 @@ TEST_F( FaultTest, ABusErrorIsReportedWithItsCode )
     for ( const auto& lCase : CASES )
     {
         mDevice->FailNext( Request::FETCH, lCase[0] );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         const Result lResult = lTalk.Send( mInterface );
         EXPECT_EQ( 0x4000U, lResult.GetCode() );
         EXPECT_EQ( static_cast<unsigned int>( lCase[1] ), lResult.GetOSCode() );
@@ -998,7 +999,7 @@ TEST_F( FaultTest, AHaltedEndpointThatCannotBeClearedIsReportedToo )
     {
         mDevice->Inject( { Kind::STALL_OUT, 0, 1 } );
         mDevice->FailNext( Request::CLEAR_HALT, lCase[0] );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         EXPECT_EQ( static_cast<unsigned int>( lCase[1] ), lTalk.Send( mInterface ).GetOSCode() );
         EXPECT_EQ( static_cast<unsigned int>( EPIPE ), lTalk.Send( mInterface ).GetOSCode() );
         EXPECT_TRUE( Answers( mInterface ) ); // cleared the second time
@@ -1012,7 +1013,7 @@ TEST_F( FaultTest, AHaltedEndpointIsReportedAndCleared )
     for ( const Kind lKind : { Kind::STALL_IN, Kind::STALL_OUT } )
     {
         mDevice->Inject( { lKind, 0, 1 } );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         const Result lResult = lTalk.Send( mInterface );
         EXPECT_EQ( 0x4000U, lResult.GetCode() );
         EXPECT_EQ( static_cast<unsigned int>( EPIPE ), lResult.GetOSCode() );
@@ -1029,7 +1030,7 @@ TEST_F( FaultTest, AnUnpluggedDeviceIsReportedWithTheSystemsCode )
     mDevice->Inject( { Kind::UNPLUG, 0, 1 } );
     for ( int i = 0; i < 3; ++i ) // the first time while it waits for the acknowledge
     {
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         const Result lResult = lTalk.Send( mInterface );
         EXPECT_EQ( 0x4000U, lResult.GetCode() );
         EXPECT_EQ( static_cast<unsigned int>( ENODEV ), lResult.GetOSCode() );
@@ -1051,7 +1052,7 @@ Result SendWhile( DeviceControlInterface& aInterface, VirtualUsbDevice& aDevice,
             EXPECT_TRUE( aDevice.WaitForReader() );
             aAction();
         } );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     const Result lResult = lTalk.Send( aInterface );
     lOther.join();
     EXPECT_EQ( 0U, lTalk.GetReceived() );
@@ -1167,7 +1168,7 @@ TEST_F( ClosingTest, PreventsAWaitingCallFromStarting )
                            lWaiting.emplace_back(
                                [&]
                                {
-                                   UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+                                   UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
                                    ++lStarted;
                                    EXPECT_EQ( 0x0017U, lTalk.Send( mInterface ).GetCode() );
                                } );
@@ -1200,7 +1201,7 @@ TEST_F( ClosingTest, EndsPendingWaitsToo )
             }
             EXPECT_TRUE( mInterface.Close().IsOK() );
         } );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     EXPECT_EQ( 0x0017U, lTalk.Send( mInterface ).GetCode() );
     EXPECT_TRUE( lTalk.IsUntouchedBehind( 0 ) );
     lCloser.join();
@@ -1219,7 +1220,7 @@ TEST_F( ClosingTest, AndOpeningDuringTransfersIsSafe )
             {
                 while ( !lIsDone )
                 {
-                    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+                    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
                     const Result lResult = lTalk.Send( mInterface );
                     const bool lIsGood =
                         lResult.IsOK() && lTalk.GetData() == Bytes{ 0x02, 0x00, 0x01, 0x00 };
@@ -1251,11 +1252,11 @@ TEST_F( JudgeTest, ADissectorDecodesEveryFieldOfTheExchange )
 {
     OpenDevice();
     mDevice->Inject( { Kind::PENDING, 1000, 1, 1 } );
-    UsbTalk lRead( MakeReadMem( 0x01CC, 4 ), 16 );
+    UsbTalk lRead( ReadMem( 0x01CC, 4 ), 16 );
     ASSERT_TRUE( lRead.Send( mInterface ).IsOK() );
-    UsbTalk lWrite( MakeWriteMem( MEMORY, { 1, 2, 3 } ), 16 );
+    UsbTalk lWrite( WriteMem( MEMORY, { 1, 2, 3 } ), 16 );
     ASSERT_TRUE( lWrite.Send( mInterface ).IsOK() );
-    UsbTalk lRefused( MakeReadMem( 0x00F00000, 4 ), 16 );
+    UsbTalk lRefused( ReadMem( 0x00F00000, 4 ), 16 );
     ASSERT_TRUE( lRefused.Send( mInterface ).IsOK() );
 
     const TestSupport::TemporaryDirectory lDirectory;

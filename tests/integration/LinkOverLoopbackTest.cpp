@@ -1,6 +1,7 @@
 // The link over real sockets, against the virtual device and against canned answers.
 
 #include "tests/support/LoopbackDevice.h"
+#include "tests/support/Packets.h"
 
 #include <QmUtilsLib/String.h>
 #include <QmUtilsLib/Thread.h>
@@ -19,32 +20,23 @@ namespace
 
 using HtBaseLib::SimpleCommandLinkGEV;
 using QmUtilsLib::Result;
-using Simulators::Bytes;
 using Simulators::ConfigurationGEV;
 using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::FaultPlan;
 using Simulators::Outgoing;
+using TestSupport::Bytes;
 using TestSupport::LoopbackDevice;
 using TestSupport::LoopbackSocket;
 using TestSupport::PatientLink;
+using TestSupport::Pattern;
 
 constexpr long long MEMORY = 0x00100000;
 constexpr long long SCRATCH = 0xA000;
 constexpr long long CONTROL = 0x0A00;
 constexpr long long PIECE = 512;
 
-Bytes MakePattern( size_t aSize )
-{
-    Bytes lBytes( aSize );
-    for ( size_t lIndex = 0; lIndex < aSize; ++lIndex )
-    {
-        lBytes[lIndex] = static_cast<uint8_t>( lIndex * 37 + lIndex / 251 );
-    }
-    return lBytes;
-}
-
-// The concrete link, with time-outs so long that a slow machine causes no retry.
+// The concrete link, but so patient that a slow machine causes no retry.
 class VeryPatientLink : public SimpleCommandLinkGEV
 {
 public:
@@ -127,7 +119,7 @@ TEST( LinkOverLoopback, ReadsAndWritesRegistersAndMemoryOfADevice )
     ASSERT_TRUE( lLink.WriteRegister( &lWritten, SCRATCH, false ).IsOK() );
     ASSERT_TRUE( lLink.ReadRegister( &lValue, SCRATCH ).IsOK() );
     EXPECT_EQ( lWritten, lValue );
-    MoveMemory( lLink, MakePattern( 8 * PIECE ) );
+    MoveMemory( lLink, Pattern( 8 * PIECE ) );
     EXPECT_EQ( 0, lLink.GetRetriesCount() );
 }
 
@@ -193,7 +185,7 @@ TEST( LinkOverLoopback, MovesMemoryThroughLossDelayDuplicatesAndReordering )
         PatientLink lLink( &lSocket.mSocket, 20, 25 );
         TakeControl( lLink );
 
-        MoveMemory( lLink, MakePattern( 32 * PIECE ) );
+        MoveMemory( lLink, Pattern( 32 * PIECE ) );
         EXPECT_GT( lLink.GetRetriesCount(), 0 );
         EXPECT_LE( lLink.GetRetriesMax(), lLink.GetRetriesCount() );
     }

@@ -2,6 +2,7 @@
 // own.
 
 #include "tests/support/AllocationCounter.h"
+#include "tests/support/GenCPPackets.h"
 #include "tests/support/UsbTalk.h"
 #include "tests/support/VirtualUsb.h"
 
@@ -30,7 +31,7 @@ using Simulators::ConfigurationU3V;
 using Simulators::VirtualDeviceU3V;
 using TestSupport::AllocationFailure;
 using TestSupport::GetLiveAllocationCount;
-using TestSupport::MakeReadMem;
+using TestSupport::ReadMem;
 using TestSupport::UsbTalk;
 using TestSupport::VirtualUsbBus;
 using TestSupport::VirtualUsbDevice;
@@ -135,7 +136,7 @@ protected:
 
     static bool Answers( DeviceControlInterface& aInterface )
     {
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         return lTalk.Send( aInterface ).IsOK() && lTalk.GetReceived() == 16;
     }
 
@@ -229,7 +230,7 @@ TEST_F( UsbAllocation, ACommandIsNotSentIfItsAnswerCannotBeStored )
     {
         DeviceControlInterface lInterface; // which has no place yet
         ASSERT_TRUE( Open( lInterface ).IsOK() );
-        UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+        UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
         const uint64_t lBefore = CountCommands( *mDevice );
         Result lResult;
         {
@@ -255,8 +256,8 @@ TEST_F( UsbAllocation, TheCommandsBeforeItAreAnswered )
     DeviceControlInterface lInterface;
     ASSERT_TRUE( Open( lInterface ).IsOK() );
     ASSERT_TRUE( Answers( lInterface ) );
-    UsbTalk lShort( MakeReadMem( 0, 4 ), 16 );
-    UsbTalk lLong( MakeReadMem( 0, 4 ), 5000 );
+    UsbTalk lShort( ReadMem( 0, 4 ), 16 );
+    UsbTalk lLong( ReadMem( 0, 4 ), 5000 );
     DCI_COMMAND lRecords[] = { lShort.MakeRecord(), lLong.MakeRecord() };
     const uint64_t lBefore = CountCommands( *mDevice );
     Result lResult;
@@ -282,7 +283,7 @@ TEST_F( UsbAllocation, ABusErrorKeepsItsCodeWithoutItsText )
     ASSERT_TRUE( Open( lInterface ).IsOK() );
     ASSERT_TRUE( Answers( lInterface ) );
     mBus.Unplug( mDevice );
-    UsbTalk lTalk( MakeReadMem( 0, 4 ), 16 );
+    UsbTalk lTalk( ReadMem( 0, 4 ), 16 );
     for ( const unsigned long long lLength : LENGTHS )
     {
         const unsigned int lFailures = FailEachAllocation(

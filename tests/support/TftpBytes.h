@@ -5,22 +5,9 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace TestSupport
 {
-
-inline Bytes operator+( Bytes aA, const Bytes& aB )
-{
-    aA.insert( aA.end(), aB.begin(), aB.end() );
-    return aA;
-}
-
-// The characters of a text, without a zero.
-inline Bytes Text( const std::string& aText )
-{
-    return Bytes( aText.begin(), aText.end() );
-}
 
 // A 16-bit number, the more significant byte first.
 inline Bytes Big16( unsigned int aValue )
@@ -54,19 +41,6 @@ inline Bytes Ack( unsigned int aBlock )
 inline Bytes Error( unsigned int aCode, const std::string& aMessage )
 {
     return Bytes{ 0x00, 0x05 } + Big16( aCode ) + Text( aMessage ) + Bytes{ 0x00 };
-}
-
-// aCount bytes that differ from block to block and from seed to seed.
-inline Bytes Pattern( std::size_t aCount, unsigned int aSeed = 1 )
-{
-    Bytes lBytes( aCount );
-    uint32_t lState = aSeed;
-    for ( uint8_t& lByte : lBytes )
-    {
-        lState = lState * 1664525U + 1013904223U;
-        lByte = static_cast<uint8_t>( lState >> 24 );
-    }
-    return lBytes;
 }
 
 } // namespace TestSupport

@@ -1,8 +1,8 @@
-// Commands of GenCP, laid out by hand for tests, and the places for their acknowledges.
+// Commands to a control interface, and the places for their acknowledges.
 #pragma once
 
-#include "Simulators/Datagram.h"
 #include "tests/support/LittleEndian.h"
+#include "tests/support/Packets.h"
 
 #include <WdTransportLayerLib/U3V/DeviceControlInterface.h>
 
@@ -12,42 +12,7 @@
 namespace TestSupport
 {
 
-using Simulators::Bytes;
-
-inline Bytes MakeGenCPHeader( uint16_t aCommand, uint16_t aLength )
-{
-    return { 0x55,
-             0x33,
-             0x56,
-             0x43, // prefix
-             0x00,
-             0x40, // flags
-             static_cast<uint8_t>( aCommand & 0xFF ),
-             static_cast<uint8_t>( aCommand >> 8 ), // command
-             static_cast<uint8_t>( aLength & 0xFF ),
-             static_cast<uint8_t>( aLength >> 8 ), // length
-             0x00,
-             0x00 }; // request identifier
-}
-
-inline Bytes MakeReadMem( uint64_t aAddress, uint16_t aCount )
-{
-    Bytes lBytes = MakeGenCPHeader( 0x0800, 12 );
-    AppendLittle( lBytes, aAddress, 8 );
-    AppendLittle( lBytes, 0, 2 ); // reserved
-    AppendLittle( lBytes, aCount, 2 );
-    return lBytes;
-}
-
-inline Bytes MakeWriteMem( uint64_t aAddress, const Bytes& aData )
-{
-    Bytes lBytes = MakeGenCPHeader( 0x0802, static_cast<uint16_t>( 8 + aData.size() ) );
-    AppendLittle( lBytes, aAddress, 8 );
-    lBytes.insert( lBytes.end(), aData.begin(), aData.end() );
-    return lBytes;
-}
-
-// One command and the place for its acknowledge, with guard bytes after the room that is offered.
+// One command and the place for its acknowledge, with guard bytes behind the room that is offered.
 class UsbTalk
 {
 public:
@@ -99,8 +64,8 @@ public:
         const Bytes lAck = GetAck();
         return lAck.size() < 12 ? Bytes() : Bytes( lAck.begin() + 12, lAck.end() );
     }
-    uint64_t GetStatus() const { return GetLittle( GetAck(), 4, 2 ); }
-    uint64_t GetIdentifier() const { return GetLittle( GetAck(), 10, 2 ); }
+    uint64_t GetStatus() const { return FromLittle( GetAck(), 4, 2 ); }
+    uint64_t GetIdentifier() const { return FromLittle( GetAck(), 10, 2 ); }
 
     // Whether nothing was stored after the first aSize bytes.
     bool IsUntouchedBehind( size_t aSize ) const

@@ -125,17 +125,6 @@ const Bytes WRITEMEM_ACK = Packet( {
 
 const Bytes DATA_4{ 0xDE, 0xAD, 0xBE, 0xEF };
 
-// Bytes that differ from their neighbours.
-Bytes MakeData( std::size_t aSize )
-{
-    Bytes lData( aSize );
-    for ( std::size_t lPlace = 0; lPlace < aSize; ++lPlace )
-    {
-        lData[lPlace] = static_cast<uint8_t>( 7 * lPlace + lPlace / 256 );
-    }
-    return lData;
-}
-
 // Memory of a caller with guard bytes on both sides.
 class GuardedArea
 {
@@ -378,7 +367,7 @@ TEST_F( RegisterAccessTest, ReadsMemory )
 
 TEST_F( RegisterAccessTest, ReadsAsMuchMemoryAsOnePacketCarries )
 {
-    const Bytes lData = MakeData( 536 );
+    const Bytes lData = Pattern( 536 );
     mNet.Expect( ReadMem( 0x02, 0x18 ) ).Reply( ReadMemAck( 0x02, 0x1C, lData ) );
     GuardedArea lArea( 536 );
     EXPECT_TRUE( mLink.ReadMemory( lArea.Get(), 0xD800, 536 ).IsOK() );
@@ -429,7 +418,7 @@ TEST_F( RegisterAccessTest, ReadsNoMemoryAlsoFromAnAcknowledgeWithoutPayload )
 
 TEST_F( RegisterAccessTest, CopiesNoMoreMemoryThanWasAskedFor )
 {
-    const Bytes lData = MakeData( 12 );
+    const Bytes lData = Pattern( 12 );
     mNet.Expect( ReadMem( 0x00, 0x04 ) ).Reply( ReadMemAck( 0x00, 0x10, lData ) );
     GuardedArea lArea( 4 );
     EXPECT_TRUE( mLink.ReadMemory( lArea.Get(), 0xD800, 4 ).IsOK() );
@@ -441,7 +430,7 @@ TEST_F( RegisterAccessTest, CopiesNoMoreMemoryThanWasAskedFor )
 TEST_F( RegisterAccessTest, CopiesNoMemoryFromAnAcknowledgeWithLessThanWasAskedFor )
 {
     // Address and data cut to every shorter size, the address alone and parts of it included.
-    const Bytes lPayload = Packet( { { 0x00, 0x00, 0xD8, 0x00 }, MakeData( 8 ) } );
+    const Bytes lPayload = Packet( { { 0x00, 0x00, 0xD8, 0x00 }, Pattern( 8 ) } );
     for ( std::size_t lSize = 0; lSize < lPayload.size(); ++lSize )
     {
         Rewind();
@@ -493,7 +482,7 @@ TEST_F( RegisterAccessTest, SendsAReadOfMoreThanOnePacketUnchanged )
 
 TEST_F( RegisterAccessTest, FailsIfTheDeviceAnswersALargerReadWithOneFullPacket )
 {
-    const Bytes lData = MakeData( 536 );
+    const Bytes lData = Pattern( 536 );
     mNet.Expect( ReadMem( 0x02, 0x1C ) ).Reply( ReadMemAck( 0x02, 0x1C, lData ) );
     GuardedArea lArea( 540 );
     const Result lResult = mLink.ReadMemory( lArea.Get(), 0xD800, 540 );
@@ -506,7 +495,7 @@ TEST_F( RegisterAccessTest, FailsIfTheDeviceAnswersALargerReadWithOneFullPacket 
 TEST_F( RegisterAccessTest, TreatsAnAcknowledgeBeyondTheLargestPacketAsAStray )
 {
     mLink.mRetryCount = 1;
-    mNet.Expect( ReadMem( 0x02, 0x1C ) ).Reply( ReadMemAck( 0x02, 0x20, MakeData( 540 ) ) );
+    mNet.Expect( ReadMem( 0x02, 0x1C ) ).Reply( ReadMemAck( 0x02, 0x20, Pattern( 540 ) ) );
     GuardedArea lArea( 540 );
     EXPECT_EQ( mLink.ReadMemory( lArea.Get(), 0xD800, 540 ).GetCode(), 0x001EU );
     EXPECT_TRUE( lArea.IsUntouched() );
@@ -571,7 +560,7 @@ TEST_F( RegisterAccessTest, WritesMemoryWithoutAcknowledge )
 
 TEST_F( RegisterAccessTest, WritesAsMuchMemoryAsOnePacketCarries )
 {
-    const Bytes lData = MakeData( 536 );
+    const Bytes lData = Pattern( 536 );
     mNet.Expect( WriteMem( 0x01, 0x02, 0x1C, lData ) ).Reply( WRITEMEM_ACK );
     EXPECT_TRUE( mLink.WriteMemory( lData.data(), 0xD800, 536, false ).IsOK() );
     ExpectTransfer( mLink.mWrites, lData.data(), 0xD800, lData );
@@ -592,7 +581,7 @@ TEST_F( RegisterAccessTest, WritesMemoryOfSizesThatAreNotWholeWords )
 
 TEST_F( RegisterAccessTest, RefusesToWriteMoreThanAPacketCarries )
 {
-    const Bytes lData = MakeData( 540 );
+    const Bytes lData = Pattern( 540 );
     for ( const long long lSize : { 537LL, 540LL, 65536LL + 4, 0x1'0000'0004LL, -1LL, -4LL,
                                     LLONG_MAX, LLONG_MIN, LLONG_MIN + 4 } )
     {

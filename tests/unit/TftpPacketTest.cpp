@@ -28,6 +28,7 @@ using TestSupport::AssertionRecorder;
 using TestSupport::Bytes;
 using TestSupport::Packet;
 using TestSupport::Prefix;
+using TestSupport::Text;
 
 namespace
 {
@@ -75,12 +76,7 @@ bool IsAccepted( const Bytes& aBytes )
     return Decode( lPacket, aBytes );
 }
 
-Bytes Text( const std::string& aText )
-{
-    return Bytes( aText.begin(), aText.end() );
-}
-
-// A number in the order of this machine.
+// A number as it lies in this machine's memory.
 Bytes HostWord( uint16_t aValue )
 {
     Bytes lBytes( sizeof( aValue ) );

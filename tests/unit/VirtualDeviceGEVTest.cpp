@@ -1,5 +1,7 @@
 #include "Simulators/GEV/VirtualDeviceGEV.h"
 
+#include "tests/support/Packets.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +14,7 @@
 #include <gtest/gtest.h>
 
 using namespace Simulators;
+using TestSupport::operator+;
 
 namespace
 {
@@ -22,12 +25,6 @@ constexpr Endpoint OTHER_HOST = { 0xC0A80003, 40000 };
 constexpr uint32_t MEMORY = 0x00100000;
 constexpr uint32_t MEMORY_END = 0x00200000;
 constexpr int64_t START_MS = 100000;
-
-Bytes operator+( Bytes aA, const Bytes& aB )
-{
-    aA.insert( aA.end(), aB.begin(), aB.end() );
-    return aA;
-}
 
 Bytes Half( uint32_t aValue )
 {

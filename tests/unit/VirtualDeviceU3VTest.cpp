@@ -1,6 +1,6 @@
 #include "Simulators/U3V/VirtualDeviceU3V.h"
 
-#include "tests/support/LittleEndian.h"
+#include "tests/support/GenCPPackets.h"
 
 #include <cstdint>
 #include <optional>
@@ -10,7 +10,11 @@
 #include <gtest/gtest.h>
 
 using namespace Simulators;
-using TestSupport::GetLittle;
+using TestSupport::FromLittle;
+using TestSupport::GenCPAck;
+using TestSupport::GenCPCommand;
+using TestSupport::Little;
+using TestSupport::operator+;
 
 namespace
 {
@@ -22,46 +26,15 @@ constexpr uint64_t MEMORY = 0x00100100;
 constexpr uint64_t HIGH_MEMORY = 0x0123456700000000;
 constexpr int64_t START_MS = 100000;
 
-Bytes operator+( Bytes aA, const Bytes& aB )
+// Commands with a request identifier, as a control interface sends them.
+Bytes ReadMem( uint64_t aAddress, size_t aCount, uint16_t aIdentifier = 1 )
 {
-    aA.insert( aA.end(), aB.begin(), aB.end() );
-    return aA;
-}
-
-Bytes Little( uint64_t aValue, size_t aSize )
-{
-    Bytes lBytes;
-    for ( size_t i = 0; i < aSize; i++ )
-    {
-        lBytes.push_back( static_cast<uint8_t>( ( aValue >> ( 8 * i ) ) & 0xFF ) );
-    }
-    return lBytes;
-}
-
-const Bytes PREFIX = { 0x55, 0x33, 0x56, 0x43 };
-
-Bytes Command( uint16_t aCommand, uint16_t aIdentifier, const Bytes& aData,
-               uint16_t aFlags = 0x4000 )
-{
-    return PREFIX + Little( aFlags, 2 ) + Little( aCommand, 2 ) + Little( aData.size(), 2 ) +
-           Little( aIdentifier, 2 ) + aData;
-}
-
-Bytes ReadMem( uint64_t aAddress, uint64_t aCount, uint16_t aIdentifier = 1 )
-{
-    return Command( 0x0800, aIdentifier,
-                    Little( aAddress, 8 ) + Little( 0, 2 ) + Little( aCount, 2 ) );
+    return TestSupport::ReadMem( aAddress, static_cast<uint16_t>( aCount ), aIdentifier );
 }
 
 Bytes WriteMem( uint64_t aAddress, const Bytes& aData, uint16_t aIdentifier = 1 )
 {
-    return Command( 0x0802, aIdentifier, Little( aAddress, 8 ) + aData );
-}
-
-Bytes Ack( uint64_t aStatus, uint64_t aCode, uint64_t aIdentifier, const Bytes& aData )
-{
-    return PREFIX + Little( aStatus, 2 ) + Little( aCode, 2 ) + Little( aData.size(), 2 ) +
-           Little( aIdentifier, 2 ) + aData;
+    return TestSupport::WriteMem( aAddress, aData, aIdentifier );
 }
 
 // A device and a host with a clock that does not move between commands.
@@ -100,8 +73,8 @@ protected:
     uint64_t AskStatus( const Bytes& aCommand )
     {
         const Bytes lAck = Ask( aCommand );
-        EXPECT_TRUE( GetLittle( lAck, 4, 2 ) == 0 || lAck.size() == 12 ); // refusals carry no data
-        return GetLittle( lAck, 4, 2 );
+        EXPECT_TRUE( FromLittle( lAck, 4, 2 ) == 0 || lAck.size() == 12 ); // refusals carry no data
+        return FromLittle( lAck, 4, 2 );
     }
 
     ConfigurationU3V mConfiguration;
@@ -111,23 +84,24 @@ protected:
 
 TEST_F( VirtualDeviceU3VTest, AnswersAReadWithTheIdentifierOfTheCommand )
 {
-    EXPECT_EQ( Ack( 0, 0x0801, 0xBEEF, { 0x02, 0x00, 0x01, 0x00 } ),
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 0xBEEF, { 0x02, 0x00, 0x01, 0x00 } ),
                Ask( ReadMem( 0x0000, 4, 0xBEEF ) ) );
 }
 
 TEST_F( VirtualDeviceU3VTest, WritesAndReportsTheLengthWritten )
 {
-    EXPECT_EQ( Ack( 0, 0x0803, 7, { 0, 0, 3, 0 } ), Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 8, { 1, 2, 3, 0 } ), Ask( ReadMem( MEMORY, 4, 8 ) ) );
-    EXPECT_EQ( Ack( 0, 0x0803, 9, { 0, 0, 1, 0 } ), Ask( WriteMem( HIGH_MEMORY, { 5 }, 9 ) ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 10, { 5 } ), Ask( ReadMem( HIGH_MEMORY, 1, 10 ) ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 11, { 1 } ), Ask( ReadMem( MEMORY, 1, 11 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0803, 7, { 0, 0, 3, 0 } ),
+               Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 8, { 1, 2, 3, 0 } ), Ask( ReadMem( MEMORY, 4, 8 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0803, 9, { 0, 0, 1, 0 } ), Ask( WriteMem( HIGH_MEMORY, { 5 }, 9 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 10, { 5 } ), Ask( ReadMem( HIGH_MEMORY, 1, 10 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 11, { 1 } ), Ask( ReadMem( MEMORY, 1, 11 ) ) );
 }
 
 TEST_F( VirtualDeviceU3VTest, WriteAcknowledgeHasNoLengthWithoutThatCapability )
 {
     mConfiguration.mDeviceCapability &= ~CapabilityU3V::WRITTEN_LENGTH;
-    EXPECT_EQ( Ack( 0, 0x0803, 7, {} ), Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0803, 7, {} ), Ask( WriteMem( MEMORY, { 1, 2, 3 }, 7 ) ) );
 }
 
 TEST_F( VirtualDeviceU3VTest, DropsOtherPackets )
@@ -168,21 +142,21 @@ TEST_F( VirtualDeviceU3VTest, RefusesEachMistakeWithItsStatus )
 {
     const Bytes lRead = Little( MEMORY, 8 ) + Little( 0, 2 ) + Little( 4, 2 );
     // Invalid header.
-    EXPECT_EQ( 0x800EU, AskStatus( Command( 0x0800, 1, lRead, 0xC000 ) ) );
+    EXPECT_EQ( 0x800EU, AskStatus( GenCPCommand( 0x0800, 1, lRead, 0xC000 ) ) );
     EXPECT_EQ( 0x800EU, AskStatus( WriteMem( MEMORY, Bytes( 1005, 0 ) ) ) );
     EXPECT_EQ( 0x0000U, AskStatus( WriteMem( MEMORY, Bytes( 1004, 0 ) ) ) );
     // Not implemented.
-    EXPECT_EQ( 0x8001U, AskStatus( Command( 0x0804, 1, lRead ) ) );
-    EXPECT_EQ( 0x8001U, AskStatus( Command( 0x0801, 1, lRead ) ) );
+    EXPECT_EQ( 0x8001U, AskStatus( GenCPCommand( 0x0804, 1, lRead ) ) );
+    EXPECT_EQ( 0x8001U, AskStatus( GenCPCommand( 0x0801, 1, lRead ) ) );
     // Invalid parameter.
-    EXPECT_EQ( 0x8002U, AskStatus( Command( 0x0800, 1, Bytes( 11, 0 ) ) ) );
-    EXPECT_EQ( 0x8002U, AskStatus( Command( 0x0800, 1, Bytes( 13, 0 ) ) ) );
-    EXPECT_EQ( 0x8002U, AskStatus( Command( 0x0802, 1, Bytes( 7, 0 ) ) ) );
+    EXPECT_EQ( 0x8002U, AskStatus( GenCPCommand( 0x0800, 1, Bytes( 11, 0 ) ) ) );
+    EXPECT_EQ( 0x8002U, AskStatus( GenCPCommand( 0x0800, 1, Bytes( 13, 0 ) ) ) );
+    EXPECT_EQ( 0x8002U, AskStatus( GenCPCommand( 0x0802, 1, Bytes( 7, 0 ) ) ) );
     EXPECT_EQ( 0x8002U, AskStatus( ReadMem( MEMORY, 0 ) ) );
     EXPECT_EQ( 0x8002U, AskStatus( WriteMem( MEMORY, {} ) ) );
     EXPECT_EQ( 0x8002U, AskStatus( ReadMem( MEMORY, 1013 ) ) );
     EXPECT_EQ( 0x0000U, AskStatus( ReadMem( MEMORY, 1012 ) ) );
-    EXPECT_EQ( 0x8002U, AskStatus( Command(
+    EXPECT_EQ( 0x8002U, AskStatus( GenCPCommand(
                             0x0800, 1, Little( MEMORY, 8 ) + Little( 1, 2 ) + Little( 4, 2 ) ) ) );
     // Invalid address.
     EXPECT_EQ( 0x8003U, AskStatus( ReadMem( 0x00F00000, 1 ) ) );
@@ -199,8 +173,8 @@ TEST_F( VirtualDeviceU3VTest, RefusesEachMistakeWithItsStatus )
 TEST_F( VirtualDeviceU3VTest, AllowsEmptyAccessIfConfigured )
 {
     mConfiguration.mAllowsEmptyAccess = true;
-    EXPECT_EQ( Ack( 0, 0x0801, 1, {} ), Ask( ReadMem( MEMORY, 0 ) ) );
-    EXPECT_EQ( Ack( 0, 0x0803, 1, { 0, 0, 0, 0 } ), Ask( WriteMem( MEMORY, {} ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, {} ), Ask( ReadMem( MEMORY, 0 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0803, 1, { 0, 0, 0, 0 } ), Ask( WriteMem( MEMORY, {} ) ) );
 }
 
 TEST_F( VirtualDeviceU3VTest, RequiresTheConfiguredAlignment )
@@ -240,7 +214,7 @@ TEST_F( VirtualDeviceU3VTest, ShowsItsTextsAndRegisters )
     EXPECT_EQ( "Left", lText( 0x0184 ) );
     const auto lNumber = [this]( uint64_t aAddress, size_t aSize )
     {
-        return GetLittle( Ask( ReadMem( aAddress, aSize ) ), 12, aSize );
+        return FromLittle( Ask( ReadMem( aAddress, aSize ) ), 12, aSize );
     };
     EXPECT_EQ( 0x0F0BU, lNumber( 0x01C4, 8 ) );
     EXPECT_EQ( 200U, lNumber( 0x01CC, 4 ) );
@@ -260,8 +234,8 @@ TEST_F( VirtualDeviceU3VTest, HasEventRegistersIfConfigured )
 {
     mConfiguration.mDeviceCapability |= CapabilityU3V::MESSAGE_CHANNEL;
     const Bytes lAck = Ask( ReadMem( 0x00010000 + 0x2C, 12 ) );
-    const uint64_t lEirm = GetLittle( lAck, 12, 8 );
-    EXPECT_EQ( 0x0CU, GetLittle( lAck, 20, 4 ) );
+    const uint64_t lEirm = FromLittle( lAck, 12, 8 );
+    EXPECT_EQ( 0x0CU, FromLittle( lAck, 20, 4 ) );
     EXPECT_EQ( 0x0000U, AskStatus( WriteMem( lEirm, { 1, 0, 0, 0 } ) ) );
 }
 
@@ -269,17 +243,17 @@ TEST_F( VirtualDeviceU3VTest, HasNoStreamRegistersIfConfigured )
 {
     mConfiguration.mStreamChannels = 0;
     const Bytes lAck = Ask( ReadMem( 0x00010000 + 0x1C, 16 ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 1, Bytes( 16, 0 ) ), lAck );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, Bytes( 16, 0 ) ), lAck );
 }
 
 TEST_F( VirtualDeviceU3VTest, KeepsItsDescriptionWhereTheManifestSays )
 {
     const Bytes lHead = Ask( ReadMem( 0x01D0, 8 ) );
-    const uint64_t lTable = GetLittle( lHead, 12, 8 );
+    const uint64_t lTable = FromLittle( lHead, 12, 8 );
     const Bytes lEntry = Ask( ReadMem( lTable, 72 ) );
-    EXPECT_EQ( 1U, GetLittle( lEntry, 12, 8 ) );
-    const uint64_t lAddress = GetLittle( lEntry, 12 + 8 + 8, 8 );
-    const uint64_t lSize = GetLittle( lEntry, 12 + 8 + 16, 8 );
+    EXPECT_EQ( 1U, FromLittle( lEntry, 12, 8 ) );
+    const uint64_t lAddress = FromLittle( lEntry, 12 + 8 + 8, 8 );
+    const uint64_t lSize = FromLittle( lEntry, 12 + 8 + 16, 8 );
     std::string lText;
     for ( uint64_t lAt = 0; lAt < lSize; lAt += 512 )
     {
@@ -295,15 +269,16 @@ TEST_F( VirtualDeviceU3VTest, LatchesItsTimestamp )
 {
     mNowMs = 1234;
     EXPECT_EQ( 0U, AskStatus( WriteMem( 0x01F8, { 0, 0, 0, 0 } ) ) );
-    EXPECT_EQ( 0U, GetLittle( Ask( ReadMem( 0x01F0, 8 ) ), 12, 8 ) );
+    EXPECT_EQ( 0U, FromLittle( Ask( ReadMem( 0x01F0, 8 ) ), 12, 8 ) );
     EXPECT_EQ( 0U, AskStatus( WriteMem( 0x01F8, { 1, 0, 0, 0 } ) ) );
     mNowMs = 5000;
-    EXPECT_EQ( 1234000000U, GetLittle( Ask( ReadMem( 0x01F0, 8 ) ), 12, 8 ) );
+    EXPECT_EQ( 1234000000U, FromLittle( Ask( ReadMem( 0x01F0, 8 ) ), 12, 8 ) );
 }
 
 TEST_F( VirtualDeviceU3VTest, ExecutesWithoutAnAcknowledgeThatIsNotAskedFor )
 {
-    EXPECT_EQ( Ending::DONE, Send( Command( 0x0802, 1, Little( MEMORY, 8 ) + Bytes{ 9 }, 0 ) ) );
+    EXPECT_EQ( Ending::DONE,
+               Send( GenCPCommand( 0x0802, 1, Little( MEMORY, 8 ) + Bytes{ 9 }, 0 ) ) );
     EXPECT_EQ( Ending::WAITING, Fetch().mEnding );
     EXPECT_EQ( 9U, Device().GetMemory().GetNumber( MEMORY, 1 ) );
 }
@@ -365,15 +340,16 @@ TEST_F( VirtualDeviceU3VTest, CountsAPacketSizeOfZeroAsOne )
 // What a read of 4 bytes is answered with under each fault.
 TEST_F( VirtualDeviceU3VTest, DamagesOneAcknowledgeAsConfigured )
 {
-    const Bytes lGood = Ack( 0, 0x0801, 1, { 0x02, 0x00, 0x01, 0x00 } );
+    const Bytes lGood = GenCPAck( 0, 0x0801, 1, { 0x02, 0x00, 0x01, 0x00 } );
     const auto lAskWith = [this]( const FaultU3V& aFault )
     {
         Device().Inject( aFault );
         return Ask( ReadMem( 0, 4 ) );
     };
-    EXPECT_EQ( Ack( 0, 0x0801, 1, { 0x02, 0x00, 0x01 } ), lAskWith( { Kind::SHORT, 1, 1, 0 } ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 1, {} ), lAskWith( { Kind::SHORT, 99, 1, 0 } ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 1, { 0x02, 0x00, 0x01, 0x00, 0xDA } ),
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, { 0x02, 0x00, 0x01 } ),
+               lAskWith( { Kind::SHORT, 1, 1, 0 } ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, {} ), lAskWith( { Kind::SHORT, 99, 1, 0 } ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, { 0x02, 0x00, 0x01, 0x00, 0xDA } ),
                lAskWith( { Kind::LONG, 1, 1, 0 } ) );
     for ( uint32_t lSize = 0; lSize < 16; lSize++ )
     {
@@ -385,9 +361,9 @@ TEST_F( VirtualDeviceU3VTest, DamagesOneAcknowledgeAsConfigured )
     }
     EXPECT_EQ( lGood, lAskWith( { Kind::TRUNCATED, 99, 1, 0 } ) );
     EXPECT_EQ( lGood, lAskWith( { Kind::CORRUPTED, 16, 1, 0 } ) );
-    EXPECT_EQ( Ack( 0, 0x0803, 1, { 0x02, 0x00, 0x01, 0x00 } ),
+    EXPECT_EQ( GenCPAck( 0, 0x0803, 1, { 0x02, 0x00, 0x01, 0x00 } ),
                lAskWith( { Kind::WRONG_CODE, 0x0803, 1, 0 } ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 3, { 0x02, 0x00, 0x01, 0x00 } ),
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 3, { 0x02, 0x00, 0x01, 0x00 } ),
                lAskWith( { Kind::WRONG_ID, 2, 1, 0 } ) );
     Bytes lExpected = lGood;
     lExpected[8] = 0x22;
@@ -396,7 +372,7 @@ TEST_F( VirtualDeviceU3VTest, DamagesOneAcknowledgeAsConfigured )
     lExpected = lGood;
     std::fill_n( lExpected.begin(), 4, static_cast<uint8_t>( 0 ) );
     EXPECT_EQ( lExpected, lAskWith( { Kind::WRONG_PREFIX, 0, 1, 0 } ) );
-    EXPECT_EQ( Ack( 0x8FFF, 0x0801, 1, {} ), lAskWith( { Kind::STATUS, 0x8FFF, 1, 0 } ) );
+    EXPECT_EQ( GenCPAck( 0x8FFF, 0x0801, 1, {} ), lAskWith( { Kind::STATUS, 0x8FFF, 1, 0 } ) );
     EXPECT_EQ( lGood, Ask( ReadMem( 0, 4 ) ) ); // one fault to a command
     EXPECT_EQ( 0U, Device().GetFaultsLeft() );
 }
@@ -429,22 +405,22 @@ TEST_F( VirtualDeviceU3VTest, AnswersLateAndInOrder )
     mNowMs += 49;
     EXPECT_EQ( Ending::WAITING, Fetch().mEnding );
     mNowMs += 1;
-    EXPECT_EQ( Ack( 0, 0x0801, 1, { 2 } ), Fetch().mBytes );
-    EXPECT_EQ( Ack( 0, 0x0801, 2, { 2, 0 } ), Fetch().mBytes );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, { 2 } ), Fetch().mBytes );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 2, { 2, 0 } ), Fetch().mBytes );
 }
 
 TEST_F( VirtualDeviceU3VTest, SendsAPendingAcknowledgeForASlowCommand )
 {
     Device().Inject( { Kind::PENDING, 1000, 2, 30 } );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 1, 5 ) ) );
-    const Bytes lPending = Ack( 0, 0x0805, 5, { 0, 0, 0xE8, 0x03 } );
+    const Bytes lPending = GenCPAck( 0, 0x0805, 5, { 0, 0, 0xE8, 0x03 } );
     EXPECT_EQ( lPending, Fetch().mBytes );
     EXPECT_EQ( Ending::WAITING, Fetch().mEnding );
     mNowMs += 30;
     EXPECT_EQ( lPending, Fetch().mBytes );
     EXPECT_EQ( START_MS + 60, Device().GetNextDueMs() );
     mNowMs += 30;
-    EXPECT_EQ( Ack( 0, 0x0801, 5, { 2 } ), Fetch().mBytes );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 5, { 2 } ), Fetch().mBytes );
 }
 
 TEST_F( VirtualDeviceU3VTest, SendsEmptyAndStaleTransfersFirst )
@@ -457,11 +433,11 @@ TEST_F( VirtualDeviceU3VTest, SendsEmptyAndStaleTransfersFirst )
         EXPECT_EQ( Ending::DONE, lFetched.mEnding );
         EXPECT_TRUE( lFetched.mBytes.empty() );
     }
-    EXPECT_EQ( Ack( 0, 0x0801, 5, { 2 } ), Fetch().mBytes );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 5, { 2 } ), Fetch().mBytes );
     Device().Inject( { Kind::STALE, 0, 1, 0 } );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 1, 6 ) ) );
-    EXPECT_EQ( Ack( 0, 0x0801, 5, Bytes( 4, 0xEE ) ), Fetch().mBytes );
-    EXPECT_EQ( Ack( 0, 0x0801, 6, { 2 } ), Fetch().mBytes );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 5, Bytes( 4, 0xEE ) ), Fetch().mBytes );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 6, { 2 } ), Fetch().mBytes );
 }
 
 TEST_F( VirtualDeviceU3VTest, StaysHaltedUntilThatEndpointIsCleared )
@@ -472,14 +448,14 @@ TEST_F( VirtualDeviceU3VTest, StaysHaltedUntilThatEndpointIsCleared )
     Device().ClearHalt( EndpointU3V::CONTROL_IN );
     EXPECT_EQ( Ending::HALTED, Send( ReadMem( 0, 1 ) ) );
     Device().ClearHalt( EndpointU3V::CONTROL_OUT );
-    EXPECT_EQ( Ack( 0, 0x0801, 1, { 2 } ), Ask( ReadMem( 0, 1 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, { 2 } ), Ask( ReadMem( 0, 1 ) ) );
 
     Device().Inject( { Kind::STALL_IN, 0, 1, 0 } );
     EXPECT_EQ( Ending::DONE, Send( ReadMem( 0, 1 ) ) );
     EXPECT_EQ( Ending::HALTED, Fetch().mEnding );
     EXPECT_EQ( Ending::HALTED, Fetch().mEnding );
     Device().ClearHalt( EndpointU3V::CONTROL_IN );
-    EXPECT_EQ( Ack( 0, 0x0801, 1, { 2 } ), Ask( ReadMem( 0, 1 ) ) );
+    EXPECT_EQ( GenCPAck( 0, 0x0801, 1, { 2 } ), Ask( ReadMem( 0, 1 ) ) );
 }
 
 TEST_F( VirtualDeviceU3VTest, CanBeUnplugged )
@@ -504,9 +480,9 @@ TEST_F( VirtualDeviceU3VTest, DescribesItselfOnUsb )
 {
     const Bytes lDevice = GetDescriptor( mConfiguration, 1, 0 ).value();
     ASSERT_EQ( 18U, lDevice.size() );
-    EXPECT_EQ( 0x1AB2U, GetLittle( lDevice, 8, 2 ) );
+    EXPECT_EQ( 0x1AB2U, FromLittle( lDevice, 8, 2 ) );
     const Bytes lConfiguration = GetDescriptor( mConfiguration, 2, 0 ).value();
-    EXPECT_EQ( lConfiguration.size(), GetLittle( lConfiguration, 2, 2 ) );
+    EXPECT_EQ( lConfiguration.size(), FromLittle( lConfiguration, 2, 2 ) );
     size_t lEnd = 0;
     while ( lEnd < lConfiguration.size() && lConfiguration[lEnd] != 0 )
     {

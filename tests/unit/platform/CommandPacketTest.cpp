@@ -25,6 +25,7 @@ namespace
 
 using namespace WdUtilsLib::GEV;
 using TestSupport::Bytes;
+using TestSupport::Pattern;
 
 // The object is the datagram.
 template <class Command>
@@ -48,16 +49,6 @@ Bytes GetBytes( const CommandHeader& aCommand, std::size_t aCount )
 Bytes GetDatagram( const CommandHeader& aCommand )
 {
     return GetBytes( aCommand, aCommand.GetTotalLength() );
-}
-
-Bytes MakeData( std::size_t aSize )
-{
-    Bytes lData;
-    for ( std::size_t lIndex = 0; lIndex < aSize; ++lIndex )
-    {
-        lData.push_back( static_cast<uint8_t>( lIndex * 7 + 1 ) );
-    }
-    return lData;
 }
 
 // A command made in memory that is full of something else, as the stack is.
@@ -326,7 +317,7 @@ TEST( GvcpCommand, WriteMemoryTakesUpTo536Bytes )
     EXPECT_EQ( WriteMemoryCommand::MAX_DATA_SIZE, 536U );
     for ( const std::size_t lSize : std::vector<std::size_t>{ 0, 1, 4, 535, 536 } )
     {
-        const Bytes lData = MakeData( lSize ); // the heap block is exactly as large
+        const Bytes lData = Pattern( lSize ); // the heap block is exactly as large
         WriteMemoryCommand lCommand;
         ASSERT_TRUE( lCommand.SetData( lData.data(), static_cast<long long>( lSize ) ) );
         EXPECT_EQ( lCommand.GetLength(), 4 + lSize );
@@ -341,7 +332,7 @@ TEST( GvcpCommand, WriteMemoryTakesUpTo536Bytes )
 
 TEST( GvcpCommand, WriteMemoryRefusesOtherSizesAndStaysUnchanged )
 {
-    const Bytes lData = MakeData( 600 );
+    const Bytes lData = Pattern( 600 );
     auto lCommand = std::make_unique<WriteMemoryCommand>();
     lCommand->InitAddress( 0x01020304 );
     ASSERT_TRUE( lCommand->SetData( lData.data(), 536 ) );
@@ -369,7 +360,7 @@ TEST( GvcpCommand, WriteMemoryRefusesOtherSizesAndStaysUnchanged )
 TEST( GvcpCommand, WriteMemoryDiscardsEarlierData )
 {
     WriteMemoryCommand lCommand;
-    const Bytes lLong = MakeData( 100 );
+    const Bytes lLong = Pattern( 100 );
     ASSERT_TRUE( lCommand.SetData( lLong.data(), 100 ) );
     const uint8_t lShort[] = { 0xAA, 0xBB };
     ASSERT_TRUE( lCommand.SetData( lShort, 2 ) );
@@ -404,7 +395,7 @@ TEST( GvcpCommand, EveryByteThatIsSentWasWritten )
     WriteMemoryCommand* const lWriteData = lWriteMemory.Make();
     const Bytes lEmptyWrite = { 0x42, 1, 0, 0x86, 0, 4, 0, 0, 0, 0, 0, 0 };
     EXPECT_EQ( GetDatagram( *lWriteData ), lEmptyWrite );
-    const Bytes lData = MakeData( 536 );
+    const Bytes lData = Pattern( 536 );
     ASSERT_TRUE( lWriteData->SetData( lData.data(), 536 ) );
     Bytes lExpected = Bytes( 4, 0 ); // the address
     lExpected.insert( lExpected.end(), lData.begin(), lData.end() );

@@ -1,3 +1,5 @@
+#include "tests/support/Packets.h"
+
 #include <PacketBytes/ByteReader.h>
 #include <PacketBytes/ByteWriter.h>
 
@@ -18,8 +20,7 @@ using PacketBytes::ByteReader;
 using PacketBytes::ByteWriter;
 using PacketBytes::LittleReader;
 using PacketBytes::LittleWriter;
-
-using Bytes = std::vector<unsigned char>;
+using TestSupport::Bytes;
 
 const Bytes FIFTEEN = { 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08,
                         0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0xFF };
