@@ -233,14 +233,8 @@ CapabilitiesGEV::~CapabilitiesGEV()
 
 CapabilitiesGEV* CapabilitiesGEV::GetCapabilities( EthernetAddress aAddress )
 {
-    return OrNull(
-        [&aAddress]
-        {
-            return Registry::GetInstance().Get(
-                aAddress.GetString(),
-                [&aAddress] { return std::make_unique<CapabilitiesGEV>( aAddress ); },
-                &CapabilitiesGEV::Destroy );
-        } );
+    return OrNull( [&aAddress]
+                   { return Registry::GetInstance().Get( aAddress.GetString(), aAddress ); } );
 }
 
 void CapabilitiesGEV::Destroy()

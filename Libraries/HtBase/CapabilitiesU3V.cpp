@@ -164,14 +164,8 @@ CapabilitiesU3V::~CapabilitiesU3V()
 
 CapabilitiesU3V* CapabilitiesU3V::GetCapabilities( const U3VGUID& aGUID, unsigned char* aUnused )
 {
-    return OrNull(
-        [&aGUID, aUnused]
-        {
-            return Registry::GetInstance().Get(
-                aGUID,
-                [&aGUID, aUnused] { return std::make_unique<CapabilitiesU3V>( aGUID, aUnused ); },
-                &CapabilitiesU3V::Destroy );
-        } );
+    return OrNull( [&aGUID, aUnused]
+                   { return Registry::GetInstance().Get( aGUID, aGUID, aUnused ); } );
 }
 
 void CapabilitiesU3V::Destroy()

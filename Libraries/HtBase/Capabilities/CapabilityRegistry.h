@@ -31,20 +31,20 @@ public:
     CapabilityRegistry( const CapabilityRegistry& ) = delete;
     CapabilityRegistry& operator=( const CapabilityRegistry& ) = delete;
 
-    // Get returns the record of aKey, made by aMake, which returns a std::unique_ptr<Record>, when
-    // there is none yet. aDestroy, which must call Destroy, is registered when it is not.
-    template <typename Make>
-    Record* Get( const Key& aKey, Make aMake, void ( *aDestroy )() )
+    // Get returns the record of aKey, made of aArguments when there is none yet. Record::Destroy,
+    // which must call Destroy, is registered when it is not.
+    template <typename... Arguments>
+    Record* Get( const Key& aKey, const Arguments&... aArguments )
     {
         QmUtilsLib::LockScope lLock( mMutex );
         auto lEntry = mRecords.find( aKey );
         if ( lEntry == mRecords.end() )
         {
-            lEntry = mRecords.emplace( aKey, aMake() ).first;
+            lEntry = mRecords.emplace( aKey, std::make_unique<Record>( aArguments... ) ).first;
         }
         if ( !mIsCleanUpRegistered )
         {
-            (void)std::atexit( aDestroy ); // without it the records go with the process
+            (void)std::atexit( &Record::Destroy ); // without it the records go with the process
             mIsCleanUpRegistered = true;
         }
         return lEntry->second.get();
