@@ -248,11 +248,12 @@ unsigned int DfwPayloadWriter::GetSize() const
     return mTarget->GetBytesWritten();
 }
 
-bool DfwPayloadWriter::AddSRecordFile( const char* aName, ReaderMessages& aMessages )
+bool DfwPayloadWriter::AddSRecordFile( const char* aName, ReaderMessages& aMessages,
+                                       SRecordChecks aChecks )
 {
     QMUTILSLIB_ASSERT( mTarget != NULL );
     DfwPayloadSink lSink( *this );
-    return SRecordReader( lSink, aMessages ).ConvertFile( aName );
+    return SRecordReader( lSink, aMessages, aChecks ).ConvertFile( aName );
 }
 
 bool DfwPayloadWriter::AddBinaryFile( const char* aName, std::uint32_t aAddress,

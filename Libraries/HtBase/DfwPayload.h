@@ -4,6 +4,7 @@
 #include "Libraries/HtBase/Firmware/PayloadFormat.h"
 #include "Libraries/HtBase/Firmware/PayloadSink.h"
 #include "Libraries/HtBase/Firmware/ReaderMessages.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 #include "Libraries/HtBase/IoStream.h"
 
 #include <cstdint>
@@ -68,7 +69,8 @@ public:
     // closed. Messages go to aMessages, by default to standard output. True when the whole file
     // was converted.
     bool AddSRecordFile( const char* aName,
-                         ReaderMessages& aMessages = ReaderMessages::GetPrinter() );
+                         ReaderMessages& aMessages = ReaderMessages::GetPrinter(),
+                         SRecordChecks aChecks = SRecordChecks::NONE );
     bool AddBinaryFile( const char* aName, std::uint32_t aAddress,
                         ReaderMessages& aMessages = ReaderMessages::GetPrinter() );
     bool AddWordHexFile( const char* aName,

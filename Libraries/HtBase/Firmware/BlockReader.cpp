@@ -7,7 +7,7 @@ namespace HtBaseLib
 
 BlockReader::BlockReader( std::FILE* aFile )
     : mFile( aFile )
-    , mBlock( new unsigned char[MAX_LEFT + BLOCK_SIZE] )
+    , mBlock( new unsigned char[MAX_LEFT + BLOCK_SIZE + SLACK]() )
     , mHasFailed( std::ferror( aFile ) != 0 )
 {
 }

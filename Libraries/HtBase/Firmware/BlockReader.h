@@ -23,6 +23,9 @@ public:
     // The file is borrowed, and nothing is read yet. Throws std::bad_alloc.
     explicit BlockReader( std::FILE* aFile );
 
+    // So many bytes behind what was read may be read as well; they have no meaning.
+    static constexpr std::size_t SLACK = 32;
+
     // What was read and not consumed.
     const unsigned char* GetText() const { return mBlock.get() + mNext; }
     std::size_t GetSize() const { return mEnd - mNext; }

@@ -27,6 +27,14 @@ void ReaderMessages::Fail( const char* aFormat, ... )
     va_end( lValues );
 }
 
+void ReaderMessages::Refuse( const char* aFormat, ... )
+{
+    std::va_list lValues;
+    va_start( lValues, aFormat );
+    TakeRefusal( aFormat, lValues );
+    va_end( lValues );
+}
+
 void ReaderMessages::FailToOpen( const char* aName, int aError )
 {
     Fail( "Failed to open input file %s. error code %d", aName, aError );
@@ -38,6 +46,11 @@ void ReaderMessages::TakeWarning( const char* aFormat, std::va_list aValues )
 }
 
 void ReaderMessages::TakeFailure( const char* aFormat, std::va_list aValues )
+{
+    (void)std::vprintf( aFormat, aValues ); // what cannot be printed is lost
+}
+
+void ReaderMessages::TakeRefusal( const char* aFormat, std::va_list aValues )
 {
     (void)std::vprintf( aFormat, aValues ); // what cannot be printed is lost
 }

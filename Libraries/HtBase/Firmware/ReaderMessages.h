@@ -33,6 +33,10 @@ public:
     // Reports why a reader fails, once.
     [[gnu::format( printf, 2, 3 )]] void Fail( const char* aFormat, ... );
 
+    // Reports which line a reader refuses because it was asked to check, and why, once; in place of
+    // Fail.
+    [[gnu::format( printf, 2, 3 )]] void Refuse( const char* aFormat, ... );
+
     // Reports that a file cannot be opened, with the error number of the system.
     void FailToOpen( const char* aName, int aError );
 
@@ -40,6 +44,8 @@ private:
     [[gnu::format( printf, 2, 0 )]] virtual void TakeWarning( const char* aFormat,
                                                               std::va_list aValues );
     [[gnu::format( printf, 2, 0 )]] virtual void TakeFailure( const char* aFormat,
+                                                              std::va_list aValues );
+    [[gnu::format( printf, 2, 0 )]] virtual void TakeRefusal( const char* aFormat,
                                                               std::va_list aValues );
 };
 

@@ -1,11 +1,13 @@
 #include "Libraries/HtBase/Firmware/SRecordReader.h"
 
+#include "Libraries/HtBase/Firmware/HexDigits.h"
 #include "Libraries/HtBase/Firmware/InputFile.h"
 #include "Libraries/HtBase/Firmware/PayloadSink.h"
 #include "Libraries/HtBase/Firmware/ReaderMessages.h"
+#include "Libraries/HtBase/Firmware/SRecordFault.h"
 
 #include <algorithm>
-#include <array>
+#include <cinttypes>
 #include <cstring>
 #include <new>
 
@@ -18,93 +20,22 @@ namespace
 // What a byte count counts besides the data: the address and the checksum.
 constexpr unsigned int NOT_DATA = 5;
 
-constexpr int UNROLLED = 8; // bytes that are decoded between two looks at the count
-
-constexpr std::size_t ADDRESS_SIZE = 4;
 constexpr std::size_t COUNT_AT = 2;
 constexpr std::size_t ADDRESS_AT = 4;
 constexpr std::size_t DATA_AT = 12;
 constexpr std::size_t SHORTEST_USUAL = 14; // a record without data
 
-// Marks the value of two digits, so that zero is none and values combined with "and" show whether
-// all were.
-constexpr unsigned int IS_PAIR = 0x100;
+constexpr unsigned char SOUND_SUM = 0xFF; // of all bytes from the byte count to the checksum
 
-using PairTable = std::array<std::uint16_t, 0x10000>;
+static_assert( HexDigits::STEP <= BlockReader::SLACK, "digits are read past the end of a line" );
+static_assert( MAX_JUDGED <= BlockReader::MAX_LEFT + 1, "reading ahead makes a line visible" );
 
-constexpr std::size_t GetPairIndex( unsigned char aHigh, unsigned char aLow )
+// Takes nothing, where a file is only checked.
+class NoSink final : public PayloadSink
 {
-    return static_cast<std::size_t>( aHigh | aLow << 8 );
-}
-
-// The value of every two characters that are hexadecimal digits. One look-up per byte is what makes
-// the reader as fast as it is; the digits are so close together that little of the table is used.
-constexpr PairTable MakePairs()
-{
-    constexpr char DIGITS[] = "0123456789ABCDEFabcdef";
-    PairTable lPairs{};
-    for ( unsigned int lHigh = 0; lHigh < 22; ++lHigh )
-    {
-        for ( unsigned int lLow = 0; lLow < 22; ++lLow )
-        {
-            const unsigned int lHighValue = lHigh < 16 ? lHigh : lHigh - 6;
-            const unsigned int lLowValue = lLow < 16 ? lLow : lLow - 6;
-            lPairs[GetPairIndex( static_cast<unsigned char>( DIGITS[lHigh] ),
-                                 static_cast<unsigned char>( DIGITS[lLow] ) )] =
-                static_cast<std::uint16_t>( IS_PAIR | lHighValue << 4 | lLowValue );
-        }
-    }
-    return lPairs;
-}
-
-constexpr PairTable PAIRS = MakePairs();
-
-// The value of two digits with IS_PAIR, or 0.
-unsigned int Decode( const unsigned char* aText )
-{
-    return PAIRS[GetPairIndex( aText[0], aText[1] )];
-}
-
-// The same into a byte.
-unsigned int DecodeInto( const unsigned char* aText, unsigned char* aByte )
-{
-    const unsigned int lValue = Decode( aText );
-    *aByte = static_cast<unsigned char>( lValue & 0xFF );
-    return lValue;
-}
-
-// Decodes the digits up to aEnd; false when not all of the text is digits.
-bool DecodeAll( const unsigned char* aText, const unsigned char* aEnd, unsigned char* aBytes )
-{
-    unsigned int lAll = IS_PAIR;
-    for ( ; aEnd - aText >= 2 * UNROLLED; aText += 2 * UNROLLED, aBytes += UNROLLED )
-    {
-        for ( int lStep = 0; lStep < UNROLLED; ++lStep )
-        {
-            lAll &= DecodeInto( aText + 2 * lStep, aBytes + lStep );
-        }
-    }
-    for ( ; aText < aEnd; aText += 2, ++aBytes )
-    {
-        lAll &= DecodeInto( aText, aBytes );
-    }
-    return lAll != 0;
-}
-
-// Decodes an address; false when not all of the text is digits.
-bool DecodeAddress( const unsigned char* aText, std::uint32_t& aAddress )
-{
-    unsigned int lAll = IS_PAIR;
-    std::uint32_t lAddress = 0;
-    for ( std::size_t lIndex = 0; lIndex < ADDRESS_SIZE; ++lIndex )
-    {
-        const unsigned int lValue = Decode( aText + 2 * lIndex );
-        lAll &= lValue;
-        lAddress = lAddress << 8 | ( lValue & 0xFF );
-    }
-    aAddress = lAddress;
-    return lAll != 0;
-}
+    bool TakeAddress( std::uint32_t ) override { return true; }
+    bool TakeData( PayloadFormat::DataRecord&, unsigned int ) override { return true; }
+};
 
 // The length of the line at aText, without the line feed, when it begins with "S3" and ends where
 // its byte count says, give or take a CR; otherwise 0.
@@ -114,12 +45,12 @@ std::size_t GetUsualLength( const unsigned char* aText, std::size_t aAvailable )
     {
         return 0;
     }
-    const unsigned int lByteCount = Decode( aText + COUNT_AT );
-    if ( lByteCount < ( IS_PAIR | NOT_DATA ) )
+    const int lByteCount = HexDigits::GetByte( aText + COUNT_AT );
+    if ( lByteCount < static_cast<int>( NOT_DATA ) )
     {
         return 0;
     }
-    std::size_t lLength = ADDRESS_AT + std::size_t{ 2 } * ( lByteCount & 0xFF );
+    std::size_t lLength = ADDRESS_AT + std::size_t{ 2 } * static_cast<unsigned int>( lByteCount );
     if ( lLength + 1 < aAvailable && aText[lLength] == '\r' )
     {
         ++lLength;
@@ -129,9 +60,10 @@ std::size_t GetUsualLength( const unsigned char* aText, std::size_t aAvailable )
 
 } // namespace
 
-SRecordReader::SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages )
+SRecordReader::SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages, SRecordChecks aChecks )
     : mSink( aSink )
     , mMessages( aMessages )
+    , mChecks( aChecks )
 {
 }
 
@@ -161,6 +93,10 @@ bool SRecordReader::ConvertLines( const char* aName )
 {
     while ( mInput->HasFailed() || ConvertUsualLines() )
     {
+        if ( mChecks != SRecordChecks::NONE && !CheckLine( aName ) )
+        {
+            return false;
+        }
         const int lEnd = ReadLine();
         if ( lEnd == '\0' )
         {
@@ -203,14 +139,11 @@ bool SRecordReader::ConvertUsualLines()
     return true;
 }
 
-// False, and nothing is consumed, when the next line is another.
+// False, and nothing is consumed, when the next line is another: with checks, also one whose
+// checksum is wrong.
 inline bool SRecordReader::DecodeUsualLine( UsualLine& aLine )
 {
-    if ( mInput->GetSize() <= BlockReader::MAX_LEFT )
-    {
-        KeepUsualLine(); // reading ahead moves it
-        mInput->ReadAhead();
-    }
+    LookAhead();
     const unsigned char* const lText = mInput->GetText();
     aLine.mLength = GetUsualLength( lText, mInput->GetSize() );
     if ( aLine.mLength == 0 )
@@ -218,14 +151,31 @@ inline bool SRecordReader::DecodeUsualLine( UsualLine& aLine )
         return false;
     }
     // The checksum is decoded as well: a line feed in its place would end the line there.
-    const unsigned char* const lData = lText + DATA_AT;
-    const std::size_t lCount = ( aLine.mLength - DATA_AT ) / 2;
-    aLine.mCount = static_cast<int>( lCount - 1 );
-    return DecodeAll( lData, lData + 2 * lCount, mRecord.mBytes ) &&
-           DecodeAddress( lText + ADDRESS_AT, aLine.mAddress );
+    const std::size_t lByteCount = ( aLine.mLength - ADDRESS_AT ) / 2;
+    auto* const lBytes = reinterpret_cast<unsigned char*>( &mDecoded );
+    auto lSum = static_cast<unsigned char>( lByteCount );
+    if ( !HexDigits::Decode( lText + ADDRESS_AT, 2 * lByteCount, lBytes, lSum ) ||
+         ( mChecks != SRecordChecks::NONE && lSum != SOUND_SUM ) )
+    {
+        return false;
+    }
+    aLine.mAddress = std::uint32_t{ lBytes[0] } << 24 | std::uint32_t{ lBytes[1] } << 16 |
+                     std::uint32_t{ lBytes[2] } << 8 | std::uint32_t{ lBytes[3] };
+    aLine.mCount = static_cast<int>( lByteCount - NOT_DATA );
+    return true;
 }
 
-// Consumes a line whose data lies in mRecord.
+// Makes the next line visible, if it is not longer than a record.
+inline void SRecordReader::LookAhead()
+{
+    if ( mInput->GetSize() <= BlockReader::MAX_LEFT )
+    {
+        KeepUsualLine(); // reading ahead moves it
+        mInput->ReadAhead();
+    }
+}
+
+// Consumes a line whose data lies in mDecoded.
 inline bool SRecordReader::ConvertUsualLine( const UsualLine& aLine )
 {
     if ( aLine.mLength < mUsualLength )
@@ -235,7 +185,28 @@ inline bool SRecordReader::ConvertUsualLine( const UsualLine& aLine )
     mUsualLine = mInput->GetText();
     mUsualLength = aLine.mLength;
     mInput->Consume( aLine.mLength + 1 );
+    ++mLineNumber;
     return HandOver( aLine.mAddress, aLine.mCount );
+}
+
+// Judges the next line, which is not consumed. False when it is refused.
+bool SRecordReader::CheckLine( const char* aName )
+{
+    LookAhead();
+    const unsigned char* const lText = mInput->GetText();
+    const std::size_t lVisible = std::min( mInput->GetSize(), MAX_JUDGED );
+    const unsigned char* const lEnd = std::find( lText, lText + lVisible, '\n' );
+    ++mLineNumber;
+    if ( lEnd == lText )
+    {
+        return true; // a line without any character, or the end of the file
+    }
+    const SRecordFault lFault = FindSRecordFault( lText, static_cast<std::size_t>( lEnd - lText ) );
+    if ( lFault )
+    {
+        mMessages.Refuse( "line %" PRIu64 " of '%s' %s", mLineNumber, aName, lFault.mText );
+    }
+    return !lFault;
 }
 
 bool SRecordReader::ConvertLine()
@@ -244,6 +215,10 @@ bool SRecordReader::ConvertLine()
     {
         mMessages.Fail( "Error reading input file\n" );
         return false;
+    }
+    if ( mChecks == SRecordChecks::ONLY )
+    {
+        return true;
     }
     char lType = 0;
     if ( std::sscanf( mLine, "S%c", &lType ) != 1 )
@@ -264,7 +239,7 @@ bool SRecordReader::ConvertLine()
 }
 
 // KEEP: Neither checksum nor length is verified, and a number is what `sscanf` takes for one:
-// spaces, signs and `0x` included. `htbase dfw build` verifies both before.
+// spaces, signs and `0x` included. Only a reader that is asked to check refuses what is not sound.
 bool SRecordReader::ConvertDataLine()
 {
     unsigned int lByteCount = 0;
@@ -289,12 +264,12 @@ bool SRecordReader::ParseData( int aCount )
             mMessages.Fail( "failed reading data byte %d", lIndex );
             return false;
         }
-        mRecord.mBytes[lPlace] = static_cast<unsigned char>( lByte & 0xFF );
+        mDecoded.mRecord.mBytes[lPlace] = static_cast<unsigned char>( lByte & 0xFF );
     }
     return true;
 }
 
-// Gives the sink the first aCount bytes of mRecord. False when the sink stops.
+// Gives the sink the first aCount bytes of data in mDecoded. False when the sink stops.
 // KEEP: A first record at 0xFFFFFFFF has no address record. A byte count below 5 moves the
 // address that is expected next back.
 bool SRecordReader::HandOver( std::uint32_t aAddress, int aCount )
@@ -302,7 +277,8 @@ bool SRecordReader::HandOver( std::uint32_t aAddress, int aCount )
     const bool lFollowsOn = aAddress == mExpected;
     mExpected = aAddress + static_cast<std::uint32_t>( aCount );
     return ( lFollowsOn || mSink.TakeAddress( aAddress ) ) &&
-           ( aCount <= 0 || mSink.TakeData( mRecord, static_cast<unsigned int>( aCount ) ) );
+           ( aCount <= 0 ||
+             mSink.TakeData( mDecoded.mRecord, static_cast<unsigned int>( aCount ) ) );
 }
 
 // Stores the characters of a line over those of the lines before it, as many as there is room for,
@@ -336,6 +312,12 @@ void SRecordReader::KeepUsualLine()
         std::memcpy( mLine, mUsualLine, std::min( mUsualLength, MAX_LINE ) );
         mUsualLength = 0;
     }
+}
+
+bool CheckSRecords( std::FILE* aFile, const char* aName, ReaderMessages& aMessages )
+{
+    NoSink lSink;
+    return SRecordReader( lSink, aMessages, SRecordChecks::ONLY ).Convert( aFile, aName );
 }
 
 } // namespace HtBaseLib

@@ -15,9 +15,22 @@ namespace HtBaseLib
 class PayloadSink;
 class ReaderMessages;
 
+// What an SRecordReader checks.
+//
+// With checks every line has to be a record, of any type, as long as its byte count says and not
+// shorter than its type needs, with the right checksum; a line without any character is passed
+// over. Lines may end in CR LF. The first line that is not so is refused before it is converted,
+// and ends the reading.
+enum class SRecordChecks
+{
+    NONE,
+    ALL,
+    ONLY // checks and converts nothing; records that are sound cause no message
+};
+
 // SRecordReader converts the S3 records of one S-record file, once: the data of each, and its
 // address where the addresses do not follow on. Other records are skipped with a warning, S0
-// without. Checksums are not looked at. Memory does not grow with the file.
+// without. Memory does not grow with the file.
 //
 // A plain loop says what the result must be: characters are stored one after the other in one line
 // buffer, and at every line feed and at the end of the file the buffer is parsed with sscanf. The
@@ -28,7 +41,8 @@ class SRecordReader
 {
 public:
     // Both are borrowed.
-    SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages );
+    SRecordReader( PayloadSink& aSink, ReaderMessages& aMessages,
+                   SRecordChecks aChecks = SRecordChecks::NONE );
 
     // Converts the file aName; true when the whole file was converted. The file is left open.
     // False, and nothing is reported or read, when memory is missing.
@@ -45,6 +59,15 @@ private:
 
     static_assert( MAX_LINE + 2 <= BlockReader::MAX_LEFT, "a line with CR LF may be left" );
 
+    // The bytes of a usual line as they are decoded, from the address on. The last two bytes of the
+    // address lie where the sink writes the header.
+    struct Decoded
+    {
+        unsigned char mAddress[2];
+        PayloadFormat::DataRecord mRecord;
+    };
+    static_assert( sizeof( Decoded ) >= 256, "address, data and checksum are decoded in vectors" );
+
     struct UsualLine
     {
         std::size_t mLength; // without the line feed
@@ -57,21 +80,26 @@ private:
     bool ConvertUsualLines();
     bool DecodeUsualLine( UsualLine& aLine );
     bool ConvertUsualLine( const UsualLine& aLine );
+    bool CheckLine( const char* aName );
     bool ConvertLine();
     bool ConvertDataLine();
     bool ParseData( int aCount );
     bool HandOver( std::uint32_t aAddress, int aCount );
 
+    void LookAhead();
     int ReadLine();
     void KeepUsualLine();
 
     PayloadSink& mSink;
     ReaderMessages& mMessages;
+    const SRecordChecks mChecks;
     std::optional<BlockReader> mInput; // while converting
 
     std::uint32_t mExpected = 0xFFFFFFFF; // the address that needs no address record
 
-    PayloadFormat::DataRecord mRecord = {}; // of the line that is being converted
+    Decoded mDecoded = {}; // of the line that is being converted
+
+    std::uint64_t mLineNumber = 0; // of the latest line; counted where lines are checked
 
     char mLine[MAX_LINE + 1] = {}; // the line buffer, always terminated
 
@@ -79,5 +107,10 @@ private:
     const unsigned char* mUsualLine = nullptr;
     std::size_t mUsualLength = 0;
 };
+
+// Checks a file that is open and stays open; aName is what messages call it. False when a line is
+// refused, the file cannot be read to its end, which is a failure, or memory is missing, which is
+// not reported.
+bool CheckSRecords( std::FILE* aFile, const char* aName, ReaderMessages& aMessages );
 
 } // namespace HtBaseLib
