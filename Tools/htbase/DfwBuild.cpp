@@ -6,14 +6,16 @@
 #include "Tools/htbase/Files.h"
 #include "Tools/htbase/MessageCollector.h"
 #include "Tools/htbase/PayloadStream.h"
-#include "Tools/htbase/SRecordCheck.h"
 #include "Tools/htbase/Text.h"
 
 #include "Libraries/HtBase/DfwPayload.h"
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -25,6 +27,7 @@ namespace HtBaseTool
 {
 
 using HtBaseLib::DfwPayloadWriter;
+using HtBaseLib::SRecordChecks;
 using QmUtilsLib::Result;
 using Json = nlohmann::ordered_json;
 
@@ -174,23 +177,41 @@ std::vector<Input> ParseInputs( const BuildOptions& aOptions )
     return lInputs;
 }
 
+// Throws a Failure that names the first bad line of an S-record file.
+void VerifySRecordFile( const std::string& aPath )
+{
+    const std::unique_ptr<std::FILE, decltype( &std::fclose )> lFile(
+        std::fopen( aPath.c_str(), "re" ), &std::fclose );
+    MessageCollector lMessages;
+    if ( lFile != nullptr && HtBaseLib::CheckSRecords( lFile.get(), aPath.c_str(), lMessages ) )
+    {
+        return;
+    }
+    const int lError = errno;
+    throw Failure( ExitStatus::REFUSED,
+                   lMessages.GetRefusal().empty()
+                       ? "cannot read file '" + aPath + "': " + GetSystemErrorText( lError )
+                       : lMessages.GetRefusal() );
+}
+
 void VerifyInputs( const std::vector<Input>& aInputs )
 {
     for ( const Input& lInput : aInputs )
     {
         if ( lInput.mKind == InputKind::S_RECORDS )
         {
-            CheckSRecordFile( lInput.mPath );
+            VerifySRecordFile( lInput.mPath );
         }
     }
 }
 
-bool Convert( DfwPayloadWriter& aWriter, const Input& aInput, MessageCollector& aMessages )
+bool Convert( DfwPayloadWriter& aWriter, const Input& aInput, SRecordChecks aChecks,
+              MessageCollector& aMessages )
 {
     switch ( aInput.mKind )
     {
     case InputKind::S_RECORDS:
-        return aWriter.AddSRecordFile( aInput.mPath.c_str(), aMessages );
+        return aWriter.AddSRecordFile( aInput.mPath.c_str(), aMessages, aChecks );
     case InputKind::BINARY:
         return aWriter.AddBinaryFile( aInput.mPath.c_str(), aInput.mAddress, aMessages );
     case InputKind::WORD_HEX:
@@ -199,18 +220,33 @@ bool Convert( DfwPayloadWriter& aWriter, const Input& aInput, MessageCollector& 
     return aWriter.AddWordHexFile( aInput.mPath.c_str(), aMessages );
 }
 
-void AddInput( Program& aProgram, DfwPayloadWriter& aWriter, const Input& aInput )
+// What is to be said of the inputs, unless an S-record is refused: then that is all.
+struct Remarks
+{
+    Json mWarnings = Json::array(); // of the report
+    std::vector<std::string> mNotes;
+};
+
+void AddInput( DfwPayloadWriter& aWriter, const Input& aInput, SRecordChecks aChecks,
+               Remarks& aRemarks )
 {
     if ( aInput.mKind == InputKind::WORD_HEX )
     {
         const std::string lWarning = "the data records made of '" + aInput.mPath +
                                      "' hold words as they lie in memory, not the packed values";
-        aProgram.mReport["warnings"].push_back( lWarning );
-        PrintNote( "warning: " + lWarning );
+        aRemarks.mWarnings.push_back( lWarning );
+        aRemarks.mNotes.push_back( "warning: " + lWarning );
     }
     MessageCollector lMessages;
-    const bool lIsConverted = Convert( aWriter, aInput, lMessages );
-    lMessages.PrintWarnings( aInput.mPath );
+    const bool lIsConverted = Convert( aWriter, aInput, aChecks, lMessages );
+    for ( const std::string& lWarning : lMessages.GetWarnings( aInput.mPath ) )
+    {
+        aRemarks.mNotes.push_back( lWarning );
+    }
+    if ( !lMessages.GetRefusal().empty() )
+    {
+        throw Failure( ExitStatus::REFUSED, lMessages.GetRefusal() );
+    }
     if ( !lIsConverted )
     {
         throw Failure( ExitStatus::REFUSED,
@@ -225,6 +261,7 @@ struct Plan
     std::vector<Input> mInputs;
     std::optional<uint32_t> mEnd;
     bool mReset;
+    SRecordChecks mChecks; // while S-records are converted
 };
 
 Plan MakePlan( const BuildOptions& aOptions )
@@ -237,7 +274,8 @@ Plan MakePlan( const BuildOptions& aOptions )
                 ParseVersion( *aOptions.mVersion ),
                 {},
                 std::nullopt,
-                aOptions.mReset };
+                aOptions.mReset,
+                aOptions.mNoVerify ? SRecordChecks::NONE : SRecordChecks::ALL };
     if ( aOptions.mEnd )
     {
         lPlan.mEnd = ParseNumber( *aOptions.mEnd, "end value" );
@@ -247,7 +285,7 @@ Plan MakePlan( const BuildOptions& aOptions )
 }
 
 // The writer looks at none of its writes; the stream remembers.
-void WriteRecords( Program& aProgram, DfwPayloadWriter& aWriter, const Plan& aPlan )
+void WriteRecords( DfwPayloadWriter& aWriter, const Plan& aPlan, Remarks& aRemarks )
 {
     const Target& lTarget = aPlan.mTarget;
     aWriter.WriteTargetRecord( lTarget.mFirst, lTarget.mSecond, lTarget.mValue, lTarget.mFirstFlag,
@@ -256,7 +294,7 @@ void WriteRecords( Program& aProgram, DfwPayloadWriter& aWriter, const Plan& aPl
     aWriter.WriteVersionRecord( lVersion[0], lVersion[1], lVersion[2] );
     for ( const Input& lInput : aPlan.mInputs )
     {
-        AddInput( aProgram, aWriter, lInput );
+        AddInput( aWriter, lInput, aPlan.mChecks, aRemarks );
     }
     if ( aPlan.mEnd )
     {
@@ -269,7 +307,8 @@ void WriteRecords( Program& aProgram, DfwPayloadWriter& aWriter, const Plan& aPl
 }
 
 // Returns the size of the payload.
-uint64_t WritePayload( Program& aProgram, const Plan& aPlan, const std::string& aPath )
+uint64_t WritePayload( Program& aProgram, const Plan& aPlan, const std::string& aPath,
+                       Remarks& aRemarks )
 {
     OutputFile lFile( aPath );
     // From here on there is a file to be removed; reading regular files comes to its end soon.
@@ -277,7 +316,7 @@ uint64_t WritePayload( Program& aProgram, const Plan& aPlan, const std::string& 
     PayloadOutcome lOutcome;
     {
         DfwPayloadWriter lWriter( std::make_unique<PayloadStream>( lFile, lOutcome ) );
-        WriteRecords( aProgram, lWriter, aPlan );
+        WriteRecords( lWriter, aPlan, aRemarks );
     }
     if ( lOutcome.mFailure != nullptr )
     {
@@ -291,6 +330,35 @@ uint64_t WritePayload( Program& aProgram, const Plan& aPlan, const std::string& 
     return lOutcome.mSize;
 }
 
+void Publish( Program& aProgram, const Remarks& aRemarks )
+{
+    aProgram.mReport["warnings"] = aRemarks.mWarnings;
+    for ( const std::string& lNote : aRemarks.mNotes )
+    {
+        PrintNote( lNote );
+    }
+}
+
+// S-records are checked while they are converted, and a payload that was begun is discarded. So
+// whatever else fails in the meantime counts only when no S-record of any input is bad.
+uint64_t WriteCheckedPayload( Program& aProgram, const Plan& aPlan, const std::string& aPath,
+                              Remarks& aRemarks )
+{
+    try
+    {
+        return WritePayload( aProgram, aPlan, aPath, aRemarks );
+    }
+    catch ( const Failure& )
+    {
+        if ( aPlan.mChecks != SRecordChecks::NONE && !aProgram.mInterruption.IsRequested() )
+        {
+            VerifyInputs( aPlan.mInputs );
+        }
+        Publish( aProgram, aRemarks );
+        throw;
+    }
+}
+
 void Build( Program& aProgram, const BuildOptions& aOptions )
 {
     if ( aOptions.mVersion && aOptions.mVersion->empty() )
@@ -302,13 +370,17 @@ void Build( Program& aProgram, const BuildOptions& aOptions )
     {
         throw MakeUsageFailure( "-o and --target are required - see htbase dfw build --help" );
     }
-    const Plan lPlan = MakePlan( aOptions );
+    Plan lPlan = MakePlan( aOptions );
     aProgram.mReport["warnings"] = Json::array();
-    if ( !aOptions.mNoVerify )
+    if ( lPlan.mChecks != SRecordChecks::NONE && IsWrittenDirectly( aOptions.mOutput ) )
     {
-        VerifyInputs( lPlan.mInputs );
+        VerifyInputs( lPlan.mInputs ); // what is written cannot be discarded
+        lPlan.mChecks = SRecordChecks::NONE;
     }
-    ReportPayload( aProgram, aOptions.mOutput, WritePayload( aProgram, lPlan, aOptions.mOutput ) );
+    Remarks lRemarks;
+    const uint64_t lSize = WriteCheckedPayload( aProgram, lPlan, aOptions.mOutput, lRemarks );
+    Publish( aProgram, lRemarks );
+    ReportPayload( aProgram, aOptions.mOutput, lSize );
 }
 
 // Inputs of all kinds are kept in the order in which they stand on the command line.

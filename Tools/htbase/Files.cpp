@@ -202,6 +202,14 @@ void CheckInputFile( const std::string& aPath )
     }
 }
 
+bool IsWrittenDirectly( const std::string& aPath )
+{
+    struct stat lStatus
+    {
+    };
+    return stat( aPath.c_str(), &lStatus ) == 0 && !S_ISREG( lStatus.st_mode );
+}
+
 OutputFile::OutputFile( const std::string& aPath )
     : mPath( aPath )
     , mTarget( aPath )

@@ -28,6 +28,10 @@ void CheckOutputFile( const std::string& aPath );
 // read.
 void CheckInputFile( const std::string& aPath );
 
+// Whether an OutputFile of this path would be written to directly: what it has taken cannot be
+// discarded.
+bool IsWrittenDirectly( const std::string& aPath );
+
 // OutputFile is a file that appears under its name only when it is complete: until Commit it is a
 // temporary file beside it, which the destructor removes. A path that is not a regular file (a
 // device, a pipe) is written to directly.

@@ -1,6 +1,5 @@
 #include "Tools/htbase/MessageCollector.h"
 
-#include "Tools/htbase/Console.h"
 #include "Tools/htbase/Text.h"
 
 #include <cstdio>
@@ -28,15 +27,18 @@ constexpr std::string_view EXPECTED_TYPES = "5789";
 
 } // namespace
 
-void MessageCollector::PrintWarnings( const std::string& aPath ) const
+std::vector<std::string> MessageCollector::GetWarnings( const std::string& aPath ) const
 {
+    std::vector<std::string> lWarnings;
     for ( const auto& [lText, lCount] : mWarnings )
     {
         if ( EXPECTED_TYPES.find( lText.back() ) == std::string_view::npos )
         {
-            PrintNote( "'" + aPath + "': " + lText + ", " + FormatCount( lCount, "time" ) );
+            lWarnings.push_back( "'" + aPath + "': " + lText + ", " +
+                                 FormatCount( lCount, "time" ) );
         }
     }
+    return lWarnings;
 }
 
 std::string MessageCollector::GetFailure() const
@@ -52,6 +54,11 @@ void MessageCollector::TakeWarning( const char* aFormat, std::va_list aValues )
 void MessageCollector::TakeFailure( const char* aFormat, std::va_list aValues )
 {
     mFailure = Format( aFormat, aValues );
+}
+
+void MessageCollector::TakeRefusal( const char* aFormat, std::va_list aValues )
+{
+    mRefusal = Format( aFormat, aValues );
 }
 
 } // namespace HtBaseTool

@@ -3,7 +3,9 @@
 #include "Tools/htbase/Failure.h"
 #include "Tools/htbase/Files.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace HtBaseTool
 {
@@ -20,8 +22,8 @@ constexpr unsigned int SKIP_FAILED = 0xFFFFFFFF;
 PayloadStream::PayloadStream( OutputFile& aFile, PayloadOutcome& aOutcome )
     : mFile( aFile )
     , mOutcome( aOutcome )
+    , mBuffer( PORTION )
 {
-    mBuffer.reserve( PORTION );
 }
 
 PayloadStream::~PayloadStream()
@@ -36,14 +38,14 @@ void PayloadStream::Flush()
     {
         try
         {
-            mFile.Write( mBuffer.data(), mBuffer.size() );
+            mFile.Write( mBuffer.data(), mFilled );
         }
         catch ( const Failure& )
         {
             mOutcome.mFailure = std::current_exception();
         }
     }
-    mBuffer.clear();
+    mFilled = 0;
 }
 
 int PayloadStream::Close()
@@ -67,10 +69,16 @@ unsigned int PayloadStream::Write( const void* aData, unsigned int aSize, unsign
 {
     const size_t lSize = size_t{ aSize } * aCount;
     const auto* const lBytes = static_cast<const uint8_t*>( aData );
-    mBuffer.insert( mBuffer.end(), lBytes, lBytes + lSize );
-    if ( mBuffer.size() >= PORTION )
+    for ( size_t lDone = 0; lDone < lSize; )
     {
-        Flush();
+        const size_t lPart = std::min( lSize - lDone, PORTION - mFilled );
+        std::memcpy( mBuffer.data() + mFilled, lBytes + lDone, lPart );
+        lDone += lPart;
+        mFilled += lPart;
+        if ( mFilled == PORTION )
+        {
+            Flush();
+        }
     }
     if ( mOutcome.mFailure != nullptr )
     {

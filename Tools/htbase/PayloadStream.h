@@ -45,7 +45,8 @@ private:
 
     OutputFile& mFile;
     PayloadOutcome& mOutcome;
-    std::vector<uint8_t> mBuffer;
+    std::vector<uint8_t> mBuffer; // its size is its room
+    size_t mFilled = 0;
 };
 
 } // namespace HtBaseTool
