@@ -1,4 +1,5 @@
-// The S-record reader against the plain one: same records, same messages, same answer.
+// The S-record reader against the plain one, without checks and with: same records, same messages,
+// same answer.
 
 #include "fuzz/FuzzTarget.h"
 
@@ -8,6 +9,7 @@
 
 #include <string>
 
+using HtBaseLib::SRecordChecks;
 using TestSupport::ByteFile;
 using TestSupport::SRecordOutcome;
 
@@ -18,13 +20,20 @@ int LLVMFuzzerTestOneInput( const std::uint8_t* aData, std::size_t aSize )
     const std::string lText( reinterpret_cast<const char*>( aData ), aSize );
     const std::size_t lFailsAt = aSize % 2 == 0 ? ByteFile::NEVER : aSize;
 
-    const ByteFile lPlainFile( lText, lFailsAt );
-    const ByteFile lFastFile( lText, lFailsAt );
-    const SRecordOutcome lPlain = TestSupport::ConvertSRecordsPlainly( lPlainFile.Get(), "image" );
-    const SRecordOutcome lFast =
-        TestSupport::ConvertSRecordsByReader( lFastFile.Get(), "image", sCapture );
-    Fuzz::Require( lFast.mAnswer == lPlain.mAnswer, "same answer" );
-    Fuzz::Require( lFast.mOutput == lPlain.mOutput, "same messages" );
-    Fuzz::Require( lFast.mRecords == lPlain.mRecords, "same records" );
+    for ( const SRecordChecks lChecks :
+          { SRecordChecks::NONE, SRecordChecks::ALL, SRecordChecks::ONLY } )
+    {
+        const ByteFile lPlainFile( lText, lFailsAt );
+        const ByteFile lFastFile( lText, lFailsAt );
+        const SRecordOutcome lPlain =
+            lChecks == SRecordChecks::NONE
+                ? TestSupport::ConvertSRecordsPlainly( lPlainFile.Get(), "image" )
+                : TestSupport::CheckSRecordsPlainly( lText, aSize % 2 != 0, "image", lChecks );
+        const SRecordOutcome lFast =
+            TestSupport::ConvertSRecordsByReader( lFastFile.Get(), "image", sCapture, lChecks );
+        Fuzz::Require( lFast.mAnswer == lPlain.mAnswer, "same answer" );
+        Fuzz::Require( lFast.mOutput == lPlain.mOutput, "same messages" );
+        Fuzz::Require( lFast.mRecords == lPlain.mRecords, "same records" );
+    }
     return 0;
 }

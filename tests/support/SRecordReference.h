@@ -1,6 +1,8 @@
 // The S-record reader as plainly as it can be written, to hold the fast one against.
 #pragma once
 
+#include "Libraries/HtBase/Firmware/SRecordReader.h"
+
 #include <cstdio>
 #include <string>
 
@@ -27,8 +29,15 @@ struct SRecordOutcome
 // is what messages call it. Prints nothing.
 SRecordOutcome ConvertSRecordsPlainly( std::FILE* aFile, const std::string& aName );
 
+// The same for a file of this text, with checks: ALL or ONLY. When aFails is set, reading fails
+// behind the text.
+SRecordOutcome CheckSRecordsPlainly( const std::string& aText, bool aFails,
+                                     const std::string& aName, HtBaseLib::SRecordChecks aChecks );
+
 // The same by the reader of the library: its records, its answer and what aCapture found printed.
-SRecordOutcome ConvertSRecordsByReader( std::FILE* aFile, const std::string& aName,
-                                        StandardOutputCapture& aCapture );
+SRecordOutcome
+ConvertSRecordsByReader( std::FILE* aFile, const std::string& aName,
+                         StandardOutputCapture& aCapture,
+                         HtBaseLib::SRecordChecks aChecks = HtBaseLib::SRecordChecks::NONE );
 
 } // namespace TestSupport

@@ -6,13 +6,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+using HtBaseLib::SRecordChecks;
 using TestSupport::ByteFile;
+using TestSupport::CheckSRecordsPlainly;
 using TestSupport::ConvertSRecordsByReader;
 using TestSupport::ConvertSRecordsPlainly;
 using TestSupport::SRecordOutcome;
@@ -50,6 +54,22 @@ void ExpectSame( const std::string& aText, std::size_t aFailsAt = ByteFile::NEVE
     EXPECT_EQ( lActual, lExpected ) << testing::PrintToString( aText ) << ", fails at " << aFailsAt;
 }
 
+// The same with checks: both what is converted, and what is said when nothing is.
+void ExpectSameChecks( const std::string& aText, std::size_t aFailsAt = ByteFile::NEVER )
+{
+    const std::string lReadable = aText.substr( 0, aFailsAt );
+    for ( const SRecordChecks lChecks : { SRecordChecks::ALL, SRecordChecks::ONLY } )
+    {
+        const ByteFile lFile( aText, aFailsAt );
+        StandardOutputCapture lCapture;
+        const SRecordOutcome lActual =
+            ConvertSRecordsByReader( lFile.Get(), "image.srec", lCapture, lChecks );
+        EXPECT_EQ( lActual, CheckSRecordsPlainly( lReadable, aFailsAt != ByteFile::NEVER,
+                                                  "image.srec", lChecks ) )
+            << testing::PrintToString( aText ) << ", fails at " << aFailsAt;
+    }
+}
+
 // Makes S-record files, good ones and all kinds of bad ones, always the same for the same seed.
 class Maker
 {
@@ -57,6 +77,42 @@ public:
     explicit Maker( unsigned int aSeed )
         : mRandom( aSeed )
     {
+    }
+
+    // A record of any type with the right length and checksum, sometimes in lower case.
+    std::string MakeSoundLine( unsigned int aMaxData )
+    {
+        static constexpr unsigned int ADDRESS_SIZES[] = { 2, 2, 3, 4, 2, 2, 3, 4, 3, 2 };
+        const unsigned int lType = Below( 4 ) == 0 ? Below( 10 ) : 3;
+        const unsigned int lCount = ADDRESS_SIZES[lType] + Below( aMaxData + 1 ) + 1;
+        std::string lDigits = ToDigits( lCount );
+        unsigned int lSum = lCount;
+        for ( unsigned int lIndex = 1; lIndex < lCount; ++lIndex )
+        {
+            const unsigned int lByte = Below( 256 );
+            lSum += lByte;
+            lDigits += ToDigits( lByte );
+        }
+        lDigits += ToDigits( ~lSum & 0xFF );
+        if ( Below( 8 ) == 0 )
+        {
+            std::transform( lDigits.begin(), lDigits.end(), lDigits.begin(),
+                            []( char aDigit )
+                            { return static_cast<char>( std::tolower( aDigit ) ); } );
+        }
+        return "S" + std::to_string( lType ) + lDigits;
+    }
+
+    std::string MakeSoundFile( unsigned int aMaxLines, unsigned int aMaxData )
+    {
+        static constexpr const char* ENDS[] = { "\n", "\n", "\r\n", "\n\n" };
+        std::string lText;
+        for ( unsigned int lLines = Below( aMaxLines + 1 ); lLines > 0; --lLines )
+        {
+            lText += MakeSoundLine( aMaxData );
+            lText += lLines > 1 || Below( 2 ) == 0 ? ENDS[Below( 4 )] : "";
+        }
+        return lText;
     }
 
     unsigned int Below( unsigned int aLimit )
@@ -124,6 +180,13 @@ public:
     }
 
 private:
+    static std::string ToDigits( unsigned int aByte )
+    {
+        char lDigits[3];
+        std::snprintf( lDigits, sizeof( lDigits ), "%02X", aByte & 0xFF );
+        return lDigits;
+    }
+
     std::string MakeDigits( std::size_t aCount )
     {
         const char* const lDigits = Below( 8 ) == 0 ? "0123456789abcdef" : "0123456789ABCDEF";
@@ -260,4 +323,92 @@ TEST( SRecordDifferential, LongLinesWithOddTails )
             ExpectSame( lLine + "12\nS3FF00002000ABCD\n\n" );
         }
     }
+}
+
+TEST( SRecordDifferential, SoundFilesWithChecks )
+{
+    Maker lMaker( 6 );
+    for ( int lRound = 0; lRound < 500; ++lRound )
+    {
+        const std::string lText = lMaker.MakeSoundFile( 20, lRound % 2 == 0 ? 16 : 250 );
+        ExpectSameChecks( lText );
+        EXPECT_TRUE( CheckSRecordsPlainly( lText, false, "", SRecordChecks::ONLY ).mAnswer );
+    }
+}
+
+TEST( SRecordDifferential, DamagedFilesWithChecks )
+{
+    Maker lMaker( 7 );
+    for ( int lRound = 0; lRound < 2000; ++lRound )
+    {
+        std::string lText = lMaker.MakeSoundFile( 8, lRound % 4 == 0 ? 250 : 8 );
+        lMaker.Damage( lText );
+        ExpectSameChecks( lText );
+    }
+}
+
+TEST( SRecordDifferential, FilesThatFailInTheMiddleWithChecks )
+{
+    Maker lMaker( 8 );
+    for ( int lRound = 0; lRound < 1000; ++lRound )
+    {
+        const std::string lText = lMaker.MakeSoundFile( 6, 8 );
+        ExpectSameChecks( lText, lMaker.Below( static_cast<unsigned int>( lText.size() + 1 ) ) );
+    }
+}
+
+TEST( SRecordDifferential, EveryDigitOfARecordCountsForItsChecksum )
+{
+    // Records of several lengths, since what is left of a vector is decoded in another way.
+    for ( const unsigned int lSize : { 0U, 1U, 10U, 11U, 12U, 13U, 26U, 27U, 28U, 250U } )
+    {
+        char lDigits[24];
+        std::snprintf( lDigits, sizeof( lDigits ), "S3%02X00000000", lSize + 5 );
+        std::string lLine = lDigits + std::string( std::size_t{ 2 } * lSize, '0' );
+        std::snprintf( lDigits, sizeof( lDigits ), "%02X", ~( lSize + 5 ) & 0xFF );
+        lLine += lDigits;
+        for ( std::size_t lAt = 4; lAt < lLine.size(); ++lAt )
+        {
+            std::string lBad = lLine;
+            lBad[lAt] = lBad[lAt] == '7' ? '8' : '7';
+            ASSERT_FALSE( CheckSRecordsPlainly( lBad, false, "", SRecordChecks::ONLY ).mAnswer );
+            ExpectSameChecks( lLine + "\n" + lBad + "\n" + lLine + "\n" );
+        }
+    }
+}
+
+TEST( SRecordDifferential, ChecksAcrossTheBlocksThatAreReadAtATime )
+{
+    // A bad line, which the shifts move over the border of the first block, behind a long one.
+    constexpr std::size_t BLOCK_SIZE = 65536;
+    Maker lMaker( 9 );
+    std::string lText;
+    while ( lText.size() < BLOCK_SIZE - 1100 )
+    {
+        lText += lMaker.MakeSoundLine( 250 ) + ( lMaker.Below( 2 ) == 0 ? "\r\n" : "\n" );
+    }
+    const std::string lEnd = lMaker.MakeSoundFile( 20, 250 );
+    for ( const char* const lBad : { "S30700002000B1B211\r\n", "no record\n", "" } )
+    {
+        for ( std::size_t lShift = 0; lShift < 22; ++lShift )
+        {
+            const std::size_t lBegin = BLOCK_SIZE - lShift;
+            ExpectSameChecks( lText + "\nS0030000FC" +
+                              std::string( lBegin - lText.size() - 11, '\n' ) + lBad + lEnd );
+        }
+    }
+}
+
+TEST( SRecordDifferential, LongLinesWithChecks )
+{
+    for ( std::size_t lLength = 500; lLength < 530; ++lLength )
+    {
+        for ( const char* const lEnd : { "", "\n", "\r\n", "\r\r\n", "\n\n" } )
+        {
+            ExpectSameChecks( "S3FF" + std::string( lLength - 4, '0' ) + lEnd );
+            ExpectSameChecks( "S0030000FC\nS5FF" + std::string( lLength - 4, '0' ) + lEnd );
+        }
+    }
+    ExpectSameChecks( "S3FF" + std::string( 100000, '0' ) + "\nS0030000FC\n" );
+    ExpectSameChecks( "x" + std::string( 100000, '0' ) );
 }
