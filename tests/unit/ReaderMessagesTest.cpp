@@ -26,6 +26,7 @@ using HtBaseLib::BinaryReader;
 using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::PayloadSink;
 using HtBaseLib::ReaderMessages;
+using HtBaseLib::SRecordChecks;
 using HtBaseLib::SRecordReader;
 using HtBaseLib::WordHexReader;
 using testing::ElementsAre;
@@ -39,7 +40,7 @@ using TestSupport::TemporaryDirectory;
 namespace
 {
 
-// Keeps every message as "warning: TEXT" or "failure: TEXT".
+// Keeps every message as "warning: TEXT", "failure: TEXT" or "refusal: TEXT".
 class RecordedMessages : public ReaderMessages
 {
 public:
@@ -54,6 +55,11 @@ private:
     void TakeFailure( const char* aFormat, std::va_list aValues ) override
     {
         Add( "failure: ", aFormat, aValues );
+    }
+
+    void TakeRefusal( const char* aFormat, std::va_list aValues ) override
+    {
+        Add( "refusal: ", aFormat, aValues );
     }
 
     [[gnu::format( printf, 3, 0 )]] void Add( const char* aKind, const char* aFormat,
@@ -191,6 +197,25 @@ TEST( ReaderMessages, ByDefaultFailuresArePrintedOnStandardOutput )
         EXPECT_FALSE( Convert( lCase, ReaderMessages::GetPrinter() ) );
         EXPECT_EQ( lCapture.Take(), lCase.mMessage + lCase.mMessage );
     }
+}
+
+TEST( ReaderMessages, ARefusalGoesToTheObjectGivenOrIsPrinted )
+{
+    const TemporaryDirectory lDirectory;
+    const std::string lPath = lDirectory.GetPath( "image" );
+    TestSupport::WriteWholeFile( lPath, "S1\nS0030000FC\n" );
+    std::string lRecords;
+    DfwPayloadWriter lWriter( std::make_unique<StringStream>( lRecords ) );
+    const std::string lRefusal = "line 1 of '" + lPath + "' is no S-record";
+    RecordedMessages lMessages;
+    StandardOutputCapture lCapture;
+    EXPECT_FALSE( lWriter.AddSRecordFile( lPath.c_str(), lMessages, SRecordChecks::ALL ) );
+    EXPECT_THAT( lMessages.Get(), ElementsAre( "refusal: " + lRefusal ) );
+    EXPECT_EQ( lCapture.Take(), "" );
+    EXPECT_FALSE(
+        lWriter.AddSRecordFile( lPath.c_str(), ReaderMessages::GetPrinter(), SRecordChecks::ALL ) );
+    EXPECT_EQ( lCapture.Take(), lRefusal );
+    EXPECT_EQ( lRecords, "" );
 }
 
 TEST( ReaderMessages, WarningsGoToTheObjectGivenOrArePrinted )

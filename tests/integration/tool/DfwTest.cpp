@@ -295,6 +295,93 @@ TEST_F( Dfw, TheBadLineOfASecondFileIsFoundToo )
     ExpectFailure( Build( { "--srec", lGood, "--srec", lBad } ), 1, "line 1 of '" + lBad + "'" );
 }
 
+TEST_F( Dfw, ABadRecordIsFoundWhereverItStands )
+{
+    // Far enough apart that much of the payload is made when the last is read.
+    std::string lMiddle;
+    for ( int lTimes = 0; lTimes < 20000; ++lTimes )
+    {
+        lMiddle += S3_AT_1000;
+    }
+    const std::string lLast = S3_AT_1002.substr( 0, S3_AT_1002.size() - 1 ); // without line feed
+    const std::pair<std::string, std::string> FILES[] = {
+        { S3_AT_1002 + lMiddle + S7, "line 1 of" },
+        { S3_AT_1000 + "\n" + S3_AT_1002 + S7, "line 3 of" },
+        { "\n\n" + S3_AT_1002, "line 3 of" }, // the reader fails for the empty line
+        { lMiddle + S3_AT_1002 + lMiddle, "line 20001 of" },
+        { lMiddle + lLast, "line 20001 of" },
+        { lMiddle + lLast + "\r\n", "line 20001 of" },
+        { lMiddle + "S7050000100\n", "line 20001 of" },
+    };
+    for ( const auto& [lText, lLine] : FILES )
+    {
+        const Outcome lOutcome = Build( { "--srec", Make( "bad.srec", lText ) } );
+        ExpectFailure( lOutcome, 1, lLine );
+        ExpectOneSentence( lOutcome.mError );
+        EXPECT_THAT( mFolder.List(), ElementsAre( "bad.srec" ) );
+    }
+}
+
+TEST_F( Dfw, ABadRecordIsToldInPlaceOfWhateverElseIsWrong )
+{
+    const std::string lBad = Make( "bad.srec", S3_AT_1000 + S3_AT_1002 );
+    const std::string lHex = Make( "good.hex", "1234\n" ); // causes a warning
+    const std::string lBadHex = Make( "bad.hex", "12345\n" );
+    const std::string lOdd = Make( "odd.srec", "S1041000AA41\n" + S3_AT_1000 ); // and this one too
+    const std::string lEmpty = Make( "empty.srec", "" );
+    const Arguments lMain = { "dfw", "build", "--target", "1,2,3,D", "--version", "1.2.3" };
+    for ( const Arguments& lMore :
+          { Arguments{ "-o", mOut, "--hex", lHex }, Arguments{ "-o", mOut, "--hex", lBadHex },
+            Arguments{ "-o", mOut, "--srec", lOdd }, Arguments{ "-o", mOut, "--srec", lEmpty },
+            Arguments{ "-o", mOut, "--json", "--hex", lHex },
+            Arguments{ "-o", mFolder.GetPath( "none/out" ), "--reset" },
+            Arguments{ "-o", "/proc/version", "--reset" },
+            Arguments{ "-o", "/dev/full", "--reset" } } )
+    {
+        SCOPED_TRACE( testing::PrintToString( lMore ) );
+        Arguments lArguments = lMain;
+        lArguments.insert( lArguments.end(), lMore.begin(), lMore.end() );
+        lArguments.insert( lArguments.end(), { "--srec", lBad } );
+        const Outcome lOutcome = RunTool( lArguments );
+        EXPECT_EQ( lOutcome.mStatus, 1 );
+        EXPECT_THAT( lOutcome.mError, HasSubstr( "line 2 of '" + lBad + "'" ) );
+        ExpectOneSentence( lOutcome.mError );
+        if ( lMore[2] == "--json" )
+        {
+            EXPECT_THAT( ParseReport( lOutcome )["warnings"], IsEmpty() );
+        }
+        EXPECT_FALSE( std::filesystem::exists( mOut ) );
+    }
+}
+
+TEST_F( Dfw, NothingOfARefusedFileIsWrittenToAPipe )
+{
+    const std::string lBad = Make( "bad.srec", S3_AT_1000 + S3_AT_1002 );
+    const std::string lGood = Make( "good.srec", S3_AT_1000 + S7 );
+    const Arguments lMain = { "dfw",     "build", "--target",    "1,0x80,0x1234,D", "--version",
+                              "1.2.255", "-o",    "/dev/stdout", "--srec" };
+    Arguments lArguments = lMain;
+    lArguments.push_back( lBad );
+    ExpectFailure( RunTool( lArguments ), 1, "line 2 of '" + lBad + "'" );
+    lArguments = lMain;
+    lArguments.push_back( lGood );
+    EXPECT_EQ( RunTool( lArguments ).mOutput, HEAD + ADDRESS_1000 + DATA_ABCD );
+}
+
+TEST_F( Dfw, AFileThatFailsToBeReadIsRefusedWithTheReasonOfTheSystem )
+{
+    const Outcome lOutcome = Build( { "--srec", "/proc/self/mem" } ); // nothing lies at address 0
+    ExpectFailure( lOutcome, 1, "cannot read file '/proc/self/mem': Input/output error" );
+    ExpectOneSentence( lOutcome.mError );
+}
+
+TEST_F( Dfw, AnEmptyFileIsSoundButCannotBeConverted )
+{
+    const std::string lEmpty = Make( "empty.srec", "" );
+    ExpectFailure( Build( { "--srec", lEmpty } ), 1,
+                   "cannot convert file '" + lEmpty + "': Error reading new line from input file" );
+}
+
 TEST_F( Dfw, WithoutVerificationABadChecksumIsTaken )
 {
     const std::string lFile = Make( "bad.srec", S3_AT_1000 + S3_AT_1002 + S7 );
