@@ -1,23 +1,24 @@
 // How fast S-records are read: the reader against decoders of the same text that do nothing else.
 //
-// "Table" decodes every digit of the text, which is in memory already, with a table of 256 values
-// and stores the bytes. "TableFromFile" does the same with the file, read in blocks. "Reader" is
-// the reader of the library from the same file into a payload in memory. The ratios of their speeds
-// are printed at the end: how many times as fast as the decoder the reader is.
-
-#include "benchmarks/Ratios.h"
+// "Table" decodes the text, which is in memory already, with a table of 256 values, and stores the
+// records of the payload; it checks nothing. "TableWithSum" also adds up every record.
+// "TableFromFile" does what "Table" does with the file, read in blocks. "Reader" is the reader of
+// the library from the same file into a payload in memory, "CheckingReader" the same with its
+// checks, and "Checks" looks at the file and converts nothing.
+//
+// All of them run in turn, round after round. The median of the ratios within a round, and their
+// quartiles, are printed: how many times as fast as "Table" each is.
 
 #include "Libraries/HtBase/DfwPayload.h"
 #include "Libraries/HtBase/Firmware/SRecordReader.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <benchmark/benchmark.h>
-
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <map>
+#include <ctime>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -27,8 +28,13 @@
 namespace
 {
 
+using HtBaseLib::SRecordChecks;
+
 constexpr std::size_t TEXT_SIZE = 16 * 1024 * 1024;
 constexpr std::size_t BLOCK_SIZE = 65536;
+constexpr std::size_t ROUNDS = 21;
+
+constexpr char DIGITS[] = "0123456789ABCDEF";
 
 // An S-record file of about TEXT_SIZE characters: random bytes, so many in each record.
 class Image
@@ -39,28 +45,28 @@ public:
         std::mt19937 lRandom( aRecordSize );
         for ( unsigned int lAddress = 0; mText.size() < TEXT_SIZE; lAddress += aRecordSize )
         {
-            char lHead[24];
-            std::snprintf( lHead, sizeof( lHead ), "S3%02X%08X", aRecordSize + 5, lAddress );
-            mText += lHead;
-            for ( unsigned int lDigits = 2 * aRecordSize + 2; lDigits > 0; --lDigits )
+            mText += "S3";
+            unsigned int lSum = 0;
+            const auto lAdd = [&]( unsigned int aByte )
             {
-                mText += "0123456789ABCDEF"[lRandom() % 16];
+                lSum += aByte & 0xFF;
+                mText += DIGITS[aByte >> 4 & 0xF];
+                mText += DIGITS[aByte & 0xF];
+            };
+            lAdd( aRecordSize + 5 );
+            for ( const unsigned int lShift : { 24U, 16U, 8U, 0U } )
+            {
+                lAdd( lAddress >> lShift );
             }
+            for ( unsigned int lBytes = aRecordSize; lBytes > 0; --lBytes )
+            {
+                lAdd( lRandom() & 0xFF );
+            }
+            lAdd( ~lSum );
             mText += '\n';
         }
         TestSupport::WriteWholeFile( mPath, mText );
         mOutput.resize( mText.size() );
-    }
-
-    static Image& Get( unsigned int aRecordSize )
-    {
-        static std::map<unsigned int, std::unique_ptr<Image>> sImages;
-        std::unique_ptr<Image>& lImage = sImages[aRecordSize];
-        if ( lImage == nullptr )
-        {
-            lImage = std::make_unique<Image>( aRecordSize );
-        }
-        return *lImage;
     }
 
     std::FILE* Open() const
@@ -84,7 +90,7 @@ constexpr std::array<unsigned char, 256> MakeTable()
     std::array<unsigned char, 256> lTable{};
     for ( unsigned char lValue = 0; lValue < 16; ++lValue )
     {
-        lTable[static_cast<unsigned char>( "0123456789ABCDEF"[lValue] )] = lValue;
+        lTable[static_cast<unsigned char>( DIGITS[lValue] )] = lValue;
         lTable[static_cast<unsigned char>( "0123456789abcdef"[lValue] )] = lValue;
     }
     return lTable;
@@ -92,113 +98,154 @@ constexpr std::array<unsigned char, 256> MakeTable()
 
 constexpr std::array<unsigned char, 256> TABLE = MakeTable();
 
-// Decodes what follows the type of every line and returns the end of what it has stored.
+unsigned char DecodePair( const char* aPair )
+{
+    const int lHigh = TABLE[static_cast<unsigned char>( aPair[0] )];
+    const int lLow = TABLE[static_cast<unsigned char>( aPair[1] )];
+    return static_cast<unsigned char>( lHigh << 4 | lLow );
+}
+
+// Decodes lines of S3 records whose addresses follow on, and returns the end of what it has stored.
+template <bool ADDS_UP>
 unsigned char* DecodeLines( const char* aText, const char* aEnd, unsigned char* aOutput )
 {
     for ( const char* lLine = aText; lLine < aEnd; )
     {
-        const auto* const lLineEnd = static_cast<const char*>(
-            std::memchr( lLine, '\n', static_cast<std::size_t>( aEnd - lLine ) ) );
-        for ( const char* lPair = lLine + 2; lPair + 1 < lLineEnd; lPair += 2 )
+        const unsigned int lCount = DecodePair( lLine + 2 );
+        unsigned int lSum = lCount;
+        std::uint32_t lAddress = 0;
+        for ( const char* lPair = lLine + 4; lPair < lLine + 12; lPair += 2 )
         {
-            const int lHigh = TABLE[static_cast<unsigned char>( lPair[0] )];
-            const int lLow = TABLE[static_cast<unsigned char>( lPair[1] )];
-            *aOutput++ = static_cast<unsigned char>( lHigh << 4 | lLow );
+            lAddress = lAddress << 8 | DecodePair( lPair );
+            lSum += lAddress & 0xFF;
         }
-        lLine = lLineEnd + 1;
+        aOutput[0] = 'D';
+        aOutput[1] = static_cast<unsigned char>( lCount - 5 );
+        aOutput += 2;
+        const char* lPair = lLine + 12;
+        for ( unsigned int lIndex = 5; lIndex < lCount; ++lIndex, lPair += 2 )
+        {
+            *aOutput = DecodePair( lPair );
+            lSum += ADDS_UP ? *aOutput : 0;
+            ++aOutput;
+        }
+        if ( ADDS_UP && ( ( lSum + DecodePair( lPair ) ) & 0xFF ) != 0xFF )
+        {
+            throw std::runtime_error( "a checksum is wrong" );
+        }
+        lLine = lPair + 3;
     }
     return aOutput;
 }
 
-void Table( benchmark::State& aState )
+using Run = void ( * )( Image& );
+
+template <bool ADDS_UP>
+void Table( Image& aImage )
 {
-    Image& lImage = Image::Get( static_cast<unsigned int>( aState.range( 0 ) ) );
-    const char* const lText = lImage.mText.data();
-    for ( auto lUnused : aState )
+    const char* const lText = aImage.mText.data();
+    if ( DecodeLines<ADDS_UP>( lText, lText + aImage.mText.size(), aImage.mOutput.data() ) ==
+         nullptr )
     {
-        (void)lUnused;
-        benchmark::DoNotOptimize(
-            DecodeLines( lText, lText + lImage.mText.size(), lImage.mOutput.data() ) );
-        benchmark::ClobberMemory();
+        throw std::runtime_error( "nothing was decoded" );
     }
-    aState.SetBytesProcessed( aState.iterations() *
-                              static_cast<std::int64_t>( lImage.mText.size() ) );
 }
 
-void TableFromFile( benchmark::State& aState )
+void TableFromFile( Image& aImage )
 {
-    Image& lImage = Image::Get( static_cast<unsigned int>( aState.range( 0 ) ) );
     std::vector<char> lBlock( BLOCK_SIZE );
-    for ( auto lUnused : aState )
+    std::FILE* const lFile = aImage.Open();
+    unsigned char* lOutput = aImage.mOutput.data();
+    std::size_t lKept = 0;
+    while ( const std::size_t lRead =
+                std::fread( lBlock.data() + lKept, 1, BLOCK_SIZE - lKept, lFile ) )
     {
-        (void)lUnused;
-        std::FILE* const lFile = lImage.Open();
-        unsigned char* lOutput = lImage.mOutput.data();
-        std::size_t lKept = 0;
-        while ( const std::size_t lRead =
-                    std::fread( lBlock.data() + lKept, 1, BLOCK_SIZE - lKept, lFile ) )
+        const std::size_t lSize = lKept + lRead;
+        std::size_t lLines = lSize; // up to the last line feed
+        while ( lBlock[lLines - 1] != '\n' )
         {
-            const std::size_t lSize = lKept + lRead;
-            std::size_t lLines = lSize; // up to the last line feed
-            while ( lBlock[lLines - 1] != '\n' )
+            --lLines;
+        }
+        lOutput = DecodeLines<false>( lBlock.data(), lBlock.data() + lLines, lOutput );
+        lKept = lSize - lLines;
+        std::memmove( lBlock.data(), lBlock.data() + lLines, lKept );
+    }
+    std::fclose( lFile );
+}
+
+template <SRecordChecks CHECKS>
+void Reader( Image& aImage )
+{
+    std::FILE* const lFile = aImage.Open();
+    HtBaseLib::DfwPayloadWriter lWriter( std::make_unique<HtBaseLib::IoStreamRaw>(
+        aImage.mOutput.data(), static_cast<unsigned int>( aImage.mOutput.size() ) ) );
+    HtBaseLib::DfwPayloadSink lSink( lWriter );
+    HtBaseLib::SRecordReader lReader( lSink, HtBaseLib::ReaderMessages::GetPrinter(), CHECKS );
+    const bool lIsConverted = lReader.Convert( lFile, "image" );
+    std::fclose( lFile );
+    if ( !lIsConverted )
+    {
+        throw std::runtime_error( "the image was not converted" );
+    }
+}
+
+struct Subject
+{
+    const char* mName;
+    Run mRun;
+};
+
+// The first is what the others are held against.
+constexpr Subject SUBJECTS[] = {
+    { "Table", Table<false> },
+    { "TableWithSum", Table<true> },
+    { "TableFromFile", TableFromFile },
+    { "Reader", Reader<SRecordChecks::NONE> },
+    { "CheckingReader", Reader<SRecordChecks::ALL> },
+    { "Checks", Reader<SRecordChecks::ONLY> },
+};
+constexpr std::size_t SUBJECT_COUNT = std::size( SUBJECTS );
+
+// Processor time, in clock ticks of the standard library.
+double Measure( Run aRun, Image& aImage )
+{
+    const std::clock_t lStart = std::clock();
+    aRun( aImage );
+    return static_cast<double>( std::clock() - lStart );
+}
+
+void Compare( unsigned int aRecordSize )
+{
+    Image lImage( aRecordSize );
+    std::array<std::vector<double>, SUBJECT_COUNT> lRatios;
+    for ( std::size_t lRound = 0; lRound <= ROUNDS; ++lRound )
+    {
+        const double lBase = Measure( SUBJECTS[0].mRun, lImage );
+        for ( std::size_t lIndex = 1; lIndex < SUBJECT_COUNT; ++lIndex )
+        {
+            const double lTime = Measure( SUBJECTS[lIndex].mRun, lImage );
+            if ( lRound > 0 ) // the first finds caches and memory cold
             {
-                --lLines;
+                lRatios[lIndex].push_back( lBase / lTime );
             }
-            lOutput = DecodeLines( lBlock.data(), lBlock.data() + lLines, lOutput );
-            lKept = lSize - lLines;
-            std::memmove( lBlock.data(), lBlock.data() + lLines, lKept );
         }
-        std::fclose( lFile );
-        benchmark::DoNotOptimize( lOutput );
-        benchmark::ClobberMemory();
     }
-    aState.SetBytesProcessed( aState.iterations() *
-                              static_cast<std::int64_t>( lImage.mText.size() ) );
-}
-
-void Reader( benchmark::State& aState )
-{
-    Image& lImage = Image::Get( static_cast<unsigned int>( aState.range( 0 ) ) );
-    for ( auto lUnused : aState )
+    for ( std::size_t lIndex = 1; lIndex < SUBJECT_COUNT; ++lIndex )
     {
-        (void)lUnused;
-        std::FILE* const lFile = lImage.Open();
-        HtBaseLib::DfwPayloadWriter lWriter( std::make_unique<HtBaseLib::IoStreamRaw>(
-            lImage.mOutput.data(), static_cast<unsigned int>( lImage.mOutput.size() ) ) );
-        HtBaseLib::DfwPayloadSink lSink( lWriter );
-        HtBaseLib::SRecordReader lReader( lSink, HtBaseLib::ReaderMessages::GetPrinter() );
-        if ( !lReader.Convert( lFile, "image" ) )
-        {
-            aState.SkipWithError( "the image was not converted" );
-        }
-        std::fclose( lFile );
-        benchmark::ClobberMemory();
+        std::vector<double>& lSorted = lRatios[lIndex];
+        std::sort( lSorted.begin(), lSorted.end() );
+        std::printf( "records of %3u bytes: %-14s runs at %.2f of %s (%.2f to %.2f)\n", aRecordSize,
+                     SUBJECTS[lIndex].mName, lSorted[ROUNDS / 2], SUBJECTS[0].mName,
+                     lSorted[ROUNDS / 4], lSorted[ROUNDS - 1 - ROUNDS / 4] );
     }
-    aState.SetBytesProcessed( aState.iterations() *
-                              static_cast<std::int64_t>( lImage.mText.size() ) );
-}
-
-BENCHMARK( Table )->Arg( 16 )->Arg( 32 )->Arg( 64 )->Arg( 250 );
-BENCHMARK( TableFromFile )->Arg( 16 )->Arg( 32 )->Arg( 64 )->Arg( 250 );
-BENCHMARK( Reader )->Arg( 16 )->Arg( 32 )->Arg( 64 )->Arg( 250 );
-
-std::vector<Benchmarks::Ratio> MakeRatios()
-{
-    std::vector<Benchmarks::Ratio> lRatios;
-    for ( const std::string lSize : { "16", "32", "64", "250" } )
-    {
-        for ( const std::string lDecoder : { "Table/", "TableFromFile/" } )
-        {
-            lRatios.push_back(
-                { "records of " + lSize + " bytes", "Reader/" + lSize, lDecoder + lSize } );
-        }
-    }
-    return lRatios;
 }
 
 } // namespace
 
-int main( int aCount, char** aArguments )
+int main()
 {
-    return Benchmarks::RunAndCompare( aCount, aArguments, Benchmarks::Clock::CPU, MakeRatios() );
+    for ( const unsigned int lRecordSize : { 16U, 32U, 64U, 250U } )
+    {
+        Compare( lRecordSize );
+    }
 }
