@@ -85,11 +85,19 @@ inline unsigned char Sum( Vector aVector )
 {
     constexpr std::uint64_t EVERY_OTHER = 0x00FF00FF00FF00FF;
     constexpr std::uint64_t ONES = 0x0001000100010001; // the product has the sum at its top
-    std::uint64_t lHalves[2];
-    std::memcpy( lHalves, &aVector, sizeof( lHalves ) );
-    const std::uint64_t lPairs = ( lHalves[0] & EVERY_OTHER ) + ( lHalves[0] >> 8 & EVERY_OTHER ) +
-                                 ( lHalves[1] & EVERY_OTHER ) + ( lHalves[1] >> 8 & EVERY_OTHER );
-    return static_cast<unsigned char>( lPairs * ONES >> 48 & 0xFF );
+    const auto lWords = reinterpret_cast<Words>( aVector );
+    const Words lPairs = ( lWords & EVERY_OTHER ) + ( lWords >> 8 & EVERY_OTHER );
+    return static_cast<unsigned char>( ( lPairs[0] + lPairs[1] ) * ONES >> 48 & 0xFF );
+}
+
+// All ones in the first aCount places, up to VECTOR_SIZE, and zero behind.
+inline Vector MakeMask( std::size_t aCount )
+{
+    static constexpr unsigned char ONES_AND_ZEROS[2 * VECTOR_SIZE] = {
+        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, //
+        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+    };
+    return Load( ONES_AND_ZEROS + VECTOR_SIZE - aCount );
 }
 
 // Decodes aCount digits, an even number, into aBytes, and adds the bytes to aSum. False when not
@@ -100,34 +108,33 @@ inline unsigned char Sum( Vector aVector )
 inline bool Decode( const unsigned char* aText, std::size_t aCount, unsigned char* aBytes,
                     unsigned char& aSum )
 {
-    static constexpr unsigned char IS_TEXT[2 * STEP] = {
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
-    };
     Vector lAreDigits = ~Vector{};
     Vector lSum{};
     const auto lStore = [&]( Vector aFirst, Vector aSecond )
     {
-        const Vector lBytes =
-            Join( GetValues( aFirst, lAreDigits ), GetValues( aSecond, lAreDigits ) );
+        const Vector lBytes = Join( aFirst, aSecond );
         std::memcpy( aBytes, &lBytes, VECTOR_SIZE );
+        aBytes += VECTOR_SIZE;
         lSum += lBytes;
     };
-    for ( ; aCount >= STEP; aCount -= STEP, aText += STEP, aBytes += VECTOR_SIZE )
+    for ( ; aCount >= STEP; aCount -= STEP, aText += STEP )
     {
-        lStore( Load( aText ), Load( aText + VECTOR_SIZE ) );
+        lStore( GetValues( Load( aText ), lAreDigits ),
+                GetValues( Load( aText + VECTOR_SIZE ), lAreDigits ) );
     }
-    if ( aCount > 0 )
+    // What is not text counts as '0', so it is a digit and adds nothing to the sum.
+    const Vector lZeros = Vector{} + static_cast<unsigned char>( '0' );
+    if ( aCount > VECTOR_SIZE )
     {
-        // What is not text counts as '0', so it is a digit and adds nothing to the sum.
-        const Vector lZeros = Vector{} + static_cast<unsigned char>( '0' );
-        const auto lLoad = [&]( std::size_t aPlace )
-        {
-            const Vector lIsText = Load( IS_TEXT + STEP - aCount + aPlace );
-            return ( Load( aText + aPlace ) & lIsText ) | ( lZeros & ~lIsText );
-        };
-        lStore( lLoad( 0 ), lLoad( VECTOR_SIZE ) );
+        const Vector lIsText = MakeMask( aCount - VECTOR_SIZE );
+        const Vector lLast = ( Load( aText + VECTOR_SIZE ) & lIsText ) | ( lZeros & ~lIsText );
+        lStore( GetValues( Load( aText ), lAreDigits ), GetValues( lLast, lAreDigits ) );
+    }
+    else if ( aCount > 0 )
+    {
+        const Vector lIsText = MakeMask( aCount );
+        const Vector lLast = ( Load( aText ) & lIsText ) | ( lZeros & ~lIsText );
+        lStore( GetValues( lLast, lAreDigits ), Vector{} );
     }
     aSum = static_cast<unsigned char>( aSum + Sum( lSum ) );
     return AreAllOnes( lAreDigits );

@@ -18,7 +18,7 @@ namespace
 {
 
 // What a byte count counts besides the data: the address and the checksum.
-constexpr unsigned int NOT_DATA = 5;
+constexpr int NOT_DATA = 5;
 
 constexpr std::size_t COUNT_AT = 2;
 constexpr std::size_t ADDRESS_AT = 4;
@@ -37,25 +37,13 @@ class NoSink final : public PayloadSink
     bool TakeData( PayloadFormat::DataRecord&, unsigned int ) override { return true; }
 };
 
-// The length of the line at aText, without the line feed, when it begins with "S3" and ends where
-// its byte count says, give or take a CR; otherwise 0.
-std::size_t GetUsualLength( const unsigned char* aText, std::size_t aAvailable )
+// The length that a record beginning with these characters has, if it is an S3 record; otherwise 0.
+std::size_t GetRecordLength( const unsigned char* aHead )
 {
-    if ( aAvailable <= SHORTEST_USUAL || aText[0] != 'S' || aText[1] != '3' )
-    {
-        return 0;
-    }
-    const int lByteCount = HexDigits::GetByte( aText + COUNT_AT );
-    if ( lByteCount < static_cast<int>( NOT_DATA ) )
-    {
-        return 0;
-    }
-    std::size_t lLength = ADDRESS_AT + std::size_t{ 2 } * static_cast<unsigned int>( lByteCount );
-    if ( lLength + 1 < aAvailable && aText[lLength] == '\r' )
-    {
-        ++lLength;
-    }
-    return lLength < aAvailable && aText[lLength] == '\n' ? lLength : 0;
+    const int lByteCount = HexDigits::GetByte( aHead + COUNT_AT );
+    return aHead[0] == 'S' && aHead[1] == '3' && lByteCount >= NOT_DATA
+               ? ADDRESS_AT + std::size_t{ 2 } * static_cast<unsigned int>( lByteCount )
+               : 0;
 }
 
 } // namespace
@@ -145,13 +133,25 @@ inline bool SRecordReader::DecodeUsualLine( UsualLine& aLine )
 {
     LookAhead();
     const unsigned char* const lText = mInput->GetText();
-    aLine.mLength = GetUsualLength( lText, mInput->GetSize() );
-    if ( aLine.mLength == 0 )
+    const std::size_t lAvailable = mInput->GetSize();
+    if ( lAvailable <= SHORTEST_USUAL )
+    {
+        return false;
+    }
+    if ( std::memcmp( lText, mHead, sizeof( mHead ) ) != 0 )
+    {
+        std::memcpy( mHead, lText, sizeof( mHead ) );
+        mRecordLength = GetRecordLength( mHead );
+    }
+    const std::size_t lLength = mRecordLength;
+    const bool lHasCr = lLength + 1 < lAvailable && lText[lLength] == '\r';
+    aLine.mLength = lHasCr ? lLength + 1 : lLength;
+    if ( lLength == 0 || aLine.mLength >= lAvailable || lText[aLine.mLength] != '\n' )
     {
         return false;
     }
     // The checksum is decoded as well: a line feed in its place would end the line there.
-    const std::size_t lByteCount = ( aLine.mLength - ADDRESS_AT ) / 2;
+    const std::size_t lByteCount = ( lLength - ADDRESS_AT ) / 2;
     auto* const lBytes = reinterpret_cast<unsigned char*>( &mDecoded );
     auto lSum = static_cast<unsigned char>( lByteCount );
     if ( !HexDigits::Decode( lText + ADDRESS_AT, 2 * lByteCount, lBytes, lSum ) ||
@@ -161,7 +161,7 @@ inline bool SRecordReader::DecodeUsualLine( UsualLine& aLine )
     }
     aLine.mAddress = std::uint32_t{ lBytes[0] } << 24 | std::uint32_t{ lBytes[1] } << 16 |
                      std::uint32_t{ lBytes[2] } << 8 | std::uint32_t{ lBytes[3] };
-    aLine.mCount = static_cast<int>( lByteCount - NOT_DATA );
+    aLine.mCount = static_cast<int>( lByteCount ) - NOT_DATA;
     return true;
 }
 
@@ -249,7 +249,7 @@ bool SRecordReader::ConvertDataLine()
         mMessages.Fail( "Failed reading record\n" );
         return false;
     }
-    const int lCount = static_cast<int>( lByteCount - NOT_DATA ); // "-1" is a byte count too
+    const int lCount = static_cast<int>( lByteCount ) - NOT_DATA; // "-1" is a byte count too
     return ParseData( lCount ) && HandOver( lAddress, lCount );
 }
 

@@ -95,6 +95,11 @@ private:
     const SRecordChecks mChecks;
     std::optional<BlockReader> mInput; // while converting
 
+    // How the latest lines began, and the length of an S3 record that begins so; 0: it is none.
+    // Most records of a file are of the same length.
+    unsigned char mHead[4] = {};
+    std::size_t mRecordLength = 0;
+
     std::uint32_t mExpected = 0xFFFFFFFF; // the address that needs no address record
 
     Decoded mDecoded = {}; // of the line that is being converted
