@@ -100,13 +100,13 @@ inline Vector MakeMask( std::size_t aCount )
     return Load( ONES_AND_ZEROS + VECTOR_SIZE - aCount );
 }
 
-// Decodes aCount digits, an even number, into aBytes, and adds the bytes to aSum. False when not
-// all are digits; then neither bytes nor sum have a meaning.
+// Decodes aCount digits, an even number, into aBytes. False when not all are digits; then the
+// outputs have no meaning. The bytes and aSum have the same sum.
 //
 // What is behind the digits, up to a multiple of STEP, is read but not looked at, and as many bytes
 // as a multiple of VECTOR_SIZE are written.
 inline bool Decode( const unsigned char* aText, std::size_t aCount, unsigned char* aBytes,
-                    unsigned char& aSum )
+                    Vector& aSum )
 {
     Vector lAreDigits = ~Vector{};
     Vector lSum{};
@@ -136,7 +136,7 @@ inline bool Decode( const unsigned char* aText, std::size_t aCount, unsigned cha
         const Vector lLast = ( Load( aText ) & lIsText ) | ( lZeros & ~lIsText );
         lStore( GetValues( lLast, lAreDigits ), Vector{} );
     }
-    aSum = static_cast<unsigned char>( aSum + Sum( lSum ) );
+    aSum = lSum;
     return AreAllOnes( lAreDigits );
 }
 

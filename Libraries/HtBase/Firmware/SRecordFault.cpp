@@ -13,7 +13,7 @@ namespace
 
 constexpr std::size_t COUNT_AT = 2;
 constexpr std::size_t BYTES_AT = 4;
-constexpr std::size_t MAX_RECORD = BYTES_AT + 2 * 255; // characters
+constexpr std::size_t MAX_RECORD = BYTES_AT + std::size_t{ 2 } * 255; // characters
 
 // By type, how many bytes address and checksum take.
 constexpr unsigned int MIN_COUNTS[] = { 3, 3, 4, 5, 3, 3, 4, 5, 4, 3 };

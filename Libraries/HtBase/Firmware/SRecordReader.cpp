@@ -25,7 +25,7 @@ constexpr std::size_t ADDRESS_AT = 4;
 constexpr std::size_t DATA_AT = 12;
 constexpr std::size_t SHORTEST_USUAL = 14; // a record without data
 
-constexpr unsigned char SOUND_SUM = 0xFF; // of all bytes from the byte count to the checksum
+constexpr unsigned int SOUND_SUM = 0xFF; // of all bytes from the byte count to the checksum
 
 static_assert( HexDigits::STEP <= BlockReader::SLACK, "digits are read past the end of a line" );
 static_assert( MAX_JUDGED <= BlockReader::MAX_LEFT + 1, "reading ahead makes a line visible" );
@@ -33,8 +33,11 @@ static_assert( MAX_JUDGED <= BlockReader::MAX_LEFT + 1, "reading ahead makes a l
 // Takes nothing, where a file is only checked.
 class NoSink final : public PayloadSink
 {
-    bool TakeAddress( std::uint32_t ) override { return true; }
-    bool TakeData( PayloadFormat::DataRecord&, unsigned int ) override { return true; }
+    bool TakeAddress( std::uint32_t /*aAddress*/ ) override { return true; }
+    bool TakeData( PayloadFormat::DataRecord& /*aRecord*/, unsigned int /*aCount*/ ) override
+    {
+        return true;
+    }
 };
 
 // The length that a record beginning with these characters has, if it is an S3 record; otherwise 0.
@@ -153,9 +156,10 @@ inline bool SRecordReader::DecodeUsualLine( UsualLine& aLine )
     // The checksum is decoded as well: a line feed in its place would end the line there.
     const std::size_t lByteCount = ( lLength - ADDRESS_AT ) / 2;
     auto* const lBytes = reinterpret_cast<unsigned char*>( &mDecoded );
-    auto lSum = static_cast<unsigned char>( lByteCount );
+    HexDigits::Vector lSum;
     if ( !HexDigits::Decode( lText + ADDRESS_AT, 2 * lByteCount, lBytes, lSum ) ||
-         ( mChecks != SRecordChecks::NONE && lSum != SOUND_SUM ) )
+         ( mChecks != SRecordChecks::NONE &&
+           ( ( lByteCount + HexDigits::Sum( lSum ) ) & 0xFF ) != SOUND_SUM ) )
     {
         return false;
     }
