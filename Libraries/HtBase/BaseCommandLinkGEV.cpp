@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <functional>
 #include <iterator>
+#include <utility>
 
 namespace HtBaseLib
 {
@@ -222,7 +223,8 @@ Result BaseCommandLinkGEV::ReadRegister( unsigned int* aValue, long long aAddres
         return MakeInvalidAnswer();
     }
     *aValue = lAcknowledge.GetValue( 0, true );
-    return Notify( lResult, [&] { ReadCallback( aValue, aAddress, sizeof( *aValue ) ); } );
+    return Notify( std::move( lResult ),
+                   [&] { ReadCallback( aValue, aAddress, sizeof( *aValue ) ); } );
 }
 
 // KEEP: A write without an acknowledge calls `WriteCallback` as soon as it has been sent.
@@ -257,7 +259,7 @@ Result BaseCommandLinkGEV::ReadMemory( void* aData, long long aAddress, long lon
     {
         return MakeInvalidAnswer();
     }
-    return Notify( lResult, [&] { ReadCallback( aData, aAddress, aSize ); } );
+    return Notify( std::move( lResult ), [&] { ReadCallback( aData, aAddress, aSize ); } );
 }
 
 Result BaseCommandLinkGEV::WriteMemory( const void* aData, long long aAddress, long long aSize,

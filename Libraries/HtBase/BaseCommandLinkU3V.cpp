@@ -317,7 +317,7 @@ Result BaseCommandLinkU3V::ReadMemory( void* aData, long long aAddress, long lon
         return lResult;
     }
     StoreData( lAck, aData, aSize );
-    return Notify( lResult, [&] { ReadCallback( aData, aAddress, aSize ); } );
+    return Notify( std::move( lResult ), [&] { ReadCallback( aData, aAddress, aSize ); } );
 }
 
 // KEEP: `noAck` is ignored. The device is always asked for an acknowledge, and the count of

@@ -5,13 +5,15 @@
 
 #include <QmUtilsLib/Result.h>
 
+#include <utility>
+
 namespace HtBaseLib
 {
 
 // Notify calls aCallback if the transaction whose result is aResult was OK, and returns aResult, or
 // what Guarded makes of a callback that finds no memory.
 template <typename Callback>
-QmUtilsLib::Result Notify( const QmUtilsLib::Result& aResult, Callback aCallback )
+QmUtilsLib::Result Notify( QmUtilsLib::Result aResult, Callback aCallback )
 {
     if ( !aResult.IsOK() )
     {
@@ -21,7 +23,7 @@ QmUtilsLib::Result Notify( const QmUtilsLib::Result& aResult, Callback aCallback
         [&]
         {
             aCallback();
-            return aResult;
+            return std::move( aResult );
         } );
 }
 

@@ -85,14 +85,22 @@ public:
     /// Where the packet has fewer, that reader has no bytes and is not whole.
     ByteReader GetPart( std::size_t aCount )
     {
-        const unsigned char* const lBytes = Take( aCount );
-        ByteReader lPart( lBytes, aCount );
+        ByteReader lPart = *this;
+        (void)Take( aCount );
+        lPart.mLeft = mIsWhole ? aCount : 0;
         lPart.mIsWhole = mIsWhole;
         return lPart;
     }
 
     /// GetUpTo does what GetPart does, but where the packet has fewer bytes, the part has those.
-    ByteReader GetUpTo( std::size_t aCount ) { return GetPart( std::min( aCount, mLeft ) ); }
+    ByteReader GetUpTo( std::size_t aCount )
+    {
+        ByteReader lPart = *this;
+        lPart.mLeft = std::min( aCount, mLeft );
+        mBytes += lPart.mLeft;
+        mLeft -= lPart.mLeft;
+        return lPart;
+    }
 
     /// Take returns the address of the next aCount bytes, and this reader goes on behind them. Null
     /// where the packet has fewer.

@@ -76,8 +76,9 @@ public:
     /// writer has none and is not whole.
     ByteWriter GetPart( std::size_t aCount )
     {
-        unsigned char* const lBytes = Take( aCount );
-        ByteWriter lPart( lBytes, aCount );
+        ByteWriter lPart = *this;
+        (void)Take( aCount );
+        lPart.mLeft = mIsWhole ? aCount : 0;
         lPart.mIsWhole = mIsWhole;
         return lPart;
     }
