@@ -32,17 +32,17 @@ protected:
     /// Attach shows the bytes at aBytes, or with null nothing.
     void Attach( BYTE* aBytes ) { mBytes = aBytes; }
 
-    /// A reader, or a writer, from an offset to the end of the fields.
-    ///@{
+    /// A reader from an offset to the end of the fields.
     PacketBytes::LittleReader MakeReader( std::size_t aOffset ) const
     {
         return PacketBytes::LittleReader( mBytes, VIEW::SIZE ).Skip( aOffset );
     }
+
+    /// A writer from an offset to the end of the fields.
     PacketBytes::LittleWriter MakeWriter( std::size_t aOffset )
     {
         return PacketBytes::LittleWriter( mBytes, VIEW::SIZE ).Skip( aOffset );
     }
-    ///@}
 
 private:
     BYTE* mBytes = nullptr;
