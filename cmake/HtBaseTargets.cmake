@@ -34,6 +34,28 @@ if(HTBASE_HAS_THREAD_SAFETY)
   target_compile_options(htbase_options INTERFACE -Wthread-safety)
 endif()
 
+set(lIsShipped $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+# What distributions compile with, in optimised builds: sanitizers have checks of their own, and debug
+# builds are not shipped. docs/performance.md tells what it costs.
+if(HTBASE_HARDENING AND NOT HTBASE_SANITIZE AND NOT HTBASE_COVERAGE)
+  foreach(lFlag IN ITEMS stack-protector-strong stack-clash-protection cf-protection)
+    string(MAKE_C_IDENTIFIER "HTBASE_HAS_${lFlag}" lHas)
+    check_cxx_compiler_flag(-f${lFlag} ${lHas})
+    if(${lHas})
+      target_compile_options(htbase_options INTERFACE $<${lIsShipped}:-f${lFlag}>)
+    endif()
+  endforeach()
+  target_compile_options(htbase_options INTERFACE
+    $<${lIsShipped}:-U_FORTIFY_SOURCE> $<${lIsShipped}:-D_FORTIFY_SOURCE=2>)
+  check_linker_flag(CXX "LINKER:-z,relro,-z,now" HTBASE_HAS_RELRO)
+  if(HTBASE_HAS_RELRO)
+    target_link_options(htbase_options INTERFACE $<${lIsShipped}:LINKER:-z,relro,-z,now>)
+  endif()
+  # Programs are position-independent too, also where that is not the compiler's default.
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+endif()
+
 if(HTBASE_SANITIZE)
   target_compile_options(htbase_options INTERFACE
     -fsanitize=${HTBASE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
@@ -43,6 +65,16 @@ endif()
 # be; tests and programs are not, since optimising instrumented code triples their compilation.
 add_library(htbase_library_options INTERFACE)
 target_link_libraries(htbase_library_options INTERFACE htbase_options)
+# Calls within a source unit need not go by a name that a program might define too, and calls of other
+# libraries need no stub: all addresses are known before the first call. docs/performance.md tells what
+# that saves.
+foreach(lFlag IN ITEMS no-semantic-interposition no-plt)
+  string(MAKE_C_IDENTIFIER "HTBASE_HAS_${lFlag}" lHas)
+  check_cxx_compiler_flag(-f${lFlag} ${lHas})
+  if(${lHas})
+    target_compile_options(htbase_library_options INTERFACE $<${lIsShipped}:-f${lFlag}>)
+  endif()
+endforeach()
 if(HTBASE_SANITIZE)
   target_compile_options(htbase_library_options INTERFACE -O1)
 endif()

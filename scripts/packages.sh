@@ -16,10 +16,13 @@ INSTALL_PACKAGES="clang libclang-rt-dev llvm abigail-tools dpkg-dev file groff-b
 # To build and run the tests: the test framework, independent programs that ours are tested against, and
 # tools to create network namespaces.
 TEST_PACKAGES="$USB_PACKAGES $STYLE_PACKAGES $INSTALL_PACKAGES aravis-tools aravis-tools-cli tshark iproute2
-    util-linux libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils doxygen"
+    util-linux libwrap0 libnftables1 libnetfilter-conntrack3 srecord binutils doxygen valgrind"
 # TFTP servers that our client is tested against. Their packages would start services and conflict with
 # one another, so they are unpacked, not installed. The libraries that they need are named above.
 PEER_PACKAGES="tftpd-hpa atftpd dnsmasq-base"
+# For benchmarks/compare: tools that count, and what the library is held against.
+BENCHMARK_PACKAGES="strace libaravis-dev"
+BENCHMARK_PEER_PACKAGES="tftpd-hpa tftp-hpa busybox"
 PEER_DIRECTORY="build/peers"
 
 is_installed()
