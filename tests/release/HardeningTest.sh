@@ -12,28 +12,30 @@ complaints()
 {
     local lProgram
     lProgram=$(readelf -lW "$1" | grep -c INTERP || true)
-    readelf -hW "$1" | grep -q 'Type: *DYN' || echo "position-independent"
-    [ "$lProgram" -eq 0 ] || readelf -dW "$1" | grep -q 'Flags:.* PIE' || echo "PIE"
-    readelf -lW "$1" | grep -q GNU_RELRO || echo "relro"
-    readelf -dW "$1" | grep -q 'Flags: *NOW\|BIND_NOW' || echo "now"
-    readelf -lW "$1" | grep -q 'GNU_STACK.* RW ' || echo "stack that is not executed"
-    nm -D --undefined-only "$1" | grep -q __stack_chk_fail || echo "-fstack-protector-strong"
-    # The checked functions have names of their own.
-    ! nm -D --undefined-only "$1" | grep -E ' v?(f|s|sn)?printf(@|$)' || echo "_FORTIFY_SOURCE=2"
+    readelf -hW "$1" | grep 'Type: *DYN' >/dev/null || echo "position-independent"
+    [ "$lProgram" -eq 0 ] || readelf -dW "$1" | grep 'Flags:.* PIE' >/dev/null || echo "PIE"
+    readelf -lW "$1" | grep GNU_RELRO >/dev/null || echo "relro"
+    readelf -dW "$1" | grep 'Flags: *NOW\|BIND_NOW' >/dev/null || echo "now"
+    readelf -lW "$1" | grep 'GNU_STACK.* RW ' >/dev/null || echo "stack that is not executed"
+    nm -D --undefined-only "$1" | grep __stack_chk_fail >/dev/null || echo "-fstack-protector-strong"
+    # The checked functions have names of their own. vsnprintf is also named by std::to_string.
+    ! nm -D --undefined-only "$1" | grep -E ' (v?f|v?s|sn|v)?printf(@|$)' || echo "_FORTIFY_SOURCE=2"
     # Frames of more than a page are made page by page, and each page is touched.
     ! objdump -d --no-show-raw-insn "$1" | awk '/sub +\$0x[0-9a-f]+,%rsp/ {
-        gsub(/.*\$0x|,%rsp.*/, ""); if (length($0) == 4 && $0 > "1000" || length($0) > 4 && length($0) < 9) print }' |
+        gsub(/.*\$0x|,%rsp.*/, "")
+        if (length($0) == 4 && $0 > "1000" || length($0) > 4 && length($0) < 9) print }' |
         some || echo "-fstack-clash-protection"
     # What is called through a pointer begins with a mark.
     ! without_endbr "$1" | some || echo "-fcf-protection"
 }
 
-# without_endbr FILE: functions that others can call and that do not begin with endbr64.
+# without_endbr FILE: functions that others can call, but for those of the C library, that do not begin
+# with endbr64.
 without_endbr()
 {
     {
         { nm -D --defined-only "$1"; nm --defined-only "$1" 2>/dev/null; } |
-            awk '$2 == "T" && $3 !~ /^_(start|init|fini)/ { print "exported", $1 }'
+            awk '$2 == "T" && $3 !~ /^(_start|_init|_fini|atexit)$/ { print "exported", $1 }'
         objdump -d --no-show-raw-insn -j .text "$1"
     } | awk '$1 == "exported" { exported[$2] = 1; next }
         /^[0-9a-f]+ <.*>:$/ { name = $1 in exported ? $2 : ""; next }
