@@ -67,7 +67,8 @@ DeviceControlInterface::DeviceControlInterface()
 }
 DeviceControlInterface::~DeviceControlInterface() = default;
 
-Result DeviceControlInterface::Open( QmUtilsLib::String&, const U3VGUID&, bool )
+Result DeviceControlInterface::Open( QmUtilsLib::String& /*aDevicePath*/, const U3VGUID& /*aGUID*/,
+                                     bool /*aMaster*/ )
 {
     mThis->mIsOpen = true;
     return Result::OK;
@@ -84,7 +85,7 @@ bool DeviceControlInterface::IsOpened() const
     return mThis->mIsOpen;
 }
 
-Result DeviceControlInterface::SetDCIConfiguration( DCIConfiguration& )
+Result DeviceControlInterface::SetDCIConfiguration( DCIConfiguration& /*aConfiguration*/ )
 {
     return Result::OK;
 }
