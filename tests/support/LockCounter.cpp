@@ -1,6 +1,7 @@
 #include "tests/support/LockCounter.h"
 
-#include <QmUtilsLib/Mutex.h>
+#include <dlfcn.h>
+#include <pthread.h>
 
 namespace
 {
@@ -9,33 +10,14 @@ thread_local unsigned long long tLockCount = 0;
 
 } // namespace
 
-namespace QmUtilsLib
+// Takes the place of the C library's function, which every lock of the library comes down to.
+extern "C" int pthread_mutex_lock( pthread_mutex_t* aMutex ) noexcept
 {
-
-Result Mutex::Wait() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
-{
+    using Lock = int ( * )( pthread_mutex_t* );
+    static const auto sLock = reinterpret_cast<Lock>( dlsym( RTLD_NEXT, "pthread_mutex_lock" ) );
     ++tLockCount;
-    mMutex.lock();
-    return Result::OK;
+    return sLock( aMutex );
 }
-
-void Mutex::Release() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
-{
-    mMutex.unlock();
-}
-
-LockScope::LockScope( Mutex& aMutex )
-    : mMutex( aMutex )
-{
-    (void)mMutex.Wait(); // cannot fail
-}
-
-LockScope::~LockScope()
-{
-    mMutex.Release();
-}
-
-} // namespace QmUtilsLib
 
 namespace TestSupport
 {

@@ -73,22 +73,6 @@ const char* GetNumericName( unsigned int aCode )
 
 } // namespace
 
-Result::Result()
-    : Result( NOT_INITIALIZED )
-{
-}
-
-Result::Result( unsigned int aCode )
-    : Result( aCode, 0 )
-{
-}
-
-Result::Result( unsigned int aCode, unsigned int aOSCode )
-    : mCode( aCode )
-    , mOSCode( aOSCode )
-{
-}
-
 Result::Result( unsigned int aCode, unsigned int aOSCode, const String& aDescription )
     : mCode( aCode )
     , mOSCode( aOSCode )

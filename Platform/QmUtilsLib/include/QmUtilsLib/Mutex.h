@@ -21,12 +21,17 @@ public:
     Mutex& operator=( const Mutex& ) = delete;
 
     /// Wait blocks until the calling thread owns the mutex. The result is always OK.
-    Result Wait() QMUTILSLIB_ACQUIRE();
+    Result Wait() QMUTILSLIB_ACQUIRE() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS
+    {
+        mMutex.lock();
+        return Result::OK;
+    }
 
     /// Release gives up one ownership of the calling thread, which must own the mutex.
-    void Release() QMUTILSLIB_RELEASE();
+    void Release() QMUTILSLIB_RELEASE() QMUTILSLIB_NO_THREAD_SAFETY_ANALYSIS { mMutex.unlock(); }
 
 private:
+    // The analysis knows the annotated Mutex, not the standard one inside it.
     std::recursive_mutex mMutex;
 };
 
@@ -35,10 +40,14 @@ class QMUTILSLIB_API QMUTILSLIB_SCOPED_CAPABILITY LockScope
 {
 public:
     /// Waits for the mutex.
-    explicit LockScope( Mutex& aMutex ) QMUTILSLIB_ACQUIRE( aMutex );
+    explicit LockScope( Mutex& aMutex ) QMUTILSLIB_ACQUIRE( aMutex )
+        : mMutex( aMutex )
+    {
+        (void)mMutex.Wait(); // cannot fail
+    }
 
     /// Releases it.
-    ~LockScope() QMUTILSLIB_RELEASE();
+    ~LockScope() QMUTILSLIB_RELEASE() { mMutex.Release(); }
 
     LockScope( const LockScope& ) = delete;
     LockScope& operator=( const LockScope& ) = delete;

@@ -35,13 +35,23 @@ public:
     };
 
     /// NOT_INITIALIZED.
-    Result();
+    Result()
+        : Result( NOT_INITIALIZED )
+    {
+    }
 
     /// A result with aCode and aOSCode, or 0 without the latter. Not explicit, so that an operation
     /// can end with `return Result::OK;`.
     ///@{
-    Result( unsigned int aCode );
-    Result( unsigned int aCode, unsigned int aOSCode );
+    Result( unsigned int aCode )
+        : Result( aCode, 0 )
+    {
+    }
+    Result( unsigned int aCode, unsigned int aOSCode )
+        : mCode( aCode )
+        , mOSCode( aOSCode )
+    {
+    }
     ///@}
 
     /// A result with a description too. The text is copied and is not a format. Where memory for it
