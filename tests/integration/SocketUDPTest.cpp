@@ -716,6 +716,162 @@ TEST_F( SocketPair, SelectEndsWhenSomethingArrives )
     lSender.join();
 }
 
+// A long wait for one socket receives: what it has received counts for everything that follows.
+
+TEST_F( SocketPair, WhatAWaitHasReceivedIsReadableForEveryWait )
+{
+    SocketUDP* lSockets[] = { &mDevice, &mHost };
+    unsigned int lIndex = 77;
+    ASSERT_TRUE( SendText( mDevice, "x" ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mHost ) );
+    EXPECT_TRUE( WaitReadable( mHost ) );
+    EXPECT_FALSE( IsSilent( mHost ) );
+    EXPECT_EQ( SocketUDP::SelectOnRx( lSockets, 2, LONG_MS, &lIndex ), &mHost );
+    EXPECT_EQ( lIndex, 1U );
+    EXPECT_EQ( ReceiveText( mHost ), "x" );
+    EXPECT_TRUE( IsSilent( mHost ) );
+}
+
+TEST_F( SocketPair, WhatAWaitHasReceivedIsCutToTheBuffer )
+{
+    for ( const bool lIsEmpty : { false, true } )
+    {
+        ASSERT_TRUE( SendText( mDevice, lIsEmpty ? "" : "abcdef" ).IsOK() );
+        ASSERT_TRUE( WaitReadable( mHost ) );
+        char lBuffer[4] = { 'w', 'x', 'y', 'z' };
+        int lReceived = -77;
+        IpAddress lAddress;
+        unsigned short lPort = 0;
+        EXPECT_TRUE( mHost.ReceiveFrom( lBuffer, 3, lReceived, lAddress, lPort ).IsOK() );
+        EXPECT_EQ( lReceived, lIsEmpty ? 0 : 3 );
+        EXPECT_EQ( std::string( lBuffer, 4 ), lIsEmpty ? "wxyz" : "abcz" );
+        EXPECT_EQ( lAddress, LOOPBACK );
+        EXPECT_EQ( lPort, mDevice.GetLocalPort() );
+        EXPECT_TRUE( IsSilent( mHost ) );
+    }
+}
+
+TEST_F( SocketPair, AWaitReceivesTheLargestDatagram )
+{
+    const std::string lText( 65507, 'x' );
+    ASSERT_TRUE( SendText( mDevice, lText ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mHost ) );
+    std::string lBuffer( 70000, '-' );
+    int lReceived = -77;
+    ASSERT_TRUE( mHost.Receive( lBuffer.data(), 70000, lReceived ).IsOK() );
+    EXPECT_EQ( lReceived, 65507 );
+    EXPECT_EQ( lBuffer, lText + std::string( 70000 - 65507, '-' ) );
+}
+
+TEST_F( SocketPair, WhatAWaitHasReceivedComesBeforeLaterDatagrams )
+{
+    ASSERT_TRUE( SendText( mDevice, "first" ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mHost ) );
+    ASSERT_TRUE( SendText( mDevice, "second" ).IsOK() );
+    ASSERT_TRUE( mHost.SetTimeoutRx( 1 ).IsOK() );
+    EXPECT_EQ( ReceiveText( mHost ), "first" );
+    EXPECT_EQ( ReceiveText( mHost ), "second" );
+}
+
+TEST_F( SocketPair, CloseAndConnectDropWhatAWaitHasReceived )
+{
+    const unsigned short lPort = mHost.GetLocalPort();
+    ASSERT_TRUE( SendText( mDevice, "for the earlier peer" ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mHost ) );
+    ASSERT_TRUE( mHost.Connect( LOOPBACK, mDevice.GetLocalPort() ).IsOK() );
+    EXPECT_TRUE( IsSilent( mHost ) );
+
+    ASSERT_TRUE( SendText( mDevice, "for the earlier opening" ).IsOK() );
+    ASSERT_TRUE( WaitReadable( mHost ) );
+    ASSERT_TRUE( mHost.Close().IsOK() );
+    ExpectEverythingNotConnected( mHost );
+    ASSERT_TRUE( mHost.Open( &LOOPBACK, lPort ).IsOK() );
+    EXPECT_TRUE( IsSilent( mHost ) );
+}
+
+// The error that a wait has taken from the system refuses the next send, as the system would have.
+TEST( SocketUDP, AnErrorThatAWaitHasReceivedIsReportedOnce )
+{
+    SocketUDP lSocket;
+    ASSERT_TRUE( lSocket.Open( &LOOPBACK ).IsOK() );
+    ASSERT_TRUE( lSocket.Connect( LOOPBACK, GetDeadPort() ).IsOK() );
+    ASSERT_TRUE( lSocket.Send( "x", 1 ).IsOK() );
+    ASSERT_TRUE( WaitReadable( lSocket ) );
+    EXPECT_FALSE( IsSilent( lSocket ) );
+    ExpectSystemError( lSocket.SendTo( "x", 1, LOOPBACK, GetDeadPort() ), ECONNREFUSED );
+    EXPECT_TRUE( IsSilent( lSocket ) );
+}
+
+TEST_F( SocketPair, TheWaitsOfDifferentLengthLastAsLongAsTheyShould )
+{
+    SocketUDP* lSocket = &mHost;
+    for ( const unsigned int lTimeout : { 60U, 30U, 30U, 90U, 90U, 5U, 60U } )
+    {
+        const long long lElapsed = Measure(
+            [&]
+            { EXPECT_EQ( SocketUDP::SelectOnRx( &lSocket, 1, lTimeout, nullptr ), nullptr ); } );
+        EXPECT_GE( lElapsed, lTimeout );
+        EXPECT_LT( lElapsed, LONG_MS );
+    }
+}
+
+TEST_F( SocketPair, EachOfSeveralThreadsThatWaitSeesWhatArrives )
+{
+    std::atomic<int> lSeen{ 0 };
+    std::vector<std::thread> lThreads;
+    for ( int lNumber = 0; lNumber < 4; ++lNumber )
+    {
+        lThreads.emplace_back( [&] { lSeen += WaitReadable( mHost ) ? 1 : 0; } );
+    }
+    std::this_thread::sleep_for( std::chrono::milliseconds( 30 ) );
+    ASSERT_TRUE( SendText( mDevice, "x" ).IsOK() );
+    for ( std::thread& lThread : lThreads )
+    {
+        lThread.join();
+    }
+    EXPECT_EQ( lSeen, 4 );
+    EXPECT_EQ( ReceiveText( mHost ), "x" );
+    EXPECT_TRUE( IsSilent( mHost ) );
+}
+
+TEST_F( SocketPair, EachDatagramReachesOneOfSeveralThreads )
+{
+    constexpr int COUNT = 2000;
+    std::atomic<int> lReceived{ 0 };
+    std::vector<std::thread> lThreads;
+    for ( int lNumber = 0; lNumber < 3; ++lNumber )
+    {
+        lThreads.emplace_back(
+            [&]
+            {
+                while ( lReceived < COUNT && WaitReadable( mHost ) )
+                {
+                    int lSize = 0;
+                    char lByte = 0;
+                    lReceived += mHost.Receive( &lByte, 1, lSize ).IsOK() ? 1 : 0;
+                }
+            } );
+    }
+    for ( int lSent = 0; lSent < COUNT; ++lSent )
+    {
+        ASSERT_TRUE( SendText( mDevice, "x" ).IsOK() );
+        while ( lReceived < lSent - 50 ) // so that none is lost
+        {
+            std::this_thread::yield();
+        }
+    }
+    while ( lReceived < COUNT )
+    {
+        std::this_thread::yield();
+    }
+    ASSERT_TRUE( mHost.Close().IsOK() ); // ends the waits of the others
+    for ( std::thread& lThread : lThreads )
+    {
+        lThread.join();
+    }
+    EXPECT_EQ( lReceived, COUNT );
+}
+
 TEST( SocketUDP, SelectFindsTheFirstOfMany )
 {
     SocketUDP lSender;
