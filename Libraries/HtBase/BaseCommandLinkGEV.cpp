@@ -389,7 +389,7 @@ Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
 {
     // KEEP: With a retry count of 0 the result is `NOT_INITIALIZED`, since nothing was tried. A
     // request identifier is used up all the same.
-    Result lResult;
+    unsigned int lCode = Result::NOT_INITIALIZED;
     for ( int lAttempt = 0; lAttempt < GetRetryCount(); ++lAttempt )
     {
         if ( lAttempt > 0 )
@@ -403,7 +403,7 @@ Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
         }
         // KEEP: A refused send still waits the whole answer time-out. The wait paces the
         // attempts, and an answer to an earlier attempt may still arrive.
-        lResult = WaitForAnswer( aCommand, aAckBuffer, aAckBufferSize );
+        Result lResult = WaitForAnswer( aCommand, aAckBuffer, aAckBufferSize );
         if ( lResult.IsOK() )
         {
             const GEV::AcknowledgeHeader lAcknowledge( aAckBuffer,
@@ -412,12 +412,13 @@ Result BaseCommandLinkGEV::RunAttempts( Command& aCommand, void* aAckBuffer,
         }
         // KEEP: A receive error other than a time-out ends the transaction at once, without
         // another attempt and without a message.
-        if ( lResult != Result::TIMEOUT )
+        lCode = lResult.GetCode();
+        if ( lCode != Result::TIMEOUT )
         {
             return lResult;
         }
     }
-    return GetLibLogger()->LogResult( lResult.GetCode(), UNIT, __LINE__, FUNCTION,
+    return GetLibLogger()->LogResult( lCode, UNIT, __LINE__, FUNCTION,
                                       "Command link operation failure" );
 }
 
@@ -453,10 +454,10 @@ Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuf
                                                  static_cast<std::size_t>( aAckBufferSize ) );
     long long lStart = Thread::GetTickCount();
     int lTimeout = GetAnswerTimeout();
+    auto lRemaining = static_cast<unsigned int>( std::max( lTimeout, 0 ) ); // nothing passed yet
     int lStraysAfterDeadline = 0;
     while ( lStraysAfterDeadline < MAX_STRAYS_AFTER_DEADLINE )
     {
-        const unsigned int lRemaining = GetRemaining( lStart, lTimeout );
         int lReceived = 0;
         Result lResult =
             ReceiveAnswer( aAckBuffer, aAckBufferSize, std::max( lRemaining, 1U ), lReceived );
@@ -479,6 +480,7 @@ Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuf
             // and uses up no attempt. Closing the socket ends such a wait.
             lStart = Thread::GetTickCount();
             lTimeout = lAnswer.GetTimeToCompletion();
+            lRemaining = static_cast<unsigned int>( lTimeout );
             lStraysAfterDeadline = 0;
             Increment( mPendingAcknowledgesCount );
             continue;
@@ -486,6 +488,7 @@ Result BaseCommandLinkGEV::WaitForAnswer( const Command& aCommand, void* aAckBuf
         HTBASE_LOG( GetLinkLogger(), Logger::ANOMALY, UNIT, FUNCTION,
                     "Unexpected device answer - malformed or out of sync" );
         lStraysAfterDeadline += lRemaining == 0 ? 1 : 0;
+        lRemaining = GetRemaining( lStart, lTimeout );
     }
     HTBASE_LOG( GetLinkLogger(), Logger::ANOMALY, UNIT, FUNCTION, "Command link timeout" );
     return Result::TIMEOUT;
