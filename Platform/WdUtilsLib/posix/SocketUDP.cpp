@@ -147,8 +147,39 @@ class SocketUDP::Implementation
 {
 public:
     // Waits for one of several sockets, or for one beside other operations.
+    // A closed socket counts as readable, and so does one whose wait has failed: the next receive
+    // tells.
     static SocketUDP* Poll( SocketUDP** aSockets, unsigned int aCount, long long aDeadline,
-                            unsigned int* aIndex );
+                            unsigned int* aIndex )
+    {
+        Wait lWait( aCount );
+        if ( !lWait.HasMemory() )
+        {
+            aSockets[0]->mThis->SetWaitError( ENOMEM );
+            return Choose( aSockets, 0, aIndex );
+        }
+        for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
+        {
+            if ( !lWait.Add( lIndex, aSockets[lIndex]->mThis->GetOpening() ) )
+            {
+                return Choose( aSockets, lIndex, aIndex );
+            }
+        }
+        const int lReady = lWait.Run( aDeadline );
+        if ( lReady < 0 && aCount > 0 )
+        {
+            aSockets[0]->mThis->SetWaitError( -lReady );
+            return Choose( aSockets, 0, aIndex );
+        }
+        for ( unsigned int lIndex = 0; lReady > 0 && lIndex < aCount; ++lIndex )
+        {
+            if ( lWait.IsReady( lIndex ) )
+            {
+                return Choose( aSockets, lIndex, aIndex );
+            }
+        }
+        return nullptr;
+    }
 
     // The opening that operations enter; null when the socket is closed.
     SocketOpening* GetOpening() const { return mOpening.load( std::memory_order_acquire ); }
@@ -378,40 +409,6 @@ SocketUDP* SocketUDP::SelectOnRx( SocketUDP** aSockets, unsigned int aCount, uns
         }
     }
     return Implementation::Poll( aSockets, aCount, lDeadline, aIndex );
-}
-
-// A closed socket counts as readable, and so does one whose wait has failed: the next receive
-// tells.
-SocketUDP* SocketUDP::Implementation::Poll( SocketUDP** aSockets, unsigned int aCount,
-                                            long long aDeadline, unsigned int* aIndex )
-{
-    Wait lWait( aCount );
-    if ( !lWait.HasMemory() )
-    {
-        aSockets[0]->mThis->SetWaitError( ENOMEM );
-        return Choose( aSockets, 0, aIndex );
-    }
-    for ( unsigned int lIndex = 0; lIndex < aCount; ++lIndex )
-    {
-        if ( !lWait.Add( lIndex, aSockets[lIndex]->mThis->GetOpening() ) )
-        {
-            return Choose( aSockets, lIndex, aIndex );
-        }
-    }
-    const int lReady = lWait.Run( aDeadline );
-    if ( lReady < 0 && aCount > 0 )
-    {
-        aSockets[0]->mThis->SetWaitError( -lReady );
-        return Choose( aSockets, 0, aIndex );
-    }
-    for ( unsigned int lIndex = 0; lReady > 0 && lIndex < aCount; ++lIndex )
-    {
-        if ( lWait.IsReady( lIndex ) )
-        {
-            return Choose( aSockets, lIndex, aIndex );
-        }
-    }
-    return nullptr;
 }
 
 Result SocketUDP::Close()
