@@ -187,7 +187,7 @@ std::string FindFault( std::string aLine )
     const std::string lType = aLine.substr( 0, 2 );
     if ( lBytes.empty() || lType < "S0" || lType > "S9" )
     {
-        return "is no S-record";
+        return "is not an S-record";
     }
     const std::size_t lLength = 4 + std::size_t{ 2 } * lBytes[0];
     if ( aLine.size() != lLength )

@@ -206,7 +206,7 @@ TEST( ReaderMessages, ARefusalGoesToTheObjectGivenOrIsPrinted )
     TestSupport::WriteWholeFile( lPath, "S1\nS0030000FC\n" );
     std::string lRecords;
     DfwPayloadWriter lWriter( std::make_unique<StringStream>( lRecords ) );
-    const std::string lRefusal = "line 1 of '" + lPath + "' is no S-record";
+    const std::string lRefusal = "line 1 of '" + lPath + "' is not an S-record";
     RecordedMessages lMessages;
     StandardOutputCapture lCapture;
     EXPECT_FALSE( lWriter.AddSRecordFile( lPath.c_str(), lMessages, SRecordChecks::ALL ) );

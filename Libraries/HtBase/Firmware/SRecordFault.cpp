@@ -57,7 +57,7 @@ SRecordFault FindSRecordFault( const unsigned char* aLine, std::size_t aSize )
     const int lCount = lSize < BYTES_AT ? -1 : HexDigits::GetByte( aLine + COUNT_AT );
     if ( lCount < 0 || aLine[0] != 'S' || aLine[1] < '0' || aLine[1] > '9' )
     {
-        return MakeFault( "is no S-record" );
+        return MakeFault( "is not an S-record" );
     }
     const auto lByteCount = static_cast<unsigned int>( lCount );
     const std::size_t lLength = BYTES_AT + std::size_t{ 2 } * lByteCount;

@@ -6,7 +6,7 @@
 namespace HtBaseLib
 {
 
-// A sentence without its subject, such as "is no S-record"; empty: nothing is wrong.
+// A sentence without its subject, such as "is not an S-record"; empty: nothing is wrong.
 struct SRecordFault
 {
     char mText[80] = "";

@@ -34,8 +34,8 @@ public:
 
     AckHeader() = default;
 
-    /// Attach shows the aSize received bytes at aBuffer. Where they are fewer than a header, or
-    /// aBuffer is null, it returns INVALID_PACKET and nothing is attached.
+    /// Attach makes this a view of the aSize received bytes at aBuffer. Where they are fewer than a
+    /// header, or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( const unsigned char* aBuffer, unsigned int aSize )
     {
         mBytes = PacketBytes::LittleReader( aBuffer, aSize ).Take( SIZE );

@@ -29,7 +29,7 @@ protected:
     {
     }
 
-    /// Attach shows the bytes at aBytes, or with null nothing.
+    /// Attach makes this a view of the bytes at aBytes. With null it is not attached.
     void Attach( BYTE* aBytes ) { mBytes = aBytes; }
 
     /// A reader from an offset to the end of the fields.

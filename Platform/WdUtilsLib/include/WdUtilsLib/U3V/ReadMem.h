@@ -64,8 +64,9 @@ public:
 
     ReadMemCmd() = default;
 
-    /// Attach shows the aSize bytes at aBuffer. Where they are fewer than GetRequiredBufferSize(),
-    /// or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
+    /// Attach makes this a view of the aSize bytes at aBuffer. Where they are fewer than
+    /// GetRequiredBufferSize(), or aBuffer is null, it returns INVALID_PACKET and nothing is
+    /// attached.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
     {
         return AttachCommand( aBuffer, aSize, mCommandHeader, mReadMemCmdHeader );
@@ -107,7 +108,8 @@ public:
 
     ReadMemAck() = default;
 
-    /// Attach shows the aSize received bytes at aBuffer, with the results of AckHeader::Attach.
+    /// Attach makes this a view of the aSize received bytes at aBuffer, with the results of
+    /// AckHeader::Attach.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
     {
         return mAckHeader.Attach( aBuffer, aSize );

@@ -27,9 +27,9 @@ class WDUTILSLIB_API StringDescriptor
 public:
     static constexpr std::size_t MAX_SIZE = 255; ///< bytes of the longest descriptor
 
-    /// Attach shows the aSize received bytes at aBytes, or fewer where the descriptor's length is
-    /// smaller. Where they are not a string descriptor it returns INVALID_PACKET and nothing is
-    /// attached.
+    /// Attach makes this a view of the aSize received bytes at aBytes, or fewer where the
+    /// descriptor's length is smaller. Where they are not a string descriptor it returns
+    /// INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( const unsigned char* aBytes, std::size_t aSize );
 
     /// GetLanguage returns the first language of descriptor 0, or 0.

@@ -51,8 +51,8 @@ public:
 
     WriteMemCmd() = default;
 
-    /// Attach shows the aSize bytes at aBuffer. Where they are fewer than GetRequiredBufferSize( 0
-    /// ), or aBuffer is null, it returns INVALID_PACKET and nothing is attached.
+    /// Attach makes this a view of the aSize bytes at aBuffer. Where they are fewer than 20, or
+    /// aBuffer is null, it returns INVALID_PACKET and nothing is attached.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
     {
         QmUtilsLib::Result lResult =
@@ -124,7 +124,8 @@ public:
 
     WriteMemAck() = default;
 
-    /// Attach shows the aSize received bytes at aBuffer, with the results of AckHeader::Attach.
+    /// Attach makes this a view of the aSize received bytes at aBuffer, with the results of
+    /// AckHeader::Attach.
     QmUtilsLib::Result Attach( unsigned char* aBuffer, unsigned int aSize )
     {
         return mAckHeader.Attach( aBuffer, aSize );
