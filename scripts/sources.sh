@@ -22,8 +22,8 @@ list_changed()
     } | sort -u
 }
 
-# Selects the sources on standard input that clang-tidy checks: not those of tests, which are mostly
-# macros of the test framework. A header is checked by the source of the same name.
+# Selects the sources on standard input that clang-tidy checks: not those that the build does not
+# compile, or only in order to fail. A header is checked by the source of the same name.
 only_tidied()
 {
     local lFile
@@ -31,7 +31,8 @@ only_tidied()
         [ -e "${lFile%.h}.cpp" ] && lFile=${lFile%.h}.cpp
         echo "$lFile"
     done | sort -u |
-        grep -E '^(Examples|Libraries|Platform|Simulators|Tools|benchmarks|fuzz)/.*\.cpp$' || true
+        grep -E '^(Examples|Libraries|Platform|Simulators|Tools|benchmarks|fuzz|tests)/.*\.cpp$' |
+        grep -vE '^tests/(external-platform|installed)/|/(Comparisons|SRecordBenchmark)\.cpp$' || true
 }
 
 # check_format FILE...

@@ -79,7 +79,7 @@ void MapChannels( AddressSpace& aSpace, const ConfigurationU3V& aConfiguration )
     for ( uint32_t i = 0; i < lChannels; ++i )
     {
         const uint64_t lBase = SIRM + uint64_t{ i } * SIRM_SIZE;
-        aSpace.SetNumber( lBase + PAYLOAD_SIZE_OFFSET, 640 * 480, 8 );
+        aSpace.SetNumber( lBase + PAYLOAD_SIZE_OFFSET, uint64_t{ 640 } * 480, 8 );
         aSpace.SetAccess( lBase + CONTROL_OFFSET, 4, Access::READ_WRITE );
         aSpace.SetAccess( lBase + MAX_LEADER_OFFSET, SIRM_SIZE - MAX_LEADER_OFFSET,
                           Access::READ_WRITE );

@@ -16,7 +16,6 @@ using Simulators::DeviceServer;
 using Simulators::Endpoint;
 using Simulators::FaultPlan;
 using Simulators::Outgoing;
-using testing::IsEmpty;
 using WdUtilsLib::Network::IpAddress;
 using WdUtilsLib::Network::SocketUDP;
 

@@ -72,9 +72,9 @@ protected:
     std::string ReadText( long long aAddress, long long aSize )
     {
         std::string lText( static_cast<size_t>( aSize ), '\0' );
-        const Result lResult = mLink->ReadMemory( &lText[0], aAddress, aSize );
+        const Result lResult = mLink->ReadMemory( lText.data(), aAddress, aSize );
         EXPECT_TRUE( lResult.IsOK() ) << lResult.GetDescription().GetAscii();
-        return lText.c_str();
+        return lText.substr( 0, lText.find( '\0' ) );
     }
 
     unsigned int ReadRegister( long long aAddress )

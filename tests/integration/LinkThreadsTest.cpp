@@ -21,7 +21,6 @@ namespace
 
 using namespace TestSupport;
 using HtBaseLib::SimpleCommandLinkGEV;
-using QmUtilsLib::Result;
 using WdUtilsLib::Network::IpAddress;
 using WdUtilsLib::Network::SocketUDP;
 

@@ -993,7 +993,7 @@ TEST( SocketUDP, ASelectWithoutMemoryIsReportedByTheFirstSocketsNextReceive )
             break;
         }
         ++lFailures;
-        EXPECT_EQ( lChosen, &lOwned[0] );
+        EXPECT_EQ( lChosen, lOwned.data() );
         EXPECT_EQ( lIndex, 0U );
         ExpectReceiveFailsOnce( lOwned[0], ENOMEM );
     }

@@ -9,7 +9,6 @@
 #include "tests/support/TftpBytes.h"
 
 #include <WdUtilsLib/Network/IpAddress.h>
-#include <WdUtilsLib/Network/SocketUDP.h>
 
 #include <gmock/gmock.h>
 
@@ -30,7 +29,6 @@ using TestSupport::LoopbackTftpServer;
 using TestSupport::Pattern;
 using TestSupport::SystemCallTrace;
 using WdUtilsLib::Network::IpAddress;
-using WdUtilsLib::Network::SocketUDP;
 
 constexpr int TRIES = 10; // on a busy machine a wait may run out, and a block is sent again
 

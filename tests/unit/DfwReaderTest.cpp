@@ -30,7 +30,6 @@ using HtBaseLib::DfwPayloadWriter;
 using HtBaseLib::ReaderMessages;
 using HtBaseLib::SRecordReader;
 using HtBaseLib::WordHexReader;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;

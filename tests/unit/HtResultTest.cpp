@@ -354,11 +354,13 @@ TEST( HtResultCopy, ACopyLosesTheInternalCode )
 TEST( HtResultCopy, AMovedResultIsACopy )
 {
     HtResult lSource( 0x0010, 9U, HtString( "text" ) );
+    // NOLINTBEGIN(performance-move-const-arg,bugprone-use-after-move): this is what is shown
     const HtResult lMoved( std::move( lSource ) );
     EXPECT_EQ( lMoved.GetInternalCode(), 0x4000U );
     EXPECT_EQ( GetDescription( lMoved ), "text" );
     EXPECT_EQ( lSource.GetInternalCode(), 0x0010U );
     EXPECT_EQ( GetDescription( lSource ), "text" );
+    // NOLINTEND(performance-move-const-arg,bugprone-use-after-move)
 }
 
 TEST( HtResultCopy, CopyingAndAssigningLogNothing )

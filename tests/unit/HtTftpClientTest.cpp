@@ -18,8 +18,6 @@
 
 using QmUtilsLib::Scripted::RecordingLogSink;
 using QmUtilsLib::Scripted::VirtualClock;
-using testing::Each;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 using TestSupport::Ack;

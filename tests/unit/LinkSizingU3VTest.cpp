@@ -15,7 +15,6 @@ namespace
 
 using namespace TestSupport;
 using HtBaseLib::CapabilitiesU3V;
-using QmUtilsLib::Result;
 using QmUtilsLib::Scripted::RecordingLogSink;
 using WdUtilsLib::U3V::U3VGUID;
 

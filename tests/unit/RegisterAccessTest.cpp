@@ -18,7 +18,6 @@ using namespace TestSupport;
 using QmUtilsLib::Result;
 using QmUtilsLib::String;
 using WdUtilsLib::Network::SocketUDP;
-using WdUtilsLib::Scripted::ScriptedNetwork;
 
 using Sizes = std::vector<int>;
 using Transfers = std::vector<TestLinkGEV::Transfer>;

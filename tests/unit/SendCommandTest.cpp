@@ -20,7 +20,6 @@ namespace
 using namespace TestSupport;
 using QmUtilsLib::Result;
 using QmUtilsLib::String;
-using QmUtilsLib::Scripted::RecordingLogSink;
 using QmUtilsLib::Scripted::VirtualClock;
 using WdUtilsLib::GEV::CommandHeader;
 using WdUtilsLib::GEV::ReadRegisterCommand;

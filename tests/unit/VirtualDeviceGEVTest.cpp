@@ -14,7 +14,7 @@
 #include <gtest/gtest.h>
 
 using namespace Simulators;
-using TestSupport::operator+;
+using TestSupport::operator+; // NOLINT(misc-unused-using-decls): used by its sign
 
 namespace
 {

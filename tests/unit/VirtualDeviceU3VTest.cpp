@@ -14,7 +14,7 @@ using TestSupport::FromLittle;
 using TestSupport::GenCPAck;
 using TestSupport::GenCPCommand;
 using TestSupport::Little;
-using TestSupport::operator+;
+using TestSupport::operator+; // NOLINT(misc-unused-using-decls): used by its sign
 
 namespace
 {

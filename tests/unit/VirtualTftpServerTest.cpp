@@ -24,7 +24,7 @@ using TestSupport::Pattern;
 using TestSupport::ReadRequest;
 using TestSupport::Text;
 using TestSupport::WriteRequest;
-using TestSupport::operator+;
+using TestSupport::operator+; // NOLINT(misc-unused-using-decls): used by its sign
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;

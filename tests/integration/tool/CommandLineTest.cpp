@@ -4,10 +4,8 @@
 
 #include <algorithm>
 
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 namespace TestSupport
 {

@@ -16,12 +16,10 @@
 using testing::AllOf;
 using testing::ContainsRegex;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
-using testing::StartsWith;
 
 namespace TestSupport
 {
